@@ -1,0 +1,206 @@
+/// @file Records.h
+/// The plain records that cross the library's boundary.
+///
+/// Records are value types: public fields, implicit copies, no behaviour. Text is UTF-8. Numbers and
+/// flags start as zero and false. Time stamps are passed through as the service sends them; the
+/// library never interprets them.
+#ifndef VELMORA_RECORDS_H
+#define VELMORA_RECORDS_H
+
+#include <cstdint>
+#include <list>
+#include <string>
+
+namespace Velmora {
+
+/// Which of the service's portals to talk to. Any other value leaves the host empty, so that every
+/// request fails, unless the environment variable VELMORA_API_URL names a host.
+enum class PortalTarget : std::int32_t {
+    Test = 0,
+    Development = 1,
+    Production = 2,
+};
+
+/// The outcome of an operation; the first argument of every completion callback, on success too.
+struct ApiError {
+    /// The HTTP status as received. Below 300 is success, but 0 means that no answer came at all
+    /// (refused, reset, certificate not trusted): treat 0 as a failure. The library's own refusals
+    /// use 400.
+    int errorCode = 0;
+    std::string errorTitle;   ///< short title of the failed operation; empty on success
+    std::string errorMessage; ///< the service's own explanation; empty on success, but see `CloudAPI::logUserIn`
+};
+
+/// One file or directory stored in the cloud under a job.
+struct CloudFile {
+    std::string jobId;
+    std::string fileName;   ///< name, with its path below the job or simulation
+    long long fileSize = 0; ///< bytes
+    long long fileDate = 0;
+    std::string fileHash; ///< content hash as the service reports it
+    bool directory = false;
+};
+
+/// One download: the request, what its callbacks receive, and the key for `CloudAPI::cancelDownload`.
+struct FileDownloadDetails {
+    std::string localFileLocation; ///< full path of the file to write
+    CloudFile cloudFileDetails;    ///< the file to fetch
+};
+
+/// One upload: the request, what its callbacks receive, and the key for `CloudAPI::cancelUpload`.
+struct FileUploadDetails {
+    std::string localFileLocation; ///< full path of the file to send
+    std::string cloudFileJobID;    ///< job to upload into
+    long long totalFileSize = 0;   ///< bytes; callbacks receive the size found on disk
+};
+
+/// Names one cloud file to delete.
+struct DeleteFileDetails {
+    std::string jobId;
+    std::string simulationId; ///< empty when the file lies directly under the job
+    std::string fileName;
+};
+
+/// A tag attached to a job.
+struct ItemTag {
+    std::string tagText;
+    std::string tagType; ///< category as the service names it
+};
+
+/// The signed-in user.
+struct UserDetails {
+    std::string userId;
+    std::string userEmail; ///< the sign-in identity
+    std::string surname;
+    std::string forename;
+    std::string companyName;
+};
+
+/// The signed-in user's standing within one account.
+struct AccountAccess {
+    std::string accountID;
+    std::string userEmail;
+    int maxCoreHourRequest = 0; ///< core hours the user may request
+    bool accountAdmin = false;
+    bool hasMFA = false;
+};
+
+/// One account that the user may work under.
+struct AccountDetails {
+    std::string accountId;
+    std::string accountName;
+    bool overageEnabled = false;
+    bool billingEnabled = false;
+    std::string planCode;
+    long long accountCreated = 0;
+    AccountAccess accountAccess;
+};
+
+/// One entry of an account's recent transactions.
+struct AccountTransaction {
+    std::string accountId;
+    std::string transactionId;
+    std::string jobId;        ///< job charged; may be empty
+    std::string simulationId; ///< simulation charged; may be empty
+    std::string transactionType;
+    std::string transactionDescription;
+    std::string userEmail;
+    std::string userId;
+    double transactionAmount = 0.0;
+    long long transactionDate = 0;
+    bool invoiceSubmitted = false;
+    bool invoiceRequired = false;
+    bool invoiceAccepted = false;
+};
+
+/// An account's balance.
+struct AccountBalance {
+    std::string accountId;
+    double coreHoursAvailable = 0.0; ///< core hours
+    std::list<AccountTransaction> recentTransactions;
+};
+
+/// One compute cluster.
+struct HpcDetails {
+    std::string hpcId;
+    bool hpcActive = false; ///< accepts jobs
+    std::string hpcCloud;   ///< cloud provider as the service names it
+    std::string hpcClusterName;
+    std::string hpcDescription;
+    std::string hpcRegion;
+    std::string hpcAccountBucket; ///< storage bucket of the account on that cluster
+};
+
+/// One step of a job's status history.
+struct JobStatusEntry {
+    std::string jobId;
+    std::string jobStatus;
+    long long jobStatusDate = 0;
+};
+
+/// One step of a simulation's status history.
+struct SimulationStatusEntry {
+    std::string jobId;
+    std::string simulationId;
+    std::string simulationStatus;
+    long long simulationStatusDate = 0;
+};
+
+/// One simulation of a job.
+struct SimulationDetails {
+    std::string simulationId;
+    std::string consoleParameters; ///< solver parameters, without the service's own fixed switches
+    std::list<SimulationStatusEntry> simulationStatus;
+};
+
+/// A submitted job.
+struct JobDetails {
+    std::string jobId;
+    std::string accountId;
+    std::string jobName; ///< jobs submitted by this library carry a time stamp at the end
+    std::string dockerTag;
+    int coresRequired = 0;         ///< per simulation
+    double coreHourEstimate = 0.0; ///< core hours per simulation
+    int ramEstimate = 0;           ///< MB
+    std::string mainFile;
+    std::string precision; ///< "single" or "double"
+    int numberOfParts = 0; ///< processes per simulation
+    std::list<std::string> fileDependencies;
+    std::list<std::string> fileAliases; ///< one per dependency, in the same order
+    std::string operation;              ///< "mpi", "simulation", "review" or "build"
+    std::list<SimulationDetails> simulations;
+    std::list<JobStatusEntry> jobStatus;
+    std::string jobType;
+};
+
+/// Progress of one simulation.
+struct SimulationProgress {
+    std::string simulationId;
+    int progress = 0; ///< as the service reports it; percent with today's service
+};
+
+/// Progress of all simulations of a job.
+struct JobProgress {
+    std::string jobId;
+    std::list<SimulationProgress> simulationProgressList;
+};
+
+/// The outcome of stopping one simulation.
+struct SimulationAbortState {
+    std::string jobId;
+    std::string simulationId;
+    std::string status; ///< the service's answer for that simulation
+};
+
+/// Argument of `CloudAPI::applyProxy`.
+struct ProxyDefinition {
+    std::string proxyHost;
+    std::string proxyUser;     ///< may be empty
+    std::string proxyPassword; ///< may be empty
+    int proxyPort = 0;         ///< its low 16 bits are used
+    int proxyType = 0;         ///< 0 SOCKS 5, 1 HTTP, 2 the system's configuration
+};
+
+} // namespace Velmora
+
+#endif

@@ -1,0 +1,3 @@
+#include "model/Log.h"
+
+Q_LOGGING_CATEGORY(velmoraLog, "velmora")

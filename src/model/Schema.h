@@ -1,0 +1,226 @@
+#pragma once
+
+#include "model/Fields.h"
+
+#include <velmora/JobSubmit.h>
+#include <velmora/Records.h>
+
+namespace Velmora {
+
+/// Removes the switches that the service puts in front of a simulation's own parameters.
+QString withoutFixedSwitches(const QString &consoleParameters);
+
+template <> struct Schema<ApiError> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&ApiError::errorCode, "errorCode"), field(&ApiError::errorTitle, "errorTitle"),
+                               field(&ApiError::errorMessage, "errorMessage"));
+    }
+};
+
+template <> struct Schema<CloudFile> {
+    static constexpr const char *listKey = "fileList";
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&CloudFile::jobId, "jobId").fromHost(), field(&CloudFile::fileName, "fileName").fromHost(),
+            field(&CloudFile::fileSize, "fileSize").fromHost(Width::Int32), field(&CloudFile::fileDate, "fileDate"),
+            field(&CloudFile::fileHash, "fileHash"), field(&CloudFile::directory, "directory").fromHost());
+    }
+};
+
+template <> struct Schema<FileDownloadDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&FileDownloadDetails::localFileLocation, "localFileLocation").fromHost(),
+                               field(&FileDownloadDetails::cloudFileDetails, "cloudFileDetails").fromHost());
+    }
+};
+
+template <> struct Schema<FileUploadDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&FileUploadDetails::localFileLocation, "localFileLocation").fromHost(),
+                               field(&FileUploadDetails::cloudFileJobID, "cloudFileJobID").fromHost(),
+                               field(&FileUploadDetails::totalFileSize, "totalFileSize").fromHost(Width::Int32));
+    }
+};
+
+template <> struct Schema<ItemTag> {
+    static constexpr const char *listKey = "itemTagList";
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&ItemTag::tagText, "tag", "tagText").fromHost(),
+                               field(&ItemTag::tagType, "type", "tagType").fromHost());
+    }
+};
+
+template <> struct Schema<UserDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&UserDetails::userId, "userId"), field(&UserDetails::userEmail, "cognitoEmail", "userEmail"),
+            field(&UserDetails::surname, "lastName", "surname"), field(&UserDetails::forename, "firstName", "forename"),
+            field(&UserDetails::companyName, "companyName"));
+    }
+};
+
+template <> struct Schema<AccountAccess> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&AccountAccess::accountID, "accountId", "accountID"),
+                               field(&AccountAccess::userEmail, "cognitoEmail", "userEmail"),
+                               field(&AccountAccess::maxCoreHourRequest, "maxCoreHourRequest"),
+                               field(&AccountAccess::accountAdmin, "accountAdmin"),
+                               field(&AccountAccess::hasMFA, "hasMFA"));
+    }
+};
+
+template <> struct Schema<AccountDetails> {
+    static constexpr const char *listKey = "accountDetailsList";
+    /// The reply keeps the account and the user's access to it side by side.
+    static constexpr auto fields()
+    {
+        constexpr const char *account = "account";
+        return std::make_tuple(field(&AccountDetails::accountId, "accountId").within(account),
+                               field(&AccountDetails::accountName, "accountName").within(account),
+                               field(&AccountDetails::overageEnabled, "overageEnabled").within(account),
+                               field(&AccountDetails::billingEnabled, "billingEnabled").within(account),
+                               field(&AccountDetails::planCode, "planCode").within(account),
+                               field(&AccountDetails::accountCreated, "accountCreated").within(account).narrowReply(),
+                               field(&AccountDetails::accountAccess, "accountAccess"));
+    }
+};
+
+template <> struct Schema<AccountTransaction> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&AccountTransaction::accountId, "accountId"),
+                               field(&AccountTransaction::transactionId, "transactionId"),
+                               field(&AccountTransaction::jobId, "jobId"),
+                               field(&AccountTransaction::simulationId, "simulationId"),
+                               field(&AccountTransaction::transactionType, "transactionType"),
+                               field(&AccountTransaction::transactionDescription, "transactionDescription"),
+                               field(&AccountTransaction::userEmail, "cognitoEmail", "userEmail"),
+                               field(&AccountTransaction::userId, "userId"),
+                               field(&AccountTransaction::transactionAmount, "transactionAmount"),
+                               field(&AccountTransaction::transactionDate, "transactionDate"),
+                               field(&AccountTransaction::invoiceSubmitted, "invoiceSubmitted"),
+                               field(&AccountTransaction::invoiceRequired, "invoiceRequired"),
+                               field(&AccountTransaction::invoiceAccepted, "invoiceAccepted"));
+    }
+};
+
+template <> struct Schema<AccountBalance> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&AccountBalance::accountId, "accountId"),
+                               field(&AccountBalance::coreHoursAvailable, "coreHoursAvailable"),
+                               field(&AccountBalance::recentTransactions, "recentTransactions"));
+    }
+};
+
+template <> struct Schema<HpcDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&HpcDetails::hpcId, "hpcId"), field(&HpcDetails::hpcActive, "hpcActive"),
+            field(&HpcDetails::hpcCloud, "hpcCloud"), field(&HpcDetails::hpcClusterName, "hpcClusterName"),
+            field(&HpcDetails::hpcDescription, "hpcDescription"), field(&HpcDetails::hpcRegion, "hpcRegion"),
+            field(&HpcDetails::hpcAccountBucket, "hpcAccountBucket"));
+    }
+};
+
+template <> struct Schema<JobStatusEntry> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&JobStatusEntry::jobId, "jobId"), field(&JobStatusEntry::jobStatus, "jobStatus"),
+                               field(&JobStatusEntry::jobStatusDate, "jobStatusDate"));
+    }
+};
+
+template <> struct Schema<SimulationStatusEntry> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&SimulationStatusEntry::jobId, "jobId"),
+                               field(&SimulationStatusEntry::simulationId, "simulationId"),
+                               field(&SimulationStatusEntry::simulationStatus, "simulationStatus"),
+                               field(&SimulationStatusEntry::simulationStatusDate, "simulationStatusDate"));
+    }
+};
+
+template <> struct Schema<SimulationDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&SimulationDetails::simulationId, "simulationId"),
+            field(&SimulationDetails::consoleParameters, "consoleParameters").cleaned(&withoutFixedSwitches),
+            field(&SimulationDetails::simulationStatus, "simulationStatus"));
+    }
+};
+
+template <> struct Schema<JobDetails> {
+    static constexpr const char *listKey = "jobDetailsList";
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&JobDetails::jobId, "jobId"), field(&JobDetails::accountId, "accountId"),
+            field(&JobDetails::jobName, "jobName"), field(&JobDetails::dockerTag, "dockerTag"),
+            field(&JobDetails::coresRequired, "coresRequired"),
+            field(&JobDetails::coreHourEstimate, "coreHourEstimate"), field(&JobDetails::ramEstimate, "ramEstimate"),
+            field(&JobDetails::mainFile, "mainFile"), field(&JobDetails::precision, "precision"),
+            field(&JobDetails::numberOfParts, "numberOfParts"),
+            field(&JobDetails::fileDependencies, "fileDependencies"), field(&JobDetails::fileAliases, "fileAliases"),
+            field(&JobDetails::operation, "operation"), field(&JobDetails::simulations, "simulations"),
+            field(&JobDetails::jobStatus, "jobStatus"), field(&JobDetails::jobType, "jobType"));
+    }
+};
+
+template <> struct Schema<SimulationProgress> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&SimulationProgress::simulationId, "simulationId"),
+                               field(&SimulationProgress::progress, "progress"));
+    }
+};
+
+template <> struct Schema<JobProgress> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&JobProgress::jobId, "jobId"),
+                               field(&JobProgress::simulationProgressList, "simulationProgressList"));
+    }
+};
+
+template <> struct Schema<SimulationAbortState> {
+    static constexpr const char *listKey = "simulationAbortList";
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&SimulationAbortState::jobId, "jobId", "jobID"),
+                               field(&SimulationAbortState::simulationId, "simulationId", "simID"),
+                               field(&SimulationAbortState::status, "status"));
+    }
+};
+
+/// The fields that the service takes as they are; what is derived from several is in JobSubmit.cpp.
+/// Here the "reply" key is the one of the submission body.
+template <> struct Schema<JobSubmit> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&JobSubmit::jobID, "jobId", "jobID").fromHost(),
+            field(&JobSubmit::accountID, "accountId", "accountID").fromHost(),
+            field(&JobSubmit::jobName, "jobName").fromHost(),
+            field(&JobSubmit::coresRequired, "coresRequired").fromHost(),
+            field(&JobSubmit::coreHourEstimate, "coreHourEstimate").fromHost(),
+            field(&JobSubmit::ramEstimate, "ramEstimate").fromHost(),
+            field(&JobSubmit::mainFile, "mainFile").fromHost(),
+            field(&JobSubmit::solverTag, "dockerTag", "solverTag").fromHost(),
+            field(&JobSubmit::dependentFilesList, "fileDependencies", "dependentFilesList").fromHost(),
+            field(&JobSubmit::dependentFilesAliasList, "fileAliases", "dependentFilesAliasList").fromHost(),
+            field(&JobSubmit::simulations, "simulations").fromHost(),
+            field(&JobSubmit::originApplication, "application", "originApplication").fromHost());
+    }
+};
+
+} // namespace Velmora

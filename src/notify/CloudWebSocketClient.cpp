@@ -1,0 +1,133 @@
+#include "notify/CloudWebSocketClient.h"
+
+#include "model/Log.h"
+
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QWebSocket>
+
+namespace {
+
+constexpr int pingsBeforeRestart = 4;
+// A private marker of our own restart; no peer sends it.
+constexpr auto restartCode = QWebSocketProtocol::CloseCode(1015);
+
+} // namespace
+
+CloudWebSocketClient::CloudWebSocketClient(const QUrl &url, const QString &cognitoToken, QObject *parent)
+    : QObject(parent)
+    , m_url(url)
+    , m_cognitoToken(cognitoToken)
+{
+    openSocket();
+    VELMORA_LOG() << "web-socket url" << m_url.toString();
+}
+
+CloudWebSocketClient::~CloudWebSocketClient()
+{
+    if (m_socket)
+        m_socket->disconnect(this); // closing must not call back into a half-destroyed object
+}
+
+void CloudWebSocketClient::openSocket()
+{
+    m_socket = new QWebSocket(QString(), QWebSocketProtocol::Version13, this);
+    connect(m_socket, &QWebSocket::connected, this, &CloudWebSocketClient::onConnected);
+    connect(m_socket, &QWebSocket::disconnected, this, &CloudWebSocketClient::onDisconnected);
+    connect(m_socket, &QWebSocket::sslErrors, this, &CloudWebSocketClient::onSslErrors);
+    // A refused handshake whose connection the server keeps open ends in an error and nothing else.
+    // The error may come from inside open(), before anybody listens: hence the detour.
+    connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
+            [this, socket = QPointer<QWebSocket>(m_socket)] {
+                const auto check = [this, socket] {
+                    if (socket && socket == m_socket && !socket->isValid())
+                        onOpeningFailed();
+                };
+                QMetaObject::invokeMethod(this, check, Qt::QueuedConnection);
+            });
+    QNetworkRequest request(m_url);
+    request.setRawHeader("Authorization", m_cognitoToken.toUtf8());
+    m_socket->open(request);
+}
+
+void CloudWebSocketClient::retireSocket()
+{
+    m_socket->disconnect(this);
+    m_socket->deleteLater();
+    m_socket = nullptr;
+}
+
+void CloudWebSocketClient::slotUpdateCognitoToken(const QString &_cognitoToken) { m_cognitoToken = _cognitoToken; }
+
+void CloudWebSocketClient::slotPingSocket()
+{
+    if (!m_socket)
+        return;
+    const bool open = m_socket->isValid();
+    if (open)
+        m_socket->ping("hello");
+    VELMORA_LOG() << "ping socket";
+    if (++m_pingsWithoutMessage < pingsBeforeRestart)
+        return;
+    if (open) {
+        m_socket->close(restartCode, QStringLiteral("rebooting"));
+    } else { // still opening: there is nothing to close, and no close event would come
+        retireSocket();
+        m_pingsWithoutMessage = 0;
+        openSocket();
+    }
+}
+
+void CloudWebSocketClient::onConnected()
+{
+    connect(m_socket, &QWebSocket::textMessageReceived, this, &CloudWebSocketClient::onTextMessageReceived,
+            Qt::UniqueConnection);
+    connect(m_socket, &QWebSocket::aboutToClose, this, &CloudWebSocketClient::onClose, Qt::UniqueConnection);
+}
+
+void CloudWebSocketClient::onTextMessageReceived(const QString &message)
+{
+    Q_EMIT signalMessageReceived(message);
+    m_pingsWithoutMessage = 0;
+    m_closeHandled = false;
+}
+
+void CloudWebSocketClient::onClose()
+{
+    const int code = m_socket->closeCode();
+    const QString reason = m_socket->closeReason();
+    if (m_closeHandled) {
+        VELMORA_LOG() << "close event after socket is already closed";
+        VELMORA_LOG() << "code:" << code;
+        VELMORA_LOG() << "reason:" << reason;
+        return;
+    }
+    m_closeHandled = true;
+    if (code == restartCode) {
+        VELMORA_LOG() << "4 pings (100s) without a message - restarting";
+        retireSocket();
+        m_pingsWithoutMessage = 0;
+        openSocket();
+    } else if (code == QWebSocketProtocol::CloseCodeNormal && !reason.isEmpty()) {
+        VELMORA_LOG() << "successful socket closure";
+        VELMORA_LOG() << "close reason:" << reason;
+        retireSocket();
+        Q_EMIT signalMessageReceived(reason);
+    } else {
+        VELMORA_LOG() << "abnormal closure";
+        VELMORA_LOG() << "code:" << code;
+        VELMORA_LOG() << "reason:" << reason;
+        retireSocket();
+        Q_EMIT signalMessageReceived(QStringLiteral("abnormal closure %1 %2").arg(reason, QString::number(code)));
+    }
+}
+
+void CloudWebSocketClient::onDisconnected()
+{
+    retireSocket();
+    Q_EMIT signalMessageReceived(QStringLiteral("socket disconnected"));
+}
+
+void CloudWebSocketClient::onOpeningFailed() { onDisconnected(); }
+
+void CloudWebSocketClient::onSslErrors(const QList<QSslError> &) { m_socket->ignoreSslErrors(); }

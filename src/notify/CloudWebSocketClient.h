@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QObject>
+#include <QSslError>
+#include <QString>
+#include <QUrl>
+
+class QWebSocket;
+
+/// One authenticated connection to the portal's notification socket. Every text frame and every loss
+/// of the connection becomes one `signalMessageReceived`; after a loss the client is inert. Four
+/// heartbeats without a text frame in between make it close and open a new connection by itself.
+///
+/// The signal may be emitted from inside a signal of the socket: receivers connect queued, since
+/// deleting a `QWebSocket` in there is fatal. For the same reason each connection has a socket of its
+/// own, and an old one is released by the event loop.
+class CloudWebSocketClient : public QObject {
+    Q_OBJECT
+public:
+    CloudWebSocketClient(const QUrl &url, const QString &cognitoToken, QObject *parent = nullptr);
+    ~CloudWebSocketClient() override;
+
+Q_SIGNALS:
+    void signalMessageReceived(const QString &message);
+
+public Q_SLOTS:
+    /// The token is used by the next connection; the open one is not touched.
+    void slotUpdateCognitoToken(const QString &_cognitoToken);
+    void slotPingSocket();
+
+private Q_SLOTS:
+    void onConnected();
+    void onDisconnected();
+    void onTextMessageReceived(const QString &message);
+    void onSslErrors(const QList<QSslError> &errors);
+    void onClose();
+
+private:
+    void openSocket();
+    void retireSocket();
+    void onOpeningFailed();
+
+    QWebSocket *m_socket = nullptr; ///< child; null once inert
+    QUrl m_url;
+    QString m_cognitoToken;
+    bool m_closeHandled = false;
+    int m_pingsWithoutMessage = 0;
+};

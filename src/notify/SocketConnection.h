@@ -1,0 +1,41 @@
+#pragma once
+
+#include <velmora/CloudAPI.h>
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class CloudWebSocketClient;
+
+namespace Velmora {
+
+/// Binds one job's socket to the caller's two callbacks: tells the job's end and the loss of the
+/// socket (finish callback) from everything else (message callback). Messages arrive queued, so that
+/// callbacks run outside the socket's own signals and may delete this object.
+class SocketConnection : public QObject {
+    Q_OBJECT
+public:
+    SocketConnection(const QString &jobId, std::unique_ptr<CloudWebSocketClient> client,
+                     const CloudAPI::JobMessage &onMessage, const CloudAPI::JobMessage &onFinished);
+    ~SocketConnection() override;
+
+    CloudWebSocketClient *client() const { return m_client.get(); }
+
+Q_SIGNALS:
+    /// The job has finished: the subscription is over.
+    void signalDisconnectSocket(const QString &jobId);
+
+public Q_SLOTS:
+    void slotUpdateCognitoToken(const QString &_cognitoToken);
+    void slotHandleSocketMessage(const QString &message);
+
+private:
+    QString m_jobId;
+    std::unique_ptr<CloudWebSocketClient> m_client;
+    CloudAPI::JobMessage m_onMessage;
+    CloudAPI::JobMessage m_onFinished;
+};
+
+} // namespace Velmora

@@ -1,0 +1,55 @@
+#include "notify/SocketManager.h"
+
+#include "model/Portal.h"
+#include "notify/CloudWebSocketClient.h"
+#include "notify/SocketConnection.h"
+
+#include <QUrl>
+
+namespace Velmora {
+
+SocketManager::SocketManager() = default;
+
+SocketManager::~SocketManager()
+{
+    const QStringList jobs = m_connections.keys();
+    for (const QString &jobId : jobs)
+        unsubscribeFromJob(jobId);
+}
+
+void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoToken,
+                                   const CloudAPI::JobMessage &onMessage, const CloudAPI::JobMessage &onFinished)
+{
+    unsubscribeFromJob(jobId);
+    if (!m_heartbeat) {
+        m_heartbeat = std::make_unique<QTimer>();
+        connect(m_heartbeat.get(), &QTimer::timeout, this, &SocketManager::beat);
+        m_heartbeat->start(heartbeatInterval);
+    }
+    const QUrl url(QStringLiteral("wss://%1/socket/job/progress/%2").arg(portalHost(m_portal), jobId));
+    auto *connection =
+        new SocketConnection(jobId, std::make_unique<CloudWebSocketClient>(url, cognitoToken), onMessage, onFinished);
+    connect(connection, &SocketConnection::signalDisconnectSocket, this, &SocketManager::unsubscribeFromJob,
+            Qt::UniqueConnection);
+    connect(this, &SocketManager::cognitoTokenUpdated, connection, &SocketConnection::slotUpdateCognitoToken,
+            Qt::UniqueConnection);
+    m_connections.insert(jobId, connection);
+}
+
+void SocketManager::unsubscribeFromJob(const QString &jobId)
+{
+    SocketConnection *connection = m_connections.take(jobId);
+    if (!connection)
+        return;
+    if (m_connections.isEmpty())
+        m_heartbeat.reset();
+    delete connection;
+}
+
+void SocketManager::beat()
+{
+    for (SocketConnection *connection : qAsConst(m_connections))
+        connection->client()->slotPingSocket();
+}
+
+} // namespace Velmora

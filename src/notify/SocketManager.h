@@ -1,0 +1,46 @@
+#pragma once
+
+#include <velmora/CloudAPI.h>
+
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <memory>
+
+namespace Velmora {
+
+class SocketConnection;
+
+/// One socket per subscribed job, and one heartbeat for all of them, which beats only while a job is
+/// subscribed.
+class SocketManager : public QObject {
+    Q_OBJECT
+public:
+    static constexpr int heartbeatInterval = 25000; ///< milliseconds
+
+    SocketManager();
+    ~SocketManager() override;
+
+    void setAPIPortal(PortalTarget portal) { m_portal = portal; }
+    /// Ends an earlier subscription of the job first.
+    void subscribeToJob(const QString &jobId, const QString &cognitoToken, const CloudAPI::JobMessage &onMessage,
+                        const CloudAPI::JobMessage &onFinished);
+    void unsubscribeFromJob(const QString &jobId);
+    /// Hands a new token to every connection, for its next reopening.
+    void updateCognitoToken(const QString &cognitoToken) { Q_EMIT cognitoTokenUpdated(cognitoToken); }
+
+Q_SIGNALS:
+    void cognitoTokenUpdated(const QString &_cognitoToken);
+    void sendHeartBeat();
+
+private:
+    void beat();
+
+    PortalTarget m_portal = PortalTarget::Production;
+    QMap<QString, SocketConnection *> m_connections; ///< owned
+    std::unique_ptr<QTimer> m_heartbeat;             ///< null while no job is subscribed
+};
+
+} // namespace Velmora

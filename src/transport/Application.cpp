@@ -1,0 +1,101 @@
+#include "transport/Application.h"
+
+#include <QCoreApplication>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QThread>
+
+namespace Velmora {
+
+namespace {
+
+struct Shared {
+    QMutex mutex;
+    QCoreApplication *made = nullptr;
+    int claims = 0; // on the application that the library made
+    int pumps = 0;  // on that application's thread
+    int argc = 0;   // Qt keeps the reference
+};
+
+Shared &shared()
+{
+    static Shared instance;
+    return instance;
+}
+
+// Takes the application out when nobody needs it any more; the caller deletes it, unlocked.
+QCoreApplication *takeUnused(Shared &state)
+{
+    QCoreApplication *made = state.made;
+    if (!made || state.claims > 0 || state.pumps > 0)
+        return nullptr;
+    // A loop of the host's own is still running on it: it stays, for the next claim to find.
+    if (made->thread() != QThread::currentThread() || made->thread()->loopLevel() > 0)
+        return nullptr;
+    state.made = nullptr;
+    return made;
+}
+
+bool onMadeThread(const Shared &state) { return state.made && state.made->thread() == QThread::currentThread(); }
+
+} // namespace
+
+ApplicationClaim::ApplicationClaim()
+{
+    Shared &state = shared();
+    const QMutexLocker lock(&state.mutex);
+    if (!QCoreApplication::instance())
+        state.made = new QCoreApplication(state.argc, nullptr);
+    m_made = state.made && state.made == QCoreApplication::instance();
+    if (m_made)
+        ++state.claims;
+}
+
+ApplicationClaim::~ApplicationClaim()
+{
+    if (!m_made)
+        return;
+    Shared &state = shared();
+    QMutexLocker lock(&state.mutex);
+    --state.claims;
+    QCoreApplication *unused = takeUnused(state);
+    lock.unlock();
+    delete unused;
+}
+
+PumpScope::PumpScope()
+{
+    Shared &state = shared();
+    const QMutexLocker lock(&state.mutex);
+    if (onMadeThread(state))
+        ++state.pumps;
+}
+
+PumpScope::~PumpScope()
+{
+    Shared &state = shared();
+    QMutexLocker lock(&state.mutex);
+    if (!onMadeThread(state))
+        return;
+    --state.pumps;
+    QCoreApplication *unused = takeUnused(state);
+    lock.unlock();
+    delete unused;
+}
+
+void pumpEvents()
+{
+    static thread_local int depth = 0;
+    const PumpScope scope;
+    struct Depth {
+        Depth() { ++depth; }
+        ~Depth() { --depth; }
+    } const nested;
+    QCoreApplication::processEvents();
+    // Only from the outermost level: what a slot further up the stack has marked for deletion must
+    // outlive that slot.
+    if (depth == 1 && QThread::currentThread()->loopLevel() == 0)
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+} // namespace Velmora

@@ -1,0 +1,68 @@
+#pragma once
+
+// Definitions of the request pipeline's templates, for the sources that implement operations.
+
+#include "model/Json.h"
+#include "transport/CloudAPIImpl.h"
+
+#include <QMetaObject>
+#include <QNetworkReply>
+
+#include <tuple>
+
+namespace Velmora {
+
+template <class... Arguments, class... Values>
+void CloudAPIImpl::deliver(const std::function<void(const Arguments &...)> &callback, Values &&...values)
+{
+    if (!callback)
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [callback, arguments = std::tuple<Arguments...>(std::forward<Values>(values)...)] {
+            std::apply(callback, arguments);
+        },
+        Qt::QueuedConnection);
+}
+
+template <class Handle> void CloudAPIImpl::exchange(const Request &request, Handle handle)
+{
+    QNetworkReply *reply = send(request);
+    connect(reply, &QNetworkReply::finished, this, [reply, type = request.type, handle = std::move(handle)] {
+        Outcome outcome = readOutcome(reply, type);
+        reply->deleteLater();
+        handle(outcome);
+    });
+}
+
+template <class Result, class Read>
+void CloudAPIImpl::call(const Request &request, Read read, const ResultDone<Result> &onComplete)
+{
+    exchange(request, [this, read, onComplete](const Outcome &outcome) {
+        deliver(onComplete, outcome.error, outcome.failed ? Result{} : read(outcome.body));
+    });
+}
+
+template <class Record> void CloudAPIImpl::callForRecord(const Request &request, const ResultDone<Record> &onComplete)
+{
+    call<Record>(
+        request, [](const QByteArray &body) { return readReply<Record>(body); }, onComplete);
+}
+
+template <class Record>
+void CloudAPIImpl::callForList(const Request &request, const ResultDone<std::list<Record>> &onComplete)
+{
+    call<std::list<Record>>(
+        request, [](const QByteArray &body) { return readReplyList<Record>(body); }, onComplete);
+}
+
+/// A JSON request body from text members, in the form the service gets: indented.
+inline QByteArray bodyOf(std::initializer_list<std::pair<const char *, std::string>> members)
+{
+    QJsonObject object;
+    for (const auto &[key, value] : members)
+        object.insert(QLatin1String(key), toQt(value));
+    return toText(object);
+}
+
+} // namespace Velmora
