@@ -182,6 +182,28 @@ void CloudAPI::deleteFile(const DeleteFileDetails &file, const ResultDone<Delete
     m_impl->deleteFile(file, onComplete);
 }
 
+void CloudAPI::uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
+                          const ResultDone<FileUploadDetails> &onComplete)
+{
+    m_impl->uploadFile(file, onProgress, onComplete);
+}
+
+void CloudAPI::uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,
+                               const ResultDone<FileUploadDetails> &onComplete)
+{
+    m_impl->uploadInputFile(file, onProgress, onComplete);
+}
+
+void CloudAPI::downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
+                            const ResultDone<FileDownloadDetails> &onComplete)
+{
+    m_impl->downloadFile(file, onProgress, onComplete);
+}
+
+bool CloudAPI::cancelUpload(const FileUploadDetails &file) { return m_impl->cancelUpload(file); }
+
+bool CloudAPI::cancelDownload(const FileDownloadDetails &file) { return m_impl->cancelDownload(file); }
+
 void CloudAPI::subscribeToJob(const std::string &jobId, const JobMessage &onMessage, const JobMessage &onFinished)
 {
     m_impl->subscribeToJob(jobId, onMessage, onFinished);

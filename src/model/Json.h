@@ -150,6 +150,12 @@ template <class Record> Record readHostText(const QByteArray &text)
     return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::HostInput);
 }
 
+/// The "message" of a refusal's body; empty when there is none.
+inline QString bodyMessage(const QByteArray &body)
+{
+    return QJsonDocument::fromJson(body).object().value(QLatin1String("message")).toString();
+}
+
 /// The text that a host receives for one record.
 template <class Record> std::string hostText(const Record &record)
 {

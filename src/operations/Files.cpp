@@ -31,14 +31,18 @@ void CloudAPIImpl::listFiles(const QString &suffix, bool showAllFiles,
 {
     call<std::list<CloudFile>>(
         {RequestType::JobFilesList, Verb::Get, {}, suffix},
-        [showAllFiles](const QByteArray &body) {
-            std::list<CloudFile> files = readReplyList<CloudFile>(body);
-            if (!showAllFiles)
-                files.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
-            VELMORA_LOG() << "Received list of" << files.size() << "files.";
-            return files;
-        },
-        onComplete);
+        [this, showAllFiles](const QByteArray &body) { return readFileList(body, showAllFiles); }, onComplete);
+}
+
+std::list<CloudFile> CloudAPIImpl::readFileList(const QByteArray &body, bool showAllFiles)
+{
+    const QJsonArray array = QJsonDocument::fromJson(body).array();
+    std::list<CloudFile> files = readReplyList<CloudFile>(array);
+    if (!showAllFiles)
+        files.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
+    VELMORA_LOG() << "Received list of" << files.size() << "files.";
+    rememberDownloads(array); // hidden files can be downloaded too
+    return files;
 }
 
 void CloudAPIImpl::deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete)

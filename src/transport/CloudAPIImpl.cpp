@@ -3,15 +3,19 @@
 #include "notify/SocketManager.h"
 #include "transport/Pipeline.h"
 
+#include <QDateTime>
 #include <QEventLoop>
 #include <QNetworkProxy>
 
 namespace Velmora {
 
 CloudAPIImpl::CloudAPIImpl()
-    : m_sockets(std::make_unique<SocketManager>())
+    : m_transfers(std::make_unique<FileTransferManager>())
+    , m_sockets(std::make_unique<SocketManager>())
     , m_network(std::make_unique<QNetworkAccessManager>())
+    , m_clock(QDateTime::currentMSecsSinceEpoch)
 {
+    connectTransfers();
     connect(m_network.get(), &QNetworkAccessManager::finished, this, &CloudAPIImpl::onRequestFinished,
             Qt::DirectConnection);
 }
@@ -20,6 +24,7 @@ CloudAPIImpl::~CloudAPIImpl()
 {
     m_network.reset(); // drops the requests in flight, without their completions
     m_refreshTimer.reset();
+    m_transfers.reset();
     m_sockets.reset();
 }
 
@@ -59,6 +64,8 @@ int CloudAPIImpl::currentNetworkStatus()
     if (!reply)
         return -1;
     const int status = reply->bytesAvailable() != 0 ? 1 : -1;
+    if (!reply->isFinished()) // the application is quitting, so the loop did not wait
+        reply->abort();
     reply->deleteLater();
     return status;
 }

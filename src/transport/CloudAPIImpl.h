@@ -1,5 +1,7 @@
 #pragma once
 
+#include "transfer/AddressCache.h"
+#include "transfer/FileTransferManager.h"
 #include "transport/Application.h"
 #include "transport/Endpoints.h"
 #include "transport/Reply.h"
@@ -16,8 +18,7 @@
 #include <memory>
 #include <utility>
 
-class QHttpMultiPart;
-class QIODevice;
+class QJsonArray;
 class QJsonObject;
 class QNetworkReply;
 
@@ -92,6 +93,27 @@ public:
     void getUsersFileList(bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
     void deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete);
 
+    /// Returns false when it was refused, and has completed, at once.
+    bool uploadFile(const FileUploadDetails &file, const CloudAPI::UploadProgress &onProgress,
+                    const ResultDone<FileUploadDetails> &onComplete);
+    void uploadInputFile(const FileUploadDetails &file, const CloudAPI::UploadProgress &onProgress,
+                         const ResultDone<FileUploadDetails> &onComplete);
+    void downloadFile(const FileDownloadDetails &file, const CloudAPI::DownloadProgress &onProgress,
+                      const ResultDone<FileDownloadDetails> &onComplete);
+    bool cancelUpload(const FileUploadDetails &file);
+    bool cancelDownload(const FileDownloadDetails &file);
+
+    // What transfers ask for
+    void handleAESKeyRequest(const std::string &jobId, const EncryptionKeyCB &onCompleteCB);
+    void handleUploadURLRequest(const std::string &jobId, const UploadUrlCB &onCompleteCB);
+    void handleDownloadURLRequest(const std::string &jobId, const std::string &fileName,
+                                  const DownloadUrlCB &onCompleteCB);
+    void handleUploadMultiPartRequest(FileUpload *uploadRunnable, const QNetworkRequest &request, RequestBody *body);
+    void handleUploadFileRequest(FileUpload *uploadRunnable, const QNetworkRequest &request, const QByteArray &verb,
+                                 RequestBody *body);
+    void handleDownloadMultiPartRequest(FileDownload *downloadRunnable, const QNetworkRequest &request,
+                                        RequestBody *form);
+
     // Live progress
     void subscribeToJob(const std::string &jobId, const CloudAPI::JobMessage &onMessage,
                         const CloudAPI::JobMessage &onFinished);
@@ -105,6 +127,11 @@ public:
     QNetworkReply *sendGet(QNetworkRequest request);
     QNetworkReply *sendDelete(QNetworkRequest request);
     QNetworkReply *sendCustom(QNetworkRequest request, const QByteArray &verb, const QByteArray &body);
+    QNetworkReply *sendMultipart(QNetworkRequest request, RequestBody *body);
+    QNetworkReply *sendStream(QNetworkRequest request, const QByteArray &verb, RequestBody *body);
+
+    /// Milliseconds since the epoch, for the age of transfer addresses.
+    void setClock(std::function<qint64()> clock) { m_clock = std::move(clock); }
 
 private:
     enum class Verb { Post, Get, Delete, DeleteWithBody };
@@ -129,11 +156,10 @@ private:
     template <class Record> void callForList(const Request &request, const ResultDone<std::list<Record>> &onComplete);
 
     /// Calls a host callback, if there is one, from a clean stack.
-    template <class... Arguments, class... Values>
-    void deliver(const std::function<void(const Arguments &...)> &callback, Values &&...values);
+    template <class... Parameters, class... Values>
+    void deliver(const std::function<void(Parameters...)> &callback, Values &&...values);
 
     QNetworkReply *send(const Request &request);
-    QNetworkReply *started(QNetworkReply *reply);
     void announce(const char *text);
     void onRequestFinished();
     void requestTokens(RequestType type, const QJsonObject &body, const Done &onComplete);
@@ -141,9 +167,14 @@ private:
     void renewToken(const Done &onComplete);
     void getHpcs(bool preferredOnly, const std::string &accountId, const ResultDone<std::list<HpcDetails>> &onComplete);
     void listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
+    std::list<CloudFile> readFileList(const QByteArray &body, bool showAllFiles);
+    void connectTransfers();
+    bool answerDownload(const QString &key, const DownloadUrlCB &then);
+    void rememberDownloads(const QJsonArray &files);
     void callForTags(const Request &request, const ResultDone<std::list<ItemTag>> &onComplete);
 
     ApplicationClaim m_application; // first, so that it outlives all other members
+    std::unique_ptr<FileTransferManager> m_transfers;
     std::unique_ptr<SocketManager> m_sockets;
     std::unique_ptr<QNetworkAccessManager> m_network;
     QString m_idToken;
@@ -153,6 +184,16 @@ private:
     int m_requestsInFlight = 0;
     std::unique_ptr<QTimer> m_refreshTimer; // null until the first token reply
     PortalTarget m_portal = PortalTarget::Production;
+
+    struct DownloadWaiter {
+        QString key;
+        DownloadUrlCB then;
+    };
+    std::function<qint64()> m_clock;
+    AddressCache m_uploadAddresses;                               ///< by job
+    AddressCache m_downloadAddresses;                             ///< by "job/file": the pieces of the latest listing
+    QMap<QString, std::list<UploadUrlCB>> m_uploadAddressWaiters; ///< by job, while a request is under way
+    QMap<QString, std::list<DownloadWaiter>> m_downloadWaiters;   ///< likewise
 };
 
 } // namespace Velmora

@@ -3,26 +3,17 @@
 // Definitions of the request pipeline's templates, for the sources that implement operations.
 
 #include "model/Json.h"
+#include "model/Later.h"
 #include "transport/CloudAPIImpl.h"
 
-#include <QMetaObject>
 #include <QNetworkReply>
-
-#include <tuple>
 
 namespace Velmora {
 
-template <class... Arguments, class... Values>
-void CloudAPIImpl::deliver(const std::function<void(const Arguments &...)> &callback, Values &&...values)
+template <class... Parameters, class... Values>
+void CloudAPIImpl::deliver(const std::function<void(Parameters...)> &callback, Values &&...values)
 {
-    if (!callback)
-        return;
-    QMetaObject::invokeMethod(
-        this,
-        [callback, arguments = std::tuple<Arguments...>(std::forward<Values>(values)...)] {
-            std::apply(callback, arguments);
-        },
-        Qt::QueuedConnection);
+    callLater(this, callback, std::forward<Values>(values)...);
 }
 
 template <class Handle> void CloudAPIImpl::exchange(const Request &request, Handle handle)

@@ -1,7 +1,7 @@
 #include "transport/Reply.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
+#include "model/Json.h"
+
 #include <QNetworkReply>
 
 namespace Velmora {
@@ -9,11 +9,6 @@ namespace Velmora {
 int httpStatus(const QNetworkReply *reply)
 {
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-QString bodyMessage(const QByteArray &body)
-{
-    return QJsonDocument::fromJson(body).object().value(QLatin1String("message")).toString();
 }
 
 ApiError makeError(int status, RequestType type, const QByteArray &body)
@@ -27,6 +22,8 @@ Outcome readOutcome(QNetworkReply *reply, RequestType type)
     outcome.body = reply->readAll();
     outcome.error.errorCode = httpStatus(reply);
     outcome.failed = outcome.error.errorCode >= 300;
+    if (reply->error() != QNetworkReply::NoError)
+        outcome.broken = reply->errorString();
     if (outcome.failed)
         outcome.error = makeError(outcome.error.errorCode, type, outcome.body);
     return outcome;

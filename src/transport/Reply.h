@@ -15,13 +15,11 @@ struct Outcome {
     ApiError error; ///< code = HTTP status; title and message only when `failed`
     bool failed = false;
     QByteArray body;
+    QString broken; ///< what happened to the connection; empty when the answer arrived whole
 };
 
 /// The HTTP status; 0 when there was none.
 int httpStatus(const QNetworkReply *reply);
-
-/// The "message" of a JSON body; empty when there is none.
-QString bodyMessage(const QByteArray &body);
 
 /// The error of a reply with a status of 300 or more.
 ApiError makeError(int status, RequestType type, const QByteArray &body);

@@ -2,8 +2,8 @@
 
 #include "model/Log.h"
 #include "model/Portal.h"
+#include "transfer/RequestBody.h"
 #include "transport/CloudAPIImpl.h"
-#include "transport/OneShotBody.h"
 
 #include <QNetworkReply>
 #include <QSslConfiguration>
@@ -20,11 +20,11 @@ void restrict(QNetworkRequest &request)
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
 }
 
-OneShotBody *attachBody(QNetworkRequest &request, const QByteArray &bytes)
+// The network layer neither buffers nor measures a body that cannot be rewound.
+void announceBody(QNetworkRequest &request, qint64 size)
 {
-    request.setHeader(QNetworkRequest::ContentLengthHeader, bytes.size());
+    request.setHeader(QNetworkRequest::ContentLengthHeader, size);
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    return new OneShotBody(bytes);
 }
 
 } // namespace
@@ -60,7 +60,8 @@ QNetworkReply *CloudAPIImpl::sendJson(QNetworkRequest request, const QByteArray 
 {
     announce("Cloud API: Network Request Started with text/JSON data:");
     restrict(request);
-    OneShotBody *device = attachBody(request, body);
+    announceBody(request, body.size());
+    auto *device = new RequestBody(body, nullptr, {});
     QNetworkReply *reply = m_network->post(request, device);
     device->setParent(reply);
     return reply;
@@ -84,9 +85,30 @@ QNetworkReply *CloudAPIImpl::sendCustom(QNetworkRequest request, const QByteArra
 {
     announce("Cloud API: Custom Network Request Started:");
     restrict(request);
-    OneShotBody *device = attachBody(request, body);
+    announceBody(request, body.size());
+    auto *device = new RequestBody(body, nullptr, {});
     QNetworkReply *reply = m_network->sendCustomRequest(request, verb, device);
     device->setParent(reply);
+    return reply;
+}
+
+QNetworkReply *CloudAPIImpl::sendMultipart(QNetworkRequest request, RequestBody *body)
+{
+    announce("Cloud API: Network Request Started with multipart:");
+    restrict(request);
+    announceBody(request, body->size());
+    QNetworkReply *reply = m_network->post(request, body);
+    body->setParent(reply);
+    return reply;
+}
+
+QNetworkReply *CloudAPIImpl::sendStream(QNetworkRequest request, const QByteArray &verb, RequestBody *body)
+{
+    announce("Cloud API: Network Request Started with stream data:");
+    restrict(request);
+    announceBody(request, body->size());
+    QNetworkReply *reply = verb == "PUT" ? m_network->put(request, body) : m_network->post(request, body);
+    body->setParent(reply);
     return reply;
 }
 

@@ -1,0 +1,69 @@
+#include "transfer/Cipher.h"
+
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+
+#include <cstring>
+
+namespace Velmora {
+
+const unsigned char fixedIv[cipherBlockSize] = {0x5C, 0x19, 0xE3, 0x07, 0xA2, 0x4F, 0x6B, 0xD0,
+                                                0x91, 0x3E, 0x28, 0xC7, 0xF4, 0x0A, 0x66, 0xB5};
+
+namespace {
+
+class ErrorMark {
+public:
+    ErrorMark() { ERR_set_mark(); }
+    ~ErrorMark() { ERR_pop_to_mark(); }
+    ErrorMark(const ErrorMark &) = delete;
+    ErrorMark &operator=(const ErrorMark &) = delete;
+};
+
+} // namespace
+
+CipherKey::CipherKey(const QByteArray &key)
+    : m_valid(key.size() <= cipherKeySize)
+{
+    if (m_valid && !key.isEmpty())
+        std::memcpy(m_bytes, key.constData(), static_cast<size_t>(key.size()));
+}
+
+CipherKey::~CipherKey() { OPENSSL_cleanse(m_bytes, sizeof m_bytes); }
+
+Cipher::Cipher(Direction direction, const unsigned char *key, const unsigned char *iv)
+{
+    const ErrorMark mark;
+    if (!key || !iv)
+        return;
+    m_context.reset(EVP_CIPHER_CTX_new());
+    if (m_context &&
+        EVP_CipherInit_ex2(m_context.get(), EVP_aes_256_cbc(), key, iv, static_cast<int>(direction), nullptr) != 1)
+        m_context.reset();
+}
+
+bool Cipher::update(const unsigned char *in, int length, unsigned char *out, int *produced)
+{
+    *produced = 0;
+    if (!m_context || length < 0)
+        return false;
+    const ErrorMark mark;
+    if (EVP_CipherUpdate(m_context.get(), out, produced, in, length) == 1)
+        return true;
+    *produced = 0;
+    return false;
+}
+
+bool Cipher::finish(unsigned char *out, int *produced)
+{
+    *produced = 0;
+    if (!m_context)
+        return false;
+    const ErrorMark mark;
+    if (EVP_CipherFinal_ex(m_context.get(), out, produced) == 1)
+        return true;
+    *produced = 0;
+    return false;
+}
+
+} // namespace Velmora

@@ -1,0 +1,71 @@
+/// @file FileCipher.h
+/// Encryption and decryption of whole files for the transfers: one pass, constant memory, and a result
+/// that says what went wrong. The functions block; call them on pool threads.
+///
+/// A stop mark may be set from any thread; it is looked at between two buffers and must outlive the call.
+#ifndef VELMORA_TRANSFER_FILECIPHER_H
+#define VELMORA_TRANSFER_FILECIPHER_H
+
+#include "transfer/Cipher.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <atomic>
+#include <cstddef>
+
+namespace Velmora {
+
+/// Bytes read and written at a time.
+constexpr std::size_t fileCipherBufferSize = 256 * 1024;
+
+enum class FileCipherStatus {
+    Ok,
+    BadKey,          ///< empty, or longer than 32 bytes
+    InputNotOpened,  ///< missing, not readable, or a folder
+    ReadFailed,      ///< the input broke off with an error
+    OutputNotOpened, ///< not creatable, or the input itself
+    WriteFailed,     ///< a full disk, for example
+    NotWholeBlocks,  ///< cipher text that was cut, or is empty
+    BadLastBlock,    ///< no valid padding: a wrong key or damaged cipher text
+    CipherFailed,    ///< the cipher could not be set up, or memory is short
+    Cancelled,       ///< the stop mark was set
+};
+
+struct FileCipherResult {
+    FileCipherStatus status = FileCipherStatus::Ok;
+    QString reason; ///< why, for people; the system's text where a file was at fault; empty when ok
+
+    bool ok() const { return status == FileCipherStatus::Ok; }
+};
+
+/// Encrypts `source` into `destination`, which is created or replaced. Unless the result is ok there is
+/// no destination left, or, where it could not be opened, the one that was there before.
+FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
+                             const std::atomic<bool> &stop);
+
+/// Decrypts `source` into `destination`; the same contract. Strict: anything but whole blocks that end
+/// in valid padding fails.
+FileCipherResult decryptFile(const QByteArray &key, const QString &source, const QString &destination,
+                             const std::atomic<bool> &stop);
+
+/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in
+/// `path` + "orig" (a leftover of that name is removed first) and takes its place only when complete:
+/// unless the result is ok, cancelled included, `path` is as it was and the sibling is gone.
+FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop);
+
+/// Replaces the file at `path` by its encryption, or leniently by its decryption, through the same sibling.
+/// Unlike the functions above it takes an empty key, as 32 zero bytes.
+/// @return 0 done, and also when the file could not be read or the sibling not be created; 1 the key
+///         is longer than 32 bytes or the cipher failed; 2 the result could not be written in full. The
+///         file is unchanged in all cases but success.
+int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt);
+
+/// What `TarnCrypt::do_encode_binfile` and `do_decode_binfile` do, with their codes. `key` is 32 bytes,
+/// `iv` 16 bytes, paths are UTF-8.
+int cryptBinaryFile(Cipher::Direction direction, const char *inPath, const char *outPath, const unsigned char *key,
+                    const unsigned char *iv);
+
+} // namespace Velmora
+
+#endif

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+#include <atomic>
+#include <vector>
+
+namespace Velmora {
+
+struct JoinResult {
+    bool joined = false;
+    QString renameProblem; ///< the joined file is complete, but could not take the target's place
+};
+
+/// Puts the pieces together in `growing`, in this order, removing each one that is in it, then lets
+/// `growing` take the place of `target` in one step. When joining fails, or `stop` is set, `growing` is
+/// removed. Blocks; for pool threads.
+JoinResult joinPieces(const std::vector<QString> &pieces, const QString &growing, const QString &target,
+                      const std::atomic<bool> &stop);
+
+} // namespace Velmora
