@@ -1,0 +1,80 @@
+/// @file TarnCrypt.h
+/// Hashing, signing and the AES file and buffer encryption that protects job files.
+#ifndef VELMORA_TARNCRYPT_H
+#define VELMORA_TARNCRYPT_H
+
+#include <velmora/Export.h>
+
+#include <string>
+
+namespace Velmora {
+
+/// Static helpers without state. All of them are re-entrant, may be called on any thread, need no
+/// application object, log nothing and report failures by their result alone.
+///
+/// The cipher is AES-256 in CBC mode with PKCS#7 padding: cipher text is a whole number of 16-byte
+/// blocks, 1 to 16 bytes longer than the plain text, and nothing else (no header, salt or length).
+/// A `key` is always 32 bytes, an `iv` 16 bytes; both stay the caller's and must not be null.
+/// CBC carries no signature: decryption cannot prove that cipher text is genuine.
+///
+/// Paths are UTF-8 on every platform, whatever the process's locale is.
+class VELMORA_EXPORT TarnCrypt {
+public:
+    /// How key text is read and how a digest is written. Any value but `Hex` counts as `Raw`.
+    enum KeyType : int {
+        Hex = 0, ///< key: hexadecimal digits; result: lower-case hexadecimal digits
+        Raw = 1, ///< key: the bytes of the string; result: base64
+    };
+
+    TarnCrypt() = default;
+
+    /// Base64 with a newline after every 64 characters, but none at the end: 32 bytes give 44
+    /// characters, 49 bytes give 64, a newline and 4 more.
+    /// @param length  in bytes; 0 or less gives an empty text
+    /// @return NUL-terminated text that the caller releases with `free`; null when memory is short
+    static char *base64(const unsigned char *data, int length);
+
+    /// SHA-256 of all bytes of `text`, NUL bytes included, as 64 lower-case hexadecimal digits.
+    static std::string sha_256(const std::string &text);
+
+    /// HMAC with SHA-256 of all bytes of `message`.
+    /// @param keyType     how `key` is read. In a `Hex` key every character that is not a hexadecimal
+    ///                    digit is skipped; of an odd number of digits the first is a byte of its own.
+    /// @param outputType  `Hex` gives 64 lower-case hexadecimal digits, `Raw` 44 base64 characters
+    static std::string hmac_sha_256(const KeyType &keyType, const std::string &key, const std::string &message,
+                                    const KeyType &outputType);
+
+    /// Encrypts one file into another, in constant memory. The output is created or replaced. The
+    /// input is read up to the size that it had when it was opened.
+    /// @return 0 done; 1 the input could not be opened or read, a folder included; 2 the output could
+    ///         not be opened or written in full, or is the input itself. The output is left alone
+    ///         where it was not opened, and removed where it was.
+    static int do_encode_binfile(const char *inPath, const char *outPath, const unsigned char *key,
+                                 const unsigned char *iv);
+
+    /// Decrypts one file into another. Lenient: a wrong key, or an input that is not whole blocks,
+    /// still gives 0. The output then lacks what the last block held, and may be garbled.
+    /// @return as `do_encode_binfile`
+    static int do_decode_binfile(const char *inPath, const char *outPath, const unsigned char *key,
+                                 const unsigned char *iv);
+
+    /// Encrypts a NUL-terminated text.
+    /// @param out        room for the text's length plus 16 bytes
+    /// @param outLength  receives the number of bytes written; left alone on failure
+    /// @return 0 done; 1 encryption failed; 2 its last step failed
+    static int do_hide(unsigned char *plain, unsigned char *out, int *outLength, const unsigned char *key,
+                       const unsigned char *iv);
+
+    /// Decrypts a buffer.
+    /// @param length     of `cipher` in bytes, a multiple of 16
+    /// @param out        room for `length` bytes; the plain text is not NUL-terminated
+    /// @param outLength  receives the number of bytes of plain text; left alone on failure
+    /// @return 0 done; 1 `length` is negative or no multiple of 16 (`out` is left alone), or decryption
+    ///         failed; 2 the last block is no valid padding (a wrong key, damaged or no cipher text)
+    static int do_show(unsigned char *cipher, int length, unsigned char *out, int *outLength, const unsigned char *key,
+                       const unsigned char *iv);
+};
+
+} // namespace Velmora
+
+#endif

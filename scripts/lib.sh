@@ -1,0 +1,77 @@
+# What the scripts beside this file share; sourced by them, not run. Bash with set -euo pipefail.
+# shellcheck shell=bash
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$root"
+
+say() { printf '%s\n' "$*" >&2; }
+
+# 75 becomes "1 min 15 s".
+duration() { (($1 < 60)) && printf '%d s' "$1" || printf '%d min %d s' $(($1 / 60)) $(($1 % 60)); }
+
+# Runs a command with its output in a log that is shown only when the command fails.
+# quietly LOG COMMAND...
+quietly() {
+    local log=$1 status=0
+    shift
+    "$@" >>"$log" 2>&1 </dev/null || status=$?
+    if ((status)); then
+        cat "$log" >&2
+        say "failed with status $status: $* (log: $log)"
+    fi
+    return "$status"
+}
+
+packages=(
+    g++ cmake ninja-build ccache
+    qtbase5-dev libqt5websockets5-dev libssl-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev
+    libgtest-dev libbenchmark-dev
+    openssl curl ca-certificates python3
+)
+
+# Installs what a build needs and the machine lacks; more packages may be named as arguments.
+# Without anything missing it touches nothing and needs no privileges and no network.
+install_missing() {
+    local package missing=() as_root=() log
+    if ! command -v dpkg-query >/dev/null; then
+        say "Not a Debian system; these packages, or their like, are needed: ${packages[*]} $*"
+        return 0
+    fi
+    for package in "${packages[@]}" "$@"; do
+        [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+    if ((EUID != 0)); then
+        if ! command -v sudo >/dev/null; then
+            say "Missing packages: ${missing[*]}"
+            say "Installing them takes root or sudo. As root: apt-get install ${missing[*]}"
+            return 1
+        fi
+        as_root=(sudo)
+    fi
+    say "Installing ${missing[*]}"
+    log=$(mktemp)
+    # sudo drops the environment, so the variable travels behind it. A fresh machine may be busy with
+    # its own upgrades: wait for the lock. -y lets apt replace another version of the Boost headers.
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
+    quietly "$log" "${apt[@]}" update || return
+    quietly "$log" "${apt[@]}" install --no-install-recommends "${missing[@]}" || return
+    grep '^Removing ' "$log" >&2 || true # what had to give way is the user's business
+    rm -f "$log"
+}
+
+build_folder() { [[ $1 == default ]] && echo build || echo "build-$1"; }
+
+# configure_and_build PRESET [TARGET...]
+configure_and_build() {
+    local preset=$1 folder log start=$SECONDS
+    shift
+    folder=$(build_folder "$preset")
+    mkdir -p "$folder"
+    log=$folder/build.log
+    : >"$log"
+    say "Building in $folder/ ..."
+    quietly "$log" cmake --preset "$preset" || return
+    quietly "$log" cmake --build --preset "$preset" ${1+--target "$@"} || return
+    say "Built in $(duration $((SECONDS - start)))."
+}

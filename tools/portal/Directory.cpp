@@ -1,0 +1,56 @@
+#include "Directory.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace VelmoraPortal {
+namespace fs = std::filesystem;
+
+Directory::Directory(const std::string &path)
+    : m_path(path)
+    , m_temporary(path.empty())
+{
+    if (m_temporary) {
+        m_path = (fs::temp_directory_path() / "velmora-portal-XXXXXX").string();
+        if (::mkdtemp(m_path.data()) == nullptr)
+            throw std::runtime_error("Cannot create a temporary directory for the portal");
+        return;
+    }
+    std::error_code ignored;
+    m_path = fs::absolute(m_path, ignored).lexically_normal().string();
+    fs::create_directories(fs::path(m_path).parent_path(), ignored);
+    if (::mkdir(m_path.c_str(), 0700) == 0)
+        return;
+    struct stat info = {};
+    if (::stat(m_path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+        throw std::runtime_error("Cannot create the directory " + m_path);
+    if (info.st_uid != ::geteuid() || (info.st_mode & 077) != 0)
+        throw std::runtime_error("The directory " + m_path + " must be yours alone (mode 0700)");
+}
+
+Directory::~Directory()
+{
+    std::error_code ignored;
+    if (m_temporary)
+        fs::remove_all(m_path, ignored);
+    else if (!m_written.empty())
+        fs::remove(m_written, ignored);
+}
+
+std::string Directory::write(const std::string &name, const std::string &text)
+{
+    m_written = (fs::path(m_path) / name).string();
+    std::ofstream file(m_written, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file)
+        throw std::runtime_error("Cannot write " + m_written);
+    return m_written;
+}
+
+} // namespace VelmoraPortal

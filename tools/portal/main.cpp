@@ -1,0 +1,115 @@
+#include "Control.h"
+#include "Portal.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+int wakePipe[2];
+
+extern "C" void onSignal(int)
+{
+    const char byte = 0;
+    const auto ignored = ::write(wakePipe[1], &byte, 1);
+    static_cast<void>(ignored);
+}
+
+/// Returns on SIGTERM, SIGINT or the end of standard input.
+void waitForEnd()
+{
+    pollfd watched[2] = {{wakePipe[0], POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+    for (;;) {
+        if (::poll(watched, 2, -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        if (watched[0].revents != 0 || (watched[1].revents & POLLNVAL) != 0)
+            return;
+        if (watched[1].revents == 0)
+            continue;
+        char buffer[4096];
+        const auto count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (count == 0)
+            return;
+        if (count < 0 && errno != EINTR && errno != EAGAIN)
+            watched[1].fd = -1; // a terminal that this background process may not read
+    }
+}
+
+std::string footer()
+{
+    std::string text = "Seeded users:\n";
+    for (const auto &user : VelmoraPortal::seededUsers())
+        text += "  " + user.email + "  password " + user.password +
+                (user.mfaCode.empty() ? "" : "  MFA code " + user.mfaCode) + '\n';
+    text +=
+        "Accounts ACC-1001 (the first user) and ACC-2002 (both), clusters hpc-eu-1, hpc-us-1 and hpc-lab-1 (accepts\n"
+        "no jobs), some past jobs with files, tags and transactions.\n\n";
+    text += VelmoraPortal::controlHelp;
+    text += "\n\nExample: curl --cacert CA https://HOST/control/faults -d "
+            "'{\"kind\": \"status\", \"path\": \"job/submit\", \"status\": 503, \"body\": \"{}\"}'";
+    return text;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    CLI::App app("The whole cloud service on this machine: HTTPS and secure WebSocket on one loopback port.\n"
+                 "Prints one line of JSON with its address and the certificate to trust, then serves until\n"
+                 "SIGTERM, SIGINT or the end of standard input.");
+    app.footer(footer());
+    VelmoraPortal::Options options;
+    double duration = 20;
+    long lifetime = 3600;
+    bool verbose = false;
+    app.add_option("--port", options.port, "Port to listen on; 0 takes a free one")->capture_default_str();
+    app.add_option("--directory", options.directory, "Private directory (mode 0700); a temporary one when not given");
+    app.add_option("--job-duration", duration, "Seconds from a job's submission to its finish")
+        ->capture_default_str()
+        ->check(CLI::Range(0.01, 1e6));
+    app.add_option("--token-lifetime", lifetime, "Seconds until an id token expires")
+        ->capture_default_str()
+        ->check(CLI::Range(1L, 0x7fffffffL));
+    app.add_flag("--verbose", verbose, "One line a request on standard error");
+    CLI11_PARSE(app, argc, argv);
+    options.jobDuration = std::chrono::milliseconds(static_cast<long>(duration * 1000));
+    options.tokenLifetime = std::chrono::seconds(lifetime);
+    if (verbose)
+        options.log = [](const std::string &line) { std::cerr << line + '\n' << std::flush; };
+
+    if (::pipe(wakePipe) != 0)
+        return 1;
+    std::signal(SIGTERM, onSignal);
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGTTIN, SIG_IGN);
+    try {
+        const VelmoraPortal::Portal portal(options);
+        nlohmann::ordered_json users = nlohmann::ordered_json::array();
+        for (const auto &user : VelmoraPortal::seededUsers()) {
+            users.push_back({{"email", user.email}, {"password", user.password}});
+            if (!user.mfaCode.empty())
+                users.back()["mfaCode"] = user.mfaCode;
+        }
+        const nlohmann::ordered_json line = {{"address", "127.0.0.1"},
+                                             {"port", portal.port()},
+                                             {"host", portal.host()},
+                                             {"ca", portal.caFile()},
+                                             {"users", users}};
+        std::cout << line.dump() << std::endl;
+        waitForEnd();
+    } catch (const std::exception &error) {
+        std::cerr << "velmora-portal: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}

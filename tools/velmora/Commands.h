@@ -1,0 +1,25 @@
+/// @file Commands.h
+/// The commands. Each prints its result, on success only, and throws `Failure` otherwise.
+#ifndef VELMORA_CLI_COMMANDS_H
+#define VELMORA_CLI_COMMANDS_H
+
+#include "Options.h"
+
+namespace Velmora::Cli {
+
+using Command = void(const Options &options);
+
+Command login;
+Command run;
+Command watch;
+Command jobs;
+Command job;
+Command progress;
+Command stop;
+Command archive;
+Command validate;
+Command status;
+
+} // namespace Velmora::Cli
+
+#endif

@@ -1,0 +1,98 @@
+#include "Json.h"
+
+namespace Velmora::Cli {
+
+namespace {
+
+QString text(const std::string &value) { return QString::fromStdString(value); }
+
+QJsonArray texts(const std::list<std::string> &values)
+{
+    QJsonArray array;
+    for (const std::string &value : values)
+        array.append(text(value));
+    return array;
+}
+
+QJsonObject toJson(const JobStatusEntry &entry)
+{
+    return {{QStringLiteral("jobId"), text(entry.jobId)},
+            {QStringLiteral("jobStatus"), text(entry.jobStatus)},
+            {QStringLiteral("jobStatusDate"), qint64(entry.jobStatusDate)}};
+}
+
+QJsonObject toJson(const SimulationStatusEntry &entry)
+{
+    return {{QStringLiteral("jobId"), text(entry.jobId)},
+            {QStringLiteral("simulationId"), text(entry.simulationId)},
+            {QStringLiteral("simulationStatus"), text(entry.simulationStatus)},
+            {QStringLiteral("simulationStatusDate"), qint64(entry.simulationStatusDate)}};
+}
+
+QJsonObject toJson(const SimulationProgress &progress)
+{
+    return {{QStringLiteral("simulationId"), text(progress.simulationId)},
+            {QStringLiteral("progress"), progress.progress}};
+}
+
+template <class List> QJsonArray arrayOf(const List &records)
+{
+    QJsonArray array;
+    for (const auto &record : records)
+        array.append(toJson(record));
+    return array;
+}
+
+QJsonObject toJson(const SimulationDetails &simulation)
+{
+    return {{QStringLiteral("simulationId"), text(simulation.simulationId)},
+            {QStringLiteral("consoleParameters"), text(simulation.consoleParameters)},
+            {QStringLiteral("simulationStatus"), arrayOf(simulation.simulationStatus)}};
+}
+
+} // namespace
+
+QJsonObject toJson(const ApiError &error)
+{
+    return {{QStringLiteral("errorCode"), error.errorCode},
+            {QStringLiteral("errorTitle"), text(error.errorTitle)},
+            {QStringLiteral("errorMessage"), text(error.errorMessage)}};
+}
+
+QJsonObject toJson(const JobDetails &job)
+{
+    QJsonArray simulations;
+    for (const SimulationDetails &simulation : job.simulations)
+        simulations.append(toJson(simulation));
+    return {{QStringLiteral("jobId"), text(job.jobId)},
+            {QStringLiteral("accountId"), text(job.accountId)},
+            {QStringLiteral("jobName"), text(job.jobName)},
+            {QStringLiteral("dockerTag"), text(job.dockerTag)},
+            {QStringLiteral("coresRequired"), job.coresRequired},
+            {QStringLiteral("coreHourEstimate"), job.coreHourEstimate},
+            {QStringLiteral("ramEstimate"), job.ramEstimate},
+            {QStringLiteral("mainFile"), text(job.mainFile)},
+            {QStringLiteral("precision"), text(job.precision)},
+            {QStringLiteral("numberOfParts"), job.numberOfParts},
+            {QStringLiteral("fileDependencies"), texts(job.fileDependencies)},
+            {QStringLiteral("fileAliases"), texts(job.fileAliases)},
+            {QStringLiteral("operation"), text(job.operation)},
+            {QStringLiteral("simulations"), simulations},
+            {QStringLiteral("jobStatus"), arrayOf(job.jobStatus)},
+            {QStringLiteral("jobType"), text(job.jobType)}};
+}
+
+QJsonObject toJson(const JobProgress &progress)
+{
+    return {{QStringLiteral("jobId"), text(progress.jobId)},
+            {QStringLiteral("simulationProgressList"), arrayOf(progress.simulationProgressList)}};
+}
+
+QJsonObject toJson(const SimulationAbortState &state)
+{
+    return {{QStringLiteral("jobID"), text(state.jobId)},
+            {QStringLiteral("simID"), text(state.simulationId)},
+            {QStringLiteral("status"), text(state.status)}};
+}
+
+} // namespace Velmora::Cli

@@ -1,0 +1,173 @@
+#include "Session.h"
+
+#include "Render.h"
+#include "Terminal.h"
+
+#include <QEventLoop>
+#include <QRegularExpression>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslSocket>
+#include <QTimer>
+#include <QUrl>
+
+namespace Velmora::Cli {
+
+namespace {
+
+constexpr int DefaultPort = 443;
+constexpr int ProbeMs = 3000;
+
+Failure wrongUse(const QString &message) { return Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"), message); }
+
+PortalTarget portalOf(const Options &options)
+{
+    if (options.portal == "test")
+        return PortalTarget::Test;
+    return options.portal == "development" ? PortalTarget::Development : PortalTarget::Production;
+}
+
+void trust(const std::string &file)
+{
+    const QString path = QString::fromStdString(file);
+    const QList<QSslCertificate> certificates =
+        QSslCertificate::fromPath(path, QSsl::Pem, QSslCertificate::PatternSyntax::FixedString);
+    if (certificates.isEmpty())
+        throw wrongUse(QStringLiteral("%1: no PEM certificate can be read there").arg(path));
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.addCaCertificates(certificates);
+    QSslConfiguration::setDefaultConfiguration(configuration);
+}
+
+/// The reason in words; the library reports only that no answer came.
+QString whyUnreachable(const std::string &host)
+{
+    const QUrl url(QStringLiteral("https://") + QString::fromStdString(host));
+    QSslSocket socket;
+    socket.connectToHostEncrypted(url.host(), quint16(url.port(DefaultPort)));
+    if (socket.waitForEncrypted(ProbeMs))
+        return QStringLiteral("the connection ended before an answer came");
+    QString reason = socket.errorString();
+    const auto errors = socket.sslHandshakeErrors();
+    if (!errors.isEmpty())
+        reason += QStringLiteral(" (name its certificate authority with --ca)");
+    return reason;
+}
+
+std::string askFor(const QString &question, Terminal::Echo echo, const QString &otherwise)
+{
+    const auto answer = Terminal::ask(question, echo);
+    if (Interrupt::instance().isRaised())
+        throw Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), QStringLiteral("interrupted"));
+    if (!answer || answer->isEmpty())
+        throw wrongUse(otherwise);
+    return answer->toStdString();
+}
+
+} // namespace
+
+Session::Session(const Options &options)
+    : m_options(options)
+    , m_host(hostOf(options))
+    , m_user(options.user)
+    , m_password(options.password)
+{
+    static const QRegularExpression hostForm(QStringLiteral("^(\\[[0-9A-Fa-f:.]+\\]|[A-Za-z0-9._-]+)(:[0-9]{1,5})?$"));
+    if (!hostForm.match(QString::fromStdString(m_host)).hasMatch())
+        throw wrongUse(QStringLiteral("%1 is not HOST or HOST:PORT").arg(shown(m_host)));
+    if (!options.host.empty())
+        qputenv("VELMORA_API_URL", QByteArray::fromStdString(options.host));
+    if (!options.caFile.empty())
+        trust(options.caFile);
+    Interrupt::instance();
+    m_api.setAPIPortal(portalOf(options));
+}
+
+void Session::signIn()
+{
+    if (m_user.empty())
+        m_user = askFor(QStringLiteral("User: "), Terminal::Echo::On,
+                        QStringLiteral("no user: set VELMORA_USER or give --user"));
+    const bool needsMfa = get<bool>([this](const auto &done) { m_api.checkMFAEnabled(m_user, done); });
+    if (m_password.empty())
+        m_password = askFor(QStringLiteral("Password for %1 on %2: ").arg(shown(m_user), shown(m_host)),
+                            Terminal::Echo::Off, QStringLiteral("no password: set VELMORA_PASSWORD"));
+    if (needsMfa)
+        m_mfaCode = readMfaCode();
+    const auto answer = ask<bool>([this](const auto &done) {
+        // The message of a success holds tokens; it ends here.
+        m_api.logUserIn(m_user, m_password, m_mfaCode, [done](const ApiError &error) {
+            done({error.errorCode, error.errorTitle, isSuccess(error) ? std::string() : error.errorMessage}, true);
+        });
+    });
+    check(answer.error);
+}
+
+std::string Session::readMfaCode() const
+{
+    std::string code = m_options.mfaCode;
+    if (code.empty())
+        code = askFor(QStringLiteral("One-time code: "), Terminal::Echo::On,
+                      QStringLiteral("a one-time code is needed: give --mfa or set VELMORA_MFA"));
+    QString digits = QString::fromStdString(code);
+    digits.remove(QLatin1Char(' '));
+    static const QRegularExpression codeForm(QStringLiteral("^[0-9]{1,9}$"));
+    if (!codeForm.match(digits).hasMatch())
+        throw wrongUse(QStringLiteral("the one-time code is not a number"));
+    return digits.toStdString();
+}
+
+void Session::signInAgain(const CloudAPI::Done &onComplete)
+{
+    m_api.logUserIn(m_user, m_password, std::string(), onComplete);
+}
+
+void Session::Waiting::complete()
+{
+    done = true;
+    if (wake)
+        wake();
+}
+
+void Session::wait(Waiting &waiting)
+{
+    Interrupt &interrupt = Interrupt::instance();
+    if (!waiting.done && !interrupt.isRaised()) {
+        QEventLoop loop;
+        waiting.wake = [&loop] { loop.quit(); };
+        QObject::connect(&interrupt, &Interrupt::raised, &loop, &QEventLoop::quit);
+        if (m_options.timeoutSeconds > 0)
+            QTimer::singleShot(m_options.timeoutSeconds * 1000, &loop, &QEventLoop::quit);
+        loop.exec();
+        waiting.wake = nullptr;
+    }
+    if (interrupt.isRaised())
+        throw Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), QStringLiteral("interrupted"));
+}
+
+void Session::check(const ApiError &error) const
+{
+    if (!isSuccess(error))
+        throw failureOf(error);
+}
+
+Failure Session::failureOf(const ApiError &error) const
+{
+    return error.errorCode == 0 ? noConnection() : Failure(ExitCode::Refused, error, errorText(error));
+}
+
+Failure Session::noConnection() const
+{
+    return Failure(ExitCode::NoConnection, QStringLiteral("No Connection"),
+                   QStringLiteral("could not reach %1: %2").arg(shown(m_host), whyUnreachable(m_host)));
+}
+
+QString errorText(const ApiError &error)
+{
+    QString text = withoutMarkup(error.errorTitle);
+    if (!error.errorMessage.empty())
+        text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + withoutMarkup(error.errorMessage);
+    return QStringLiteral("%1 (status %2)").arg(text).arg(error.errorCode);
+}
+
+} // namespace Velmora::Cli

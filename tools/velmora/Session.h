@@ -1,0 +1,90 @@
+/// @file Session.h
+/// The client's session with the service.
+#ifndef VELMORA_CLI_SESSION_H
+#define VELMORA_CLI_SESSION_H
+
+#include "Options.h"
+
+#include <velmora/CloudAPI.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace Velmora::Cli {
+
+/// Below 300, and an answer at all.
+inline bool isSuccess(const ApiError &error) { return error.errorCode > 0 && error.errorCode < 300; }
+
+/// A `CloudAPI` set up from the options, and a way to wait for its operations.
+class Session {
+public:
+    /// Applies portal, host and certificate authority to the whole process. Throws `Failure` when
+    /// they make no sense.
+    explicit Session(const Options &options);
+
+    CloudAPI &api() { return m_api; }
+    const std::string &host() const { return m_host; }
+    const std::string &user() const { return m_user; }
+    bool usedMfa() const { return !m_mfaCode.empty(); }
+
+    /// Signs in, asking on the terminal for what is missing. Throws `Failure`.
+    void signIn();
+    /// Signs in with the credentials used before, without asking; not possible with a one-time code.
+    bool canSignInAgain() const { return !m_password.empty() && m_mfaCode.empty(); }
+    void signInAgain(const CloudAPI::Done &onComplete);
+
+    /// Starts an operation and runs the event loop until it completes.
+    /// @return the outcome, code 0 when no answer came in time. Throws `Failure` on Ctrl-C.
+    template <class Result> struct Answer {
+        ApiError error;
+        Result result{};
+    };
+    template <class Result> Answer<Result> ask(const std::function<void(const CloudAPI::ResultDone<Result> &)> &start)
+    {
+        auto waiting = std::make_shared<Waiting>();
+        auto answer = std::make_shared<Answer<Result>>();
+        start([waiting, answer](const ApiError &error, const Result &result) {
+            answer->error = error;
+            answer->result = result;
+            waiting->complete();
+        });
+        wait(*waiting);
+        return *answer;
+    }
+    /// As `ask`, but a failed operation throws `Failure`.
+    template <class Result> Result get(const std::function<void(const CloudAPI::ResultDone<Result> &)> &start)
+    {
+        Answer<Result> answer = ask<Result>(start);
+        check(answer.error);
+        return std::move(answer.result);
+    }
+
+    /// Throws what an outcome stands for, unless it is a success.
+    void check(const ApiError &error) const;
+    Failure failureOf(const ApiError &error) const;
+    Failure noConnection() const;
+
+private:
+    struct Waiting {
+        bool done = false;
+        std::function<void()> wake;
+        void complete();
+    };
+    void wait(Waiting &waiting);
+    std::string readMfaCode() const;
+
+    Options m_options;
+    std::string m_host;
+    std::string m_user;
+    std::string m_password;
+    std::string m_mfaCode;
+    CloudAPI m_api;
+};
+
+/// What a person is told about an error of the service's.
+QString errorText(const ApiError &error);
+
+} // namespace Velmora::Cli
+
+#endif

@@ -1,0 +1,192 @@
+/// @file main.cpp
+/// The command line: arguments, help, exit codes.
+#include "Commands.h"
+#include "Options.h"
+#include "Terminal.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+
+using namespace Velmora::Cli;
+
+namespace {
+
+constexpr const char *ProgramHelp = R"(Exit codes:
+  0    done; for run and watch: the job finished
+  1    the service refused
+  2    wrong use: bad arguments, or a job file that cannot be read or is not valid
+  3    no connection to the service
+  4    the job ended without finishing (stopped, failed)
+  130  interrupted by Ctrl-C; a submitted job goes on at the service
+
+Environment:
+  VELMORA_USER      e-mail address to sign in with
+  VELMORA_PASSWORD  password; asked for on the terminal when it is not set
+  VELMORA_MFA       one-time code for users with multi-factor authentication
+  VELMORA_API_URL   HOST[:PORT] of the service, as --host
+
+Results go to standard output, progress and messages to standard error.
+"velmora COMMAND --help" explains a command.)";
+
+constexpr const char *RunHelp = R"(JOB.json is an object with these keys:
+  jobName                  name shown in lists; a time stamp is added to it
+  mainFile                 main input file (trninp, revinp or bldinp)
+  dependentFilesList       further input files
+  dependentFilesAliasList  one alias for each of them, in the same order
+  operation                0 MPI, 1 simulation, 2 review, 3 build
+  simulations              solver parameters, one text per simulation
+  numberOfParts            MPI: processes per simulation
+  coresRequired            otherwise: cores per simulation, 1 to 128
+  coreHourEstimate         core hours per simulation
+  ramEstimate              memory in MB, below 1843200
+  jobPrecision             0 single, 1 double
+  solverTag                solver image; leave it out to let the service choose
+  accountID                account to charge; --account wins over it
+  originApplication        submitting application, "velmora" unless given
+The job id is filled in. Ctrl-C leaves the job running and says how to watch it again.
+
+Example:
+  velmora run examples/jobs/beam-single.json --account ACCOUNT)";
+
+constexpr const char *WatchHelp = R"(Follows a job that was submitted before until it ends, as run does.
+Ctrl-C leaves the job running.)";
+
+constexpr const char *StopHelp = R"(Without SIMULATION every simulation of the job is stopped.)";
+
+constexpr const char *ValidateHelp = R"(Runs every check on a job file and names each one that fails. Nothing is sent.
+Exit code 0 when all hold, 2 otherwise.)";
+
+constexpr const char *LoginHelp = R"(Checks that the credentials are accepted. Nothing is stored: every command signs in
+by itself, with VELMORA_USER and VELMORA_PASSWORD or by asking on the terminal.)";
+
+void addCommonOptions(CLI::App &app, Options &options)
+{
+    const std::string group = "Service and output";
+    app.add_option("--user", options.user, "E-mail address to sign in with")->type_name("EMAIL")->group(group);
+    app.add_option("--mfa", options.mfaCode, "One-time code, for users who need one")->type_name("CODE")->group(group);
+    app.add_option("--portal", options.portal, "test, development or production (the default)")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"test", "development", "production"}).description(""))
+        ->group(group);
+    app.add_option("--host", options.host, "Host of the service instead of a portal's")
+        ->type_name("HOST[:PORT]")
+        ->group(group);
+    app.add_option("--ca", options.caFile, "PEM file of a certificate authority to trust as well")
+        ->type_name("FILE")
+        ->group(group);
+    app.add_option("--timeout", options.timeoutSeconds, "Seconds to wait for an answer; 60 unless given, 0 for ever")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, 86400).description(""))
+        ->group(group);
+    app.add_flag("--json", options.json, "One JSON document on standard output, also for a failure")->group(group);
+    app.add_flag("--verbose", options.verbose, "Log what goes on to standard error")->group(group);
+    app.add_flag("--quiet", options.quiet, "No progress and no notices")->group(group);
+}
+
+/// Wires the commands: each is one entry here and one function.
+class CommandLine {
+public:
+    explicit CommandLine(Options &options)
+        : m_options(options)
+    {
+        m_app.name("velmora");
+        m_app.set_version_flag("--version", std::string("velmora ") + VELMORA_VERSION, "Print the version");
+        m_app.require_subcommand(1);
+        m_app.footer(ProgramHelp);
+        addCommonOptions(m_app, m_options);
+
+        CLI::App *run = add("run", "Submit a job and follow it to its end", RunHelp, Velmora::Cli::run);
+        run->add_option("JOB.json", m_options.jobFile, "Job file")->required();
+        run->add_option("--account", m_options.accountId, "Account to charge")->type_name("ID");
+        run->add_option("--hpc", m_options.hpcId, "Cluster to run on; the service chooses unless given")
+            ->type_name("ID");
+        addPatience(*run);
+        CLI::App *watch = add("watch", "Follow a job to its end", WatchHelp, Velmora::Cli::watch);
+        addJobId(*watch);
+        addPatience(*watch);
+        add("jobs", "List your jobs, newest first", "", Velmora::Cli::jobs);
+        addJobId(*add("job", "Show all that is known about a job", "", Velmora::Cli::job));
+        addJobId(*add("progress", "Show how far a job's simulations are", "", Velmora::Cli::progress));
+        CLI::App *stop = add("stop", "Stop a job, or one of its simulations", StopHelp, Velmora::Cli::stop);
+        addJobId(*stop);
+        stop->add_option("SIMULATION", m_options.simulationId, "Simulation id");
+        addJobId(*add("archive", "Archive a job and list the jobs after that", "", Velmora::Cli::archive));
+        add("validate", "Check a job file", ValidateHelp, Velmora::Cli::validate)
+            ->add_option("JOB.json", m_options.jobFile, "Job file")
+            ->required();
+        add("login", "Check that you can sign in", LoginHelp, Velmora::Cli::login);
+        add("status", "Check that the service answers; no sign-in needed", "", Velmora::Cli::status);
+    }
+
+    CLI::App &app() { return m_app; }
+    Command *command() const { return m_command; }
+
+private:
+    CLI::App *add(const char *name, const char *summary, const char *help, Command *function)
+    {
+        CLI::App *sub = m_app.add_subcommand(name, summary);
+        sub->footer(help);
+        sub->callback([this, function] { m_command = function; });
+        addCommonOptions(*sub, m_options);
+        return sub;
+    }
+    void addJobId(CLI::App &sub) { sub.add_option("JOB", m_options.jobId, "Job id")->required(); }
+    void addPatience(CLI::App &sub)
+    {
+        sub.add_option("--patience", m_options.patienceSeconds,
+                       "Seconds to keep trying while the service gives no answer; 300 unless given")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(0, 86400).description(""));
+    }
+
+    CLI::App m_app{"Run simulations in the cloud, from a terminal or a script."};
+    Options &m_options;
+    Command *m_command = nullptr;
+};
+
+int fail(const Failure &failure, bool json)
+{
+    if (json)
+        Terminal::write(Terminal::Stream::Output, QString::fromUtf8(QJsonDocument(failure.toJson()).toJson()));
+    Terminal::write(Terminal::Stream::Error, QStringLiteral("velmora: %1\n").arg(failure.message()));
+    return int(failure.code());
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    Options options;
+    CommandLine line(options);
+    try {
+        line.app().parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() == 0)
+            return line.app().exit(error);
+        const bool json = std::any_of(argv + 1, argv + argc,
+                                      [](const char *argument) { return std::strcmp(argument, "--json") == 0; });
+        return fail(Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"),
+                            QStringLiteral("%1\nTry: velmora --help").arg(QString::fromLocal8Bit(error.what()))),
+                    json);
+    }
+    fillFromEnvironment(options);
+    QLoggingCategory::setFilterRules(options.verbose ? QStringLiteral("velmora.debug=true")
+                                                     : QStringLiteral("velmora=false"));
+    try {
+        line.command()(options);
+        return int(ExitCode::Done);
+    } catch (const Failure &failure) {
+        return fail(failure, options.json);
+    } catch (const std::exception &error) {
+        return fail(Failure(ExitCode::WrongUse, QStringLiteral("Error"), QString::fromLocal8Bit(error.what())),
+                    options.json);
+    }
+}
