@@ -17,6 +17,11 @@ namespace {
 constexpr const char *failureTitle = "Unable to download file";
 constexpr const char *writeFailureTitle = "Unable to write to target file";
 
+ApiError stitchFailure()
+{
+    return {400, failureTitle, "We were unable to stitch the requested file back together from its chunks."};
+}
+
 QString absoluteTarget(const FileDownloadDetails &file)
 {
     return QFileInfo(QDir::fromNativeSeparators(toQt(file.localFileLocation))).absoluteFilePath();
@@ -81,6 +86,13 @@ void DownloadObjects::begin()
         join();
         return;
     }
+    QSet<QString> names;
+    for (const auto &piece : m_pieces)
+        names.insert(piece->path());
+    if (names.size() != static_cast<int>(m_pieces.size())) { // two pieces of one name would mix in one file
+        fail(stitchFailure());
+        return;
+    }
     for (const auto &piece : m_pieces) {
         connect(piece.get(), &FileDownload::downloadProgress, this, &DownloadObjects::onChunkProgress);
         connect(piece.get(), &FileDownload::downloadComplete, this, &DownloadObjects::onChunkComplete);
@@ -119,15 +131,13 @@ void DownloadObjects::onChunkComplete(const ApiError &error)
 
 void DownloadObjects::join()
 {
-    const ApiError stitchFailure{400, failureTitle,
-                                 "We were unable to stitch the requested file back together from its chunks."};
     std::map<int, QString> ordered;
     for (const auto &piece : m_pieces) {
         if (const int number = pieceNumber(piece->fileName()); number >= 0)
             ordered[number] = piece->path();
     }
     if (ordered.empty() || ordered.size() != m_pieces.size()) {
-        fail(stitchFailure);
+        fail(stitchFailure());
         return;
     }
     if (!isSafeFileName(baseName(withoutPieceSuffix(m_pieces.front()->fileName())))) {
@@ -145,9 +155,9 @@ void DownloadObjects::join()
         [result, paths, growing, target = m_target](const std::atomic<bool> &stop) {
             *result = joinPieces(paths, growing, target, stop);
         },
-        [this, result, stitchFailure] {
+        [this, result] {
             if (!result->joined)
-                fail(stitchFailure);
+                fail(stitchFailure());
             else if (!result->renameProblem.isEmpty())
                 fail({400, writeFailureTitle, result->renameProblem.toStdString()});
             else

@@ -18,6 +18,7 @@ public:
     RequestBody(QByteArray head, std::unique_ptr<QFile> file, QByteArray tail);
 
     bool isSequential() const override { return true; }
+    bool seek(qint64) override { return false; } // quietly: the network layer does try
     /// The whole body in bytes.
     qint64 size() const override { return m_size; }
     qint64 bytesAvailable() const override { return m_size - m_taken + QIODevice::bytesAvailable(); }

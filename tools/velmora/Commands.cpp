@@ -35,7 +35,7 @@ QString number(double value) { return QString::number(value, 'g', 6); }
 
 Table simulationTable(const JobState &state)
 {
-    Table table({{QStringLiteral("SIMULATION"), Align::Left, true},
+    Table table({{QStringLiteral("SIMULATION"), Align::Left},
                  {QStringLiteral("STATUS"), Align::Left},
                  {QStringLiteral("DONE"), Align::Right},
                  {QStringLiteral("PARAMETERS"), Align::Left, true}});
@@ -61,15 +61,16 @@ Table jobTable(const std::list<JobDetails> &list)
         sorted.push_back(&entry);
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const auto *a, const auto *b) { return submittedAt(*a) > submittedAt(*b); });
-    Table table({{QStringLiteral("JOB"), Align::Left, true},
+    Table table({{QStringLiteral("JOB"), Align::Left},
                  {QStringLiteral("NAME"), Align::Left, true},
                  {QStringLiteral("STATUS"), Align::Left},
                  {QStringLiteral("SUBMITTED"), Align::Left},
-                 {QStringLiteral("SIMULATIONS"), Align::Right},
+                 {QStringLiteral("SIMS"), Align::Right},
                  {QStringLiteral("CORES"), Align::Right}});
     for (const JobDetails *entry : sorted)
-        table.add({shown(entry->jobId), shown(entry->jobName), shown(statusOf(*entry)), dateText(submittedAt(*entry)),
-                   QString::number(entry->simulations.size()), QString::number(entry->coresRequired)});
+        table.add({shown(entry->jobId), shown(entry->jobName), shown(statusOf(*entry)),
+                   dateText(submittedAt(*entry)).left(16), QString::number(entry->simulations.size()),
+                   QString::number(entry->coresRequired)});
     return table;
 }
 
@@ -93,7 +94,7 @@ QString jobText(const JobDetails &details)
     for (const JobStatusEntry &entry : details.jobStatus)
         fact("Status", QStringLiteral("%1  %2").arg(dateText(entry.jobStatusDate), shown(entry.jobStatus).toLower()));
 
-    Table simulations({{QStringLiteral("SIMULATION"), Align::Left, true},
+    Table simulations({{QStringLiteral("SIMULATION"), Align::Left},
                        {QStringLiteral("STATUS"), Align::Left},
                        {QStringLiteral("PARAMETERS"), Align::Left, true}});
     for (const SimulationDetails &simulation : details.simulations)
@@ -152,7 +153,7 @@ JobDetails submit(Session &session, const Options &options, JobSubmit job)
     if (job.jobID.empty())
         throw Failure(ExitCode::Refused, QStringLiteral("Error Submitting Job"),
                       QStringLiteral("the service gave out no job id"));
-    const QString hint = QStringLiteral("whether %1 was submitted is not known; see: velmora job %1%2")
+    const QString hint = QStringLiteral("whether %1 was submitted is not known; see:\n  velmora job %1%2")
                              .arg(shown(job.jobID), sameOptions(options));
     try {
         JobDetails details = session.get<JobDetails>([&](const auto &done) { session.api().submitNewJob(job, done); });
@@ -171,10 +172,10 @@ JobDetails submit(Session &session, const Options &options, JobSubmit job)
 /// Follows the job, then ends the command with its table or by what went wrong.
 void followToEnd(Session &session, const Options &options, ProgressView &view, JobState &state)
 {
-    Follow follow(session, state, view, options.patienceSeconds);
+    Follow follow(session, state, view, options);
     const Follow::End end = follow.run();
     const QString jobId = shown(state.job.jobId);
-    const QString again = QStringLiteral("watch it again with: velmora watch %1%2").arg(jobId, sameOptions(options));
+    const QString again = QStringLiteral("watch it again with:\n  velmora watch %1%2").arg(jobId, sameOptions(options));
     const QString key = QStringLiteral("jobId");
     const QString value = QString::fromStdString(state.job.jobId);
     switch (end) {
@@ -272,7 +273,7 @@ void progress(const Options &options)
         session.get<JobProgress>([&](const auto &done) { session.api().getJobProgress(options.jobId, done); });
     print(options, toJson(result), [&] {
         const BarStyle style = BarStyle::forTerminal(Terminal::speaksUtf8());
-        Table table({{QStringLiteral("SIMULATION"), Align::Left, true},
+        Table table({{QStringLiteral("SIMULATION"), Align::Left},
                      {QStringLiteral("DONE"), Align::Right},
                      {QString(), Align::Left}});
         for (const SimulationProgress &entry : result.simulationProgressList)
@@ -294,9 +295,9 @@ void stop(const Options &options)
         states.push_back(session.get<SimulationAbortState>(
             [&](const auto &done) { session.api().killSimulation(options.jobId, options.simulationId, done); }));
     print(options, {{QStringLiteral("simulationAbortList"), toJsonArray(states)}}, [&] {
-        Table table({{QStringLiteral("SIMULATION"), Align::Left, true}, {QStringLiteral("STATUS"), Align::Left, true}});
+        Table table({{QStringLiteral("SIMULATION"), Align::Left}, {QStringLiteral("STATUS"), Align::Left, true}});
         for (const SimulationAbortState &state : states)
-            table.add({shown(state.simulationId), shown(state.status)});
+            table.add({shown(state.simulationId), shown(state.status).toLower()});
         return fitted(table);
     });
 }

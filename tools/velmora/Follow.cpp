@@ -15,11 +15,10 @@ namespace {
 
 constexpr int FirstRetryMs = 1000;
 constexpr int LongestRetryMs = 30000;
-constexpr int LivePollMs = 10000;
+constexpr int LivePollMs = 5000;
 constexpr int BlindPollMs = 2000;
 constexpr int LeastPollGapMs = 250;
 constexpr int LongestPollBackoffMs = 15000;
-constexpr int AnswerMs = 30000;
 constexpr int SilentMs = 15000;
 constexpr int RenewalWaitMs = 500;
 constexpr int MostRenewalWaits = 40;
@@ -32,18 +31,18 @@ bool passesByItself(const ApiError &error)
 
 } // namespace
 
-Follow::Follow(Session &session, JobState &state, ProgressView &view, int patienceSeconds)
+Follow::Follow(Session &session, JobState &state, ProgressView &view, const Options &options)
     : m_session(session)
     , m_state(state)
     , m_view(view)
-    , m_patienceMs(qint64(patienceSeconds) * 1000)
+    , m_patienceMs(qint64(options.patienceSeconds) * 1000)
     , m_jobId(state.job.jobId)
     , m_resubscribeMs(FirstRetryMs)
     , m_retryMs(FirstRetryMs)
 {
     for (QTimer *timer : {&m_resubscribeTimer, &m_pollTimer, &m_answerTimer})
         timer->setSingleShot(true);
-    m_answerTimer.setInterval(AnswerMs);
+    m_answerTimer.setInterval(options.timeoutSeconds * 1000);
     connect(&m_resubscribeTimer, &QTimer::timeout, this, &Follow::subscribe);
     connect(&m_pollTimer, &QTimer::timeout, this, &Follow::poll);
     connect(&m_answerTimer, &QTimer::timeout, this, [this] {
@@ -186,7 +185,8 @@ void Follow::poll()
     m_pollAgain = false;
     const int number = ++m_round.number;
     m_round.unanswered = 2;
-    m_answerTimer.start();
+    if (m_answerTimer.interval() > 0)
+        m_answerTimer.start();
 
     QPointer<Follow> self(this);
     const auto isCurrent = [self, number] { return self && !self->m_ended && self->m_round.number == number; };

@@ -36,8 +36,8 @@ class Follow : public QObject {
 public:
     enum class End { Finished, NotFinished, Refused, Unreachable, Interrupted };
 
-    /// All three must outlive the follower. `state` is where the job stands and is kept up to date.
-    Follow(Session &session, JobState &state, ProgressView &view, int patienceSeconds);
+    /// The first three must outlive the follower. `state` is where the job stands and is kept up to date.
+    Follow(Session &session, JobState &state, ProgressView &view, const Options &options);
     ~Follow() override;
 
     /// Runs the event loop until the job has ended or following it makes no sense any more.

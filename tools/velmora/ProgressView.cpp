@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace Velmora::Cli {
 
@@ -42,22 +41,30 @@ LiveBlock::LiveBlock(Write write)
 {
 }
 
-void LiveBlock::show(const QStringList &lines)
+QString LiveBlock::toTop(int columns) const
 {
-    QString text;
-    if (m_drawn > 0)
-        text += QStringLiteral("\x1b[%1A\r").arg(m_drawn);
-    for (const QString &line : lines)
-        text += line + QStringLiteral("\x1b[K\n");
-    m_write(text + QStringLiteral("\x1b[J"));
-    m_drawn = lines.size();
+    int rows = 0;
+    for (const int width : m_drawn)
+        rows += std::max(1, (width + columns - 1) / columns);
+    return rows > 0 ? QStringLiteral("\x1b[%1A\r").arg(rows) : QString();
 }
 
-void LiveBlock::clear()
+void LiveBlock::show(const QStringList &lines, int columns)
 {
-    if (m_drawn > 0)
-        m_write(QStringLiteral("\x1b[%1A\r\x1b[J").arg(m_drawn));
-    m_drawn = 0;
+    QString text = toTop(columns);
+    m_drawn.clear();
+    for (const QString &line : lines) {
+        text += line + QStringLiteral("\x1b[K\n");
+        m_drawn.push_back(displayWidth(line));
+    }
+    m_write(text + QStringLiteral("\x1b[J"));
+}
+
+void LiveBlock::clear(int columns)
+{
+    if (!m_drawn.empty())
+        m_write(toTop(columns) + QStringLiteral("\x1b[J"));
+    m_drawn.clear();
 }
 
 ProgressMode progressMode(const Options &options)
@@ -80,12 +87,12 @@ QStringList jobFrame(const JobState &state, long long elapsedSeconds, Terminal::
         finished += state.progressOf(simulation) == 100 ? 1 : 0;
     }
 
-    QStringList lines;
-    lines << elided(QStringLiteral("%1  %2  %3 of %4 done  %5")
-                        .arg(shown(state.job.jobName.empty() ? state.job.jobId : state.job.jobName),
-                             shown(statusOf(state.job)), QString::number(finished), QString::number(simulations.size()),
-                             durationText(elapsedSeconds)),
-                    columns);
+    const QString heading = QStringLiteral("  %1  %2 of %3 done  %4")
+                                .arg(shown(statusOf(state.job)), QString::number(finished),
+                                     QString::number(simulations.size()), durationText(elapsedSeconds));
+    const QString name = shown(state.job.jobName.empty() ? state.job.jobId : state.job.jobName);
+    const int nameRoom = std::max(1, columns - displayWidth(heading));
+    QStringList lines{elided(elided(name, nameRoom) + heading, columns)};
 
     const size_t room = size_t(std::max(1, size.rows - 1));
     std::vector<const SimulationDetails *> hidden;
@@ -145,7 +152,7 @@ void ProgressView::notice(const QString &text)
 {
     if (m_mode == ProgressMode::None)
         return;
-    m_block.clear();
+    m_block.clear(Terminal::size(Terminal::Stream::Error).columns);
     writeError(text + QLatin1Char('\n'));
     tick();
 }
@@ -154,7 +161,8 @@ void ProgressView::draw()
 {
     Terminal::Size size = Terminal::size(Terminal::Stream::Error);
     --size.rows; // the cursor's own line
-    m_block.show(jobFrame(m_state, m_start.elapsed() / 1000, size, BarStyle::forTerminal(Terminal::speaksUtf8())));
+    m_block.show(jobFrame(m_state, m_start.elapsed() / 1000, size, BarStyle::forTerminal(Terminal::speaksUtf8())),
+                 size.columns);
 }
 
 void ProgressView::writeChanges()

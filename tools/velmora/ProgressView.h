@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace Velmora::Cli {
 
@@ -23,16 +24,19 @@ class LiveBlock {
 public:
     using Write = std::function<void(const QString &)>;
     explicit LiveBlock(Write write);
-    /// Every line must fit the terminal's width.
-    void show(const QStringList &lines);
+    /// Every line must fit the terminal's columns. What stands there is taken to have been wrapped
+    /// anew if the terminal has become narrower since.
+    void show(const QStringList &lines, int columns);
     /// Takes the block away, so that other text can follow.
-    void clear();
+    void clear(int columns);
     /// Leaves the block where it stands.
-    void leave() { m_drawn = 0; }
+    void leave() { m_drawn.clear(); }
 
 private:
+    QString toTop(int columns) const;
+
     Write m_write;
-    int m_drawn = 0;
+    std::vector<int> m_drawn; ///< widths of the lines that stand there
 };
 
 enum class ProgressMode { Bars, Lines, None };

@@ -167,7 +167,7 @@ QString errorText(const ApiError &error)
     QString text = withoutMarkup(error.errorTitle);
     if (!error.errorMessage.empty())
         text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + withoutMarkup(error.errorMessage);
-    return QStringLiteral("%1 (status %2)").arg(text).arg(error.errorCode);
+    return QStringLiteral("%1 (status %2)").arg(text, QString::number(error.errorCode));
 }
 
 } // namespace Velmora::Cli

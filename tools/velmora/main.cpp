@@ -103,7 +103,7 @@ public:
         addCommonOptions(m_app, m_options);
 
         CLI::App *run = add("run", "Submit a job and follow it to its end", RunHelp, Velmora::Cli::run);
-        run->add_option("JOB.json", m_options.jobFile, "Job file")->required();
+        run->add_option("JOB.json", m_options.jobFile, "Job file")->type_name("")->required();
         run->add_option("--account", m_options.accountId, "Account to charge")->type_name("ID");
         run->add_option("--hpc", m_options.hpcId, "Cluster to run on; the service chooses unless given")
             ->type_name("ID");
@@ -116,10 +116,11 @@ public:
         addJobId(*add("progress", "Show how far a job's simulations are", "", Velmora::Cli::progress));
         CLI::App *stop = add("stop", "Stop a job, or one of its simulations", StopHelp, Velmora::Cli::stop);
         addJobId(*stop);
-        stop->add_option("SIMULATION", m_options.simulationId, "Simulation id");
+        stop->add_option("SIMULATION", m_options.simulationId, "Simulation id")->type_name("");
         addJobId(*add("archive", "Archive a job and list the jobs after that", "", Velmora::Cli::archive));
         add("validate", "Check a job file", ValidateHelp, Velmora::Cli::validate)
             ->add_option("JOB.json", m_options.jobFile, "Job file")
+            ->type_name("")
             ->required();
         add("login", "Check that you can sign in", LoginHelp, Velmora::Cli::login);
         add("status", "Check that the service answers; no sign-in needed", "", Velmora::Cli::status);
@@ -137,7 +138,7 @@ private:
         addCommonOptions(*sub, m_options);
         return sub;
     }
-    void addJobId(CLI::App &sub) { sub.add_option("JOB", m_options.jobId, "Job id")->required(); }
+    void addJobId(CLI::App &sub) { sub.add_option("JOB", m_options.jobId, "Job id")->type_name("")->required(); }
     void addPatience(CLI::App &sub)
     {
         sub.add_option("--patience", m_options.patienceSeconds,
@@ -155,7 +156,11 @@ int fail(const Failure &failure, bool json)
 {
     if (json)
         Terminal::write(Terminal::Stream::Output, QString::fromUtf8(QJsonDocument(failure.toJson()).toJson()));
-    Terminal::write(Terminal::Stream::Error, QStringLiteral("velmora: %1\n").arg(failure.message()));
+    // The terminal has put its "^C" where the cursor stood.
+    const bool midLine = failure.code() == ExitCode::Interrupted && Terminal::isTerminal(Terminal::Stream::Error);
+    Terminal::write(
+        Terminal::Stream::Error,
+        QStringLiteral("%1velmora: %2\n").arg(midLine ? QStringLiteral("\n") : QString(), failure.message()));
     return int(failure.code());
 }
 
