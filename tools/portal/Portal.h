@@ -29,16 +29,16 @@ struct Options {
 };
 
 enum class FaultKind {
-    Status,        ///< answers `status`, `body`, `contentType`. NOT processed. Refuses a socket's handshake.
-    Delay,         ///< holds the answer back for `delay`. PROCESSED before the wait. A handshake is held back, too.
-    CutHead,       ///< PROCESSED, then closed in the middle of the answer's head.
-    CutBody,       ///< PROCESSED, then closed after `bytes` bytes of the body; content-length names the whole.
-    ResetBefore,   ///< NOT processed, not read: the next connection is reset when accepted, or the next request
-                   ///< on an open connection when its head arrives, whatever its path.
-    ResetAfter,    ///< PROCESSED, then the connection is reset without an answer.
-    HangUp,        ///< read in full, NOT processed, connection closed without an answer.
-    Silence,       ///< read in full, NOT processed, never answered, connection kept. Also for a handshake.
-    SocketDrop,    ///< the connection of an accepted socket is closed without a close frame
+    Status,      ///< answers `status`, `body`, `contentType`. NOT processed. Refuses a socket's handshake.
+    Delay,       ///< holds the answer back for `delay`. PROCESSED before the wait. A handshake is held back, too.
+    CutHead,     ///< PROCESSED, then closed in the middle of the answer's head.
+    CutBody,     ///< PROCESSED, then closed after `bytes` bytes of the body; content-length names the whole.
+    ResetBefore, ///< NOT processed, not read: the next connection is reset after its TLS handshake, or the next request
+                 ///< on an open connection when its head arrives, whatever its path.
+    ResetAfter,  ///< PROCESSED, then the connection is reset without an answer.
+    HangUp,      ///< read in full, NOT processed, connection closed without an answer.
+    Silence,     ///< read in full, NOT processed, never answered, connection kept. Also for a handshake.
+    SocketDrop,  ///< the connection of an accepted socket is closed without a close frame
     SocketSilence, ///< an accepted socket sends no more texts; pings are still noted and ponged
     SocketClose,   ///< an accepted socket closes with `closeCode` and `reason`
 };

@@ -231,8 +231,12 @@ public:
     {
         lowest().expires_after(handshakeTime);
         m_stream.async_handshake(net::ssl::stream_base::server, [self = shared_from_this()](error_code error) {
-            if (!error)
-                self->readHead();
+            if (error)
+                return;
+            // Not at once when accepted: some clients quietly connect again when a connection attempt fails.
+            if (self->m_server.handler.resetsConnection())
+                return reset(self->lowest().socket());
+            self->readHead();
         });
     }
 
@@ -449,7 +453,7 @@ void Server::Impl::accept()
             });
             return;
         }
-        if (*connections >= maxConnections || handler.resetsConnection()) {
+        if (*connections >= maxConnections) {
             reset(socket);
         } else {
             error_code ignored;

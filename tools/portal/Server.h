@@ -15,7 +15,7 @@ class ServerHandler {
 public:
     virtual ~ServerHandler() = default;
 
-    /// True resets the connection: asked once when it is accepted and again before each further request
+    /// True resets the connection: asked once when its TLS handshake is done and again before each further request
     /// on it is read beyond its head.
     virtual bool resetsConnection() = 0;
     virtual Answer answer(const HttpRequest &request) = 0;
