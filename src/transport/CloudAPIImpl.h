@@ -160,6 +160,7 @@ private:
     void deliver(const std::function<void(Parameters...)> &callback, Values &&...values);
 
     QNetworkReply *send(const Request &request);
+    QNetworkReply *sendOnce(QNetworkRequest request, const QByteArray &verb, const QByteArray &body);
     void announce(const char *text);
     void onRequestFinished();
     void requestTokens(RequestType type, const QJsonObject &body, const Done &onComplete);

@@ -70,20 +70,25 @@ QNetworkReply *CloudAPIImpl::sendJson(QNetworkRequest request, const QByteArray 
 QNetworkReply *CloudAPIImpl::sendGet(QNetworkRequest request)
 {
     announce("Cloud API: Network Request Started:");
-    restrict(request);
-    return m_network->get(request);
+    return sendOnce(request, "GET", {});
 }
 
 QNetworkReply *CloudAPIImpl::sendDelete(QNetworkRequest request)
 {
     announce("Cloud API: Network Request Started:");
-    restrict(request);
-    return m_network->deleteResource(request);
+    return sendOnce(request, "DELETE", {});
 }
 
 QNetworkReply *CloudAPIImpl::sendCustom(QNetworkRequest request, const QByteArray &verb, const QByteArray &body)
 {
     announce("Cloud API: Custom Network Request Started:");
+    return sendOnce(request, verb, body);
+}
+
+// Also without a body: the network layer repeats what it could send again, and an empty body that
+// cannot be rewound keeps it from that.
+QNetworkReply *CloudAPIImpl::sendOnce(QNetworkRequest request, const QByteArray &verb, const QByteArray &body)
+{
     restrict(request);
     announceBody(request, body.size());
     auto *device = new RequestBody(body, nullptr, {});

@@ -1,0 +1,71 @@
+#pragma once
+
+// What a test of network code needs around it: a server that the library uses, an end to waiting, and
+// the library's log. Each undoes on destruction what it changed for the process.
+
+#include "support/ScriptedServer.h"
+
+#include <QByteArray>
+#include <QSslConfiguration>
+#include <QStringList>
+
+#include <functional>
+
+/// PEM of the authority that signed every test server's certificate; made once per process.
+QByteArray testAuthority();
+/// A server's end of TLS, with a certificate for 127.0.0.1 and localhost.
+QSslConfiguration serverConfiguration();
+
+/// Sets an environment variable; a null value removes it.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char *name, const QByteArray &value);
+    ~ScopedEnvironment();
+    ScopedEnvironment(const ScopedEnvironment &) = delete;
+    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
+
+private:
+    const char *m_name;
+    bool m_wasSet;
+    QByteArray m_before;
+};
+
+/// Makes this process, and nothing else on the machine, trust one authority only.
+class ScopedTrust {
+public:
+    explicit ScopedTrust(const QByteArray &authorityPem = testAuthority());
+    ~ScopedTrust();
+    ScopedTrust(const ScopedTrust &) = delete;
+    ScopedTrust &operator=(const ScopedTrust &) = delete;
+
+private:
+    QSslConfiguration m_before;
+};
+
+/// A server that every `CloudAPI` talks to meanwhile, and trusts.
+struct Loopback {
+    ScriptedServer server;
+    ScopedTrust trust;
+    ScopedEnvironment address{"VELMORA_API_URL", server.host()};
+};
+
+/// Collects the lines of the log category "velmora" and, apart, the warnings of everybody else (Qt's
+/// own among them). Only one at a time.
+class LogCatcher {
+public:
+    LogCatcher();
+    ~LogCatcher();
+    LogCatcher(const LogCatcher &) = delete;
+    LogCatcher &operator=(const LogCatcher &) = delete;
+
+    QStringList lines() const;
+    QStringList warnings() const;
+    void clear();
+};
+
+/// Runs the event loop until the condition holds; it is looked at whenever the loop has nothing left to
+/// do. @return false when it still does not after that many milliseconds: a hang fails a test, not the run.
+bool waitUntil(const std::function<bool()> &condition, int deadline = 10000);
+
+/// Delivers everything that is due on this thread now.
+void settle();

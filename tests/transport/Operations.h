@@ -1,0 +1,117 @@
+#pragma once
+
+// Every operation that sends a request, as a table: what it is called with, what the service must then
+// see, one good answer, and what becomes of it.
+
+#include "support/Internals.h"
+#include "support/Loopback.h"
+
+#include "model/Json.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <ostream>
+#include <vector>
+
+/// What a completion callback received.
+struct Completion {
+    int calls = 0;
+    Velmora::ApiError error;
+    QJsonValue result;
+    bool isDefault = false;     ///< the result is a default-constructed one
+    std::function<void()> then; ///< run at the callback's end; may destroy everything but this record
+};
+
+QJsonValue toJson(const Velmora::DeleteFileDetails &file);
+template <class Result> QJsonValue toJson(const Result &result)
+{
+    return Velmora::Detail::writeValue(result, Velmora::Form::Reply);
+}
+
+/// Converts to every kind of completion callback; to an empty one for a null record.
+struct Into {
+    Completion *completion;
+
+    template <class Result> operator std::function<void(const Velmora::ApiError &, const Result &)>() const
+    {
+        if (!completion)
+            return {};
+        return [to = completion](const Velmora::ApiError &error, const Result &result) {
+            to->result = toJson(result);
+            to->isDefault = to->result == toJson(Result{});
+            record(to, error);
+        };
+    }
+    operator Velmora::CloudAPI::Done() const
+    {
+        if (!completion)
+            return {};
+        return [to = completion](const Velmora::ApiError &error) { record(to, error); };
+    }
+
+private:
+    static void record(Completion *to, const Velmora::ApiError &error)
+    {
+        ++to->calls;
+        to->error = error;
+        if (to->then)
+            to->then();
+    }
+};
+
+struct Operation {
+    const char *name;
+    const char *verb;
+    const char *target;
+    QByteArray body;
+    const char *title;
+    QByteArray reply;  ///< a good answer
+    QByteArray result; ///< what it reads as: one JSON value in an array, of which the result holds at least this
+    std::function<void(Velmora::CloudAPI &, Into)> call;
+
+    friend std::ostream &operator<<(std::ostream &out, const Operation &operation) { return out << operation.name; }
+};
+
+const std::vector<Operation> &operations();
+const Operation &operation(const char *name);
+
+/// An indented JSON object of text members, written out without help of the code under test.
+QByteArray indented(std::initializer_list<std::pair<const char *, const char *>> members);
+
+/// True when `whole` is `part`, or an object with more members.
+bool holds(const QJsonValue &whole, const QJsonValue &part);
+
+/// A session against a scripted server. Any warning of Qt during a test is a fault too, but for two that
+/// are the price of what is meant: a token without a lifetime, a body that cannot be sent again.
+class TransportTest : public testing::Test {
+protected:
+    void TearDown() override
+    {
+        for (const QString &warning : log.warnings()) {
+            EXPECT_TRUE(warning.endsWith(QLatin1String("Timers cannot have negative intervals")) ||
+                        warning.endsWith(QLatin1String("Cannot call seek on a sequential device")))
+                << warning.toStdString();
+        }
+    }
+
+    /// Calls the operation and waits for its completion.
+    const Completion &run(const Operation &operation);
+    void logIn(int expiresIn = 3600);
+    int sent(const char *verb, const char *target) const;
+    bool wait(const Completion &completion, int calls = 1)
+    {
+        return waitUntil([&] { return completion.calls >= calls; });
+    }
+
+    LogCatcher log;
+    Loopback loopback;
+    ScriptedServer &server = loopback.server;
+    Completion done; // outlives the session
+    std::unique_ptr<Velmora::CloudAPI> api = std::make_unique<Velmora::CloudAPI>();
+};
+
+inline constexpr char idToken[] = "id-token-4711";
+inline constexpr char refreshToken[] = "refresh-token-0815";
+/// The service's answer to a login or a renewal.
+QByteArray tokens(int expiresIn, const QByteArray &id = idToken);
