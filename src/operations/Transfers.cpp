@@ -20,11 +20,11 @@ FileUploadDetails withNativePath(FileUploadDetails file)
 }
 
 // Transfers are stricter than operations: an answer that did not arrive whole is a failure.
-ApiError transferError(const Outcome &outcome)
+ApiError transferError(const Outcome &outcome, RequestType type = RequestType::JobFilesUpload)
 {
     if (outcome.failed || outcome.broken.isEmpty())
         return outcome.error;
-    return {400, errorTitle(RequestType::JobFilesUpload).toStdString(), outcome.broken.toStdString()};
+    return {400, errorTitle(type).toStdString(), outcome.broken.toStdString()};
 }
 
 QString downloadKey(const QString &jobId, const QString &fileName)
@@ -105,7 +105,7 @@ void CloudAPIImpl::handleAESKeyRequest(const std::string &jobId, const Encryptio
         const QJsonValue key = QJsonDocument::fromJson(outcome.body).object().value(QLatin1String("key"));
         const auto decoded = QByteArray::fromBase64Encoding(key[QLatin1String("plaintextKey")].toString().toLatin1(),
                                                             QByteArray::AbortOnBase64DecodingErrors);
-        onCompleteCB(outcome.error, outcome.failed || !outcome.broken.isEmpty() ? QByteArray() : *decoded);
+        onCompleteCB(transferError(outcome, RequestType::JobKey), decoded ? *decoded : QByteArray());
     });
 }
 
