@@ -135,8 +135,7 @@ protected:
     static QString of(const std::string &text) { return QString::fromStdString(text); }
     static QString example(const char *name)
     {
-        const QString here = QFileInfo(QString::fromUtf8(__FILE__)).absolutePath();
-        return here + QStringLiteral("/../../examples/jobs/") + QLatin1String(name);
+        return QStringLiteral(VELMORA_SOURCE_FOLDER "/examples/jobs/") + QLatin1String(name);
     }
 
     QTemporaryDir m_directory;

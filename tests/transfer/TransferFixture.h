@@ -135,7 +135,7 @@ protected:
     {
         QByteArray bytes(size, '\0');
         for (int i = 0; i < size; ++i)
-            bytes[i] = static_cast<char>((i * 131 + i / 251) & 0xff);
+            bytes[i] = static_cast<char>((i % 4096 * 131 + i / 251) & 0xff);
         return bytes;
     }
 
