@@ -3,9 +3,9 @@
 ///
 ///     velmora_crypto_bench [--dir DIR] [--size MIB] [--files N] [--rounds N]
 ///
-/// DIR should be on a memory file system, with room for three files of the size. Every round runs ours and
-/// the peer one after the other, in turns which of them first; a row shows the medians of the times and the
-/// median of the rounds' ratios. Every peer's output is compared with ours once.
+/// DIR should be on a memory file system, with room for three files of the size. Every peer's output is compared
+/// with ours once.
+#include "Rows.h"
 #include "transfer/FileCipher.h"
 
 #include <velmora/TarnCrypt.h>
@@ -16,9 +16,7 @@
 
 #include <openssl/evp.h>
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -27,110 +25,16 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 using Velmora::TarnCrypt;
+using namespace Bench;
 
 const QByteArray key = QByteArrayLiteral("0123456789abcdef0123456789abcdef");
 const auto *keyBytes = reinterpret_cast<const unsigned char *>(key.constData());
-
-[[noreturn]] void fail(const std::string &why)
-{
-    std::fprintf(stderr, "velmora_crypto_bench: %s\n", why.c_str());
-    std::exit(1);
-}
-
-void require(bool condition, const std::string &what)
-{
-    if (!condition)
-        fail(what);
-}
-
-struct Cost {
-    double wall = 0; ///< seconds
-    double cpu = 0;  ///< seconds of this process and its children, which other load on the machine sways less
-};
-
-double cpuSeconds()
-{
-    double sum = 0;
-    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
-        struct rusage usage = {};
-        ::getrusage(who, &usage);
-        for (const timeval &time : {usage.ru_utime, usage.ru_stime})
-            sum += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-    }
-    return sum;
-}
-
-Cost measure(const std::function<void()> &work)
-{
-    const double cpu = cpuSeconds();
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    const auto end = std::chrono::steady_clock::now();
-    return {std::chrono::duration<double>(end - start).count(), cpuSeconds() - cpu};
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-void row(const char *what, const char *peer, double goal, int rounds, const std::function<void()> &ours,
-         const std::function<void()> &theirs)
-{
-    std::vector<double> ourTimes;
-    std::vector<double> peerTimes;
-    std::vector<double> ratios;
-    std::vector<double> cpuRatios;
-    ours(); // the first pass pays for page allocation and library set-up
-    theirs();
-    for (int round = 0; round < rounds; ++round) {
-        const bool oursFirst = round % 2 == 0;
-        const Cost first = measure(oursFirst ? ours : theirs);
-        const Cost second = measure(oursFirst ? theirs : ours);
-        const Cost &mine = oursFirst ? first : second;
-        const Cost &other = oursFirst ? second : first;
-        ourTimes.push_back(mine.wall);
-        peerTimes.push_back(other.wall);
-        ratios.push_back(mine.wall / other.wall);
-        cpuRatios.push_back(mine.cpu / other.cpu);
-    }
-    const auto [low, high] = std::minmax_element(ratios.begin(), ratios.end());
-    std::printf("| %s | %.3f s | %s: %.3f s | %.2f (%.2f to %.2f) | %.2f | %.2f | %s |\n", what, median(ourTimes), peer,
-                median(peerTimes), median(ratios), *low, *high, median(cpuRatios), goal,
-                median(ratios) <= goal ? "met" : "missed");
-    std::fflush(stdout);
-}
-
-void writePlain(const std::string &path, std::size_t size)
-{
-    std::vector<char> block(1 << 20);
-    unsigned int state = 12345;
-    for (char &byte : block) {
-        state = state * 1664525U + 1013904223U;
-        byte = static_cast<char>(state >> 24);
-    }
-    std::FILE *file = std::fopen(path.c_str(), "wb");
-    require(file != nullptr, "cannot create " + path);
-    for (std::size_t left = size; left > 0;) {
-        const std::size_t part = std::min(left, block.size());
-        require(std::fwrite(block.data(), 1, part, file) == part, "cannot write " + path);
-        left -= part;
-    }
-    std::fclose(file);
-}
-
-void requireSame(const std::string &a, const std::string &b)
-{
-    require(std::system(("cmp -s '" + a + "' '" + b + "'").c_str()) == 0, a + " and " + b + " differ");
-}
 
 std::string hex(const unsigned char *data, int size)
 {
@@ -143,7 +47,7 @@ void openssl(bool encrypt, const std::string &in, const std::string &out)
                                 " -aes-256-cbc -bufsize 1048576 -K " + hex(keyBytes, Velmora::cipherKeySize) + " -iv " +
                                 hex(Velmora::fixedIv, Velmora::cipherBlockSize) + " -in '" + in + "' -out '" + out +
                                 "'";
-    require(std::system(command.c_str()) == 0, "openssl enc failed");
+    run(command);
 }
 
 // The peer of small files: the input mapped, the cipher called once over the whole, one write. (Mapping the
@@ -264,8 +168,7 @@ int main(int argc, char **argv)
     const std::string path = scratch.path().toStdString();
     std::printf("%zu MiB, %d files of 4 KiB, median of %d rounds, buffer %zu KiB\n\n", mebibytes, files, rounds,
                 Velmora::fileCipherBufferSize / 1024);
-    std::printf(
-        "| What | Ours | Peer | Wall ratio (range) | CPU ratio | Goal (wall) | |\n|---|---|---|---|---|---|---|\n");
+    head();
     largeFile(path, mebibytes << 20, rounds);
     smallFiles(path, files, std::max(rounds, 11));
     return 0;

@@ -2,6 +2,7 @@
 
 #include "Body.h"
 #include "Portal.h"
+#include "Store.h"
 
 namespace VelmoraPortal {
 
@@ -19,6 +20,9 @@ public:
     virtual void invalidateTokens() = 0;
     virtual void changeTokenLifetime(std::chrono::seconds lifetime) = 0;
     virtual void changeJobDuration(std::chrono::milliseconds duration) = 0;
+    virtual StorageOptions storageOptions() const = 0;
+    virtual void changeStorage(const StorageOptions &options) = 0;
+    virtual Store &fileStore() = 0;
     /// "send", "close", "drop" or "silence"; returns how many sockets were open.
     virtual std::size_t touchSockets(const std::string &action, const std::string &jobId, const std::string &text,
                                      int code) = 0;

@@ -17,6 +17,8 @@ public:
     /// Writes a file that is removed again with this object; returns its path.
     std::string write(const std::string &name, const std::string &text);
 
+    const std::string &path() const { return m_path; }
+
 private:
     std::string m_path;
     std::string m_written;

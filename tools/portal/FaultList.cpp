@@ -21,6 +21,11 @@ bool fits(FaultKind kind, FaultList::Moment moment)
     case FaultKind::CutHead:
     case FaultKind::CutBody:
     case FaultKind::ResetAfter:
+    case FaultKind::SlowRead:
+    case FaultKind::SlowWrite:
+    case FaultKind::CutUpload:
+    case FaultKind::Gzip:
+    case FaultKind::NoLength:
         return moment == Moment::Request;
     }
     return false;

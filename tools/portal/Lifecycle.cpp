@@ -8,7 +8,7 @@ namespace {
 bool hasEnded(const Simulation &simulation)
 {
     const std::string &status = simulation.history.back().status;
-    return status == Status::finished || status == Status::stopped;
+    return status == Status::finished || status == Status::stopped || status == Status::failed;
 }
 
 void set(Job &job, const std::string &status, Milliseconds date, std::vector<JobEvent> &events)
@@ -29,12 +29,15 @@ void advance(Simulation &simulation, Milliseconds now, std::vector<JobEvent> &ev
         return;
     if (simulation.history.back().status != Status::running)
         set(simulation, Status::running, simulation.start, events);
+    if (!simulation.problem.empty())
+        return set(simulation, Status::failed, now, events);
     const auto length = std::max<Milliseconds>(simulation.end - simulation.start, 1);
-    const int progress = static_cast<int>(std::clamp<Milliseconds>((now - simulation.start) * 100 / length, 0, 100));
+    const Milliseconds most = simulation.solved ? 100 : 99;
+    const int progress = static_cast<int>(std::clamp<Milliseconds>((now - simulation.start) * 100 / length, 0, most));
     const bool grown = progress > simulation.progress;
     simulation.progress = std::max(progress, simulation.progress);
-    if (now >= simulation.end)
-        set(simulation, Status::finished, simulation.end, events);
+    if (now >= simulation.end && simulation.solved)
+        set(simulation, Status::finished, std::max(simulation.end, simulation.solvedAt), events);
     else if (grown)
         events.push_back({&simulation, Status::running, progress});
 }
@@ -43,13 +46,15 @@ void endWhenDone(Job &job, std::vector<JobEvent> &events)
 {
     Milliseconds last = 0;
     bool finished = false;
+    bool failed = false;
     for (const Simulation &simulation : job.simulations) {
         if (!hasEnded(simulation))
             return;
         last = std::max(last, simulation.history.back().date);
         finished = finished || simulation.history.back().status == Status::finished;
+        failed = failed || simulation.history.back().status == Status::failed;
     }
-    set(job, finished ? Status::finished : Status::stopped, last, events);
+    set(job, failed ? Status::failed : finished ? Status::finished : Status::stopped, last, events);
 }
 
 } // namespace
@@ -117,7 +122,7 @@ bool isActive(const Job &job)
 std::string outcome(const Job &job)
 {
     for (auto entry = job.history.rbegin(); entry != job.history.rend(); ++entry)
-        if (entry->status == Status::finished || entry->status == Status::stopped)
+        if (entry->status == Status::finished || entry->status == Status::stopped || entry->status == Status::failed)
             return entry->status;
     return {};
 }

@@ -11,6 +11,7 @@ inline const std::string queued = "QUEUED";
 inline const std::string running = "RUNNING";
 inline const std::string finished = "FINISHED";
 inline const std::string stopped = "STOPPED";
+inline const std::string failed = "FAILED";
 inline const std::string archived = "ARCHIVED";
 } // namespace Status
 
@@ -26,7 +27,8 @@ struct JobEvent {
  *     \______________|_________________\------------stop--------------> STOPPED ---archive-->    "
  *
  * The simulations of a sweep start one after the other, overlap, and end in turn; the last one ends
- * when the duration is over. A job whose simulations were all stopped one by one is STOPPED.
+ * when the duration is over, or later when the solver takes longer. A simulation that the solver cannot
+ * solve is FAILED, and so is its job. A job whose simulations were all stopped one by one is STOPPED.
  */
 
 /// Plans a job that is submitted now.

@@ -1,314 +1,23 @@
 #include "Portal.h"
 
-#include "Control.h"
-#include "Directory.h"
-#include "FaultList.h"
-#include "Journal.h"
+#include "Core.h"
 #include "Records.h"
-#include "Server.h"
-#include "Service.h"
 
 #include <algorithm>
+#include <fstream>
 
 namespace VelmoraPortal {
-namespace {
-
-const std::string controlPath = "/control/";
-
-std::chrono::milliseconds tickOf(std::chrono::milliseconds jobDuration)
-{
-    return std::clamp(jobDuration / 50, std::chrono::milliseconds(5), std::chrono::milliseconds(200));
-}
-
-/// What a fault makes of an answer that the service gave, or would have given.
-Answer faulty(const Fault &fault, HttpResponse response)
-{
-    Answer answer;
-    answer.response = std::move(response);
-    answer.delay = fault.delay;
-    answer.bytes = fault.bytes;
-    switch (fault.kind) {
-    case FaultKind::CutHead:
-        answer.ending = Answer::Ending::CutHead;
-        break;
-    case FaultKind::CutBody:
-        answer.ending = Answer::Ending::CutBody;
-        break;
-    case FaultKind::ResetAfter:
-        answer.ending = Answer::Ending::Reset;
-        break;
-    case FaultKind::HangUp:
-        answer.ending = Answer::Ending::HangUp;
-        break;
-    case FaultKind::Silence:
-        answer.ending = Answer::Ending::Silence;
-        break;
-    case FaultKind::Status:
-        answer.response = {fault.status, fault.contentType, fault.body, {}};
-        answer.keepOpen = fault.keepOpen;
-        break;
-    case FaultKind::Delay:
-    case FaultKind::ResetBefore:
-    case FaultKind::SocketDrop:
-    case FaultKind::SocketSilence:
-    case FaultKind::SocketClose:
-        break;
-    }
-    return answer;
-}
-
-bool isProcessed(FaultKind kind)
-{
-    return kind != FaultKind::Status && kind != FaultKind::HangUp && kind != FaultKind::Silence;
-}
-
-bool reachesClient(Answer::Ending ending)
-{
-    return ending == Answer::Ending::Whole || ending == Answer::Ending::CutHead || ending == Answer::Ending::CutBody;
-}
-
-} // namespace
-
-// All state lives on the server's thread: the public members go there through `Server::call`.
-class Portal::Impl : public ServerHandler, public Controlled {
-public:
-    explicit Impl(Options wanted)
-        : options(std::move(wanted))
-        , directory(options.directory)
-        , certificates(makeCertificates())
-        , caFile(directory.write("ca.pem", certificates.caPem))
-        , service(options.jobDuration, options.tokenLifetime,
-                  {[this](const std::string &jobId, const std::string &text) { tell(jobId, text); },
-                   [this](const std::string &jobId, const std::string &reason) { end(jobId, reason); }})
-        , server(options.port, certificates, *this)
-    {
-        certificates.keyPem.clear();
-        server.start(tickOf(options.jobDuration));
-    }
-
-    ~Impl() override { server.stop(); }
-
-    bool resetsConnection() override { return faults.take(FaultList::Moment::Connection, {}).has_value(); }
-
-    Answer answer(const HttpRequest &request) override
-    {
-        Answer answer;
-        if (request.target.compare(0, controlPath.size(), controlPath) == 0) {
-            answer.response = control(request, *this);
-            return answer;
-        }
-        bool processed = true;
-        if (const auto fault = faults.take(FaultList::Moment::Request, faultPath(request.target))) {
-            processed = isProcessed(fault->kind);
-            answer = faulty(*fault, processed ? service.handle(request) : HttpResponse());
-        } else {
-            answer.response = service.handle(request);
-        }
-        note(request, reachesClient(answer.ending) ? answer.response.status : 0, processed);
-        return answer;
-    }
-
-    std::optional<Answer> refusal(const HttpRequest &request, std::uint64_t id,
-                                  std::chrono::milliseconds &delay) override
-    {
-        Answer answer;
-        if (const auto fault = faults.take(FaultList::Moment::Handshake, faultPath(request.target))) {
-            if (fault->kind != FaultKind::Delay) {
-                answer = faulty(*fault, {});
-                note(request, reachesClient(answer.ending) ? answer.response.status : 0, false);
-                return answer;
-            }
-            delay = fault->delay;
-        }
-        try {
-            SeenSocket socket;
-            socket.jobId = service.socketJob(request);
-            socket.id = id;
-            socket.headers = request.headers;
-            socket.open = false;
-            journal.addSocket(std::move(socket));
-            note(request, 101, true);
-            return {};
-        } catch (const Refusal &refusal) {
-            answer.response = {refusal.status, "application/json", dump({{"message", refusal.what()}}), {}};
-            answer.delay = delay;
-            note(request, refusal.status, true);
-            return answer;
-        }
-    }
-
-    void socketOpened(std::uint64_t id) override
-    {
-        SeenSocket *socket = journal.socket(id);
-        if (!socket)
-            return server.drop(id);
-        socket->open = true;
-        if (const auto fault = faults.take(FaultList::Moment::Socket, "socket/job/progress/" + socket->jobId)) {
-            socketFaults[id] = *fault;
-            strike(id);
-        }
-        service.advance();
-        for (const std::string &text : service.snapshot(socket->jobId))
-            send(*socket, text);
-        if (const std::string reason = service.endReason(socket->jobId); !reason.empty() && !socket->silent)
-            server.close(id, 1000, reason);
-    }
-
-    void socketPinged(std::uint64_t id, std::string payload) override
-    {
-        if (SeenSocket *socket = journal.socket(id))
-            VelmoraPortal::note(socket->pings, std::move(payload));
-    }
-
-    void socketTexted(std::uint64_t id, std::string text) override
-    {
-        if (SeenSocket *socket = journal.socket(id))
-            VelmoraPortal::note(socket->texts, std::move(text));
-    }
-
-    void socketClosed(std::uint64_t id, int code, std::string reason) override
-    {
-        socketFaults.erase(id);
-        if (SeenSocket *socket = journal.socket(id)) {
-            socket->open = false;
-            socket->closeCode = code;
-            socket->closeReason = std::move(reason);
-        }
-    }
-
-    void tick() override { service.advance(); }
-
-    void addFault(const Fault &fault) override { faults.add(fault); }
-    void dropFaults() override { faults.clear(); }
-    void dropRequests() override { journal.clearRequests(); }
-    void invalidateTokens() override { service.expireTokens(); }
-    void changeTokenLifetime(std::chrono::seconds lifetime) override { service.setTokenLifetime(lifetime); }
-    void changeJobDuration(std::chrono::milliseconds duration) override { service.setJobDuration(duration); }
-    Json stateOf() const override { return toJson(service.state()); }
-
-    Json faultsJson() const override
-    {
-        Json list = Json::array();
-        for (const Fault &fault : faults.all())
-            list.push_back(toJson(fault));
-        return list;
-    }
-
-    Json requestsJson() const override
-    {
-        Json list = Json::array();
-        for (const SeenRequest &request : journal.requests())
-            list.push_back(toJson(request));
-        return list;
-    }
-
-    Json socketsJson() const override
-    {
-        Json list = Json::array();
-        for (const auto &item : journal.sockets())
-            list.push_back(toJson(item.second));
-        return list;
-    }
-
-    std::size_t touchSockets(const std::string &action, const std::string &jobId, const std::string &text,
-                             int code) override
-    {
-        std::size_t count = 0;
-        for (SeenSocket *socket : openSockets(jobId)) {
-            ++count;
-            if (action == "send") {
-                ++socket->sent;
-                server.send(socket->id, text);
-            } else if (action == "close") {
-                server.close(socket->id, code, text);
-            } else if (action == "drop") {
-                server.drop(socket->id);
-            } else {
-                socket->silent = true;
-            }
-        }
-        return count;
-    }
-
-    std::vector<SeenSocket *> openSockets(const std::string &jobId)
-    {
-        std::vector<SeenSocket *> list;
-        for (const auto &item : journal.sockets())
-            if (item.second.open && (jobId.empty() || item.second.jobId == jobId))
-                list.push_back(journal.socket(item.first));
-        return list;
-    }
-
-    Options options;
-    Directory directory;
-    Certificates certificates;
-    std::string caFile;
-    FaultList faults;
-    Journal journal;
-    std::map<std::uint64_t, Fault> socketFaults;
-    Service service;
-    Server server;
-
-private:
-    void note(const HttpRequest &request, int status, bool processed)
-    {
-        if (options.log)
-            options.log(request.method + ' ' + request.target + ' ' + std::to_string(status) +
-                        (processed ? "" : " (fault)"));
-        journal.add(
-            {request.method, request.target, request.headers, request.body, request.connection, status, processed});
-    }
-
-    void tell(const std::string &jobId, const std::string &text)
-    {
-        for (SeenSocket *socket : openSockets(jobId))
-            send(*socket, text);
-    }
-
-    void end(const std::string &jobId, const std::string &reason)
-    {
-        for (const SeenSocket *socket : openSockets(jobId))
-            if (!socket->silent)
-                server.close(socket->id, 1000, reason);
-    }
-
-    void send(SeenSocket &socket, const std::string &text)
-    {
-        if (socket.silent)
-            return;
-        ++socket.sent;
-        server.send(socket.id, text);
-        strike(socket.id);
-    }
-
-    /// Lets the fault of a socket happen once enough texts have gone out.
-    void strike(std::uint64_t id)
-    {
-        const auto found = socketFaults.find(id);
-        SeenSocket *socket = journal.socket(id);
-        if (found == socketFaults.end() ||
-            socket->sent < static_cast<std::uint64_t>(std::max(found->second.messages, 0)))
-            return;
-        const Fault fault = found->second;
-        socketFaults.erase(found);
-        socket->silent = true;
-        if (fault.kind == FaultKind::SocketDrop)
-            server.drop(id);
-        else if (fault.kind == FaultKind::SocketClose)
-            server.close(id, fault.closeCode, fault.reason);
-    }
-};
 
 Portal::Portal(Options options)
-    : m_impl(std::make_unique<Impl>(std::move(options)))
+    : m_core(std::make_unique<Core>(std::move(options)))
 {
 }
 Portal::~Portal() = default;
 
-std::uint16_t Portal::port() const { return m_impl->server.port(); }
+std::uint16_t Portal::port() const { return m_core->server.port(); }
 std::string Portal::host() const { return "127.0.0.1:" + std::to_string(port()); }
-std::string Portal::caFile() const { return m_impl->caFile; }
-std::string Portal::caPem() const { return m_impl->certificates.caPem; }
+std::string Portal::caFile() const { return m_core->caFile; }
+std::string Portal::caPem() const { return m_core->certificates.caPem; }
 
 namespace {
 
@@ -324,36 +33,36 @@ template <typename Work> auto on(Server &server, Work work)
 
 void Portal::inject(const Fault &fault)
 {
-    m_impl->server.call([&] { m_impl->addFault(fault); });
+    m_core->server.call([&] { m_core->addFault(fault); });
 }
 
 void Portal::clearFaults()
 {
-    m_impl->server.call([&] { m_impl->dropFaults(); });
+    m_core->server.call([&] { m_core->dropFaults(); });
 }
 
 std::size_t Portal::faultCount() const
 {
-    return on(m_impl->server, [&] { return m_impl->faults.all().size(); });
+    return on(m_core->server, [&] { return m_core->faults.all().size(); });
 }
 
 std::vector<SeenRequest> Portal::requests() const
 {
-    return on(m_impl->server, [&] {
-        const auto &seen = m_impl->journal.requests();
+    return on(m_core->server, [&] {
+        const auto &seen = m_core->journal.requests();
         return std::vector<SeenRequest>(seen.begin(), seen.end());
     });
 }
 
 void Portal::clearRequests()
 {
-    m_impl->server.call([&] { m_impl->dropRequests(); });
+    m_core->server.call([&] { m_core->dropRequests(); });
 }
 
 std::size_t Portal::requestCount(const std::string &path) const
 {
-    return on(m_impl->server, [&] {
-        const auto &seen = m_impl->journal.requests();
+    return on(m_core->server, [&] {
+        const auto &seen = m_core->journal.requests();
         return static_cast<std::size_t>(std::count_if(
             seen.begin(), seen.end(), [&](const SeenRequest &request) { return faultPath(request.target) == path; }));
     });
@@ -361,22 +70,22 @@ std::size_t Portal::requestCount(const std::string &path) const
 
 std::string Portal::stateJson() const
 {
-    return on(m_impl->server, [&] {
-        m_impl->service.advance();
-        return dump(m_impl->stateOf());
+    return on(m_core->server, [&] {
+        m_core->service.advance();
+        return dump(m_core->stateOf());
     });
 }
 
 std::size_t Portal::jobCount() const
 {
-    return on(m_impl->server, [&] { return m_impl->service.state().jobs.size(); });
+    return on(m_core->server, [&] { return m_core->service.state().jobs.size(); });
 }
 
 std::size_t Portal::jobCount(const std::string &status) const
 {
-    return on(m_impl->server, [&] {
-        m_impl->service.advance();
-        const auto &jobs = m_impl->service.state().jobs;
+    return on(m_core->server, [&] {
+        m_core->service.advance();
+        const auto &jobs = m_core->service.state().jobs;
         return static_cast<std::size_t>(
             std::count_if(jobs.begin(), jobs.end(), [&](const Job &job) { return job.status() == status; }));
     });
@@ -384,9 +93,9 @@ std::size_t Portal::jobCount(const std::string &status) const
 
 std::string Portal::jobStatus(const std::string &jobId) const
 {
-    return on(m_impl->server, [&]() -> std::string {
-        m_impl->service.advance();
-        for (const Job &job : m_impl->service.state().jobs)
+    return on(m_core->server, [&]() -> std::string {
+        m_core->service.advance();
+        for (const Job &job : m_core->service.state().jobs)
             if (job.id == jobId)
                 return job.status();
         return {};
@@ -395,52 +104,145 @@ std::string Portal::jobStatus(const std::string &jobId) const
 
 void Portal::expireTokens()
 {
-    m_impl->server.call([&] { m_impl->invalidateTokens(); });
+    m_core->server.call([&] { m_core->invalidateTokens(); });
 }
 
 void Portal::setTokenLifetime(std::chrono::seconds lifetime)
 {
-    m_impl->server.call([&] { m_impl->changeTokenLifetime(lifetime); });
+    m_core->server.call([&] { m_core->changeTokenLifetime(lifetime); });
 }
 
 void Portal::setJobDuration(std::chrono::milliseconds duration)
 {
-    m_impl->server.call([&] { m_impl->changeJobDuration(duration); });
+    m_core->server.call([&] { m_core->changeJobDuration(duration); });
 }
 
 std::size_t Portal::sendToSockets(const std::string &jobId, const std::string &text)
 {
-    return on(m_impl->server, [&] { return m_impl->touchSockets("send", jobId, text, 0); });
+    return on(m_core->server, [&] { return m_core->touchSockets("send", jobId, text, 0); });
 }
 
 std::size_t Portal::closeSockets(const std::string &jobId, int code, const std::string &reason)
 {
-    return on(m_impl->server, [&] { return m_impl->touchSockets("close", jobId, reason, code); });
+    return on(m_core->server, [&] { return m_core->touchSockets("close", jobId, reason, code); });
 }
 
 std::size_t Portal::dropSockets(const std::string &jobId)
 {
-    return on(m_impl->server, [&] { return m_impl->touchSockets("drop", jobId, {}, 0); });
+    return on(m_core->server, [&] { return m_core->touchSockets("drop", jobId, {}, 0); });
 }
 
 std::size_t Portal::silenceSockets(const std::string &jobId)
 {
-    return on(m_impl->server, [&] { return m_impl->touchSockets("silence", jobId, {}, 0); });
+    return on(m_core->server, [&] { return m_core->touchSockets("silence", jobId, {}, 0); });
 }
 
 std::size_t Portal::openSocketCount(const std::string &jobId) const
 {
-    return on(m_impl->server, [&] { return m_impl->openSockets(jobId).size(); });
+    return on(m_core->server, [&] { return m_core->openSockets(jobId).size(); });
 }
 
 std::vector<SeenSocket> Portal::sockets() const
 {
-    return on(m_impl->server, [&] {
+    return on(m_core->server, [&] {
         std::vector<SeenSocket> list;
-        for (const auto &item : m_impl->journal.sockets())
+        for (const auto &item : m_core->journal.sockets())
             list.push_back(item.second);
         return list;
     });
+}
+
+std::vector<SeenFile> Portal::files(const std::string &jobId) const
+{
+    return on(m_core->server, [&] {
+        std::vector<SeenFile> list;
+        for (const auto &[name, file] : m_core->store.files(jobId))
+            list.push_back({name, file.size, file.plainSize, file.hash});
+        return list;
+    });
+}
+
+std::string Portal::jobKey(const std::string &jobId) const
+{
+    return on(m_core->server, [&] {
+        const Key &key = m_core->store.key(jobId);
+        return std::string(key.begin(), key.end());
+    });
+}
+
+namespace {
+
+/// The file's plain bytes, opened on the portal's thread and read on the caller's; null when there are none.
+std::shared_ptr<BodySource> plainSource(Core &core, const std::string &jobId, const std::string &name)
+{
+    return on(core.server, [&]() -> std::shared_ptr<BodySource> {
+        const StoredFile *file = core.store.find(jobId, name);
+        if (!file || file->plainSize < 0)
+            return nullptr;
+        return plainBytes(file->path, core.store.key(jobId), 0, file->plainSize);
+    });
+}
+
+constexpr std::size_t bufferSize = 256 * 1024;
+
+} // namespace
+
+std::optional<std::string> Portal::plainFile(const std::string &jobId, const std::string &name) const
+{
+    const auto source = plainSource(*m_core, jobId, name);
+    if (!source)
+        return {};
+    std::string text;
+    std::string buffer(bufferSize, '\0');
+    while (const std::size_t count = source->give(buffer.data(), buffer.size()))
+        text.append(buffer, 0, count);
+    return text;
+}
+
+bool Portal::savePlainFile(const std::string &jobId, const std::string &name, const std::string &path) const
+{
+    const auto source = plainSource(*m_core, jobId, name);
+    if (!source)
+        return false;
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    std::string buffer(bufferSize, '\0');
+    while (const std::size_t count = source->give(buffer.data(), buffer.size()))
+        file.write(buffer.data(), static_cast<std::streamsize>(count));
+    file.close();
+    return static_cast<bool>(file);
+}
+
+void Portal::addFile(const std::string &jobId, const std::string &name, const std::string &plain)
+{
+    m_core->addFile(jobId, name, [&](CipherWriter &writer) { writer.write(plain); });
+}
+
+void Portal::addFileFrom(const std::string &jobId, const std::string &name, const std::string &plainPath)
+{
+    const File source(plainPath, File::Mode::Read);
+    m_core->addFile(jobId, name, [&](CipherWriter &writer) {
+        std::string buffer(bufferSize, '\0');
+        long long offset = 0;
+        while (const std::size_t count = source.read(buffer.data(), buffer.size(), offset)) {
+            writer.write(buffer.data(), count);
+            offset += static_cast<long long>(count);
+        }
+    });
+}
+
+bool Portal::removeFile(const std::string &jobId, const std::string &name)
+{
+    return on(m_core->server, [&] { return m_core->store.remove(jobId, name); });
+}
+
+StorageOptions Portal::storage() const
+{
+    return on(m_core->server, [&] { return m_core->storageOptions(); });
+}
+
+void Portal::setStorage(const StorageOptions &options)
+{
+    m_core->server.call([&] { m_core->changeStorage(options); });
 }
 
 } // namespace VelmoraPortal

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,11 +20,28 @@ struct SeededUser {
 };
 const std::vector<SeededUser> &seededUsers();
 
+/// How the storage hands out its addresses. Those handed out before a change stay valid.
+struct StorageOptions {
+    enum class Upload {
+        Form,    ///< form fields and the file in one multipart body
+        RawPut,  ///< the file as the whole body, with PUT
+        RawPost, ///< the same with POST
+    };
+    enum class Download { Get, Post, Mixed }; ///< Mixed: every second piece with POST
+    Upload upload = Upload::Form;
+    Download download = Download::Get;
+    std::int64_t pieceSize = 64 * 1024 * 1024; ///< plain bytes of every piece but the last
+    bool shuffle = false;                      ///< lists the pieces out of order
+    std::chrono::seconds addressLifetime{3600};
+};
+
 struct Options {
-    std::uint16_t port = 0;                           ///< 0: a free one
-    std::string directory;                            ///< private directory; empty: a temporary one, removed at the end
-    std::chrono::milliseconds jobDuration{20000};     ///< from submission to finish
-    std::chrono::seconds tokenLifetime{3600};         ///< of an id token
+    std::uint16_t port = 0;                       ///< 0: a free one
+    std::string directory;                        ///< private directory; empty: a temporary one, removed at the end
+    std::chrono::milliseconds jobDuration{20000}; ///< from submission to finish
+    std::chrono::seconds tokenLifetime{3600};     ///< of an id token
+    StorageOptions storage;
+    bool requireInputs = false; ///< a job fails when an input that its submission names was not uploaded
     std::function<void(const std::string &line)> log; ///< one line per request, without bodies or tokens; called on
                                                       ///< the portal's thread and must not call the portal
 };
@@ -38,6 +56,11 @@ enum class FaultKind {
     ResetAfter,  ///< PROCESSED, then the connection is reset without an answer.
     HangUp,      ///< read in full, NOT processed, connection closed without an answer.
     Silence,     ///< read in full, NOT processed, never answered, connection kept. Also for a handshake.
+    SlowRead,    ///< PROCESSED; the body is read at `rate` bytes a second. Storage paths only.
+    SlowWrite,   ///< PROCESSED; the answer's body is sent at `rate` bytes a second.
+    CutUpload,   ///< NOT processed; reset after `bytes` bytes of the request's body were read. Storage paths only.
+    Gzip,        ///< PROCESSED; the answer's body is gzip'd, and closed after `bytes` bytes of that if not 0.
+    NoLength,    ///< PROCESSED; no content length, closed after the body, or `bytes` bytes of it if not 0.
     SocketDrop,  ///< the connection of an accepted socket is closed without a close frame
     SocketSilence, ///< an accepted socket sends no more texts; pings are still noted and ponged
     SocketClose,   ///< an accepted socket closes with `closeCode` and `reason`
@@ -45,7 +68,8 @@ enum class FaultKind {
 
 /// A fault strikes the next `times` requests that match, then it is used up. The oldest match wins.
 struct Fault {
-    std::string path; ///< start of the path behind /api/ ("job/submit"), "socket" for sockets (also
+    std::string path; ///< start of the path behind /api/ ("job/submit"), "storage" for the storage (also
+                      ///< "storage/piece", "storage/form", "storage/raw"), "socket" for sockets (also
                       ///< "socket/job/progress/ID"), "*" for any. The Socket… kinds read an empty path as "socket".
     FaultKind kind = FaultKind::Status;
     int times = 1; ///< 0 or less: until cleared
@@ -53,7 +77,8 @@ struct Fault {
     std::string body;
     std::string contentType = "application/json";
     std::chrono::milliseconds delay{0}; ///< Delay; any other kind with an answer waits, too
-    long bytes = 0;                     ///< CutBody
+    long bytes = 0;                     ///< CutBody, CutUpload, Gzip, NoLength
+    long rate = 65536;                  ///< SlowRead, SlowWrite
     bool keepOpen = true;               ///< Status: false closes the connection after the answer
     int messages = 0;                   ///< Socket… kinds: strikes after so many texts
     int closeCode = 1011;               ///< SocketClose
@@ -64,8 +89,9 @@ struct Fault {
 struct SeenRequest {
     std::string method;
     std::string target;
-    Headers headers; ///< in order, names as sent
-    std::string body;
+    Headers headers;              ///< in order, names as sent
+    std::string body;             ///< of what goes to the storage only the first 64 KiB
+    std::uint64_t bodySize = 0;   ///< all of it that was read
     std::uint64_t connection = 0; ///< the same number means the same connection
     int status = 0;               ///< what was answered; 0: nothing
     bool processed = false;       ///< false when a fault kept the service from it
@@ -73,6 +99,14 @@ struct SeenRequest {
     /// The first value of that header (any letter case), or "".
     std::string header(const std::string &name) const;
     bool hasHeader(const std::string &name) const;
+};
+
+/// A file of a job in the storage.
+struct SeenFile {
+    std::string name;
+    std::int64_t size = 0;       ///< of the cipher text
+    std::int64_t plainSize = -1; ///< -1: it is no cipher text of the job's key
+    std::string hash;
 };
 
 /// A socket that was accepted, open or not any more.
@@ -88,6 +122,8 @@ struct SeenSocket {
     int closeCode = 0; ///< of the client's close frame, 0 when there was none
     std::string closeReason;
 };
+
+class Core;
 
 /// The whole service in one process: HTTPS and secure WebSocket on one loopback port, on one thread of
 /// its own. Every member may be called from any thread; none waits for a client.
@@ -133,9 +169,22 @@ public:
     std::size_t openSocketCount(const std::string &jobId = {}) const;
     std::vector<SeenSocket> sockets() const; ///< the latest thousand, closed ones included
 
+    std::vector<SeenFile> files(const std::string &jobId) const; ///< by name, hidden and result files included
+    std::string jobKey(const std::string &jobId) const;          ///< 32 bytes
+    /// The decrypted file; no value when there is none, or it is no cipher text of the job's key. The caller's
+    /// thread decrypts.
+    std::optional<std::string> plainFile(const std::string &jobId, const std::string &name) const;
+    /// The same into a file; false likewise.
+    bool savePlainFile(const std::string &jobId, const std::string &name, const std::string &path) const;
+    /// Puts a file into the storage; any name will do. Throws std::system_error when it cannot be written.
+    void addFile(const std::string &jobId, const std::string &name, const std::string &plain);
+    void addFileFrom(const std::string &jobId, const std::string &name, const std::string &plainPath);
+    bool removeFile(const std::string &jobId, const std::string &name);
+    StorageOptions storage() const;
+    void setStorage(const StorageOptions &options); ///< for addresses still to be handed out
+
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    std::unique_ptr<Core> m_core;
 };
 
 } // namespace VelmoraPortal

@@ -113,13 +113,13 @@ Json progressJson(const Job &job)
 
 Json toJson(const Tag &tag) { return {{"tag", tag.tag}, {"type", tag.type}}; }
 
-Json toJson(const Job &job, const StoredFile &file)
+Json toJson(const std::string &jobId, const StoredFile &file)
 {
-    return {{"jobId", job.id},       {"fileName", file.name}, {"fileSize", file.size},
+    return {{"jobId", jobId},        {"fileName", file.name}, {"fileSize", file.size},
             {"fileDate", file.date}, {"fileHash", file.hash}, {"directory", false}};
 }
 
-Json toJson(const State &state)
+Json toJson(const State &state, const Store &store)
 {
     Json users = Json::array();
     for (const User &user : state.users) {
@@ -138,8 +138,11 @@ Json toJson(const State &state)
         jobs.back()["progress"] = progressJson(job)["simulationProgressList"];
         for (const Tag &tag : job.tags)
             jobs.back()["tags"].push_back(toJson(tag));
-        for (const StoredFile &file : job.files)
-            jobs.back()["files"].push_back(toJson(job, file));
+        for (const auto &item : store.files(job.id))
+            jobs.back()["files"].push_back(toJson(job.id, item.second));
+        for (const Simulation &simulation : job.simulations)
+            if (!simulation.problem.empty())
+                jobs.back()["problems"][simulation.id] = simulation.problem;
     }
     Json reservations = Json::array();
     for (const auto &[id, reservation] : state.reservations)

@@ -2,6 +2,7 @@
 
 #include "Body.h"
 #include "State.h"
+#include "Store.h"
 
 namespace VelmoraPortal {
 
@@ -13,10 +14,10 @@ Json toJson(const Cluster &cluster, const Account &account);
 Json toJson(const Job &job);
 Json progressJson(const Job &job);
 Json toJson(const Tag &tag);
-Json toJson(const Job &job, const StoredFile &file);
+Json toJson(const std::string &jobId, const StoredFile &file);
 
 /// The whole state, without passwords and codes.
-Json toJson(const State &state);
+Json toJson(const State &state, const Store &store);
 
 /// Compact text; what is not UTF-8 in it is replaced.
 std::string dump(const Json &value);

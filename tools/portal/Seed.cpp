@@ -1,8 +1,7 @@
 #include "Lifecycle.h"
 #include "Portal.h"
 #include "State.h"
-
-#include <functional>
+#include "Store.h"
 
 namespace VelmoraPortal {
 namespace {
@@ -36,13 +35,19 @@ Job pastJob(const std::string &id, const std::string &email, const std::string &
     return job;
 }
 
-void addFile(Job &job, const std::string &name, std::int64_t size)
+void addFile(Store &store, const Job &job, const std::string &name, std::size_t size)
 {
-    const std::string hash = std::to_string(std::hash<std::string>()(job.id + '/' + name));
-    job.files.push_back({name, size, job.history.back().date, hash});
+    const std::string path = store.freshPath();
+    CipherWriter writer(path, store.key(job.id));
+    std::string text;
+    for (int line = 1; text.size() < size; ++line)
+        text += name + ' ' + std::to_string(line) + ' ' + std::to_string(line * 7919 % 100003) + '\n';
+    writer.write(text.data(), size);
+    writer.commit();
+    store.keep(job.id, name, path, job.history.back().date);
 }
 
-std::vector<Job> pastJobs(Milliseconds now)
+std::vector<Job> pastJobs(Milliseconds now, Store &store)
 {
     const std::string ada = seededUsers()[0].email;
     const std::string ben = seededUsers()[1].email;
@@ -54,10 +59,10 @@ std::vector<Job> pastJobs(Milliseconds now)
     wing.aliases = {"mesh"};
     advance(wing, now);
     wing.tags = {{"wing", "ProjectTag"}, {"baseline", "ProjectTag"}};
-    addFile(wing, "wing.trninp", 4112);
-    addFile(wing, "wing.mesh", 1048592);
-    addFile(wing, "sim-1/forces.csv", 20496);
-    addFile(wing, "sim-1/rtg/residuals.dat", 8208);
+    addFile(store, wing, "wing.trninp", 4096);
+    addFile(store, wing, "wing.mesh", 1048576);
+    addFile(store, wing, "sim-1/forces.csv", 20480);
+    addFile(store, wing, "sim-1/rtg/residuals.dat", 8192);
 
     Job sweep = pastJob("job-duct0002", ada, "ACC-2002", now - 30 * hour, {"-v 10", "-v 20", "-v 30"});
     sweep.name = "Duct-170211-130324";
@@ -65,7 +70,7 @@ std::vector<Job> pastJobs(Milliseconds now)
     advance(sweep, now);
     sweep.history.push_back({Status::archived, now - 20 * hour});
     sweep.tags = {{"duct", "ProjectTag"}};
-    addFile(sweep, "sim-2/pressure.csv", 5136);
+    addFile(store, sweep, "sim-2/pressure.csv", 5120);
 
     Job pump = pastJob("job-pump0003", ben, "ACC-2002", now - 10 * hour, {"-rpm 1450"});
     pump.name = "Pump-080000-140324";
@@ -74,7 +79,7 @@ std::vector<Job> pastJobs(Milliseconds now)
     std::vector<JobEvent> events;
     stop(pump, now - 9 * hour, events);
     pump.tags = {{"pump", "ProjectTag"}};
-    addFile(pump, "pump.trninp", 2064);
+    addFile(store, pump, "pump.trninp", 2048);
 
     return {wing, sweep, pump};
 }
@@ -90,7 +95,7 @@ const std::vector<SeededUser> &seededUsers()
     return users;
 }
 
-State seededState(Milliseconds now)
+State seededState(Milliseconds now, Store &store)
 {
     State state;
     const SeededUser &ada = seededUsers()[0];
@@ -134,7 +139,7 @@ State seededState(Milliseconds now)
         {"hpc-us-1", true, "AWS", "us-compute", "General purpose, 96 cores a node", "us-east-1"},
         {"hpc-lab-1", false, "Private", "lab", "Under maintenance", "on-site"},
     };
-    state.jobs = pastJobs(now);
+    state.jobs = pastJobs(now, store);
     return state;
 }
 

@@ -19,6 +19,8 @@ public:
     /// on it is read beyond its head.
     virtual bool resetsConnection() = 0;
     virtual Answer answer(const HttpRequest &request) = 0;
+    /// What takes the body of this request while it arrives; null: the body is collected for `answer`.
+    virtual std::unique_ptr<BodySink> sink(const HttpRequest &head) = 0;
 
     /// The handshake of a socket: no value accepts it, an answer refuses it. `delay` holds it back.
     virtual std::optional<Answer> refusal(const HttpRequest &request, std::uint64_t socket,

@@ -1,10 +1,9 @@
 #include "Service.h"
 
 #include "Records.h"
+#include "Text.h"
 
 #include <algorithm>
-
-#include <openssl/rand.h>
 
 namespace VelmoraPortal {
 namespace {
@@ -13,36 +12,9 @@ constexpr std::size_t maxTokens = 10000;
 constexpr std::size_t maxEvents = 1000;
 const std::string socketPath = "/socket/job/progress/";
 
-std::string decoded(const std::string &text)
-{
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto hex = [&](std::size_t at) { return std::string("0123456789abcdefABCDEF").find(text[at]); };
-        if (text[i] != '%' || i + 2 >= text.size() || hex(i + 1) == std::string::npos ||
-            hex(i + 2) == std::string::npos) {
-            plain += text[i];
-            continue;
-        }
-        plain += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-        i += 2;
-    }
-    return plain;
-}
-
-std::vector<std::string> segments(const std::string &path)
-{
-    std::vector<std::string> list;
-    for (std::size_t from = 0; from <= path.size();) {
-        const std::size_t slash = std::min(path.find('/', from), path.size());
-        list.push_back(decoded(path.substr(from, slash - from)));
-        from = slash + 1;
-    }
-    return list;
-}
-
 HttpResponse refused(int status, const std::string &message)
 {
-    return {status, "application/json", dump({{"message", message}}), {}};
+    return {status, "application/json", dump({{"message", message}}), {}, nullptr};
 }
 
 } // namespace
@@ -94,7 +66,7 @@ const std::vector<Service::Route> &Service::routes()
         {"POST", "job/archive", json, object, token, &Service::jobArchive},
         {"POST", "job/key", json, object, token, &Service::jobKey},
         {"POST", "job/files/credentials", json, object, token, &Service::notOffered},
-        {"GET", "job/files/uploadUrl", none, nothing, token, &Service::notOffered, 1, 1},
+        {"GET", "job/files/uploadUrl", none, nothing, token, &Service::uploadUrl, 1, 1},
         {"GET", "job/files/list", json, nothing, token, &Service::filesList, 0, 2},
         {"DELETE", "job/files", none, nothing, token, &Service::filesDelete, 2, any},
         {"POST", "tag/job", json, object, token, &Service::tagAdd},
@@ -129,11 +101,16 @@ const Service::Route &Service::route(const std::string &path, const HttpRequest 
     throw Refusal(405, "\"" + path + "\" takes " + allowed + ", not " + request.method);
 }
 
-Service::Service(std::chrono::milliseconds jobDuration, std::chrono::seconds tokenLifetime, Listener listener)
-    : m_state(seededState(now()))
-    , m_jobDuration(jobDuration)
-    , m_tokenLifetime(tokenLifetime)
+Service::Service(const Options &options, Store &store, const Addresses &addresses, Listener listener)
+    : m_store(store)
+    , m_addresses(addresses)
+    , m_state(seededState(now(), store))
+    , m_jobDuration(options.jobDuration)
+    , m_tokenLifetime(options.tokenLifetime)
+    , m_storage(options.storage)
+    , m_requireInputs(options.requireInputs)
     , m_listener(std::move(listener))
+    , m_solver([&store] { return store.freshPath(); })
 {
 }
 
@@ -141,7 +118,7 @@ HttpResponse Service::handle(const HttpRequest &request)
 {
     try {
         advance();
-        return {200, "application/json", dump(respond(request)), {}};
+        return {200, "application/json", dump(respond(request)), {}, nullptr};
     } catch (const Refusal &refusal) {
         return refused(refusal.status, refusal.what());
     } catch (const std::exception &error) {
@@ -174,7 +151,7 @@ Json Service::respond(const HttpRequest &request)
     return (this->*found.answer)(call);
 }
 
-Milliseconds Service::now() const
+Milliseconds Service::now()
 {
     // Steady from the start of the process: a clock set back must not turn a job's history round.
     using namespace std::chrono;
@@ -353,23 +330,8 @@ std::string Service::socketJob(const HttpRequest &request)
         throw Refusal(404, "There is no socket \"" + target + "\"");
     const User *user = userOf(request);
     const std::string id = decoded(target.substr(socketPath.size()));
-    const auto reserved = m_state.reservations.find(id);
-    if (reserved == m_state.reservations.end() || reserved->second.email != user->email)
-        job(id, *user);
+    requireOwned(id, *user);
     return id;
-}
-
-std::string randomHex(std::size_t bytes)
-{
-    std::vector<unsigned char> random(bytes);
-    if (RAND_bytes(random.data(), static_cast<int>(bytes)) != 1)
-        throw std::runtime_error("No random numbers");
-    std::string text;
-    for (const unsigned char byte : random) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
 }
 
 } // namespace VelmoraPortal

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "Addresses.h"
 #include "Body.h"
 #include "Lifecycle.h"
+#include "Portal.h"
+#include "Solver.h"
 #include "State.h"
 
 #include <functional>
@@ -18,7 +21,7 @@ public:
         std::function<void(const std::string &jobId, const std::string &reason)> end; ///< close with 1000
     };
 
-    Service(std::chrono::milliseconds jobDuration, std::chrono::seconds tokenLifetime, Listener listener);
+    Service(const Options &options, Store &store, const Addresses &addresses, Listener listener);
 
     /// Answers any request under /api/; 4xx with a message when it is not as it should be.
     HttpResponse handle(const HttpRequest &request);
@@ -35,7 +38,10 @@ public:
     void expireTokens() { m_idTokens.clear(); }
     void setTokenLifetime(std::chrono::seconds lifetime) { m_tokenLifetime = lifetime; }
     void setJobDuration(std::chrono::milliseconds duration) { m_jobDuration = duration; }
+    void setStorage(const StorageOptions &options) { m_storage = options; }
+    const StorageOptions &storage() const { return m_storage; }
     const State &state() const { return m_state; }
+    static Milliseconds now();
 
 private:
     struct Call {
@@ -71,6 +77,7 @@ private:
     Json simulationStop(Call &call);
     Json jobArchive(Call &call);
     Json jobKey(Call &call);
+    Json uploadUrl(Call &call);
     Json filesList(Call &call);
     Json filesDelete(Call &call);
     Json tagAdd(Call &call);
@@ -79,33 +86,38 @@ private:
     Json tagListAccount(Call &call);
     Json tagSearch(Call &call);
 
-    Milliseconds now() const;
     User *userOf(const HttpRequest &request);
     User *findUser(const std::string &email);
     Account &account(const std::string &id, const User &user);
     Job *findJob(const std::string &id);
     Job &job(const std::string &id, const User &user);
+    /// A refusal unless the job, submitted or not, is the user's.
+    void requireOwned(const std::string &id, const User &user);
     Job &onlyJob(Call &call, const char *key = "jobId");
     Json jobsOf(const User &user) const;
     Json tokens(User &user);
     void tell(const Job &job, const std::vector<JobEvent> &events);
     void charge(const Job &job);
+    void solve(const Job &job, Simulation &simulation);
+    void takeResults();
 
     struct IdToken {
         std::string email;
         std::chrono::steady_clock::time_point expiry;
     };
 
+    Store &m_store;
+    const Addresses &m_addresses;
     State m_state;
     std::chrono::milliseconds m_jobDuration;
     std::chrono::seconds m_tokenLifetime;
+    StorageOptions m_storage;
+    bool m_requireInputs;
     Listener m_listener;
     std::map<std::string, IdToken> m_idTokens;
     std::map<std::string, std::string> m_refreshTokens; ///< to e-mail addresses
     std::deque<std::string> m_refreshOrder;
+    Solver m_solver;
 };
-
-/// Random lower-case hexadecimal digits, two a byte.
-std::string randomHex(std::size_t bytes);
 
 } // namespace VelmoraPortal

@@ -1,11 +1,9 @@
 #include "Records.h"
 #include "Service.h"
+#include "Text.h"
 
 #include <algorithm>
 #include <set>
-
-#include <openssl/evp.h>
-#include <openssl/rand.h>
 
 namespace VelmoraPortal {
 namespace {
@@ -21,7 +19,10 @@ std::string statusText(const std::string &status) { return "Job status is " + st
 
 std::string socketText(const Job &job, const Simulation &simulation, int progress, const std::string &status)
 {
-    return dump({{"jobId", job.id}, {"simulationId", simulation.id}, {"progress", progress}, {"status", status}});
+    Json text = {{"jobId", job.id}, {"simulationId", simulation.id}, {"progress", progress}, {"status", status}};
+    if (!simulation.problem.empty())
+        text["message"] = simulation.problem;
+    return dump(text);
 }
 
 std::string socketText(const Job &job, const std::string &status)
@@ -114,6 +115,13 @@ Job &Service::job(const std::string &id, const User &user)
     return *found;
 }
 
+void Service::requireOwned(const std::string &id, const User &user)
+{
+    const auto reserved = m_state.reservations.find(id);
+    if (reserved == m_state.reservations.end() || reserved->second.email != user.email)
+        job(id, user);
+}
+
 Job &Service::onlyJob(Call &call, const char *key)
 {
     Body body(call.body);
@@ -133,10 +141,16 @@ Json Service::jobsOf(const User &user) const
 
 void Service::advance()
 {
+    takeResults();
     const Milliseconds time = now();
-    for (Job &candidate : m_state.jobs)
-        if (isActive(candidate))
-            tell(candidate, VelmoraPortal::advance(candidate, time));
+    for (Job &candidate : m_state.jobs) {
+        if (!isActive(candidate))
+            continue;
+        tell(candidate, VelmoraPortal::advance(candidate, time));
+        for (Simulation &simulation : candidate.simulations)
+            if (!simulation.asked && simulation.history.back().status == Status::running)
+                solve(candidate, simulation);
+    }
 }
 
 void Service::tell(const Job &job, const std::vector<JobEvent> &events)
@@ -147,7 +161,7 @@ void Service::tell(const Job &job, const std::vector<JobEvent> &events)
             continue;
         }
         m_listener.tell(job.id, socketText(job, event.status));
-        if (event.status == Status::finished || event.status == Status::stopped) {
+        if (!isActive(job)) {
             charge(job);
             m_listener.end(job.id, statusText(event.status));
         }
@@ -229,6 +243,8 @@ Json Service::jobSubmit(Call &call)
     if (m_state.jobs.size() >= maxJobs)
         throw Refusal(503, "The portal holds as many jobs as it can");
     plan(fresh, now(), m_jobDuration.count());
+    for (Simulation &simulation : fresh.simulations)
+        simulation.asked = simulation.solved = false;
     m_state.reservations.erase(reserved);
     m_state.jobs.push_back(std::move(fresh));
     const Job &kept = m_state.jobs.back();
@@ -278,65 +294,6 @@ Json Service::jobArchive(Call &call)
     if (archived.status() != Status::archived)
         archived.history.push_back({Status::archived, now()});
     return jobsOf(*call.user);
-}
-
-Json Service::jobKey(Call &call)
-{
-    Body body(call.body);
-    const std::string id = body.text("jobId");
-    body.end();
-    const auto reserved = m_state.reservations.find(id);
-    if (reserved == m_state.reservations.end() || reserved->second.email != call.user->email)
-        job(id, *call.user);
-    std::string &key = m_state.keys[id];
-    if (key.empty()) {
-        unsigned char bytes[32];
-        unsigned char text[45]; // 44 characters and the closing zero
-        if (RAND_bytes(bytes, sizeof bytes) != 1)
-            throw Refusal(500, "No random numbers");
-        EVP_EncodeBlock(text, bytes, sizeof bytes);
-        key = reinterpret_cast<const char *>(text);
-    }
-    return {{"key", {{"plaintextKey", key}}}};
-}
-
-Json Service::filesList(Call &call)
-{
-    Json list = Json::array();
-    std::string prefix;
-    if (call.tail.size() == 2) {
-        if (!findSimulation(job(call.tail[0], *call.user), call.tail[1]))
-            throw Refusal(404, "The job \"" + call.tail[0] + "\" has no simulation \"" + call.tail[1] + "\"");
-        prefix = call.tail[1] + '/';
-    }
-    const auto add = [&](const Job &owner) {
-        for (const StoredFile &file : owner.files)
-            if (file.name.compare(0, prefix.size(), prefix) == 0)
-                list.push_back(toJson(owner, file));
-    };
-    if (call.tail.empty()) {
-        for (const Job &candidate : m_state.jobs)
-            if (candidate.email == call.user->email)
-                add(candidate);
-    } else if (const auto reserved = m_state.reservations.find(call.tail[0]);
-               reserved == m_state.reservations.end() || reserved->second.email != call.user->email) {
-        add(job(call.tail[0], *call.user));
-    }
-    return list;
-}
-
-Json Service::filesDelete(Call &call)
-{
-    Job &owner = job(call.tail[0], *call.user);
-    std::string name;
-    for (std::size_t i = 1; i < call.tail.size(); ++i)
-        name += (i > 1 ? "/" : "") + call.tail[i];
-    const auto file = std::find_if(owner.files.begin(), owner.files.end(),
-                                   [&](const StoredFile &candidate) { return candidate.name == name; });
-    if (file == owner.files.end())
-        throw Refusal(404, "The job \"" + owner.id + "\" has no file \"" + name + "\"");
-    owner.files.erase(file);
-    return Json::object();
 }
 
 Json Service::tagAdd(Call &call)

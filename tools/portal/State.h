@@ -71,14 +71,10 @@ struct Simulation {
     int progress = 0;
     Milliseconds start = 0; ///< planned
     Milliseconds end = 0;   ///< planned
-};
-
-/// A file of a job; `name` is the path below the job, so a simulation's files begin with its id.
-struct StoredFile {
-    std::string name;
-    std::int64_t size = 0;
-    Milliseconds date = 0;
-    std::string hash;
+    bool asked = true;      ///< the solver was given this simulation
+    bool solved = true;     ///< its results are there, or its problem
+    Milliseconds solvedAt = 0;
+    std::string problem; ///< not empty: the solver failed
 };
 
 struct Tag {
@@ -108,7 +104,6 @@ struct Job {
     std::vector<Simulation> simulations;
     std::vector<StatusEntry> history;
     std::vector<Tag> tags;
-    std::vector<StoredFile> files;
     Milliseconds queued = 0;  ///< planned
     Milliseconds running = 0; ///< planned
 
@@ -135,12 +130,13 @@ struct State {
     std::map<std::string, Account> accounts;
     std::vector<Cluster> clusters;
     std::map<std::string, Reservation> reservations;
-    std::vector<Job> jobs;                   ///< in the order of submission
-    std::map<std::string, std::string> keys; ///< by job id, base64
+    std::vector<Job> jobs; ///< in the order of submission
     std::deque<UserEvent> events;
 };
 
-/// The state of a portal that has just started.
-State seededState(Milliseconds now);
+class Store;
+
+/// The state of a portal that has just started; the files of its past jobs are put into the store.
+State seededState(Milliseconds now, Store &store);
 
 } // namespace VelmoraPortal

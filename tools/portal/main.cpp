@@ -71,6 +71,12 @@ int main(int argc, char **argv)
     double duration = 20;
     long lifetime = 3600;
     bool verbose = false;
+    using Storage = VelmoraPortal::StorageOptions;
+    const std::map<std::string, Storage::Upload> uploads = {
+        {"form", Storage::Upload::Form}, {"put", Storage::Upload::RawPut}, {"post", Storage::Upload::RawPost}};
+    const std::map<std::string, Storage::Download> downloads = {
+        {"get", Storage::Download::Get}, {"post", Storage::Download::Post}, {"mixed", Storage::Download::Mixed}};
+    long addressLifetime = options.storage.addressLifetime.count();
     app.add_option("--port", options.port, "Port to listen on; 0 takes a free one")->capture_default_str();
     app.add_option("--directory", options.directory, "Private directory (mode 0700); a temporary one when not given");
     app.add_option("--job-duration", duration, "Seconds from a job's submission to its finish")
@@ -79,9 +85,25 @@ int main(int argc, char **argv)
     app.add_option("--token-lifetime", lifetime, "Seconds until an id token expires")
         ->capture_default_str()
         ->check(CLI::Range(1L, 0x7fffffffL));
+    app.add_option("--upload", options.storage.upload, "How files come in: form, put or post")
+        ->transform(CLI::CheckedTransformer(uploads))
+        ->default_str("form");
+    app.add_option("--download", options.storage.download, "How pieces go out: get, post or mixed")
+        ->transform(CLI::CheckedTransformer(downloads))
+        ->default_str("get");
+    app.add_option("--piece-size", options.storage.pieceSize, "Plain bytes in a piece of a download")
+        ->capture_default_str()
+        ->check(CLI::Range(1L, 1L << 40));
+    app.add_flag("--shuffle", options.storage.shuffle, "List the pieces of a download out of order");
+    app.add_option("--address-lifetime", addressLifetime, "Seconds until a signed address expires")
+        ->capture_default_str()
+        ->check(CLI::Range(0L, 0x7fffffffL));
+    app.add_flag("--require-inputs", options.requireInputs,
+                 "A job fails when an input that its submission names was not uploaded");
     app.add_flag("--verbose", verbose, "One line a request on standard error");
     CLI11_PARSE(app, argc, argv);
     options.jobDuration = std::chrono::milliseconds(static_cast<long>(duration * 1000));
+    options.storage.addressLifetime = std::chrono::seconds(addressLifetime);
     options.tokenLifetime = std::chrono::seconds(lifetime);
     if (verbose)
         options.log = [](const std::string &line) { std::cerr << line + '\n' << std::flush; };

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "Control.h"
+#include "Directory.h"
+#include "FaultList.h"
+#include "Journal.h"
+#include "Records.h"
+#include "Server.h"
+#include "Service.h"
+#include "StorageService.h"
+
+#include <map>
+
+namespace VelmoraPortal {
+
+/// Joins server, service, storage, faults and journal. All of it lives on the server's thread, which
+/// others reach through `Server::call`.
+class Core final : public ServerHandler, public Controlled {
+public:
+    explicit Core(Options wanted);
+    ~Core() override;
+
+    bool resetsConnection() override;
+    Answer answer(const HttpRequest &request) override;
+    std::unique_ptr<BodySink> sink(const HttpRequest &head) override;
+    std::optional<Answer> refusal(const HttpRequest &request, std::uint64_t id,
+                                  std::chrono::milliseconds &delay) override;
+    void socketOpened(std::uint64_t id) override;
+    void socketPinged(std::uint64_t id, std::string payload) override;
+    void socketTexted(std::uint64_t id, std::string text) override;
+    void socketClosed(std::uint64_t id, int code, std::string reason) override;
+    void tick() override { service.advance(); }
+
+    void addFault(const Fault &fault) override { faults.add(fault); }
+    void dropFaults() override { faults.clear(); }
+    void dropRequests() override { journal.clearRequests(); }
+    void invalidateTokens() override { service.expireTokens(); }
+    void changeTokenLifetime(std::chrono::seconds lifetime) override { service.setTokenLifetime(lifetime); }
+    void changeJobDuration(std::chrono::milliseconds duration) override { service.setJobDuration(duration); }
+    Json stateOf() const override { return toJson(service.state(), store); }
+    Json faultsJson() const override;
+    Json requestsJson() const override;
+    Json socketsJson() const override;
+    std::size_t touchSockets(const std::string &action, const std::string &jobId, const std::string &text,
+                             int code) override;
+    StorageOptions storageOptions() const override { return service.storage(); }
+    void changeStorage(const StorageOptions &changed) override { service.setStorage(changed); }
+    Store &fileStore() override { return store; }
+
+    std::vector<SeenSocket *> openSockets(const std::string &jobId);
+    /// Encrypts on the caller's thread.
+    void addFile(const std::string &jobId, const std::string &name,
+                 const std::function<void(CipherWriter &writer)> &write);
+
+    Options options;
+    Directory directory;
+    Certificates certificates;
+    std::string caFile;
+    FaultList faults;
+    Journal journal;
+    std::map<std::uint64_t, Fault> socketFaults;
+    Store store;
+    Addresses addresses;
+    Service service;
+    StorageService storage;
+    Server server;
+
+private:
+    class StorageSink;
+
+    void note(const HttpRequest &request, int status, bool processed, std::uint64_t bodySize);
+    void tell(const std::string &jobId, const std::string &text);
+    void end(const std::string &jobId, const std::string &reason);
+    void send(SeenSocket &socket, const std::string &text);
+    /// Lets the fault of a socket happen once enough texts have gone out.
+    void strike(std::uint64_t id);
+};
+
+} // namespace VelmoraPortal
