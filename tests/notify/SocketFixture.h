@@ -15,86 +15,65 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-using Velmora::ApiError;
-using Velmora::CloudAPI;
-using Velmora::CloudAPIImpl;
-using Velmora::SocketConnection;
-using Velmora::SocketManager;
+using namespace Velmora;
 using Handshake = SocketServer::Handshake;
 using Drop = SocketServer::Drop;
 
 namespace {
 
-struct SocketsTag {
-    using Member = std::unique_ptr<SocketManager> CloudAPIImpl::*;
-    friend Member reach(SocketsTag);
-};
-template struct Reach<SocketsTag, &CloudAPIImpl::m_sockets>;
+template struct Open<&CloudAPIImpl::m_sockets>;
+template struct Open<&SocketManager::m_heartbeat>;
+template struct Open<&SocketManager::m_connections>;
 
-struct HeartbeatTag {
-    using Member = std::unique_ptr<QTimer> SocketManager::*;
-    friend Member reach(HeartbeatTag);
-};
-template struct Reach<HeartbeatTag, &SocketManager::m_heartbeat>;
+using Texts = std::vector<std::string>;
 
-struct ConnectionsTag {
-    using Member = QMap<QString, SocketConnection *> SocketManager::*;
-    friend Member reach(ConnectionsTag);
-};
-template struct Reach<ConnectionsTag, &SocketManager::m_connections>;
+constexpr auto success = "Socket Message Success", finished = "Simulation Finished",
+               lost = "Unexpected Socket Disconnection", invalid = "Invalid Socket Message",
+               disconnected = "socket disconnected";
 
 inline void fire(QTimer *timer) { ASSERT_TRUE(timer && QMetaObject::invokeMethod(timer, "timeout")); }
 
 /// The callbacks of one subscription and what they were told.
 struct Listener {
-    struct Call {
-        bool finish;
-        int code;
-        std::string title, message, jobId, text;
-    };
-    std::vector<Call> calls;
+    Texts texts;
+    bool finish = false; ///< the last call came to the finish callback
+    ApiError error;      ///< the last one's
+    std::string jobId;
     std::function<void()> then; ///< run once, inside the next callback
 
-    CloudAPI::JobMessage callback(bool finish)
+    CloudAPI::JobMessage callback(bool finishes)
     {
-        return [this, finish, owned = std::string(100, 'x')](const ApiError &error, const std::string &jobId,
-                                                             const std::string &text) {
-            calls.push_back({finish, error.errorCode, error.errorTitle, error.errorMessage, jobId, text});
+        return [this, finishes, owned = std::string(100, 'x')](const ApiError &outcome, const std::string &job,
+                                                               const std::string &text) {
+            texts.push_back(text);
+            finish = finishes;
+            error = outcome;
+            jobId = job;
+            const std::string copy = text;
             if (const auto act = std::exchange(then, nullptr))
                 act();
             // Whatever it did, the function itself and its arguments are still there.
-            EXPECT_EQ(owned, std::string(100, 'x'));
-            EXPECT_EQ(jobId, calls.back().jobId);
-            EXPECT_EQ(text, calls.back().text);
-            EXPECT_EQ(error.errorTitle, calls.back().title);
+            EXPECT_EQ(owned + job + text + outcome.errorTitle, std::string(100, 'x') + jobId + copy + error.errorTitle);
         };
     }
 };
 
-class SocketTest : public testing::Test {
+class SocketFixture : public testing::Test {
 protected:
-    SocketManager &sockets() { return *(implOf(*api).*reach(SocketsTag{})); }
-    QTimer *heartbeat() { return (sockets().*reach(HeartbeatTag{})).get(); }
+    SocketManager &sockets() { return *inside<std::unique_ptr<SocketManager>>(implOf(*api)); }
+    QTimer *heartbeat() { return inside<std::unique_ptr<QTimer>>(sockets()).get(); }
+    auto connection(const char *job)
+    {
+        return inside<QMap<QString, SocketConnection *>>(sockets()).value(QString::fromLatin1(job));
+    }
+    bool subscribed(const char *job = "J1") { return connection(job) != nullptr; }
     /// Null once the job's client has given up, or when the job is not subscribed.
     QWebSocket *socket(const char *job = "J1")
     {
-        SocketConnection *connection = (sockets().*reach(ConnectionsTag{})).value(QString::fromLatin1(job));
-        if (!connection)
+        if (!subscribed(job))
             return nullptr;
-        QWebSocket *alive = nullptr;
-        for (QWebSocket *child : connection->client()->findChildren<QWebSocket *>())
-            alive = child; // the latest; an earlier one may still wait for its deletion
-        return alive;
-    }
-    bool subscribed(const char *job = "J1")
-    {
-        return (sockets().*reach(ConnectionsTag{})).contains(QString::fromLatin1(job));
+        const auto children = connection(job)->client()->findChildren<QWebSocket *>();
+        return children.isEmpty() ? nullptr : children.last(); // an earlier one may still wait for its deletion
     }
 
     void subscribe(Listener &to, const char *job = "J1")
@@ -118,7 +97,7 @@ protected:
     }
     bool told(const Listener &host, std::size_t calls = 1)
     {
-        return waitUntil([&] { return host.calls.size() >= calls; });
+        return waitUntil([&] { return host.texts.size() >= calls; });
     }
     /// One heartbeat, answered with a pong that this side has read.
     void beat()
@@ -128,48 +107,52 @@ protected:
         fire(heartbeat());
         ASSERT_TRUE(waitUntil([&] { return pongs.count() == 1; }));
     }
+    void beats(int count)
+    {
+        for (int i = 0; i < count; ++i)
+            fire(heartbeat());
+    }
     void expectFlow(Listener &host, std::size_t client)
     {
-        const std::size_t before = host.calls.size();
+        const std::size_t before = host.texts.size();
         server.send(client, "flows");
         ASSERT_TRUE(told(host, before + 1));
-        EXPECT_EQ(host.calls.back().text, "flows");
-        EXPECT_FALSE(host.calls.back().finish);
+        EXPECT_EQ(host.texts.back(), "flows");
+        EXPECT_FALSE(host.finish);
     }
-    void restart(std::size_t clients)
+    /// Four heartbeats; the connection after them is that client.
+    void restart(std::size_t client)
     {
         for (int i = 0; i < 3; ++i)
             ASSERT_NO_FATAL_FAILURE(beat());
         fire(heartbeat());
-        ASSERT_TRUE(accepted(clients));
+        ASSERT_TRUE(accepted(client));
         ASSERT_TRUE(waitUntil([=] { return socket() && socket()->isValid(); }));
     }
     /// The client has given up: neither a heartbeat nor anything still under way makes a difference.
     void expectInert(const Listener &host, std::size_t clients)
     {
         EXPECT_TRUE(waitUntil([=] { return !socket(); }));
-        const std::size_t before = host.calls.size();
-        for (int i = 0; i < 5; ++i)
-            fire(heartbeat());
+        const std::size_t before = host.texts.size();
+        beats(5);
         for (int i = 0; i < 20; ++i)
             settle();
-        EXPECT_EQ(host.calls.size(), before);
+        EXPECT_EQ(host.texts.size(), before);
         EXPECT_EQ(server.clients().size(), clients);
     }
-    void expectLoss(const Listener &host, const std::string &text)
+    /// Told of the end once, and inert.
+    void expectLoss(const Listener &host, std::size_t clients)
     {
-        ASSERT_EQ(host.calls.size(), 1u);
-        EXPECT_EQ(host.calls[0].text, text);
-        EXPECT_EQ(host.calls[0].code, 400);
-        EXPECT_EQ(host.calls[0].title, "Unexpected Socket Disconnection");
-        EXPECT_EQ(host.calls[0].message, "");
-        EXPECT_EQ(host.calls[0].jobId, "J1");
-        EXPECT_TRUE(host.calls[0].finish);
+        ASSERT_TRUE(told(host));
+        expectInert(host, clients);
+        EXPECT_EQ(host.texts, Texts{disconnected});
+        EXPECT_EQ(host.error.errorTitle, lost);
+        EXPECT_TRUE(host.finish);
         EXPECT_TRUE(subscribed()) << "stays until the host unsubscribes";
     }
 
     SocketServer server;
-    ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(server.host())};
+    ScopedEnvironment address{"VELMORA_API_URL", server.host()};
     LogCatcher log;
     Listener listener; // outlives whoever calls it
     std::unique_ptr<CloudAPI> api = std::make_unique<CloudAPI>();

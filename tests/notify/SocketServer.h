@@ -1,17 +1,15 @@
 #pragma once
 
-#include <cstddef>
-#include <memory>
-#include <string>
+#include "support/ScriptedServer.h"
+
+#include <QByteArrayList>
+
 #include <vector>
 
-/// A secure WebSocket server of another make (Boost.Beast) on loopback, on a thread of its own. It does
+/// A secure WebSocket server of another make than the client's and the portal's, frame by frame. It does
 /// to its clients what a test dictates and remembers what they sent. Its certificate is signed by an
 /// authority that nobody trusts. Clients are numbered from 0 in the order of their connections.
-///
-/// Whatever happens here wakes the event loop of the thread that made the server, so that `waitUntil`
-/// looks again.
-class SocketServer {
+class SocketServer : public ScriptedServer {
 public:
     /// What is done with connections to come.
     enum class Handshake {
@@ -24,32 +22,38 @@ public:
     enum class Drop { Reset, Finish };
 
     struct Client {
-        std::string target;
-        std::vector<std::string> authorization; ///< every header of that name
-        std::vector<std::string> pings;         ///< payloads
-        int closeCode = 0;                      ///< of its close frame
-        std::string closeReason;
+        QByteArray target, head; ///< of the handshake
+        QByteArrayList pings;    ///< payloads
+        int closeCode = 0;       ///< of its close frame
+        QByteArray closeReason;
         bool accepted = false;
         bool gone = false; ///< its connection has ended
+        QByteArray unread; ///< less than a frame
     };
 
     SocketServer();
-    ~SocketServer();
-    SocketServer(const SocketServer &) = delete;
-    SocketServer &operator=(const SocketServer &) = delete;
 
-    std::string host() const; ///< "127.0.0.1:PORT"
     void setHandshake(Handshake handshake);
-    std::vector<Client> clients() const;
+    const std::vector<Client> &clients() const { return m_clients; }
 
     /// Returns when the frame is on its way.
-    void send(std::size_t client, const std::string &text);
+    void send(std::size_t client, const QByteArray &text) { write(client, 1, text); }
     /// Starts the closing handshake; code 0 sends a close frame without code.
-    void close(std::size_t client, int code, const std::string &reason = {});
+    void close(std::size_t client, int code, const QByteArray &reason = {});
     /// Ends the connection without a close frame.
     void drop(std::size_t client, Drop how);
+    /// Waits for the connection's end without handling any other event.
+    bool waitForEnd(std::size_t client);
+
+protected:
+    void incomingConnection(qintptr descriptor) override;
+    void upgraded(int connection, const QByteArray &bytes) override;
+    void ended(int connection) override { m_clients[std::size_t(connection) - 1].gone = true; }
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> m_impl;
+    Answer greet(const ReceivedRequest &request);
+    void write(std::size_t client, int opcode, const QByteArray &payload);
+
+    Handshake m_handshake = Handshake::Accept;
+    std::vector<Client> m_clients;
 };

@@ -3,11 +3,29 @@
 
 #include "SocketFixture.h"
 
-#include <ostream>
-
 namespace {
 
-constexpr auto closedAlready = "close event after socket is already closed";
+constexpr int frame = -1, reset = -2, finish = -3, silentHeartbeats = -4;
+
+class SocketTest : public SocketFixture {
+protected:
+    /// Ends a connection by a close frame of that code, or in one of those ways.
+    void end(std::size_t client, int code, const char *reason)
+    {
+        if (code >= 0)
+            server.close(client, code, reason);
+        else if (code == silentHeartbeats)
+            beats(4);
+        else
+            server.drop(client, code == reset ? Drop::Reset : Drop::Finish);
+    }
+};
+
+QByteArray authorization(const SocketServer::Client &client)
+{
+    EXPECT_EQ(client.head.toLower().count("\nauthorization:"), 1);
+    return ReceivedRequest{0, {}, {}, client.head, {}}.header("Authorization");
+}
 
 TEST_F(SocketTest, HandshakeCarriesTheBareTokenAndTrustsAnyCertificate)
 {
@@ -15,91 +33,33 @@ TEST_F(SocketTest, HandshakeCarriesTheBareTokenAndTrustsAnyCertificate)
                              listener.callback(true));
     ASSERT_TRUE(accepted(0));
     EXPECT_EQ(server.clients()[0].target, "/socket/job/progress/J-1");
-    EXPECT_EQ(server.clients()[0].authorization, std::vector<std::string>{"a.b_c"});
-    EXPECT_TRUE(log.lines().contains(
-        QStringLiteral("web-socket url wss://%1/socket/job/progress/J-1").arg(QString::fromStdString(server.host()))));
-    EXPECT_TRUE(log.lines().filter(QStringLiteral("a.b_c")).isEmpty());
+    EXPECT_EQ(authorization(server.clients()[0]), "a.b_c");
+    EXPECT_NE(log.text().find("web-socket url wss://" + server.host().toStdString() + "/socket/job/progress/J-1"),
+              std::string::npos);
+    EXPECT_EQ(log.text().find("a.b_c"), std::string::npos);
 }
 
 TEST_F(SocketTest, RenewalHandsTheNewTokenToOpenConnections)
 {
-    const auto tokens = [](const char *id) {
-        return answer(200, QByteArray(R"({"idToken":")") + id + R"(","refreshToken":"r","expiresIn":3600})");
-    };
     Loopback rest; // the service's other requests go there, while it lives
-    rest.server.next(tokens("first"));
-    rest.server.next(tokens("second"));
-    bool loggedIn = false;
-    api->logUserIn("u@example.com", "p", "", [&](const ApiError &) { loggedIn = true; });
-    ASSERT_TRUE(waitUntil([&] { return loggedIn; }));
+    rest.server.next(answer(200, R"({"idToken":"first","refreshToken":"r","expiresIn":3600})"));
+    rest.server.next(answer(200, R"({"idToken":"second","expiresIn":3600})"));
+    api->logUserIn("u@example.com", "p", "", {});
+    ASSERT_TRUE(waitUntil([&] { return api->isUserLoggedIn(); }));
     {
-        const ScopedEnvironment here("VELMORA_API_URL", QByteArray::fromStdString(server.host()));
+        const ScopedEnvironment here("VELMORA_API_URL", server.host());
         ASSERT_NO_FATAL_FAILURE(open(listener));
     }
-    EXPECT_EQ(server.clients()[0].authorization, std::vector<std::string>{"first"});
+    EXPECT_EQ(authorization(server.clients()[0]), "first");
     fire(renewalTimerOf(*api));
     EXPECT_FALSE(api->isUserLoggedIn());
     ASSERT_TRUE(waitUntil([&] { return api->isUserLoggedIn(); }));
     EXPECT_EQ(server.clients().size(), 1u) << "an open connection is not touched";
     ASSERT_NO_FATAL_FAILURE(restart(1));
-    EXPECT_EQ(server.clients()[1].authorization, std::vector<std::string>{"second"});
+    EXPECT_EQ(authorization(server.clients()[1]), "second");
     ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 1));
-    EXPECT_EQ(listener.calls.size(), 1u);
+    EXPECT_EQ(listener.texts.size(), 1u);
 }
-
-struct Message {
-    const char *name, *text;
-    int code;
-    const char *title;
-    bool finish, over;
-
-    friend std::ostream &operator<<(std::ostream &out, const Message &row) { return out << row.name; }
-};
-
-class Classification : public SocketTest, public testing::WithParamInterface<Message> {};
-
-TEST_P(Classification, OfTextFrames)
-{
-    const Message &row = GetParam();
-    ASSERT_NO_FATAL_FAILURE(open(listener));
-    server.send(0, row.text);
-    ASSERT_TRUE(told(listener));
-    EXPECT_EQ(listener.calls[0].text, row.text);
-    EXPECT_EQ(listener.calls[0].code, row.code);
-    EXPECT_EQ(listener.calls[0].title, row.title);
-    EXPECT_EQ(listener.calls[0].message, "");
-    EXPECT_EQ(listener.calls[0].jobId, "J1");
-    EXPECT_EQ(listener.calls[0].finish, row.finish);
-    settle();
-    EXPECT_EQ(subscribed(), !row.over);
-    EXPECT_EQ(heartbeat() != nullptr, !row.over);
-    if (row.over)
-        EXPECT_TRUE(gone(0));
-    else
-        ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 0));
-    EXPECT_EQ(listener.calls.size(), row.over ? 1u : 2u);
-}
-
-constexpr auto success = "Socket Message Success", finished = "Simulation Finished",
-               lost = "Unexpected Socket Disconnection", invalid = "Invalid Socket Message";
-
-const auto nameOf = [](const auto &row) { return std::string(row.param.name); };
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, Classification,
-    testing::Values(Message{"Progress", R"({"jobProgress":"Gr\u00fc\u00dfe ü 1%"})", 200, success, false, false},
-                    Message{"Finished", "the simulation finished.", 200, finished, true, true},
-                    Message{"JobStatus", R"({"m":"Job status is FINISHED"})", 200, finished, true, true},
-                    Message{"CapitalFinished", "Simulation Finished", 200, success, false, false},
-                    Message{"LowerJobStatus", "job status is finished", 200, success, false, false},
-                    Message{"Disconnected", "a socket disconnected b", 400, lost, true, false},
-                    Message{"FailedToConnect", "a failed to connect b", 400, lost, true, false},
-                    Message{"AbnormalClosure", "an abnormal closure", 400, lost, true, false},
-                    Message{"CapitalDisconnected", "Socket disconnected", 200, success, false, false},
-                    Message{"FinishedWins", "socket disconnected, simulation finished", 200, finished, true, true},
-                    Message{"Blank", " ", 200, success, false, false},
-                    Message{"Empty", "", 400, invalid, false, false}),
-    nameOf);
 
 TEST_F(SocketTest, FourSilentHeartbeatsRestartWithTheNewestToken)
 {
@@ -111,13 +71,13 @@ TEST_F(SocketTest, FourSilentHeartbeatsRestartWithTheNewestToken)
         ASSERT_NO_FATAL_FAILURE(restart(round + 1));
         ASSERT_TRUE(gone(round));
         const SocketServer::Client closed = server.clients()[round];
-        EXPECT_EQ(closed.pings, std::vector<std::string>(4, "hello"));
+        EXPECT_EQ(closed.pings, QByteArrayList({"hello", "hello", "hello", "hello"}));
         EXPECT_EQ(closed.closeCode, 1015);
         EXPECT_EQ(closed.closeReason, "rebooting");
-        EXPECT_EQ(server.clients()[round + 1].authorization, std::vector<std::string>{token});
+        EXPECT_EQ(authorization(server.clients()[round + 1]).toStdString(), token);
         EXPECT_EQ(server.clients()[round + 1].target, "/socket/job/progress/J1");
         ASSERT_NO_FATAL_FAILURE(expectFlow(listener, round + 1));
-        EXPECT_EQ(listener.calls.size(), round + 1) << "nothing but the messages";
+        EXPECT_EQ(listener.texts.size(), round + 1) << "nothing but the messages";
     }
     EXPECT_EQ(server.clients().size(), 3u);
 }
@@ -125,17 +85,16 @@ TEST_F(SocketTest, FourSilentHeartbeatsRestartWithTheNewestToken)
 TEST_F(SocketTest, ATextFrameAfterThreeHeartbeatsResetsTheCount)
 {
     ASSERT_NO_FATAL_FAILURE(open(listener));
-    for (int i = 0; i < 3; ++i)
+    for (int i = 1; i <= 6; ++i) {
         ASSERT_NO_FATAL_FAILURE(beat());
-    ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 0));
-    for (int i = 0; i < 3; ++i)
-        ASSERT_NO_FATAL_FAILURE(beat());
-    ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 0));
+        if (i % 3 == 0) {
+            ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 0));
+        }
+    }
     EXPECT_EQ(server.clients().size(), 1u);
-    EXPECT_EQ(server.clients()[0].pings.size(), 6u);
     ASSERT_NO_FATAL_FAILURE(restart(1));
     ASSERT_TRUE(gone(0));
-    EXPECT_EQ(server.clients()[0].pings.size(), 10u);
+    EXPECT_EQ(server.clients()[0].pings.size(), 10);
 }
 
 TEST_F(SocketTest, RestartsWhileStillConnecting)
@@ -143,112 +102,110 @@ TEST_F(SocketTest, RestartsWhileStillConnecting)
     server.setHandshake(Handshake::Silence);
     subscribe(listener);
     ASSERT_TRUE(waitUntil([&] { return server.clients().size() == 1; }));
-    const auto fourBeats = [this] {
-        for (int i = 0; i < 4; ++i)
-            fire(heartbeat());
-    };
     server.setHandshake(Handshake::Ignore);
-    fourBeats();
+    beats(4);
     ASSERT_TRUE(gone(0));
-    ASSERT_TRUE(waitUntil([&] { return server.clients().size() == 2 && !server.clients()[1].target.empty(); }));
+    ASSERT_TRUE(waitUntil([&] { return server.clients().size() == 2 && !server.clients()[1].target.isEmpty(); }));
     server.setHandshake(Handshake::Accept);
     sockets().updateCognitoToken(QStringLiteral("newest"));
-    fourBeats();
+    beats(4);
     ASSERT_TRUE(gone(1));
     ASSERT_TRUE(accepted(2));
-    EXPECT_EQ(server.clients()[2].authorization, std::vector<std::string>{"newest"});
+    EXPECT_EQ(authorization(server.clients()[2]), "newest");
     ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 2));
-    EXPECT_EQ(listener.calls.size(), 1u);
+    EXPECT_EQ(listener.texts.size(), 1u);
     EXPECT_EQ(server.clients().size(), 3u);
 }
 
-struct Ending {
-    const char *name;
-    std::function<void(SocketServer &, std::size_t client)> end;
-    const char *text;
-
-    friend std::ostream &operator<<(std::ostream &out, const Ending &row) { return out << row.name; }
+/// What the server does, and what the host is told of it.
+struct Happening {
+    int code; ///< a text frame, or how the connection ends
+    const char *sent, *told, *title;
+    bool finish = true, over = false; ///< the finish callback is called; the subscription ends
 };
 
-Ending closing(const char *name, int code, const char *reason, const char *text)
+constexpr Happening happenings[] = {
+    {frame, R"({"jobProgress":"Gr\u00fc\u00dfe ü 1%"})", nullptr, success, false},
+    {frame, "the simulation finished.", nullptr, finished, true, true},
+    {frame, R"({"m":"Job status is FINISHED"})", nullptr, finished, true, true},
+    {frame, "Simulation Finished", nullptr, success, false},
+    {frame, "job status is finished", nullptr, success, false},
+    {frame, "a socket disconnected b", nullptr, lost},
+    {frame, "a failed to connect b", nullptr, lost},
+    {frame, "an abnormal closure", nullptr, lost},
+    {frame, "Socket disconnected", nullptr, success, false},
+    {frame, "socket disconnected, simulation finished", nullptr, finished, true, true},
+    {frame, " ", nullptr, success, false},
+    {frame, "", nullptr, invalid, false},
+    {1000, "bye", "bye", success, false},
+    {1000, "simulation finished", "simulation finished", finished, true, true},
+    {4000, "simulation finished", "abnormal closure simulation finished 4000", finished, true, true},
+    {1000, "", "abnormal closure  1000", lost},
+    {0, "", "abnormal closure  1000", lost},
+    {1001, "", "abnormal closure  1001", lost},
+    {4000, "50%2 late", "abnormal closure 50%2 late 4000", lost},
+    {reset, "", disconnected, lost},
+    {finish, "", disconnected, lost},
+};
+
+TEST_F(SocketTest, WhateverHappensIsToldOnce)
 {
-    return {name, [=](SocketServer &server, std::size_t client) { server.close(client, code, reason); }, text};
+    for (const auto &[code, sent, text, title, toFinish, over] : happenings) {
+        SCOPED_TRACE(testing::Message() << code << " " << sent);
+        const std::size_t client = server.clients().size();
+        Listener own;
+        ASSERT_NO_FATAL_FAILURE(open(own, client));
+        if (code == frame)
+            server.send(client, sent);
+        else
+            end(client, code, sent);
+        ASSERT_TRUE(told(own));
+        settle();
+        EXPECT_EQ(own.texts, Texts{code == frame ? sent : text});
+        EXPECT_EQ(own.error.errorCode, title == lost || title == invalid ? 400 : 200);
+        EXPECT_EQ(own.error.errorTitle + own.error.errorMessage, title);
+        EXPECT_EQ(own.jobId, "J1");
+        EXPECT_EQ(own.finish, toFinish);
+        EXPECT_TRUE(waitUntil([&] { return subscribed() != over; })) << "stays until the host unsubscribes";
+        EXPECT_EQ(heartbeat() != nullptr, !over);
+        if (over || code != frame)
+            EXPECT_TRUE(gone(client));
+        else
+            ASSERT_NO_FATAL_FAILURE(expectFlow(own, client));
+        if (!over && code != frame)
+            expectInert(own, client + 1);
+        api->unsubscribeFromJob("J1");
+    }
 }
 
-Ending dropping(const char *name, Drop how, const char *text)
+TEST_F(SocketTest, ALossAfterARestartBeforeAnyMessageIsLogged)
 {
-    return {name, [=](SocketServer &server, std::size_t client) { server.drop(client, how); }, text};
+    for (const int code : {1000, 0, 1001, 1011, 4000, reset, finish, silentHeartbeats}) {
+        SCOPED_TRACE(code);
+        api = std::make_unique<CloudAPI>();
+        const std::size_t client = server.clients().size();
+        Listener own;
+        ASSERT_NO_FATAL_FAILURE(open(own, client));
+        ASSERT_NO_FATAL_FAILURE(restart(client + 1));
+        log.clear();
+        end(client + 1, code, "");
+        expectLoss(own, client + 2);
+        EXPECT_EQ(log.text().find("close event after socket is already closed") != std::string::npos,
+                  code != reset && code != finish);
+        api.reset();
+    }
 }
 
-class Lost : public SocketTest, public testing::WithParamInterface<Ending> {};
-
-TEST_P(Lost, ReachesTheFinishCallbackOnce)
-{
-    ASSERT_NO_FATAL_FAILURE(open(listener));
-    GetParam().end(server, 0);
-    ASSERT_TRUE(told(listener));
-    ASSERT_NO_FATAL_FAILURE(expectInert(listener, 1));
-    expectLoss(listener, GetParam().text);
-    EXPECT_TRUE(gone(0));
-}
-
-TEST_P(Lost, AfterARestartBeforeAnyMessageIsLoggedAndTold)
+TEST_F(SocketTest, AClosureIsAbnormalAgainOnceAMessageHasComeAfterARestart)
 {
     ASSERT_NO_FATAL_FAILURE(open(listener));
     ASSERT_NO_FATAL_FAILURE(restart(1));
-    const bool closes = !QByteArray(GetParam().text).startsWith("socket");
-    log.clear();
-    GetParam().end(server, 1);
-    ASSERT_TRUE(told(listener));
-    EXPECT_EQ(log.lines().contains(QLatin1String(closedAlready)), closes);
+    ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 1));
+    server.close(1, 1011, "late");
+    ASSERT_TRUE(told(listener, 2));
     ASSERT_NO_FATAL_FAILURE(expectInert(listener, 2));
-    expectLoss(listener, "socket disconnected");
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, Lost,
-                         testing::Values(closing("NormalWithoutReason", 1000, "", "abnormal closure  1000"),
-                                         closing("WithoutCode", 0, "", "abnormal closure  1000"),
-                                         closing("GoingAway", 1001, "", "abnormal closure  1001"),
-                                         closing("InternalError", 1011, "", "abnormal closure  1011"),
-                                         closing("WithReason", 4000, "50%2 late", "abnormal closure 50%2 late 4000"),
-                                         dropping("Reset", Drop::Reset, "socket disconnected"),
-                                         dropping("Finish", Drop::Finish, "socket disconnected")),
-                         nameOf);
-
-TEST_F(SocketTest, FourMoreSilentHeartbeatsAfterARestartEndInADisconnection)
-{
-    ASSERT_NO_FATAL_FAILURE(open(listener));
-    ASSERT_NO_FATAL_FAILURE(restart(1));
-    log.clear();
-    for (int i = 0; i < 4; ++i)
-        fire(heartbeat());
-    ASSERT_TRUE(told(listener));
-    EXPECT_TRUE(log.lines().contains(QLatin1String(closedAlready)));
-    ASSERT_NO_FATAL_FAILURE(expectInert(listener, 2));
-    expectLoss(listener, "socket disconnected");
-}
-
-TEST_F(SocketTest, ANormalClosureGoesByItsReason)
-{
-    ASSERT_NO_FATAL_FAILURE(open(listener));
-    server.close(0, 1000, "bye");
-    ASSERT_TRUE(told(listener));
-    ASSERT_NO_FATAL_FAILURE(expectInert(listener, 1));
-    ASSERT_EQ(listener.calls.size(), 1u);
-    EXPECT_EQ(listener.calls[0].text, "bye");
-    EXPECT_EQ(listener.calls[0].title, success);
-    EXPECT_FALSE(listener.calls[0].finish);
-
-    Listener second;
-    ASSERT_NO_FATAL_FAILURE(open(second, 1));
-    server.close(1, 1000, "simulation finished");
-    ASSERT_TRUE(told(second));
-    EXPECT_TRUE(waitUntil([this] { return !subscribed(); }));
-    EXPECT_TRUE(gone(1));
-    ASSERT_EQ(second.calls.size(), 1u);
-    EXPECT_EQ(second.calls[0].title, finished);
-    EXPECT_TRUE(second.calls[0].finish);
-    EXPECT_EQ(listener.calls.size(), 1u);
+    EXPECT_EQ(listener.texts, (Texts{"flows", "abnormal closure late 1011"}));
+    EXPECT_TRUE(listener.finish);
 }
 
 } // namespace

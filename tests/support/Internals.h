@@ -9,31 +9,24 @@
 
 namespace {
 
-template <class Tag, typename Tag::Member member> struct Reach {
-    friend typename Tag::Member reach(Tag) { return member; }
+/// The private member of that type, once `Open` was instantiated with it.
+template <class Member> Member opened;
+template <auto member> struct Open {
+    static inline const auto done = opened<decltype(member)> = member;
 };
 
-struct ImplTag {
-    using Member = Velmora::CloudAPIImpl *Velmora::CloudAPI::*;
-    friend Member reach(ImplTag);
-};
-template struct Reach<ImplTag, &Velmora::CloudAPI::m_impl>;
+template struct Open<&Velmora::CloudAPI::m_impl>;
+template struct Open<&Velmora::CloudAPIImpl::m_network>;
+template struct Open<&Velmora::CloudAPIImpl::m_refreshTimer>;
 
-struct NetworkTag {
-    using Member = std::unique_ptr<QNetworkAccessManager> Velmora::CloudAPIImpl::*;
-    friend Member reach(NetworkTag);
-};
-template struct Reach<NetworkTag, &Velmora::CloudAPIImpl::m_network>;
+template <class Value, class Owner> Value &inside(Owner &owner) { return owner.*opened<Value Owner::*>; }
 
-struct TimerTag {
-    using Member = std::unique_ptr<QTimer> Velmora::CloudAPIImpl::*;
-    friend Member reach(TimerTag);
-};
-template struct Reach<TimerTag, &Velmora::CloudAPIImpl::m_refreshTimer>;
-
-inline Velmora::CloudAPIImpl &implOf(Velmora::CloudAPI &api) { return *(api.*reach(ImplTag{})); }
-inline QNetworkAccessManager &networkOf(Velmora::CloudAPI &api) { return *(implOf(api).*reach(NetworkTag{})); }
+inline Velmora::CloudAPIImpl &implOf(Velmora::CloudAPI &api) { return *inside<Velmora::CloudAPIImpl *>(api); }
+inline QNetworkAccessManager &networkOf(Velmora::CloudAPI &api)
+{
+    return *inside<std::unique_ptr<QNetworkAccessManager>>(implOf(api));
+}
 /// Null until the first token reply.
-inline QTimer *renewalTimerOf(Velmora::CloudAPI &api) { return (implOf(api).*reach(TimerTag{})).get(); }
+inline QTimer *renewalTimerOf(Velmora::CloudAPI &api) { return inside<std::unique_ptr<QTimer>>(implOf(api)).get(); }
 
 } // namespace

@@ -22,30 +22,28 @@ const VelmoraPortal::Certificates &certificates()
     return made;
 }
 
-struct Caught {
-    QMutex mutex;
-    QStringList lines;
-    QStringList warnings;
-    QtMessageHandler previous = nullptr;
-};
-
-Caught &caught()
-{
-    static Caught instance;
-    return instance;
-}
+QMutex mutex;
+QStringList caughtLines, caughtWarnings;
+QtMessageHandler previousHandler = nullptr;
 
 void catchMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
-    Caught &all = caught();
-    const QMutexLocker lock(&all.mutex);
+    const QMutexLocker lock(&mutex);
     if (context.category && std::strcmp(context.category, "velmora") == 0) {
-        all.lines.append(text);
+        caughtLines.append(text);
         return;
     }
     if (type != QtDebugMsg && type != QtInfoMsg)
-        all.warnings.append(text);
-    all.previous(type, context, text);
+        caughtWarnings.append(text);
+    previousHandler(type, context, text);
+}
+
+void setEnvironment(const char *name, const QByteArray &value)
+{
+    if (value.isNull())
+        qunsetenv(name);
+    else
+        qputenv(name, value);
 }
 
 } // namespace
@@ -54,37 +52,23 @@ QByteArray testAuthority() { return QByteArray::fromStdString(certificates().caP
 
 QSslConfiguration serverConfiguration()
 {
-    static const QSslConfiguration made = [] {
-        QSslConfiguration configuration;
-        configuration.setLocalCertificate(QSslCertificate(QByteArray::fromStdString(certificates().certPem)));
-        configuration.setPrivateKey(QSslKey(QByteArray::fromStdString(certificates().keyPem), QSsl::Ec));
-        configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
-        return configuration;
-    }();
-    return made;
+    QSslConfiguration configuration;
+    configuration.setLocalCertificate(QSslCertificate(QByteArray::fromStdString(certificates().certPem)));
+    configuration.setPrivateKey(QSslKey(QByteArray::fromStdString(certificates().keyPem), QSsl::Ec));
+    configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
+    return configuration;
 }
 
 ScopedEnvironment::ScopedEnvironment(const char *name, const QByteArray &value)
     : m_name(name)
-    , m_wasSet(qEnvironmentVariableIsSet(name))
     , m_before(qgetenv(name))
 {
-    if (value.isNull())
-        qunsetenv(name);
-    else
-        qputenv(name, value);
+    setEnvironment(name, value);
 }
 
-ScopedEnvironment::~ScopedEnvironment()
-{
-    if (m_wasSet)
-        qputenv(m_name, m_before);
-    else
-        qunsetenv(m_name);
-}
+ScopedEnvironment::~ScopedEnvironment() { setEnvironment(m_name, m_before); }
 
 ScopedTrust::ScopedTrust(const QByteArray &authorityPem)
-    : m_before(QSslConfiguration::defaultConfiguration())
 {
     QSslConfiguration trusting = m_before;
     trusting.setCaCertificates(QSslCertificate::fromData(authorityPem));
@@ -96,33 +80,33 @@ ScopedTrust::~ScopedTrust() { QSslConfiguration::setDefaultConfiguration(m_befor
 LogCatcher::LogCatcher()
 {
     clear();
-    caught().previous = qInstallMessageHandler(catchMessage);
+    previousHandler = qInstallMessageHandler(catchMessage);
     QLoggingCategory::setFilterRules(QStringLiteral("velmora.debug=true"));
 }
 
 LogCatcher::~LogCatcher()
 {
-    qInstallMessageHandler(caught().previous);
+    qInstallMessageHandler(previousHandler);
     QLoggingCategory::setFilterRules({});
 }
 
 QStringList LogCatcher::lines() const
 {
-    const QMutexLocker lock(&caught().mutex);
-    return caught().lines;
+    const QMutexLocker lock(&mutex);
+    return caughtLines;
 }
 
 QStringList LogCatcher::warnings() const
 {
-    const QMutexLocker lock(&caught().mutex);
-    return caught().warnings;
+    const QMutexLocker lock(&mutex);
+    return caughtWarnings;
 }
 
 void LogCatcher::clear()
 {
-    const QMutexLocker lock(&caught().mutex);
-    caught().lines.clear();
-    caught().warnings.clear();
+    const QMutexLocker lock(&mutex);
+    caughtLines.clear();
+    caughtWarnings.clear();
 }
 
 bool waitUntil(const std::function<bool()> &condition, int deadline)

@@ -21,12 +21,10 @@ class ScopedEnvironment {
 public:
     ScopedEnvironment(const char *name, const QByteArray &value);
     ~ScopedEnvironment();
-    ScopedEnvironment(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
 
 private:
+    Q_DISABLE_COPY(ScopedEnvironment)
     const char *m_name;
-    bool m_wasSet;
     QByteArray m_before;
 };
 
@@ -35,11 +33,10 @@ class ScopedTrust {
 public:
     explicit ScopedTrust(const QByteArray &authorityPem = testAuthority());
     ~ScopedTrust();
-    ScopedTrust(const ScopedTrust &) = delete;
-    ScopedTrust &operator=(const ScopedTrust &) = delete;
 
 private:
-    QSslConfiguration m_before;
+    Q_DISABLE_COPY(ScopedTrust)
+    QSslConfiguration m_before = QSslConfiguration::defaultConfiguration();
 };
 
 /// A server that every `CloudAPI` talks to meanwhile, and trusts.
@@ -55,12 +52,14 @@ class LogCatcher {
 public:
     LogCatcher();
     ~LogCatcher();
-    LogCatcher(const LogCatcher &) = delete;
-    LogCatcher &operator=(const LogCatcher &) = delete;
 
     QStringList lines() const;
+    std::string text() const { return lines().join(QLatin1Char('\n')).toStdString(); }
     QStringList warnings() const;
     void clear();
+
+private:
+    Q_DISABLE_COPY(LogCatcher)
 };
 
 /// Runs the event loop until the condition holds; it is looked at whenever the loop has nothing left to

@@ -3,27 +3,16 @@
 // A TLS server on loopback that shows what a client really sent and answers as a test says, byte for
 // byte. It lives on the test's own thread and works while that thread handles events.
 //
-//     Loopback loopback;                                     // Loopback.h: a server that the library uses
-//     ScriptedServer &server = loopback.server;
-//     server.next(answer(200, R"({"jobId":"J1"})"));         // for the next request; then the one after it ...
-//     server.next(answer(500).paused(20));                   // 20 bytes, the rest after resume()
-//     server.next(answer(200, body).cut(100));               // 100 bytes, then the connection closes
-//     server.next(hangUp());                                 // reads the request and closes
-//     server.next(silence());                                // reads the request, never answers
-//     server.setHandler([](const ReceivedRequest &request) { // for all requests beyond those
-//         return request.verb == "PUT" ? answer(200) : answer(404);
-//     });
-//     api.getJobDetails("J1", callback);
-//     ASSERT_TRUE(waitUntil([&] { return called == 1; }));   // Loopback.h
-//     EXPECT_EQ(server.requests().last().body, expected);
+//     Loopback loopback;                             // Loopback.h: a server that the library uses
+//     loopback.server.next(answer(500).paused(20));  // for the next request: 20 bytes, the rest after resume()
+//     loopback.server.next(answer(200).cut(100));    // then: 100 bytes, and the connection closes
 //
-// A request without a script is answered with 200 and "{}". Connections are kept alive and numbered
-// from 1. Big bodies: `Answer::more` makes one piece by piece, `setBodyLimit` bounds what is kept of
-// an upload. The server never closes a connection unless told to.
+// A request without a script or a handler is answered with 200 and "{}". Connections are kept alive and
+// numbered from 1. The server never closes a connection unless told to.
 
 #include <QByteArray>
 #include <QList>
-#include <QPair>
+#include <QMap>
 #include <QTcpServer>
 
 #include <functional>
@@ -31,33 +20,32 @@
 struct ReceivedRequest {
     int connection = 0;
     QByteArray verb;
-    QByteArray target;                            ///< path and query as sent
-    QByteArray head;                              ///< raw, with the blank line
-    QList<QPair<QByteArray, QByteArray>> headers; ///< as sent, in order
-    QByteArray body;                              ///< as far as the body limit allows
-    qint64 bodySize = 0;
+    QByteArray target; ///< path and query as sent
+    QByteArray head;   ///< raw, with the blank line
+    QByteArray body;
 
     /// The header's value, whatever the case of its name; null when it was not sent.
-    QByteArray header(const char *name) const;
+    QByteArray header(const QByteArray &name) const;
 };
 
 struct Answer {
-    QByteArray bytes;                 ///< as they go on the wire, the head included
-    std::function<QByteArray()> more; ///< then pieces until an empty one; asked only when there is room
-    qint64 pauseAt = -1;              ///< after that many bytes the answer waits for `resume`
-    bool close = false;               ///< the connection closes after the last byte
+    QByteArray bytes;   ///< as they go on the wire, the head included
+    int pauseAt = -1;   ///< after that many bytes the answer waits for `resume`
+    bool close = false; ///< the connection closes after the last byte
 
-    Answer paused(qint64 at = 0) const;
-    Answer cut(qint64 at) const;
-    Answer closed() const;
+    Answer paused(int at = 0) const { return {bytes, at, close}; }
+    Answer cut(int at) const { return {bytes.left(at), pauseAt, true}; }
+    Answer closed() const { return {bytes, pauseAt, true}; }
 };
 
 /// An HTTP/1.1 answer with its length. @param headers  more of them, each ended by CR LF
 Answer answer(int status, const QByteArray &body = {}, const QByteArray &contentType = "application/json",
               const QByteArray &headers = {});
-Answer hangUp();
-Answer silence();
+/// Reads the request and closes; reads it and never answers.
+inline Answer hangUp() { return Answer().closed(); }
+inline Answer silence() { return Answer().paused(); }
 
+class QSslSocket;
 class ScriptedConnection;
 
 class ScriptedServer : public QTcpServer {
@@ -80,19 +68,20 @@ public:
     void next(const Answer &scripted) { m_script.append(scripted); }
     void setHandler(Handler handler) { m_handler = std::move(handler); }
     void setAccept(Accept accept) { m_accept = accept; }
-    void setBodyLimit(qint64 bytes) { m_bodyLimit = bytes; }
-    /// Lets everything that pauses now, or the oldest of it, go on.
+    /// Lets everything that pauses now, or only the oldest of it, go on.
     void resume();
     void resumeOldest();
-    int pausing() const;
+    int pausing() const { return m_pausing.size(); }
 
     const QList<ReceivedRequest> &requests() const { return m_requests; } ///< read in full, in order
-    int requestsBegun() const { return m_begun; }                         ///< heads read
-    int connections() const { return m_connections; }                     ///< accepted so far
-    int openConnections() const { return m_open; }
+    int openConnections() const { return m_open.size(); }
 
 protected:
     void incomingConnection(qintptr descriptor) override;
+    /// What comes on a connection whose last answer was 101.
+    virtual void upgraded(int /*connection*/, const QByteArray & /*bytes*/) {}
+    virtual void ended(int /*connection*/) {}
+    QSslSocket *socket(int connection) const; ///< null when it has ended
 
 private:
     friend class ScriptedConnection;
@@ -101,10 +90,8 @@ private:
     QList<Answer> m_script;
     Handler m_handler;
     Accept m_accept = Accept::Serve;
-    qint64 m_bodyLimit = -1;
     QList<ReceivedRequest> m_requests;
     QList<ScriptedConnection *> m_pausing;
-    int m_begun = 0;
+    QMap<int, ScriptedConnection *> m_open;
     int m_connections = 0;
-    int m_open = 0;
 };

@@ -8,40 +8,42 @@
 #include "transfer/FileCipher.h"
 
 #include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QMap>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <vector>
-
 using namespace Velmora;
 
-/// What the callbacks of one transfer received.
+constexpr auto addressPath = "/api/job/files/uploadUrl/J1", listPath = "/api/job/files/list/J1",
+               keyPath = "/api/job/key";
+
+inline QString pieceName(int number, const QString &base = "out/res.dat")
+{
+    return base + QStringLiteral("._%1_00003").arg(number, 5, 10, QLatin1Char('0'));
+}
+
+/// What the callbacks of some transfers received.
 template <class Details> struct Transfer {
     int completions = 0;
     ApiError error;
     Details details;
     std::vector<std::int64_t> progress;
-    bool progressAfterEnd = false;
-    std::function<void()> onEnd; ///< may destroy everything but this record
-    std::function<void()> onProgress;
+    bool monotone = true;                    ///< and none after the end
+    std::function<void()> onProgress, onEnd; ///< may destroy everything but this record
 
-    std::function<void(const Details &, std::int64_t)> progressed()
+    auto progressed()
     {
         return [this](const Details &, std::int64_t bytes) {
+            monotone = monotone && completions == 0 && (progress.empty() || progress.back() < bytes);
             progress.push_back(bytes);
-            progressAfterEnd = progressAfterEnd || completions > 0;
             if (onProgress)
                 onProgress();
         };
     }
-    std::function<void(const ApiError &, const Details &)> completed()
+    auto completed()
     {
         return [this](const ApiError &outcome, const Details &received) {
             ++completions;
@@ -51,14 +53,47 @@ template <class Details> struct Transfer {
                 onEnd();
         };
     }
-    bool monotone() const
+    bool wait(int count = 1)
     {
-        return !progressAfterEnd &&
-               std::adjacent_find(progress.begin(), progress.end(), std::greater_equal<>()) == progress.end();
+        const bool completed = waitUntil([&] { return completions >= count; });
+        settle();
+        return completed && completions == count;
+    }
+    void expect(int code, const std::string &title, const std::string &messagePart) const
+    {
+        EXPECT_EQ(error.errorCode, code);
+        EXPECT_EQ(error.errorTitle, title);
+        EXPECT_NE(error.errorMessage.find(messagePart), std::string::npos) << error.errorMessage;
+        EXPECT_EQ(error.errorMessage.find("sig="), std::string::npos) << "a signature got out";
     }
 };
 
-class TransferTest : public testing::Test {
+/// A temporary folder.
+class FolderTest : public testing::Test {
+protected:
+    QString qt(const QString &name) const { return folder.filePath(name); }
+    std::string at(const QString &name) const { return qt(name).toStdString(); }
+    std::string write(const QString &name, const QByteArray &content) const
+    {
+        QFile file(qt(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+        return at(name);
+    }
+    QByteArray read(const QString &name) const
+    {
+        QFile file(qt(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    bool exists(const QString &name) const { return QFileInfo::exists(qt(name)); }
+    QStringList filesIn(const QString &name) const
+    {
+        return QDir(qt(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    QTemporaryDir folder;
+};
+
+class TransferTest : public FolderTest {
 protected:
     TransferTest()
     {
@@ -69,67 +104,45 @@ protected:
     ~TransferTest() override
     {
         api.reset();
-        EXPECT_EQ(
-            QDir(folder.filePath(QStringLiteral("tmp"))).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 0)
-            << "temporary files left behind";
+        EXPECT_EQ(filesIn("tmp"), QStringList()) << "temporary files left behind";
     }
-
-    static QByteArray json(const QJsonObject &object) { return QJsonDocument(object).toJson(); }
 
     Answer serve(const ReceivedRequest &request)
     {
-        const QString path = QString::fromUtf8(request.target);
+        const QString path = request.target;
         for (auto scripted = faults.begin(); scripted != faults.end(); ++scripted) {
             if (path.startsWith(scripted.key()))
                 return *scripted;
         }
-        if (path == QLatin1String("/api/auth/login"))
+        if (path == "/api/auth/login")
             return answer(200, R"({"idToken":"the-token","refreshToken":"r","expiresIn":3600})");
-        if (path == QLatin1String("/api/job/key"))
-            return answer(200, json({{"key", QJsonObject{{"plaintextKey", QString::fromLatin1(key.toBase64())}}}}));
-        if (path == QLatin1String("/api/job/files/uploadUrl/J1"))
-            return answer(200, json(address));
-        if (path == QLatin1String("/api/job/files/list/J1"))
+        if (path == keyPath)
+            return answer(200, "{\"key\":{\"plaintextKey\":\"" + key.toBase64() + "\"}}");
+        if (path == addressPath)
+            return answer(200, QJsonDocument(address).toJson());
+        if (path == listPath)
             return answer(200, QJsonDocument(listing).toJson());
-        if (path.startsWith(QLatin1String("/s/")) && stored.contains(path))
+        if (stored.contains(path))
             return answer(200, stored[path], "application/octet-stream");
-        return answer(path.startsWith(QLatin1String("/s/up")) ? 204 : 404);
+        return answer(path.startsWith("/s/up") ? 204 : 404);
     }
-
-    QString url(const QString &path) const
-    {
-        return QStringLiteral("https://%1%2").arg(QString::fromUtf8(loopback.server.host()), path);
-    }
-    QByteArray write(const QString &name, const QByteArray &content)
-    {
-        QFile file(folder.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(content);
-        return file.fileName().toUtf8();
-    }
-    static QByteArray read(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    QByteArray crypt(const QByteArray &bytes, bool encrypt)
-    {
-        const QString in = folder.filePath(QStringLiteral("crypt.in"));
-        const QString out = folder.filePath(QStringLiteral("crypt.out"));
-        write(QStringLiteral("crypt.in"), bytes);
-        const std::atomic<bool> stop{false};
-        EXPECT_TRUE((encrypt ? encryptFile : decryptFile)(key, in, out, stop).ok());
-        const QByteArray result = read(out);
-        QFile::remove(in);
-        QFile::remove(out);
-        return result;
-    }
-    int seen(const char *target) const
+    int seen(const QByteArray &target) const
     {
         int count = 0;
         for (const ReceivedRequest &request : loopback.server.requests())
             count += request.target.startsWith(target) ? 1 : 0;
         return count;
+    }
+
+    QString url(const QString &path) const { return "https://" + loopback.server.host() + path; }
+    QByteArray crypt(const QByteArray &bytes, bool encrypt)
+    {
+        write("crypt.in", bytes);
+        const auto function = encrypt ? encryptFile : decryptFile;
+        EXPECT_TRUE(function(key, qt("crypt.in"), qt("crypt.out"), std::atomic<bool>(false)).ok());
+        const QByteArray result = read("crypt.out");
+        EXPECT_TRUE(QFile::remove(qt("crypt.in")) && QFile::remove(qt("crypt.out")));
+        return result;
     }
     static QByteArray noise(int size)
     {
@@ -139,42 +152,30 @@ protected:
         return bytes;
     }
 
-    // Upload
-    FileUploadDetails source(const QByteArray &path) const { return {path.toStdString(), "J1", 0}; }
-    void upload(const FileUploadDetails &file) { api->uploadFile(file, up.progressed(), up.completed()); }
+    void upload(const std::string &path) { api->uploadFile({path, "J1", 0}, up.progressed(), up.completed()); }
 
-    // Download
-    /// A piece of `content`; `name` is what the service calls it.
+    /// A piece of a file; `name` is what the service calls it.
     QJsonObject piece(const QString &name, const QByteArray &plain)
     {
         const QString path = QStringLiteral("/s/p%1").arg(stored.size());
         stored[path] = crypt(plain, true);
         return {{"uri", url(path)}, {"method", "GET"}, {"headers", QJsonObject{{"X-Sig", "s"}}}, {"fileName", name}};
     }
-    void list(const QJsonArray &chunks, const QString &name = QStringLiteral("out/res.dat"))
+    void list(const QJsonArray &chunks, const QString &name = "out/res.dat")
     {
-        listing = {QJsonObject{{"jobId", "J1"}, {"fileName", name}, {"downloadRequest", chunks}}};
+        listing.append(QJsonObject{{"jobId", "J1"}, {"fileName", name}, {"downloadRequest", chunks}});
     }
-    QString targetPath() const { return folder.filePath(QStringLiteral("to/res.dat")); }
-    FileDownloadDetails wanted(const char *name = "out/res.dat") const
+    FileDownloadDetails wanted(const char *target = "to/res.dat", const char *name = "out/res.dat") const
     {
-        CloudFile file;
-        file.jobId = "J1";
-        file.fileName = name;
-        return {targetPath().toStdString(), file};
+        return {at(target), {"J1", name, 0, 0, {}, false}};
     }
     void download(const FileDownloadDetails &file) { api->downloadFile(file, down.progressed(), down.completed()); }
-    QStringList filesBeside() const
-    {
-        return QDir(folder.filePath(QStringLiteral("to"))).entryList(QDir::Files | QDir::Hidden);
-    }
 
-    QTemporaryDir folder;
-    bool tmp = QDir(folder.path()).mkdir(QStringLiteral("tmp"));
-    ScopedEnvironment temporary{"TMPDIR", folder.filePath(QStringLiteral("tmp")).toUtf8()};
+    bool tmp = QDir(folder.path()).mkdir("tmp");
+    ScopedEnvironment temporary{"TMPDIR", qt("tmp").toUtf8()};
     Loopback loopback;
-    QByteArray key = QByteArray("0123456789abcdef0123456789ABCDEF");
-    QJsonObject address{{"uri", url(QStringLiteral("/s/up"))}};
+    QByteArray key = "0123456789abcdef0123456789ABCDEF";
+    QJsonObject address{{"uri", url("/s/up")}};
     QJsonArray listing;
     QMap<QString, Answer> faults; ///< by the beginning of the target
     QMap<QString, QByteArray> stored;

@@ -1,58 +1,21 @@
 #include "Commands.h"
 
-#include "Follow.h"
 #include "JobFile.h"
 #include "JobState.h"
 #include "Json.h"
+#include "Output.h"
 #include "Render.h"
 #include "Session.h"
 #include "Terminal.h"
 
-#include <QJsonDocument>
-
 #include <algorithm>
-#include <functional>
 #include <vector>
 
 namespace Velmora::Cli {
 
 namespace {
 
-/// A command's result: the JSON document, or text made only when asked for.
-void print(const Options &options, const QJsonObject &document, const std::function<QString()> &text)
-{
-    Terminal::write(Terminal::Stream::Output,
-                    options.json ? QString::fromUtf8(QJsonDocument(document).toJson()) : text());
-}
-
-QString fitted(const Table &table)
-{
-    const bool onTerminal = Terminal::isTerminal(Terminal::Stream::Output);
-    return table.toString(onTerminal ? Terminal::size(Terminal::Stream::Output).columns : 0);
-}
-
 QString number(double value) { return QString::number(value, 'g', 6); }
-
-Table simulationTable(const JobState &state)
-{
-    Table table({{QStringLiteral("SIMULATION"), Align::Left},
-                 {QStringLiteral("STATUS"), Align::Left},
-                 {QStringLiteral("DONE"), Align::Right},
-                 {QStringLiteral("PARAMETERS"), Align::Left, true}});
-    for (const SimulationDetails &simulation : state.job.simulations)
-        table.add({shown(simulation.simulationId), shown(statusOf(simulation)),
-                   QStringLiteral("%1%").arg(state.progressOf(simulation)), shown(simulation.consoleParameters)});
-    return table;
-}
-
-QString statusText(const JobState &state)
-{
-    const JobDetails &job = state.job;
-    const long long seconds = (changedAt(job) - submittedAt(job)) / 1000;
-    return QStringLiteral("%1  %2  %3, %4 after it was submitted\n\n%5")
-        .arg(shown(job.jobId), shown(job.jobName), shown(statusOf(job)), durationText(seconds),
-             fitted(simulationTable(state)));
-}
 
 Table jobTable(const std::list<JobDetails> &list)
 {
@@ -109,107 +72,6 @@ QJsonObject jobListJson(const std::list<JobDetails> &list)
     return {{QStringLiteral("jobDetailsList"), toJsonArray(list)}};
 }
 
-void warn(const Options &options, const QString &text)
-{
-    if (!options.quiet)
-        Terminal::write(Terminal::Stream::Error, QStringLiteral("warning: %1\n").arg(text));
-}
-
-JobSubmit checkedJob(const Options &options)
-{
-    const JobFile file = readJobFile(options);
-    for (const QString &warning : file.warnings)
-        warn(options, warning);
-    const auto errors = failedChecks(file.job);
-    if (errors.empty())
-        return file.job;
-    const QStringList messages = checkMessages(file.job, errors);
-    throw Failure(ExitCode::WrongUse, QStringLiteral("Bad Job Definition"),
-                  QStringLiteral("%1 is not valid:\n  %2")
-                      .arg(QString::fromStdString(options.jobFile), messages.join(QLatin1String("\n  "))))
-        .with(QStringLiteral("valid"), false)
-        .with(QStringLiteral("failedChecks"), checksJson(errors));
-}
-
-/// The account to charge when neither the file nor the arguments name one: the only one there is.
-std::string onlyAccount(Session &session)
-{
-    const auto accounts =
-        session.get<std::list<AccountDetails>>([&](const auto &done) { session.api().getAccountList(done); });
-    if (accounts.size() == 1)
-        return accounts.front().accountId;
-    QString message = QStringLiteral("no account to charge: give --account, or accountID in the job file");
-    for (const AccountDetails &account : accounts)
-        message += QStringLiteral("\n  %1  %2").arg(shown(account.accountId), shown(account.accountName));
-    throw Failure(ExitCode::WrongUse, QStringLiteral("No Account"), message);
-}
-
-JobDetails submit(Session &session, const Options &options, JobSubmit job)
-{
-    if (job.accountID.empty())
-        job.accountID = onlyAccount(session);
-    job.jobID = session.get<std::string>(
-        [&](const auto &done) { session.api().generateNewJobID(job.accountID, options.hpcId, done); });
-    if (job.jobID.empty())
-        throw Failure(ExitCode::Refused, QStringLiteral("Error Submitting Job"),
-                      QStringLiteral("the service gave out no job id"));
-    const QString hint = QStringLiteral("whether %1 was submitted is not known; see:\n  velmora job %1%2")
-                             .arg(shown(job.jobID), sameOptions(options));
-    try {
-        JobDetails details = session.get<JobDetails>([&](const auto &done) { session.api().submitNewJob(job, done); });
-        if (details.jobId.empty())
-            details.jobId = job.jobID;
-        return details;
-    } catch (const Failure &failure) {
-        if (failure.code() == ExitCode::Refused)
-            throw;
-        throw Failure(failure.code(), QStringLiteral("Error Submitting Job"),
-                      failure.message() + QLatin1Char('\n') + hint)
-            .with(QStringLiteral("jobId"), QString::fromStdString(job.jobID));
-    }
-}
-
-/// Follows the job, then ends the command with its table or by what went wrong.
-void followToEnd(Session &session, const Options &options, ProgressView &view, JobState &state)
-{
-    Follow follow(session, state, view, options);
-    const Follow::End end = follow.run();
-    const QString jobId = shown(state.job.jobId);
-    const QString again = QStringLiteral("watch it again with:\n  velmora watch %1%2").arg(jobId, sameOptions(options));
-    const QString key = QStringLiteral("jobId");
-    const QString value = QString::fromStdString(state.job.jobId);
-    switch (end) {
-    case Follow::End::Finished:
-        print(options, toJson(state.job), [&] { return statusText(state); });
-        return;
-    case Follow::End::NotFinished:
-        if (!options.json)
-            print(options, {}, [&] { return statusText(state); });
-        throw Failure(ExitCode::NotFinished, QStringLiteral("Job Not Finished"),
-                      QStringLiteral("%1 did not finish: it was %2").arg(jobId, shown(outcomeOf(state.job))))
-            .with(QStringLiteral("job"), toJson(state.job));
-    case Follow::End::Refused:
-        throw Failure(ExitCode::Refused, follow.error(), errorText(follow.error()) + QLatin1Char('\n') + again)
-            .with(key, value);
-    case Follow::End::Unreachable:
-        throw Failure(ExitCode::NoConnection, QStringLiteral("No Connection"),
-                      QStringLiteral("%1\n%2 may go on; %3").arg(session.noConnection().message(), jobId, again))
-            .with(key, value);
-    case Follow::End::Interrupted:
-        throw Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"),
-                      QStringLiteral("%1 goes on at the service; %2").arg(jobId, again))
-            .with(key, value);
-    }
-}
-
-JobDetails load(Session &session, const Options &options)
-{
-    auto details = session.get<JobDetails>([&](const auto &done) { session.api().getJobDetails(options.jobId, done); });
-    if (details.jobId.empty())
-        details.jobId = options.jobId;
-    return details;
-}
-
 } // namespace
 
 void login(const Options &options)
@@ -226,28 +88,6 @@ void login(const Options &options)
           });
 }
 
-void run(const Options &options)
-{
-    const JobSubmit definition = checkedJob(options);
-    Session session(options);
-    session.signIn();
-    JobState state;
-    state.job = submit(session, options, definition);
-    ProgressView view(progressMode(options));
-    view.notice(QStringLiteral("submitted %1").arg(shown(state.job.jobId)));
-    followToEnd(session, options, view, state);
-}
-
-void watch(const Options &options)
-{
-    Session session(options);
-    session.signIn();
-    JobState state;
-    state.job = load(session, options);
-    ProgressView view(progressMode(options));
-    followToEnd(session, options, view, state);
-}
-
 void jobs(const Options &options)
 {
     Session session(options);
@@ -261,7 +101,7 @@ void job(const Options &options)
 {
     Session session(options);
     session.signIn();
-    const JobDetails details = load(session, options);
+    const JobDetails details = session.job(options.jobId);
     print(options, toJson(details), [&] { return jobText(details); });
 }
 
@@ -314,7 +154,7 @@ void archive(const Options &options)
 
 void validate(const Options &options)
 {
-    checkedJob(options);
+    checkedJobFile(options);
     print(options, {{QStringLiteral("valid"), true}, {QStringLiteral("failedChecks"), QJsonArray()}},
           [&] { return QStringLiteral("%1 is valid\n").arg(QString::fromStdString(options.jobFile)); });
 }

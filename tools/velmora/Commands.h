@@ -17,6 +17,10 @@ Command job;
 Command progress;
 Command stop;
 Command archive;
+Command files;
+Command upload;
+Command download;
+Command rm;
 Command validate;
 Command status;
 

@@ -1,8 +1,10 @@
 #include "JobFile.h"
 
-#include "Render.h"
+#include "Output.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -116,12 +118,32 @@ JobFile readJobFile(const Options &options)
 
     JobFile result;
     result.job = JobSubmit(bytes.toStdString());
+    const QDir folder = QFileInfo(path).dir();
+    result.inputs << folder.filePath(QString::fromStdString(result.job.mainFile));
+    for (const std::string &name : result.job.dependentFilesList)
+        result.inputs << folder.filePath(QString::fromStdString(name));
     result.warnings = unheeded(document.object());
     if (result.job.originApplication.empty())
         result.job.originApplication = "velmora";
     if (!options.accountId.empty())
         result.job.accountID = options.accountId;
     return result;
+}
+
+JobFile checkedJobFile(const Options &options)
+{
+    const JobFile file = readJobFile(options);
+    for (const QString &warning : file.warnings)
+        warn(options, warning);
+    const auto errors = failedChecks(file.job);
+    if (errors.empty())
+        return file;
+    const QStringList messages = checkMessages(file.job, errors);
+    throw Failure(ExitCode::WrongUse, QStringLiteral("Bad Job Definition"),
+                  QStringLiteral("%1 is not valid:\n  %2")
+                      .arg(QString::fromStdString(options.jobFile), messages.join(QLatin1String("\n  "))))
+        .with(QStringLiteral("valid"), false)
+        .with(QStringLiteral("failedChecks"), checksJson(errors));
 }
 
 std::list<JobSubmitError> failedChecks(const JobSubmit &job)

@@ -95,4 +95,11 @@ QJsonObject toJson(const SimulationAbortState &state)
             {QStringLiteral("status"), text(state.status)}};
 }
 
+QJsonObject toJson(const CloudFile &file)
+{
+    return {{QStringLiteral("jobId"), text(file.jobId)},         {QStringLiteral("fileName"), text(file.fileName)},
+            {QStringLiteral("fileSize"), qint64(file.fileSize)}, {QStringLiteral("fileDate"), qint64(file.fileDate)},
+            {QStringLiteral("fileHash"), text(file.fileHash)},   {QStringLiteral("directory"), file.directory}};
+}
+
 } // namespace Velmora::Cli

@@ -14,6 +14,7 @@ QJsonObject toJson(const ApiError &error);
 QJsonObject toJson(const JobDetails &job);
 QJsonObject toJson(const JobProgress &progress);
 QJsonObject toJson(const SimulationAbortState &state);
+QJsonObject toJson(const CloudFile &file);
 
 template <class List> QJsonArray toJsonArray(const List &records)
 {

@@ -16,15 +16,6 @@ void fill(std::string &value, const char *variable)
         value = qgetenv(variable).toStdString();
 }
 
-QString quoted(const std::string &value)
-{
-    QString text = QString::fromStdString(value);
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_@%+=:,./\\[\\]-]+$"));
-    if (plain.match(text).hasMatch())
-        return text;
-    return QLatin1Char('\'') + text.replace(QLatin1Char('\''), QLatin1String("'\\''")) + QLatin1Char('\'');
-}
-
 } // namespace
 
 void fillFromEnvironment(Options &options)
@@ -46,6 +37,15 @@ std::string hostOf(const Options &options)
     if (options.portal == "development")
         return VELMORA_DEV_HOST;
     return VELMORA_PROD_HOST;
+}
+
+QString quoted(const std::string &argument)
+{
+    QString text = QString::fromStdString(argument);
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_@%+=:,./\\[\\]-]+$"));
+    if (plain.match(text).hasMatch())
+        return text;
+    return QLatin1Char('\'') + text.replace(QLatin1Char('\''), QLatin1String("'\\''")) + QLatin1Char('\'');
 }
 
 QString sameOptions(const Options &options)
@@ -81,6 +81,13 @@ Failure::Failure(ExitCode code, ApiError error, const QString &message)
 Failure &Failure::with(const QString &key, const QJsonValue &value)
 {
     m_more.insert(key, value);
+    return *this;
+}
+
+Failure &Failure::with(const QJsonObject &members)
+{
+    for (auto member = members.begin(); member != members.end(); ++member)
+        m_more.insert(member.key(), member.value());
     return *this;
 }
 

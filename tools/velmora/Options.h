@@ -9,14 +9,15 @@
 #include <QString>
 
 #include <string>
+#include <vector>
 
 namespace Velmora::Cli {
 
 /// The program's exit codes; `velmora --help` documents them.
 enum class ExitCode : int {
     Done = 0,
-    Refused = 1,      ///< the service answered and said no
-    WrongUse = 2,     ///< bad arguments, or a job file that cannot be read or is not valid
+    Refused = 1,      ///< the service answered and said no, or a file was not transferred
+    WrongUse = 2,     ///< bad arguments, a job file that is not valid, or a local file that cannot be read
     NoConnection = 3, ///< no answer came
     NotFinished = 4,  ///< the job ended otherwise than finished
     Interrupted = 130 ///< Ctrl-C; what runs at the service goes on
@@ -41,6 +42,12 @@ struct Options {
     std::string simulationId;
     std::string accountId;
     std::string hpcId;
+
+    std::vector<std::string> files; ///< local paths, or names and patterns of cloud files
+    std::string folder;             ///< where downloads go; empty: one named after the job
+    bool allFiles = false;          ///< hidden files, too
+    bool noUpload = false;
+    bool noDownload = false;
 };
 
 /// Fills what the arguments left open from VELMORA_USER, VELMORA_PASSWORD and VELMORA_MFA.
@@ -49,6 +56,8 @@ void fillFromEnvironment(Options &options);
 /// The host that requests go to with these options.
 std::string hostOf(const Options &options);
 
+/// An argument as it is typed in a shell.
+QString quoted(const std::string &argument);
 /// The options, as typed again, that reach the same service as the same user.
 QString sameOptions(const Options &options);
 
@@ -62,6 +71,7 @@ public:
 
     /// Adds a member to the JSON document, beside "error".
     Failure &with(const QString &key, const QJsonValue &value);
+    Failure &with(const QJsonObject &members);
 
     ExitCode code() const { return m_code; }
     /// For a person, without markup.

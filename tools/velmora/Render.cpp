@@ -3,6 +3,7 @@
 #include <QDateTime>
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -63,6 +64,20 @@ QString dateText(long long milliseconds)
     if (milliseconds == 0)
         return QStringLiteral("-");
     return QDateTime::fromMSecsSinceEpoch(milliseconds).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+}
+
+QString sizeText(long long bytes)
+{
+    bytes = std::max(0LL, bytes);
+    if (bytes < 1000)
+        return QStringLiteral("%1 B").arg(bytes);
+    constexpr const char *units[] = {"kB", "MB", "GB", "TB", "PB"};
+    double value = double(bytes) / 1000;
+    size_t unit = 0;
+    for (; value >= 999.5 && unit + 1 < std::size(units); ++unit)
+        value /= 1000;
+    const int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
+    return QString::number(value, 'f', decimals) + QLatin1Char(' ') + QLatin1String(units[unit]);
 }
 
 QString durationText(long long seconds)

@@ -17,6 +17,8 @@ QString shown(const std::string &text);
 QString withoutMarkup(const std::string &message);
 /// A time stamp in milliseconds as local date and time; "-" for 0.
 QString dateText(long long milliseconds);
+/// Bytes in three digits: "999 B", "1.23 kB", "45.6 MB", "789 GB".
+QString sizeText(long long bytes);
 /// Seconds as "0:07", "12:30" or "2:05:09".
 QString durationText(long long seconds);
 

@@ -39,14 +39,14 @@ void trust(const std::string &file)
     QSslConfiguration::setDefaultConfiguration(configuration);
 }
 
-/// The reason in words; the library reports only that no answer came.
-QString whyUnreachable(const std::string &host)
+/// Why no connection can be made; empty when it can.
+QString connectionProblem(const std::string &host)
 {
     const QUrl url(QStringLiteral("https://") + QString::fromStdString(host));
     QSslSocket socket;
     socket.connectToHostEncrypted(url.host(), quint16(url.port(DefaultPort)));
     if (socket.waitForEncrypted(ProbeMs))
-        return QStringLiteral("the connection ended before an answer came");
+        return QString();
     QString reason = socket.errorString();
     const auto errors = socket.sslHandshakeErrors();
     if (!errors.isEmpty())
@@ -145,6 +145,14 @@ void Session::wait(Waiting &waiting)
         throw Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), QStringLiteral("interrupted"));
 }
 
+JobDetails Session::job(const std::string &jobId)
+{
+    auto details = get<JobDetails>([&](const auto &done) { m_api.getJobDetails(jobId, done); });
+    if (details.jobId.empty())
+        details.jobId = jobId;
+    return details;
+}
+
 void Session::check(const ApiError &error) const
 {
     if (!isSuccess(error))
@@ -156,10 +164,16 @@ Failure Session::failureOf(const ApiError &error) const
     return error.errorCode == 0 ? noConnection() : Failure(ExitCode::Refused, error, errorText(error));
 }
 
+bool Session::isReachable() const { return connectionProblem(m_host).isEmpty(); }
+
 Failure Session::noConnection() const
 {
+    // The library reports only that no answer came.
+    QString reason = connectionProblem(m_host);
+    if (reason.isEmpty())
+        reason = QStringLiteral("the connection ended before an answer came");
     return Failure(ExitCode::NoConnection, QStringLiteral("No Connection"),
-                   QStringLiteral("could not reach %1: %2").arg(shown(m_host), whyUnreachable(m_host)));
+                   QStringLiteral("could not reach %1: %2").arg(shown(m_host), reason));
 }
 
 QString errorText(const ApiError &error)

@@ -60,10 +60,15 @@ public:
         return std::move(answer.result);
     }
 
+    /// The job's records. Throws `Failure`.
+    JobDetails job(const std::string &jobId);
+
     /// Throws what an outcome stands for, unless it is a success.
     void check(const ApiError &error) const;
     Failure failureOf(const ApiError &error) const;
     Failure noConnection() const;
+    /// Tries to connect, for a few seconds at most.
+    bool isReachable() const;
 
 private:
     struct Waiting {

@@ -20,11 +20,11 @@ namespace {
 
 constexpr const char *ProgramHelp = R"(Exit codes:
   0    done; for run and watch: the job finished
-  1    the service refused
-  2    wrong use: bad arguments, or a job file that cannot be read or is not valid
+  1    the service refused, or a file was not transferred
+  2    wrong use: bad arguments, a job file that is not valid, a local file that cannot be read
   3    no connection to the service
   4    the job ended without finishing (stopped, failed)
-  130  interrupted by Ctrl-C; a submitted job goes on at the service
+  130  interrupted by Ctrl-C; transfers are cancelled, a submitted job goes on at the service
 
 Environment:
   VELMORA_USER      e-mail address to sign in with
@@ -38,7 +38,7 @@ Results go to standard output, progress and messages to standard error.
 constexpr const char *RunHelp = R"(JOB.json is an object with these keys:
   jobName                  name shown in lists; a time stamp is added to it
   mainFile                 main input file (trninp, revinp or bldinp)
-  dependentFilesList       further input files
+  dependentFilesList       further input files; paths start at the folder of JOB.json
   dependentFilesAliasList  one alias for each of them, in the same order
   operation                0 MPI, 1 simulation, 2 review, 3 build
   simulations              solver parameters, one text per simulation
@@ -50,13 +50,32 @@ constexpr const char *RunHelp = R"(JOB.json is an object with these keys:
   solverTag                solver image; leave it out to let the service choose
   accountID                account to charge; --account wins over it
   originApplication        submitting application, "velmora" unless given
-The job id is filled in. Ctrl-C leaves the job running and says how to watch it again.
+The job id is filled in. The main file and the further input files are uploaded first, and the job is
+submitted when all of them have arrived. When it has ended, finished or not, what it made is downloaded,
+each simulation's files into a folder of their own. Ctrl-C cancels transfers and says what was left
+undone, but leaves a submitted job running and says how to watch it again.
 
 Example:
   velmora run examples/jobs/beam-single.json --account ACCOUNT)";
 
-constexpr const char *WatchHelp = R"(Follows a job that was submitted before until it ends, as run does.
-Ctrl-C leaves the job running.)";
+constexpr const char *WatchHelp = R"(Follows a job that was submitted before until it ends, as run does. Its results
+stay at the service; "velmora download JOB" fetches them. Ctrl-C leaves the job running.)";
+
+constexpr const char *FilesHelp = R"(Without JOB the files of all your jobs, with SIMULATION those that it made.)";
+
+constexpr const char *UploadHelp =
+    R"(Files are encrypted with the job's key on this machine. A file of the same name that the job has
+already is replaced; folders are left out of the names.)";
+
+constexpr const char *DownloadHelp =
+    R"(FILE is a name as "velmora files JOB" lists it, a folder such as a simulation, or a pattern with *, ?
+or [...] for the whole name or its last part; put patterns in quotes. Without FILE all files are fetched,
+the inputs too. They keep their paths below the job, so that files of one name in several simulations
+stay apart. A local file of that name is replaced when its download is complete.
+
+Examples:
+  velmora download job-1f2e3d4c
+  velmora download job-1f2e3d4c sim-1 'summary.*' --to results)";
 
 constexpr const char *StopHelp = R"(Without SIMULATION every simulation of the job is stopped.)";
 
@@ -81,7 +100,8 @@ void addCommonOptions(CLI::App &app, Options &options)
     app.add_option("--ca", options.caFile, "PEM file of a certificate authority to trust as well")
         ->type_name("FILE")
         ->group(group);
-    app.add_option("--timeout", options.timeoutSeconds, "Seconds to wait for an answer; 60 unless given, 0 for ever")
+    app.add_option("--timeout", options.timeoutSeconds,
+                   "Seconds to wait for an answer, or for a file to move; 60 unless given, 0 for ever")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, 86400).description(""))
         ->group(group);
@@ -102,11 +122,14 @@ public:
         m_app.footer(ProgramHelp);
         addCommonOptions(m_app, m_options);
 
-        CLI::App *run = add("run", "Submit a job and follow it to its end", RunHelp, Velmora::Cli::run);
+        CLI::App *run = add("run", "Upload a job's files, run it, download its results", RunHelp, Velmora::Cli::run);
         run->add_option("JOB.json", m_options.jobFile, "Job file")->type_name("")->required();
         run->add_option("--account", m_options.accountId, "Account to charge")->type_name("ID");
         run->add_option("--hpc", m_options.hpcId, "Cluster to run on; the service chooses unless given")
             ->type_name("ID");
+        addFolder(*run);
+        run->add_flag("--no-upload", m_options.noUpload, "Upload nothing; the job needs no local files");
+        run->add_flag("--no-download", m_options.noDownload, "Leave the results at the service");
         addPatience(*run);
         CLI::App *watch = add("watch", "Follow a job to its end", WatchHelp, Velmora::Cli::watch);
         addJobId(*watch);
@@ -118,6 +141,24 @@ public:
         addJobId(*stop);
         stop->add_option("SIMULATION", m_options.simulationId, "Simulation id")->type_name("");
         addJobId(*add("archive", "Archive a job and list the jobs after that", "", Velmora::Cli::archive));
+        CLI::App *files = add("files", "List files in the cloud", FilesHelp, Velmora::Cli::files);
+        addJobId(*files)->required(false);
+        files->add_option("SIMULATION", m_options.simulationId, "Simulation id")->type_name("");
+        files->add_flag("--all", m_options.allFiles, "Hidden files, too");
+        CLI::App *upload = add("upload", "Upload files to a job", UploadHelp, Velmora::Cli::upload);
+        upload->add_option("FILE", m_options.files, "Files to upload")->type_name("")->required();
+        upload->add_option("--job", m_options.jobId, "Job to upload to")->type_name("ID")->required();
+        CLI::App *download = add("download", "Download a job's files", DownloadHelp, Velmora::Cli::download);
+        addJobId(*download);
+        download->add_option("FILE", m_options.files, "Names or patterns of files")->type_name("");
+        addFolder(*download);
+        download->add_flag("--all", m_options.allFiles, "Hidden files, too");
+        CLI::App *rm = add("rm", "Delete a job's file", "", Velmora::Cli::rm);
+        addJobId(*rm);
+        rm->add_option("FILE", m_options.files, "Name as \"velmora files JOB\" lists it")
+            ->type_name("")
+            ->required()
+            ->expected(1);
         add("validate", "Check a job file", ValidateHelp, Velmora::Cli::validate)
             ->add_option("JOB.json", m_options.jobFile, "Job file")
             ->type_name("")
@@ -138,7 +179,15 @@ private:
         addCommonOptions(*sub, m_options);
         return sub;
     }
-    void addJobId(CLI::App &sub) { sub.add_option("JOB", m_options.jobId, "Job id")->type_name("")->required(); }
+    CLI::Option *addJobId(CLI::App &sub)
+    {
+        return sub.add_option("JOB", m_options.jobId, "Job id")->type_name("")->required();
+    }
+    void addFolder(CLI::App &sub)
+    {
+        sub.add_option("--to", m_options.folder, "Folder to save files in; unless given, one named after the job")
+            ->type_name("DIR");
+    }
     void addPatience(CLI::App &sub)
     {
         sub.add_option("--patience", m_options.patienceSeconds,

@@ -1,0 +1,164 @@
+#pragma once
+
+#include "Portal.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace CliTests {
+
+using namespace std::chrono_literals;
+using VelmoraPortal::FaultKind;
+using S = std::string;
+
+inline QString q(const S &text) { return QString::fromStdString(text); }
+
+inline testing::AssertionResult contains(const S &text, const S &part)
+{
+    const bool found = text.find(part) != S::npos;
+    return (found ? testing::AssertionSuccess() : testing::AssertionFailure()) << '"' << part << "\" in\n" << text;
+}
+
+/// The program, detached from the terminal, so that it finds none to ask on.
+class Program : public QProcess {
+public:
+    static constexpr int PatienceMs = 30000;
+
+    /// @param line the arguments with a blank between them
+    Program(const S &line, const QString &folder)
+    {
+        setWorkingDirectory(folder);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("TMPDIR"), folder + QStringLiteral("/tmp")); // of encrypted copies
+        setProcessEnvironment(environment);
+        start(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora"),
+              q(line).split(QLatin1Char(' '), Qt::SkipEmptyParts));
+    }
+    ~Program() override
+    {
+        kill();
+        waitForFinished();
+    }
+
+    int end()
+    {
+        if (state() != NotRunning && !waitForFinished(PatienceMs))
+            return -1;
+        return exitStatus() == NormalExit ? exitCode() : -2;
+    }
+    bool says(const S &text)
+    {
+        setReadChannel(StandardError);
+        while (errors().find(text) == S::npos && waitForReadyRead(PatienceMs)) {
+        }
+        return errors().find(text) != S::npos;
+    }
+    void interrupt() { ::kill(pid_t(processId()), SIGINT); }
+    S errors() { return m_errors += readAllStandardError().toStdString(); }
+    S output() { return m_output += readAllStandardOutput().toStdString(); }
+    QJsonValue json()
+    {
+        const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(output()));
+        EXPECT_TRUE(document.isObject()) << output();
+        return document.object();
+    }
+    S text(const char *key) { return json()[QLatin1String(key)].toString().toStdString(); }
+
+protected:
+    void setupChildProcess() override
+    {
+        ::setsid();
+        // Left open, the portal's listening socket would outlive the portal in the program.
+        for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor)
+            ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
+
+private:
+    S m_errors;
+    S m_output;
+};
+
+class ProgramTest : public testing::Test {
+protected:
+    ProgramTest()
+    {
+        for (const char *name : {"VELMORA_API_URL", "QT_LOGGING_RULES"})
+            qunsetenv(name);
+        QDir(m_directory.path()).mkdir(QStringLiteral("tmp"));
+        signInAs(VelmoraPortal::seededUsers()[0].email, VelmoraPortal::seededUsers()[0].password, "");
+    }
+    static void signInAs(const S &user, const S &password, const S &mfa)
+    {
+        qputenv("VELMORA_USER", user.c_str());
+        qputenv("VELMORA_PASSWORD", password.c_str());
+        qputenv("VELMORA_MFA", mfa.c_str());
+    }
+    void serve(std::chrono::milliseconds jobDuration = 1500ms, VelmoraPortal::Options options = {})
+    {
+        options.jobDuration = jobDuration;
+        m_portal = std::make_unique<VelmoraPortal::Portal>(options);
+    }
+    void inject(const S &path, FaultKind kind, int times)
+    {
+        VelmoraPortal::Fault fault;
+        fault.path = path;
+        fault.kind = kind;
+        fault.times = times;
+        fault.status = 503;
+        fault.messages = 2;
+        m_portal->inject(fault);
+    }
+    S connection() const { return " --host " + m_portal->host() + " --ca " + m_portal->caFile(); }
+    std::unique_ptr<Program> start(const S &line) const
+    {
+        return std::make_unique<Program>(m_portal ? line + connection() : line, m_directory.path());
+    }
+    /// Runs a command to its end. @param message must stand in what it says.
+    std::unique_ptr<Program> ended(const S &line, int exit, const S &message = {}) const
+    {
+        auto program = start(line);
+        EXPECT_EQ(program->end(), exit) << line << program->errors();
+        EXPECT_TRUE(contains(program->output() + program->errors(), message)) << line;
+        return program;
+    }
+    static S example(const S &name) { return VELMORA_SOURCE_FOLDER "/examples/jobs/" + name; }
+    /// The command that runs an example without its files.
+    static S runOf(const S &name) { return "run --account ACC-1001 --no-upload --no-download " + example(name); }
+    /// Waits until the program has submitted its job. @return the job's id.
+    static S submitted(Program &program)
+    {
+        EXPECT_TRUE(program.says(" submitted\n")) << program.errors();
+        return program.errors().substr(program.errors().find("submitted job-") + 10, 12);
+    }
+
+    S path(const S &name) const { return m_directory.filePath(q(name)).toStdString(); }
+    S write(const S &name, const S &bytes) const
+    {
+        QDir(m_directory.path()).mkpath(QFileInfo(q(name)).path());
+        QFile file(q(path(name)));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(QByteArray::fromStdString(bytes)) >= 0) << name;
+        return path(name);
+    }
+    S read(const S &name) const
+    {
+        QFile file(q(path(name)));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "no such file";
+    }
+
+    QTemporaryDir m_directory;
+    std::unique_ptr<VelmoraPortal::Portal> m_portal;
+};
+
+} // namespace CliTests

@@ -1,0 +1,251 @@
+#include "Files.h"
+
+#include "Render.h"
+#include "TransferQueue.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace Velmora::Cli {
+
+namespace {
+
+using Phase = Transfer::Phase;
+
+constexpr int MostNames = 20;
+
+QString unreadable(const QString &path)
+{
+    const QFileInfo info(path);
+    if (info.isDir())
+        return QStringLiteral("is a folder");
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
+}
+
+bool isHidden(const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; }
+
+/// Whether an argument of the user's means a file.
+class Selector {
+public:
+    explicit Selector(const std::string &argument)
+        : m_argument(argument)
+        , m_pattern(QRegularExpression::wildcardToRegularExpression(QString::fromStdString(argument)))
+    {
+    }
+    bool names(const CloudFile &file) const { return file.fileName == m_argument; }
+    bool matches(const CloudFile &file) const
+    {
+        const QString name = QString::fromStdString(file.fileName);
+        return file.fileName.compare(0, m_argument.size() + 1, m_argument + '/') == 0 ||
+               m_pattern.match(name).hasMatch() ||
+               m_pattern.match(name.mid(name.lastIndexOf(QLatin1Char('/')) + 1)).hasMatch();
+    }
+
+private:
+    std::string m_argument;
+    QRegularExpression m_pattern;
+};
+
+QString namesOf(const Batch &batch, Phase phase)
+{
+    QString text;
+    int named = 0;
+    for (const Transfer &transfer : batch.transfers) {
+        if (transfer.phase != phase || ++named > MostNames)
+            continue;
+        text += QStringLiteral("\n  ") + shown(transfer.file.fileName);
+        if (phase == Phase::Failed)
+            text += QStringLiteral(": ") + (transfer.error.errorCode == 0 ? withoutMarkup(transfer.error.errorMessage)
+                                                                          : errorText(transfer.error));
+    }
+    return named > MostNames ? text + QStringLiteral("\n  and %1 more").arg(named - MostNames) : text;
+}
+
+} // namespace
+
+QStringList checkedInputs(const QStringList &paths)
+{
+    QStringList inputs;
+    QStringList problems;
+    std::map<QString, QString> byName;
+    std::set<QString> seen;
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        const QString problem = unreadable(path);
+        if (!problem.isEmpty()) {
+            problems << QStringLiteral("%1: %2").arg(path, problem);
+            continue;
+        }
+        if (!seen.insert(info.canonicalFilePath()).second)
+            continue;
+        const auto [other, isNew] = byName.emplace(info.fileName(), path);
+        if (!isNew)
+            problems << QStringLiteral("%1: would replace %2, which has the same name").arg(path, other->second);
+        inputs << path;
+    }
+    problems.removeDuplicates();
+    if (!problems.isEmpty())
+        throw Failure(ExitCode::WrongUse, QStringLiteral("Bad Input Files"),
+                      QStringLiteral("nothing was sent:\n  ") + problems.join(QLatin1String("\n  ")));
+    return inputs;
+}
+
+QString downloadFolder(const Options &options, const std::string &jobId)
+{
+    if (!options.folder.empty())
+        return QString::fromStdString(options.folder);
+    return localPathOf(QString(), jobId).value_or(QStringLiteral("results"));
+}
+
+void checkDownloadFolder(const Options &options)
+{
+    const QString folder = options.folder.empty() ? QStringLiteral(".") : QString::fromStdString(options.folder);
+    QFileInfo existing(QDir(folder).absolutePath());
+    while (!existing.exists() && !existing.isRoot())
+        existing = QFileInfo(existing.absolutePath());
+    if (!existing.isDir() || !existing.isWritable())
+        throw Failure(ExitCode::WrongUse, QStringLiteral("Bad Folder"),
+                      QStringLiteral("nothing can be saved in %1").arg(folder));
+}
+
+std::optional<QString> localPathOf(const QString &folder, const std::string &cloudName)
+{
+    const QString name = QString::fromStdString(cloudName);
+    for (const QString &part : name.split(QLatin1Char('/'))) {
+        const bool strange = std::any_of(part.begin(), part.end(), [](QChar character) {
+            return character.category() == QChar::Other_Control || character == QLatin1Char('\\') ||
+                   character == QLatin1Char(':');
+        });
+        if (strange || part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
+            return std::nullopt;
+    }
+    return folder.isEmpty() ? name : QDir(folder).filePath(name);
+}
+
+Batch uploadsOf(const QStringList &paths, const std::string &jobId)
+{
+    Batch batch;
+    for (const QString &path : paths)
+        batch.transfers.push_back(Transfer::up(path, jobId));
+    return batch;
+}
+
+Batch downloadsOf(const std::list<CloudFile> &listing, const QString &folder)
+{
+    Batch batch;
+    std::set<std::string> seen;
+    for (const CloudFile &file : listing) {
+        if (file.directory || !seen.insert(file.fileName).second)
+            continue;
+        if (const auto path = localPathOf(folder, file.fileName))
+            batch.transfers.push_back(Transfer::down(file, *path));
+        else
+            batch.transfers.push_back(
+                Transfer::failed(file, {400, "Bad Name", "no file of that name can be saved in a folder"}));
+    }
+    return batch;
+}
+
+Batch selectedDownloads(const std::list<CloudFile> &listing, const Options &options, const QString &folder)
+{
+    if (options.files.empty())
+        return downloadsOf(listing, folder);
+    std::set<std::string> wanted;
+    std::vector<Transfer> unmatched;
+    for (const std::string &argument : options.files) {
+        const Selector selector(argument);
+        std::set<std::string> matching;
+        for (const CloudFile &file : listing)
+            if (selector.names(file))
+                matching = {file.fileName};
+        const bool isName = !matching.empty();
+        for (const CloudFile &file : listing)
+            if (!isName && !file.directory && (options.allFiles || !isHidden(file)) && selector.matches(file))
+                matching.insert(file.fileName);
+        if (matching.empty()) {
+            CloudFile missing;
+            missing.jobId = options.jobId;
+            missing.fileName = argument;
+            unmatched.push_back(
+                Transfer::failed(missing, {404, "No Such File", options.jobId + " has no file of that name"}));
+        }
+        wanted.insert(matching.begin(), matching.end());
+    }
+    std::list<CloudFile> files = listing;
+    files.remove_if([&](const CloudFile &file) { return wanted.count(file.fileName) == 0; });
+    Batch batch = downloadsOf(files, folder);
+    batch.transfers.insert(batch.transfers.end(), unmatched.begin(), unmatched.end());
+    return batch;
+}
+
+void moveFiles(Session &session, const Options &options, const QString &heading, Batch &batch)
+{
+    TransferView view(progressMode(options));
+    view.heading(heading);
+    TransferQueue(session, view, options, batch).run();
+}
+
+std::optional<Failure> verdictOn(Session &session, const Batch &batch, const QString &remedy)
+{
+    const int failed = batch.count(Phase::Failed);
+    const int undone = batch.count(Phase::Undone);
+    if (failed == 0 && undone == 0)
+        return std::nullopt;
+    const bool interrupted = Interrupt::instance().isRaised();
+    QStringList parts;
+    if (failed > 0)
+        parts << QStringLiteral("%1 of %2 failed:").arg(failed).arg(countText(batch)) + namesOf(batch, Phase::Failed);
+    if (undone > 0)
+        parts << (interrupted ? QStringLiteral("interrupted; left undone:") : QStringLiteral("left undone:")) +
+                     namesOf(batch, Phase::Undone);
+    if (!remedy.isEmpty())
+        parts << remedy;
+    const QString message = parts.join(QLatin1Char('\n'));
+    if (interrupted)
+        return Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), message);
+    const auto first = std::find_if(batch.transfers.begin(), batch.transfers.end(),
+                                    [](const Transfer &transfer) { return transfer.phase == Phase::Failed; });
+    // A transfer that lost its connection ends like one that failed on this machine.
+    const ApiError error = first == batch.transfers.end() ? ApiError() : first->error;
+    const bool lost = error.errorCode == 0 || (error.errorCode == 400 && !session.isReachable());
+    return Failure(lost ? ExitCode::NoConnection : ExitCode::Refused, error, message);
+}
+
+QString remedyFor(const Options &options, const Batch &batch, const std::string &jobId)
+{
+    QString names;
+    int count = 0;
+    bool isUpload = false;
+    for (const Transfer &transfer : batch.transfers) {
+        if ((transfer.phase != Phase::Failed && transfer.phase != Phase::Undone) || transfer.localPath.isEmpty())
+            continue;
+        ++count;
+        isUpload = transfer.direction == Transfer::Direction::Up;
+        names += QLatin1Char(' ') + quoted(isUpload ? transfer.localPath.toStdString() : transfer.file.fileName);
+    }
+    if (count == 0 || (isUpload && count > MostNames))
+        return QString();
+    if (isUpload)
+        return QStringLiteral("upload the rest with:\n  velmora upload%1 --job %2%3")
+            .arg(names, quoted(jobId), sameOptions(options));
+    return QStringLiteral("download the rest with:\n  velmora download %1%2 --to %3%4")
+        .arg(quoted(jobId), count > MostNames ? QString() : names, quoted(downloadFolder(options, jobId).toStdString()),
+             sameOptions(options));
+}
+
+QString countText(const Batch &batch)
+{
+    const auto count = batch.transfers.size();
+    return QStringLiteral("%1 %2 (%3)")
+        .arg(QString::number(count), count == 1 ? QStringLiteral("file") : QStringLiteral("files"),
+             sizeText(batch.total()));
+}
+
+} // namespace Velmora::Cli

@@ -1,0 +1,24 @@
+/// @file Output.h
+/// What commands print.
+#ifndef VELMORA_CLI_OUTPUT_H
+#define VELMORA_CLI_OUTPUT_H
+
+#include "Options.h"
+#include "Render.h"
+
+#include <functional>
+
+namespace Velmora::Cli {
+
+/// A command's result: the JSON document, or text made only when asked for.
+void print(const Options &options, const QJsonObject &document, const std::function<QString()> &text);
+
+/// The table, fitted to the terminal if standard output is one.
+QString fitted(const Table &table);
+
+/// A warning on standard error; nothing when quiet.
+void warn(const Options &options, const QString &text);
+
+} // namespace Velmora::Cli
+
+#endif

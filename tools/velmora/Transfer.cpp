@@ -1,0 +1,185 @@
+#include "Transfer.h"
+
+#include "Json.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+#include <numeric>
+
+namespace Velmora::Cli {
+
+namespace {
+
+constexpr qint64 WindowMs = 5000;
+constexpr qint64 CipherBlock = 16;
+
+using Phase = Transfer::Phase;
+
+} // namespace
+
+void Meter::note(qint64 now, qint64 bytes)
+{
+    m_samples.emplace_back(now, bytes);
+    while (m_samples.size() > 2 && m_samples[1].first <= now - WindowMs)
+        m_samples.pop_front();
+}
+
+double Meter::rate() const
+{
+    if (m_samples.empty() || m_samples.back().first == m_samples.front().first)
+        return 0;
+    const double bytes = double(m_samples.back().second - m_samples.front().second);
+    return std::max(0.0, bytes * 1000 / double(m_samples.back().first - m_samples.front().first));
+}
+
+Transfer Transfer::up(const QString &localPath, const std::string &jobId)
+{
+    const QFileInfo info(localPath);
+    Transfer transfer;
+    transfer.direction = Direction::Up;
+    transfer.localPath = localPath;
+    transfer.file.jobId = jobId;
+    transfer.file.fileName = info.fileName().toStdString();
+    transfer.total = (info.size() / CipherBlock + 1) * CipherBlock;
+    return transfer;
+}
+
+Transfer Transfer::down(const CloudFile &file, const QString &localPath)
+{
+    Transfer transfer;
+    transfer.direction = Direction::Down;
+    transfer.localPath = localPath;
+    transfer.file = file;
+    transfer.total = std::max(0LL, file.fileSize);
+    return transfer;
+}
+
+Transfer Transfer::failed(const CloudFile &file, const ApiError &error)
+{
+    Transfer transfer = down(file, QString());
+    transfer.total = 0;
+    transfer.end(Phase::Failed, error, 0);
+    return transfer;
+}
+
+bool Transfer::isLocal() const
+{
+    return phase == Phase::Encrypting || phase == Phase::Decrypting || phase == Phase::Joining;
+}
+
+void Transfer::begin(qint64 now)
+{
+    begun = now;
+    phase = direction == Direction::Up ? Phase::Encrypting : Phase::Receiving;
+}
+
+void Transfer::progress(qint64 bytes)
+{
+    if (!isActive())
+        return;
+    moved = std::clamp(bytes, moved, std::max(moved, total));
+    const bool all = moved >= total;
+    if (direction == Direction::Up)
+        phase = all ? Phase::Confirming : Phase::Sending;
+    else if (all && phase == Phase::Receiving)
+        phase = Phase::Decrypting;
+}
+
+void Transfer::end(Phase how, const ApiError &why, qint64 now)
+{
+    phase = how;
+    ended = now;
+    if (how == Phase::Done)
+        moved = total;
+    else
+        error = why;
+}
+
+int Transfer::share() const
+{
+    if (phase == Phase::Done)
+        return 100;
+    return total > 0 ? int(double(moved) / double(total) * 100) : 0;
+}
+
+FileUploadDetails Transfer::uploadDetails() const
+{
+    return {localPath.toStdString(), file.jobId, QFileInfo(localPath).size()};
+}
+
+FileDownloadDetails Transfer::downloadDetails() const { return {localPath.toStdString(), file}; }
+
+QString phaseText(Phase phase)
+{
+    switch (phase) {
+    case Phase::Waiting:
+        return QStringLiteral("waiting");
+    case Phase::Encrypting:
+        return QStringLiteral("encrypting");
+    case Phase::Sending:
+        return QStringLiteral("sending");
+    case Phase::Confirming:
+        return QStringLiteral("confirming");
+    case Phase::Receiving:
+        return QStringLiteral("receiving");
+    case Phase::Decrypting:
+        return QStringLiteral("decrypting");
+    case Phase::Joining:
+        return QStringLiteral("joining");
+    case Phase::Done:
+        return QStringLiteral("done");
+    case Phase::Failed:
+        return QStringLiteral("failed");
+    case Phase::Undone:
+        return QStringLiteral("undone");
+    }
+    return QString();
+}
+
+int Batch::count(Phase phase) const
+{
+    return int(std::count_if(transfers.begin(), transfers.end(),
+                             [phase](const Transfer &transfer) { return transfer.phase == phase; }));
+}
+
+qint64 Batch::total() const
+{
+    return std::accumulate(transfers.begin(), transfers.end(), qint64(0),
+                           [](qint64 sum, const Transfer &transfer) { return sum + transfer.total; });
+}
+
+qint64 Batch::moved() const
+{
+    return std::accumulate(transfers.begin(), transfers.end(), qint64(0),
+                           [](qint64 sum, const Transfer &transfer) { return sum + transfer.moved; });
+}
+
+qint64 Batch::left() const
+{
+    return std::accumulate(transfers.begin(), transfers.end(), qint64(0), [](qint64 sum, const Transfer &transfer) {
+        return transfer.hasEnded() ? sum : sum + transfer.total - transfer.moved;
+    });
+}
+
+QJsonArray Batch::toJson() const
+{
+    QJsonArray array;
+    for (const Transfer &transfer : transfers) {
+        QJsonObject object{{QStringLiteral("localFileLocation"), transfer.localPath},
+                           {QStringLiteral("state"), phaseText(transfer.phase)}};
+        if (transfer.direction == Transfer::Direction::Up) {
+            const FileUploadDetails details = transfer.uploadDetails();
+            object.insert(QStringLiteral("cloudFileJobID"), QString::fromStdString(details.cloudFileJobID));
+            object.insert(QStringLiteral("totalFileSize"), qint64(details.totalFileSize));
+        } else {
+            object.insert(QStringLiteral("cloudFileDetails"), Cli::toJson(transfer.file));
+        }
+        if (transfer.phase == Phase::Failed)
+            object.insert(QStringLiteral("error"), Cli::toJson(transfer.error));
+        array.append(object);
+    }
+    return array;
+}
+
+} // namespace Velmora::Cli
