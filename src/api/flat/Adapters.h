@@ -1,0 +1,113 @@
+#pragma once
+
+#include "api/flat/Views.h"
+
+#include <velmora/CloudAPI.h>
+
+#include <cstdint>
+#include <functional>
+
+// What every flat function does, written once: `plain` and `json` check the handle, convert each argument to
+// the type that the member takes, and adapt callbacks; the two differ in how results reach the host.
+
+namespace Velmora::Flat {
+
+/// Results as views.
+struct Plain {
+    template <class T> class Result {
+    public:
+        explicit Result(const T &value)
+            : m_view(toView(value))
+        {
+        }
+        operator const decltype(toView(std::declval<const T &>())) * () const { return &m_view; }
+
+    private:
+        decltype(toView(std::declval<const T &>())) m_view;
+    };
+};
+
+/// Results as JSON text.
+struct Json {
+    template <class T> class Result {
+    public:
+        explicit Result(const T &value)
+            : m_text(hostText(value))
+        {
+        }
+        operator const char *() const { return m_text.c_str(); }
+
+    private:
+        std::string m_text;
+    };
+};
+
+/// One argument of a host's callback. What it points to lives until the end of the full expression.
+template <class Form, class T> auto handOver(const T &value)
+{
+    if constexpr (std::is_same_v<T, std::string>)
+        return value.c_str();
+    else if constexpr (std::is_same_v<T, bool>)
+        return value;
+    else if constexpr (std::is_same_v<T, std::int64_t>)
+        return static_cast<std::int32_t>(value); // the low 32 bits
+    else
+        return typename Form::template Result<T>(value);
+}
+
+template <class Form, class... Values, class... Arguments>
+void adapt(std::function<void(Values...)> &adapter, void (*callback)(Arguments...))
+{
+    if (callback)
+        adapter = [callback](Values... values) { callback(handOver<Form>(values)...); };
+}
+
+/// A record that the host passed as text. A list comes as an array of the texts of its elements.
+template <class T> T fromText(const QByteArray &text)
+{
+    if constexpr (Detail::IsList<T>::value) {
+        T list;
+        for (const QJsonValue &element : QJsonDocument::fromJson(text).array())
+            list.push_back(readHostText<typename T::value_type>(element.toString().toUtf8()));
+        return list;
+    } else {
+        return readHostText<T>(text);
+    }
+}
+
+/// An argument of the host's as a member takes it. A null text or record reads as an empty one.
+template <class Form, class Wanted, class Given> decltype(auto) argument(const Given &given)
+{
+    if constexpr (std::is_same_v<Given, Wanted>) {
+        return static_cast<const Wanted &>(given);
+    } else if constexpr (std::is_same_v<Given, const char *>) {
+        if constexpr (std::is_same_v<Wanted, std::string>)
+            return std::string(given ? given : "");
+        else
+            return fromText<Wanted>(given);
+    } else if constexpr (std::is_same_v<Given, const Wanted *>) {
+        static const Wanted empty{};
+        return given ? *given : empty;
+    } else {
+        Wanted adapter;
+        adapt<Form>(adapter, given);
+        return adapter;
+    }
+}
+
+template <class Form> struct Forward {
+    template <class Result, class... Parameters, class... Arguments>
+    Result operator()(CloudAPI *api, Result (CloudAPI::*member)(Parameters...), const Arguments &...arguments) const
+    {
+        return api ? (api->*member)(argument<Form, std::decay_t<Parameters>>(arguments)...) : Result();
+    }
+    template <class Result> Result operator()(const CloudAPI *api, Result (CloudAPI::*member)() const) const
+    {
+        return api ? (api->*member)() : Result();
+    }
+};
+
+constexpr Forward<Plain> plain{};
+constexpr Forward<Json> json{};
+
+} // namespace Velmora::Flat

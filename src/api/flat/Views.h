@@ -1,0 +1,83 @@
+#pragma once
+
+#include "model/Json.h"
+
+#include <velmora/CloudAPIFlat.h>
+
+namespace Velmora {
+
+/// Hosts never see this record as text: the table feeds its view only.
+template <> struct Schema<DeleteFileDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&DeleteFileDetails::jobId, "jobId"),
+                               field(&DeleteFileDetails::simulationId, "simulationId"),
+                               field(&DeleteFileDetails::fileName, "fileName"));
+    }
+};
+
+// The view of each record; declared only.
+VelmoraApiErrorView viewOf(const ApiError &);
+VelmoraCloudFileView viewOf(const CloudFile &);
+VelmoraFileDownloadDetailsView viewOf(const FileDownloadDetails &);
+VelmoraFileUploadDetailsView viewOf(const FileUploadDetails &);
+VelmoraDeleteFileDetailsView viewOf(const DeleteFileDetails &);
+VelmoraItemTagView viewOf(const ItemTag &);
+VelmoraUserDetailsView viewOf(const UserDetails &);
+VelmoraAccountAccessView viewOf(const AccountAccess &);
+VelmoraAccountDetailsView viewOf(const AccountDetails &);
+VelmoraAccountTransactionView viewOf(const AccountTransaction &);
+VelmoraAccountBalanceView viewOf(const AccountBalance &);
+VelmoraJobStatusEntryView viewOf(const JobStatusEntry &);
+VelmoraSimulationStatusEntryView viewOf(const SimulationStatusEntry &);
+VelmoraSimulationDetailsView viewOf(const SimulationDetails &);
+VelmoraJobDetailsView viewOf(const JobDetails &);
+VelmoraSimulationProgressView viewOf(const SimulationProgress &);
+VelmoraJobProgressView viewOf(const JobProgress &);
+VelmoraSimulationAbortStateView viewOf(const SimulationAbortState &);
+
+/// Initialises a field of exactly this type, where a bare value would also initialise a wider one.
+template <class T> struct Exactly {
+    T value;
+    template <class Field, class = std::enable_if_t<std::is_same_v<Field, T>>> operator Field() &&
+    {
+        return std::move(value);
+    }
+};
+
+/// Converts to anything: tells whether a view has a field more.
+struct AnyValue {
+    template <class T> operator T() const;
+};
+template <class View, class = void, class... Values> struct IsInitialisable : std::false_type {
+};
+template <class View, class... Values>
+struct IsInitialisable<View, std::void_t<decltype(View{std::declval<Values>()...})>, Values...> : std::true_type {
+};
+
+/// What stands for a value in a view: its own characters for a text, a list of what stands for the elements
+/// for a list, for a record its view, initialised in the order of the record's field table. Points into the value.
+template <class T> auto toView(const T &value)
+{
+    if constexpr (std::is_same_v<T, std::string>) {
+        return value.c_str();
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return value;
+    } else if constexpr (Detail::IsList<T>::value) {
+        std::list<decltype(toView(value.front()))> views;
+        for (const auto &element : value)
+            views.push_back(toView(element));
+        return views;
+    } else {
+        using View = decltype(viewOf(value));
+        return std::apply(
+            [&value](const auto &...each) {
+                static_assert(!IsInitialisable<View, void, decltype(toView(value.*each.member))..., AnyValue>::value,
+                              "the view has a field that its record lacks");
+                return View{Exactly<decltype(toView(value.*each.member))>{toView(value.*each.member)}...};
+            },
+            Schema<T>::fields());
+    }
+}
+
+} // namespace Velmora

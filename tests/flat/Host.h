@@ -1,0 +1,90 @@
+#pragma once
+
+// A host of the flat functions: callbacks of every shape, and what they heard.
+
+#include "Portal.h"
+#include "api/flat/Views.h"
+#include "support/Loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace Velmora;
+
+// Of the global namespace, like the views. By name, back into records, so that a view's field must be where the
+// record's field of that name is.
+inline std::string recordOf(const char *text) { return text; }
+template <class T> std::enable_if_t<std::is_arithmetic_v<T>, T> recordOf(T value) { return value; }
+template <class T> auto recordOf(const std::list<T> &views)
+{
+    std::list<decltype(recordOf(views.front()))> records;
+    for (const T &view : views)
+        records.push_back(recordOf(view));
+    return records;
+}
+
+#define SAME(name) record.name = recordOf(view.name)
+#define VIEW(Record, ...)                                                                                              \
+    inline Record recordOf(const Velmora##Record##View &view)                                                          \
+    {                                                                                                                  \
+        Record record;                                                                                                 \
+        __VA_ARGS__;                                                                                                   \
+        return record;                                                                                                 \
+    }
+VIEW(ApiError, SAME(errorCode), SAME(errorTitle), SAME(errorMessage))
+VIEW(CloudFile, SAME(jobId), SAME(fileName), SAME(fileSize), SAME(fileDate), SAME(fileHash), SAME(directory))
+VIEW(FileDownloadDetails, SAME(localFileLocation), SAME(cloudFileDetails))
+VIEW(FileUploadDetails, SAME(localFileLocation), SAME(cloudFileJobID), SAME(totalFileSize))
+VIEW(DeleteFileDetails, SAME(jobId), SAME(simulationId), SAME(fileName))
+VIEW(ItemTag, SAME(tagText), SAME(tagType))
+VIEW(UserDetails, SAME(userId), SAME(userEmail), SAME(surname), SAME(forename), SAME(companyName))
+VIEW(AccountAccess, SAME(accountID), SAME(userEmail), SAME(maxCoreHourRequest), SAME(accountAdmin), SAME(hasMFA))
+VIEW(AccountDetails, SAME(accountId), SAME(accountName), SAME(overageEnabled), SAME(billingEnabled), SAME(planCode),
+     SAME(accountCreated), SAME(accountAccess))
+VIEW(AccountTransaction, SAME(accountId), SAME(transactionId), SAME(jobId), SAME(simulationId), SAME(transactionType),
+     SAME(transactionDescription), SAME(userEmail), SAME(userId), SAME(transactionAmount), SAME(transactionDate),
+     SAME(invoiceSubmitted), SAME(invoiceRequired), SAME(invoiceAccepted))
+VIEW(AccountBalance, SAME(accountId), SAME(coreHoursAvailable), SAME(recentTransactions))
+VIEW(JobStatusEntry, SAME(jobId), SAME(jobStatus), SAME(jobStatusDate))
+VIEW(SimulationStatusEntry, SAME(jobId), SAME(simulationId), SAME(simulationStatus), SAME(simulationStatusDate))
+VIEW(SimulationDetails, SAME(simulationId), SAME(consoleParameters), SAME(simulationStatus))
+VIEW(JobDetails, SAME(jobId), SAME(accountId), SAME(jobName), SAME(dockerTag), SAME(coresRequired),
+     SAME(coreHourEstimate), SAME(ramEstimate), SAME(mainFile), SAME(precision), SAME(numberOfParts),
+     SAME(fileDependencies), SAME(fileAliases), SAME(operation), SAME(simulations), SAME(jobStatus), SAME(jobType))
+VIEW(SimulationProgress, SAME(simulationId), SAME(progress))
+VIEW(JobProgress, SAME(jobId), SAME(simulationProgressList))
+VIEW(SimulationAbortState, SAME(jobId), SAME(simulationId), SAME(status))
+#undef VIEW
+#undef SAME
+
+/// One callback of a host. Converts to a function pointer of whatever shape is asked for.
+template <int which = 0> struct Host {
+    /// One entry a call, one text an argument: views as the host text of their record, so that both forms of a
+    /// function must be heard alike.
+    static inline std::vector<std::vector<std::string>> heard;
+    static inline std::function<void()> then; ///< runs inside the callback, before it looks at its arguments
+
+    Host() { heard.clear(); }
+    template <class... Arguments> using Function = void (*)(Arguments...);
+    template <class... Arguments> operator Function<Arguments...>() const { return &called<Arguments...>; }
+
+    static const std::vector<std::string> &last() { return heard.back(); }
+    /// Of the last call's outcome.
+    static QJsonObject error() { return QJsonDocument::fromJson(QByteArray::fromStdString(last().at(0))).object(); }
+    static int code() { return error().value(QLatin1String("errorCode")).toInt(); }
+
+private:
+    template <class... Arguments> static void called(Arguments... arguments)
+    {
+        if (then)
+            then();
+        heard.push_back({textOf(arguments)...});
+    }
+    static std::string textOf(const char *text) { return text; }
+    static std::string textOf(bool flag) { return flag ? "true" : "false"; }
+    static std::string textOf(std::int32_t number) { return std::to_string(number); }
+    template <class View> static std::string textOf(const View *view) { return hostText(recordOf(*view)); }
+};

@@ -1,0 +1,15 @@
+# The exports as the header declares them, one FLAT_EXPORT(name) a line, for tests that go through all of them.
+set(FLAT_HEADER ${PROJECT_SOURCE_DIR}/include/velmora/CloudAPIFlat.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${FLAT_HEADER})
+file(READ ${FLAT_HEADER} FLAT_TEXT)
+string(REGEX MATCHALL "\nVELMORA_EXPORT [^(]*\\(" FLAT_DECLARATIONS "${FLAT_TEXT}")
+list(TRANSFORM FLAT_DECLARATIONS REPLACE ".*[ *]([A-Za-z_]+)\\($" "FLAT_EXPORT(\\1)")
+list(JOIN FLAT_DECLARATIONS "\n" FLAT_EXPORTS)
+file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/flat/Exports.inc CONTENT "${FLAT_EXPORTS}\n" @ONLY)
+
+add_library(flat_in_c OBJECT flat/InC.c)
+set_target_properties(flat_in_c PROPERTIES C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF)
+target_compile_options(flat_in_c PRIVATE -Wall -Wextra -Wpedantic -Wstrict-prototypes -Wundef -Werror)
+target_include_directories(flat_in_c PRIVATE ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_BINARY_DIR}/flat)
+target_include_directories(test_flat PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/flat)
+target_link_libraries(test_flat PRIVATE flat_in_c)

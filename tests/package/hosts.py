@@ -1,0 +1,122 @@
+"""The library as others take it in: installed, moved elsewhere, built against by CMake and by pkg-config, and
+used by the example hosts against the local portal.
+
+    hosts.py BUILD_FOLDER [UNITTEST ARGUMENT...]
+"""
+
+import glob
+import json
+import os
+import shlex
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
+BUILD = os.path.abspath(sys.argv.pop(1))
+
+
+def run(*command, **settings):
+    """Returns (exit code, output and errors)."""
+    environment = dict(os.environ, **settings.pop("environment", {}))
+    done = subprocess.run(command, env=environment, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, timeout=100, **settings)
+    return done.returncode, done.stdout
+
+
+class Hosts(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        cls.portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1"], text=True,
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        cls.addClassCleanup(cls.portal.communicate)  # the end of its input ends it
+        facts = json.loads(cls.portal.stdout.readline())
+        user = facts["users"][0]
+        cls.must("cmake", "-S", f"{SOURCE}/examples/local_trust", "-B", f"{cls.folder}/trust")
+        cls.must("cmake", "--build", f"{cls.folder}/trust")
+        cls.environment = {
+            "VELMORA_API_URL": facts["host"],
+            "VELMORA_USER": user["email"],
+            "VELMORA_PASSWORD": user["password"],
+            "SSL_CERT_FILE": facts["ca"],
+            "PYTHONDONTWRITEBYTECODE": "1",
+            "LD_PRELOAD": f"{cls.folder}/trust/libvelmora_local_trust.so",
+        }
+        for component in ("Library", "Development"):
+            cls.must("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
+        os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
+        (cls.libraries,) = (os.path.dirname(path) for path in glob.glob(f"{cls.folder}/moved/**/libvelmora.so",
+                                                                       recursive=True))
+
+    @classmethod
+    def must(cls, *command, **settings):
+        code, output = run(*command, **settings)
+        if code != 0:
+            raise AssertionError(f"{shlex.join(command)}: {output}")
+        return output
+
+    def host(self, *command, **changes):
+        return run(*command, environment={**self.environment, **changes})
+
+    def by_cmake(self, name):
+        folder = f"{self.folder}/{name}"
+        self.must("cmake", "-S", f"{SOURCE}/examples/{name}", "-B", folder,
+                  f"-DCMAKE_PREFIX_PATH={self.folder}/moved")
+        self.must("cmake", "--build", folder)
+        return f"{folder}/{name}"
+
+    def by_pkg_config(self, compiler, source):
+        flags = self.must("pkg-config", "--cflags", "--libs", "velmora",
+                          environment={"PKG_CONFIG_PATH": f"{self.libraries}/pkgconfig"})
+        program = f"{self.folder}/by-pkg-config"
+        self.must(*compiler.split(), f"{SOURCE}/examples/{source}", "-o", program, *flags.split())
+        return program
+
+    def check_c(self, program, **environment):
+        code, output = self.host(program, **environment)
+        self.assertEqual(code, 0, output)
+        self.assertIn("Job status is FINISHED", output)
+        self.assertIn('"fileName": "sim-2/run.log"', output)
+        code, output = self.host(program, VELMORA_PASSWORD="wrong", **environment)
+        self.assertEqual(code, 1, output)
+        self.assertIn('"errorCode": 401', output)
+
+    def check_cpp(self, program, **environment):
+        code, output = self.host(program, **environment)
+        self.assertEqual(code, 0, output)
+        self.assertIn("job-wing0001  FINISHED", output)
+        code, output = self.host(program, VELMORA_PASSWORD="wrong", **environment)
+        self.assertEqual((code, output.count("sign-in: Error Authenticating Credentials")), (1, 1), output)
+        code, output = self.host(program, LD_PRELOAD="", **environment)
+        self.assertEqual((code, output.count("sign-in: no answer came")), (1, 1), "an authority that is not trusted")
+
+    def test_cpp_by_cmake(self):
+        self.check_cpp(self.by_cmake("cpp_host"))
+
+    def test_c_by_cmake(self):
+        self.check_c(self.by_cmake("c_host"))
+
+    def test_by_pkg_config(self):
+        self.check_cpp(self.by_pkg_config("c++ -std=c++17 -Wall -Wextra -Werror", "cpp_host/main.cpp"),
+                       LD_LIBRARY_PATH=self.libraries)
+        self.check_c(self.by_pkg_config("cc -std=c11 -Wall -Wextra -Wpedantic -Werror", "c_host/main.c"),
+                     LD_LIBRARY_PATH=self.libraries)
+
+    def test_python(self):
+        source = f"{self.folder}/beam.trninp"
+        with open(source, "w", encoding="ascii") as file:
+            file.write("beam " * 100000)
+        command = (sys.executable, f"{SOURCE}/examples/python_host/main.py", source, self.folder)
+        library = {"VELMORA_LIBRARY": f"{self.libraries}/libvelmora.so.1"}
+        code, output = self.host(*command, **library)
+        self.assertEqual(code, 0, output)
+        self.assertIn("Job status is FINISHED", output)
+        with open(f"{self.folder}/sim-1-results.dat", encoding="ascii") as file:
+            self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
+        code, output = self.host(*command, "ACC-NONE", **library)
+        self.assertEqual((code, "Error Requesting Job ID" in output), (1, True), output)
+
+
+unittest.main()
