@@ -86,6 +86,11 @@ QJsonArray Portal::files(const QString &job)
         .toArray();
 }
 
+void Portal::removeFile(const QString &job, const QString &name)
+{
+    ask("DELETE", QStringLiteral("/api/job/files/") + job + QLatin1Char('/') + name, {}, {});
+}
+
 void trust(const QString &caFile)
 {
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();

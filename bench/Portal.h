@@ -33,6 +33,7 @@ public:
     QByteArray key(const QString &job); ///< 32 bytes
     QJsonObject uploadAddress(const QString &job);
     QJsonArray files(const QString &job);
+    void removeFile(const QString &job, const QString &name);
 
 private:
     QString firstUser(const QString &what) const;

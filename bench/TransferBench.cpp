@@ -17,6 +17,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
+#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
@@ -141,6 +142,21 @@ void bareUpload(const QJsonObject &address, const QString &path)
     await(manager.post(requestTo(address, QStringLiteral("peer"), file.size()), &file));
 }
 
+/// All at once, each file under its own name.
+void bareUploads(const QJsonObject &address, const QStringList &paths)
+{
+    QNetworkAccessManager manager;
+    std::vector<QNetworkReply *> replies;
+    for (const QString &path : paths) {
+        auto *file = new QFile(path);
+        require(file->open(QIODevice::ReadOnly), "cannot read the peer's file");
+        replies.push_back(manager.put(requestTo(address, QFileInfo(path).fileName(), file->size()), file));
+        file->setParent(replies.back());
+    }
+    for (QNetworkReply *reply : replies)
+        await(reply);
+}
+
 /// All pieces at once, each into a file of its own.
 void bareDownload(const QJsonArray &pieces, const QString &folder)
 {
@@ -250,11 +266,13 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
     const QString back = folder + QStringLiteral("/small");
     QDir().mkpath(back);
     QStringList paths;
+    QStringList ciphers;
     std::string uploads;
     for (int i = 0; i < count; ++i) {
         const QString name = QStringLiteral("small") + QString::number(i);
         const QString cipher = back + QStringLiteral("/cipher") + QString::number(i);
         paths.append(folder + QLatin1Char('/') + name);
+        ciphers.append(cipher);
         writePlain(paths.back().toStdString(), 4096);
         encrypt(paths.back(), cipher, key);
         uploads += curlSection(portal, requestTo(address, name, QFile(cipher).size()),
@@ -264,6 +282,11 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
     row(
         files + "up", "curl --parallel, encrypted before", 1, rounds, [&] { client.upload(paths, job); },
         [&] { curl(folder, uploads); });
+    row(
+        files + "up", "bare PUTs, encrypted before", 0, rounds, [&] { client.upload(paths, job); },
+        [&] { bareUploads(address, ciphers); });
+    for (const QString &cipher : ciphers)
+        portal.removeFile(job, QFileInfo(cipher).fileName());
     std::string downloads;
     for (const auto &file : portal.files(job)) {
         const std::string name = file.toObject()[QStringLiteral("fileName")].toString().toStdString();
@@ -402,6 +425,7 @@ void longTransfers(Portal &portal, const QString &folder, const QStringList &siz
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("velmora.debug=false"));
     QStringList arguments = QCoreApplication::arguments().mid(1);
     if (arguments.value(0) == QLatin1String("--measure"))
         return longTransfer(arguments.mid(1));
