@@ -2,6 +2,7 @@
 
 #include <QRegularExpression>
 
+#include <random>
 #include <set>
 
 using namespace CliTests;
@@ -147,6 +148,49 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
     auto shares = QRegularExpression(QStringLiteral("(\\d+)%")).globalMatch(q(said + sending->errors()));
     while (shares.hasNext())
         EXPECT_LE(shares.next().captured(1).toInt(), 100);
+}
+
+// Whenever the process dies, the target is the old file, or absent, or whole; what else it left is cleared next time.
+TEST_F(FileTest, download_killedAtAnyMoment_leavesNoPartOfTheTarget)
+{
+    VelmoraPortal::Options options;
+    options.storage.pieceSize = 1 << 20;
+    serve(1000ms, options);
+    const S bytes = bytesOf('n', 6 << 20);
+    m_portal->addFile("job-wing0001", "big", bytes);
+    VelmoraPortal::Fault slow;
+    slow.kind = FaultKind::SlowWrite;
+    slow.path = "storage/piece";
+    slow.rate = 8 << 20;
+    slow.times = 0;
+    m_portal->inject(slow);
+    const S list = "job/files/list/job-wing0001";
+    const S command = "download job-wing0001 big --to out";
+    std::mt19937 random(20);
+    int parts = 0;
+    for (int round = 0; round < 20; ++round) {
+        QFile::remove(q(path("out/big")));
+        if (round % 2 == 0)
+            write("out/big", "old");
+        const S old = read("out/big");
+        const std::size_t before = m_portal->requestCount(list);
+        const auto program = start(command);
+        while (m_portal->requestCount(list) == before && !program->waitForFinished(1))
+            ASSERT_NE(program->state(), QProcess::NotRunning);
+        program->waitForFinished(int(random() % 200));
+        program->kill();
+        program->waitForFinished();
+        const S found = read("out/big");
+        EXPECT_TRUE(found == old || found == bytes) << found.size() << " bytes in round " << round;
+        Strings left = below("out");
+        left.erase("big");
+        parts += left.empty() ? 0 : 1;
+    }
+    EXPECT_GT(parts, 5); // the moments were not all before or after the transfer
+    m_portal->clearFaults();
+    ended(command, 0);
+    EXPECT_EQ(read("out/big"), bytes);
+    EXPECT_EQ(below("out"), Strings({"big"}));
 }
 
 } // namespace
