@@ -137,11 +137,10 @@ protected:
     QString url(const QString &path) const { return "https://" + loopback.server.host() + path; }
     QByteArray crypt(const QByteArray &bytes, bool encrypt)
     {
-        write("crypt.in", bytes);
-        const auto function = encrypt ? encryptFile : decryptFile;
-        EXPECT_TRUE(function(key, qt("crypt.in"), qt("crypt.out"), std::atomic<bool>(false)).ok());
-        const QByteArray result = read("crypt.out");
-        EXPECT_TRUE(QFile::remove(qt("crypt.in")) && QFile::remove(qt("crypt.out")));
+        write("crypt", bytes);
+        EXPECT_EQ(cryptFileInPlace(key, qt("crypt"), encrypt), 0);
+        const QByteArray result = read("crypt");
+        EXPECT_TRUE(QFile::remove(qt("crypt")));
         return result;
     }
     static QByteArray noise(int size)
