@@ -77,12 +77,6 @@ void PoolWork::start(QObject *context, Work work, std::function<void()> done)
     QThreadPool::globalInstance()->start(m_task.get(), 0);
 }
 
-void PoolWork::requestStop()
-{
-    if (m_task)
-        m_task->requestStop();
-}
-
 void PoolWork::stopAndWait()
 {
     if (!m_task)

@@ -23,11 +23,8 @@ public:
     /// Starts `work`; when it has ended, `done` runs on the thread of `context`, which must outlive
     /// this object and may be destroyed by `done`. Only when nothing is running.
     void start(QObject *context, Work work, std::function<void()> done);
-    /// Asks the work to end early; `done` still runs.
-    void requestStop();
     /// Stops the work and waits for its end; `done` does not run.
     void stopAndWait();
-    bool isRunning() const { return m_task != nullptr; }
 
 private:
     class Task;

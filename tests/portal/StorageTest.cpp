@@ -164,6 +164,7 @@ TEST_F(StorageTest, FaultsStrikeUploadsAndPieces)
     const S up = filled(uploadAddress(job).object(), "n", cipher);
     EXPECT_TRUE(timed(FaultKind::CutUpload, "storage/form", 50000, up).closed);
     EXPECT_EQ(portal.requests().back().bodySize, 50000U);
+    EXPECT_TRUE(timed(FaultKind::CutUpload, "storage/form", 1 << 20, up).closed); // longer than the body
     EXPECT_TRUE(portal.files(job).empty());
     const Reply slow = timed(FaultKind::SlowRead, "storage", 0, up);
     EXPECT_EQ(slow.status, 204);

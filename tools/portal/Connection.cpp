@@ -48,9 +48,9 @@ std::size_t slice(long rate, std::size_t most)
     return rate > 0 ? std::min(most, static_cast<std::size_t>(std::max(rate / 20, 1L))) : most;
 }
 
-std::chrono::milliseconds duration(std::size_t bytes, long rate)
+std::chrono::microseconds duration(std::size_t bytes, long rate)
 {
-    return std::chrono::milliseconds(rate > 0 ? static_cast<long long>(bytes) * 1000 / rate : 0);
+    return std::chrono::microseconds(rate > 0 ? static_cast<long long>(bytes) * 1000000 / rate : 0);
 }
 
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -219,7 +219,7 @@ private:
         });
     }
 
-    template <typename Work> void after(std::chrono::milliseconds delay, Work work)
+    template <typename Work> void after(std::chrono::microseconds delay, Work work)
     {
         if (delay.count() <= 0)
             return work();

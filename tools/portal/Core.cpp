@@ -28,6 +28,7 @@ Answer faulty(const Fault &fault, Answer answer)
         answer.ending = Answer::Ending::CutBody;
         break;
     case FaultKind::ResetAfter:
+    case FaultKind::CutUpload: // the body was shorter than the cut
         answer.ending = Answer::Ending::Reset;
         break;
     case FaultKind::HangUp:
@@ -57,7 +58,6 @@ Answer faulty(const Fault &fault, Answer answer)
             answer.ending = Answer::Ending::CutBody;
         break;
     case FaultKind::SlowRead:
-    case FaultKind::CutUpload:
     case FaultKind::Delay:
     case FaultKind::ResetBefore:
     case FaultKind::SocketDrop:
