@@ -18,7 +18,9 @@ namespace {
 constexpr const char *failureTitle = "Unable to download file";
 constexpr const char *writeFailureTitle = "Unable to write to target file";
 constexpr qint64 readBuffer = 4 * 1024 * 1024; // what the network layer may hold for us
-constexpr int slice = 128 * 1024;              // what is decrypted and written in one go
+constexpr int batch = 1024 * 1024;             // what is taken from it in one go, where there is as much
+constexpr int patience = 4;                    // milliseconds that less than a batch waits for more
+constexpr int slice = 128 * 1024;              // what is decrypted and written in one turn of the loop
 constexpr int longestRefusal = 64 * 1024;
 
 } // namespace
@@ -30,8 +32,6 @@ FileDownload::FileDownload(const QString &folder, const QString &target, const Q
     , m_chunk(chunk)
     , m_fileName(chunk.value(QLatin1String("fileName")).toString())
     , m_cipher(Cipher::Direction::Decrypt, CipherKey(key).data(), fixedIv)
-    , m_slice(slice, Qt::Uninitialized)
-    , m_plain(slice + cipherBlockSize, Qt::Uninitialized)
 {
     m_drain.setSingleShot(true);
     connect(&m_drain, &QTimer::timeout, this, &FileDownload::drain);
@@ -99,38 +99,53 @@ bool FileDownload::prepareFolder(QString *problem)
 void FileDownload::follow(QNetworkReply *reply)
 {
     m_reply = reply;
-    connect(reply, &QNetworkReply::readyRead, &m_drain, qOverload<>(&QTimer::start));
-    connect(reply, &QNetworkReply::downloadProgress, &m_drain, qOverload<>(&QTimer::start));
+    // Not before: a request with a body of its own starts later, and forgets a limit set until then.
+    connect(reply, &QNetworkReply::metaDataChanged, reply, [reply] { reply->setReadBufferSize(readBuffer); });
+    connect(reply, &QNetworkReply::readyRead, this, &FileDownload::scheduleDrain);
+    connect(reply, &QNetworkReply::downloadProgress, this, &FileDownload::scheduleDrain);
     const auto onFinished = [this] {
         m_replyFinished = true;
-        m_drain.start();
+        m_drain.start(0);
     };
     connect(reply, &QNetworkReply::finished, this, onFinished);
     if (reply->isFinished())
         onFinished();
 }
 
+// Every read of a limited reply wakes the network's thread: a few bytes are not worth that.
+void FileDownload::scheduleDrain()
+{
+    if (!m_drain.isActive())
+        m_drain.start(m_reply->bytesAvailable() >= batch || m_replyFinished ? 0 : patience);
+}
+
 void FileDownload::drain()
 {
     if (!m_reply || m_ended)
         return;
-    const auto size = static_cast<int>(m_reply->read(m_slice.data(), m_slice.size()));
+    if (m_taken == m_filled) {
+        m_batch.resize(batch);
+        m_filled = std::max(0, static_cast<int>(m_reply->read(m_batch.data(), batch)));
+        m_taken = 0;
+    }
+    const int size = std::min(slice, m_filled - m_taken);
     if (size > 0) {
+        const char *part = m_batch.constData() + m_taken;
+        m_taken += size;
         if (httpStatusOf(m_reply) >= 300)
-            m_refusal.append(m_slice.constData(), std::min(size, longestRefusal - m_refusal.size()));
-        else if (!store(size))
+            m_refusal.append(part, std::min(size, longestRefusal - m_refusal.size()));
+        else if (!store(part, size))
             return;
     }
-    const qint64 waiting = m_reply->bytesAvailable();
-    if (waiting > readBuffer) // only where the disk is the slower one: a limited reply takes 1.5 times as long
-        m_reply->setReadBufferSize(readBuffer);
-    if (waiting > 0)
-        m_drain.start();
+    if (m_taken < m_filled)
+        m_drain.start(0);
+    else if (m_reply->bytesAvailable() > 0)
+        scheduleDrain();
     else if (m_replyFinished)
         onReceived();
 }
 
-bool FileDownload::store(int received)
+bool FileDownload::store(const char *part, int received)
 {
     if (!m_file.isOpen()) {
         m_file.setFileName(temporaryPath("DOWNLOAD"));
@@ -140,8 +155,9 @@ bool FileDownload::store(int received)
         }
     }
     int size = 0;
-    const auto *encrypted = reinterpret_cast<const unsigned char *>(m_slice.constData());
-    if (!m_cipher.update(encrypted, received, reinterpret_cast<unsigned char *>(m_plain.data()), &size)) {
+    m_plain.resize(slice + cipherBlockSize);
+    if (!m_cipher.update(reinterpret_cast<const unsigned char *>(part), received,
+                         reinterpret_cast<unsigned char *>(m_plain.data()), &size)) {
         fail(QStringLiteral("The cipher could not be run"));
         return false;
     }
@@ -207,6 +223,8 @@ void FileDownload::finish(const ApiError &error)
     m_ended = true;
     releaseReply();
     m_file.close();
+    m_batch.clear(); // of many pieces few are received at a time
+    m_plain.clear();
     later(this, [this, error] {
         m_atRest = true;
         Q_EMIT downloadComplete(error);

@@ -60,8 +60,9 @@ Q_SIGNALS:
 
 private:
     bool prepareFolder(QString *problem);
+    void scheduleDrain();
     void drain();
-    bool store(int received);
+    bool store(const char *part, int received);
     void onReceived();
     void complete();
     void releaseReply();
@@ -75,8 +76,10 @@ private:
     QJsonObject m_chunk;
     QString m_fileName;
     Cipher m_cipher;
-    QByteArray m_slice; ///< as it arrived
-    QByteArray m_plain; ///< and decrypted
+    QByteArray m_batch; ///< as it arrived
+    int m_filled = 0;   ///< of the batch's bytes
+    int m_taken = 0;    ///< of those
+    QByteArray m_plain; ///< a slice of it, decrypted
     QFile m_file;       ///< has a name once it was created
     QPointer<QNetworkReply> m_reply;
     QByteArray m_refusal; ///< the start of a refusal's body
