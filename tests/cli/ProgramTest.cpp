@@ -157,4 +157,59 @@ TEST_F(ProgramTest, queries_seededJobs_areShown)
     EXPECT_TRUE(m_portal->plainFile("job-wing0001", "wing.trninp"));
 }
 
+TEST_F(ProgramTest, accountsAndTags_everyCommand_showsTheSameAsTextAndJson)
+{
+    serve();
+    const struct {
+        const char *line;
+        int exit;
+        const char *shown, *key, *hidden;
+    } rows[] = {{"accounts", 0, "ACC-2002", "accountDetailsList", "error"},
+                {"balance ACC-1001", 0, "job-wing0001", "recentTransactions", "error"},
+                {"balance ACC-0", 1, "no account", "error", "1234"},
+                {"me", 0, "ada.field@velmora.example", "userEmail", "error"},
+                {"me --company Wings", 0, "Wings", "companyName", "Aerodynamics"},
+                {"hpc ACC-1001", 0, "hpc-lab-1", "hpcDetailsList", "error"},
+                {"hpc ACC-1001 --preferred", 0, "hpc-us-1", "hpcDetailsList", "hpc-lab-1"},
+                {"event open mesher", 0, "mesher", "eventType", "eventValue"},
+                {"tag job-wing0001 fast", 0, "fast", "itemTagList", "error"},
+                {"tag no-such-job fast", 1, "no-such-job", "error", "itemTagList"},
+                {"tags job-wing0001", 0, "fast", "jobId", "duct"},
+                {"tags --account ACC-2002", 0, "duct", "accountId", "fast"},
+                {"tags job-wing0001 --account ACC-1001", 2, "excludes", "error", "fast"},
+                {"tags", 0, "duct", "accountTagList", "error"},
+                {"find wing fast", 0, "job-wing0001", "jobDetailsList", "job-duct0002"},
+                {"find wing duct", 0, "", "jobDetailsList", "job-"}};
+    for (const auto &row : rows) {
+        EXPECT_FALSE(contains(ended(row.line, row.exit, row.shown)->output(), row.hidden)) << row.line;
+        const auto program = ended(row.line + S(" --json"), row.exit, row.shown);
+        EXPECT_TRUE(program->json().toObject().contains(QLatin1String(row.key))) << program->output();
+    }
+    ended("untag job-wing0001 fast", 0, "wing");
+    ended("untag job-wing0001 fast --json", 1, "has no tag");
+    EXPECT_EQ(ended("me --first-name= --json", 0)->text("surname"), "Field");
+    EXPECT_EQ(ended("me --json", 0, "Wings")->text("forename"), "");
+}
+
+TEST_F(ProgramTest, completion_anyWord_comesFromTheProgram)
+{
+    const S program = QCoreApplication::applicationDirPath().toStdString() + "/velmora";
+    const S script = VELMORA_SOURCE_FOLDER "/tools/velmora/completion.bash";
+    const struct {
+        const char *words, *completions;
+    } rows[] = {
+        {"ta", "tag tags"}, {"--js", "--json"},           {"--user jobs pro", "progress"}, {"hpc --pre", "--preferred"},
+        {"jobs --pre", ""}, {"me --portal = te", "test"}, {"--portal prod", "production"}};
+    for (const auto &row : rows) {
+        QProcess bash;
+        bash.start(QStringLiteral("bash"),
+                   {QStringLiteral("-c"), q(". " + script + "; COMP_WORDS=(" + program + " " + row.words +
+                                            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _velmora " + program +
+                                            "; printf '%s\\n' \"${COMPREPLY[@]}\" | sort | xargs")});
+        EXPECT_TRUE(bash.waitForFinished());
+        EXPECT_EQ(bash.readAllStandardOutput().trimmed().toStdString(), row.completions) << row.words;
+        EXPECT_EQ(bash.readAllStandardError().toStdString(), "") << row.words;
+    }
+}
+
 } // namespace

@@ -118,11 +118,14 @@ void Service::takeResults()
 {
     for (const SolverResult &result : m_solver.finished()) {
         Job *owner = findJob(result.jobId);
-        Simulation *simulation = nullptr;
-        for (Simulation &candidate : owner->simulations)
-            if (candidate.id == result.simulationId)
-                simulation = &candidate;
-        if (!isActive(*owner) || simulation->history.back().status != Status::running) { // stopped meanwhile
+        if (!owner)
+            continue;
+        auto &simulations = owner->simulations;
+        const auto simulation = std::find_if(simulations.begin(), simulations.end(), [&](const Simulation &candidate) {
+            return candidate.id == result.simulationId;
+        });
+        if (!isActive(*owner) || simulation == simulations.end() ||
+            simulation->history.back().status != Status::running) { // stopped meanwhile
             for (const auto &file : result.files)
                 ::unlink(file.second.c_str());
             continue;

@@ -8,39 +8,16 @@
 #include "Session.h"
 #include "Terminal.h"
 
-#include <algorithm>
-#include <vector>
-
 namespace Velmora::Cli {
 
 namespace {
 
 QString number(double value) { return QString::number(value, 'g', 6); }
 
-Table jobTable(const std::list<JobDetails> &list)
-{
-    std::vector<const JobDetails *> sorted;
-    for (const JobDetails &entry : list)
-        sorted.push_back(&entry);
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const auto *a, const auto *b) { return submittedAt(*a) > submittedAt(*b); });
-    Table table({{QStringLiteral("JOB"), Align::Left},
-                 {QStringLiteral("NAME"), Align::Left, true},
-                 {QStringLiteral("STATUS"), Align::Left},
-                 {QStringLiteral("SUBMITTED"), Align::Left},
-                 {QStringLiteral("SIMS"), Align::Right},
-                 {QStringLiteral("CORES"), Align::Right}});
-    for (const JobDetails *entry : sorted)
-        table.add({shown(entry->jobId), shown(entry->jobName), shown(statusOf(*entry)),
-                   dateText(submittedAt(*entry)).left(16), QString::number(entry->simulations.size()),
-                   QString::number(entry->coresRequired)});
-    return table;
-}
-
 QString jobText(const JobDetails &details)
 {
-    Table facts({{QString(), Align::Left}, {QString(), Align::Left, true}});
-    const auto fact = [&facts](const char *name, const QString &value) { facts.add({QLatin1String(name), value}); };
+    Facts facts;
+    const auto fact = [&facts](const char *name, const QString &value) { facts.push_back({name, value}); };
     fact("Job", shown(details.jobId));
     fact("Name", shown(details.jobName));
     fact("Account", shown(details.accountId));
@@ -63,13 +40,7 @@ QString jobText(const JobDetails &details)
     for (const SimulationDetails &simulation : details.simulations)
         simulations.add(
             {shown(simulation.simulationId), shown(statusOf(simulation)), shown(simulation.consoleParameters)});
-    const QString text = fitted(facts);
-    return text.mid(text.indexOf(QLatin1Char('\n')) + 1) + QLatin1Char('\n') + fitted(simulations);
-}
-
-QJsonObject jobListJson(const std::list<JobDetails> &list)
-{
-    return {{QStringLiteral("jobDetailsList"), toJsonArray(list)}};
+    return fitted(facts) + QLatin1Char('\n') + fitted(simulations);
 }
 
 } // namespace

@@ -21,6 +21,15 @@ Command files;
 Command upload;
 Command download;
 Command rm;
+Command accounts;
+Command balance;
+Command me;
+Command hpc;
+Command event;
+Command tag;
+Command untag;
+Command tags;
+Command find;
 Command validate;
 Command status;
 

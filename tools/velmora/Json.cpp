@@ -35,6 +35,32 @@ QJsonObject toJson(const SimulationProgress &progress)
             {QStringLiteral("progress"), progress.progress}};
 }
 
+QJsonObject toJson(const AccountAccess &access)
+{
+    return {{QStringLiteral("accountID"), text(access.accountID)},
+            {QStringLiteral("userEmail"), text(access.userEmail)},
+            {QStringLiteral("maxCoreHourRequest"), access.maxCoreHourRequest},
+            {QStringLiteral("accountAdmin"), access.accountAdmin},
+            {QStringLiteral("hasMFA"), access.hasMFA}};
+}
+
+QJsonObject toJson(const AccountTransaction &transaction)
+{
+    return {{QStringLiteral("accountId"), text(transaction.accountId)},
+            {QStringLiteral("transactionId"), text(transaction.transactionId)},
+            {QStringLiteral("jobId"), text(transaction.jobId)},
+            {QStringLiteral("simulationId"), text(transaction.simulationId)},
+            {QStringLiteral("transactionType"), text(transaction.transactionType)},
+            {QStringLiteral("transactionDescription"), text(transaction.transactionDescription)},
+            {QStringLiteral("userEmail"), text(transaction.userEmail)},
+            {QStringLiteral("userId"), text(transaction.userId)},
+            {QStringLiteral("transactionAmount"), transaction.transactionAmount},
+            {QStringLiteral("transactionDate"), qint64(transaction.transactionDate)},
+            {QStringLiteral("invoiceSubmitted"), transaction.invoiceSubmitted},
+            {QStringLiteral("invoiceRequired"), transaction.invoiceRequired},
+            {QStringLiteral("invoiceAccepted"), transaction.invoiceAccepted}};
+}
+
 template <class List> QJsonArray arrayOf(const List &records)
 {
     QJsonArray array;
@@ -100,6 +126,49 @@ QJsonObject toJson(const CloudFile &file)
     return {{QStringLiteral("jobId"), text(file.jobId)},         {QStringLiteral("fileName"), text(file.fileName)},
             {QStringLiteral("fileSize"), qint64(file.fileSize)}, {QStringLiteral("fileDate"), qint64(file.fileDate)},
             {QStringLiteral("fileHash"), text(file.fileHash)},   {QStringLiteral("directory"), file.directory}};
+}
+
+QJsonObject toJson(const AccountDetails &account)
+{
+    return {{QStringLiteral("accountId"), text(account.accountId)},
+            {QStringLiteral("accountName"), text(account.accountName)},
+            {QStringLiteral("overageEnabled"), account.overageEnabled},
+            {QStringLiteral("billingEnabled"), account.billingEnabled},
+            {QStringLiteral("planCode"), text(account.planCode)},
+            {QStringLiteral("accountCreated"), qint64(account.accountCreated)},
+            {QStringLiteral("accountAccess"), toJson(account.accountAccess)}};
+}
+
+QJsonObject toJson(const AccountBalance &balance)
+{
+    return {{QStringLiteral("accountId"), text(balance.accountId)},
+            {QStringLiteral("coreHoursAvailable"), balance.coreHoursAvailable},
+            {QStringLiteral("recentTransactions"), arrayOf(balance.recentTransactions)}};
+}
+
+QJsonObject toJson(const HpcDetails &cluster)
+{
+    return {{QStringLiteral("hpcId"), text(cluster.hpcId)},
+            {QStringLiteral("hpcActive"), cluster.hpcActive},
+            {QStringLiteral("hpcCloud"), text(cluster.hpcCloud)},
+            {QStringLiteral("hpcClusterName"), text(cluster.hpcClusterName)},
+            {QStringLiteral("hpcDescription"), text(cluster.hpcDescription)},
+            {QStringLiteral("hpcRegion"), text(cluster.hpcRegion)},
+            {QStringLiteral("hpcAccountBucket"), text(cluster.hpcAccountBucket)}};
+}
+
+QJsonObject toJson(const UserDetails &user)
+{
+    return {{QStringLiteral("userId"), text(user.userId)},
+            {QStringLiteral("userEmail"), text(user.userEmail)},
+            {QStringLiteral("surname"), text(user.surname)},
+            {QStringLiteral("forename"), text(user.forename)},
+            {QStringLiteral("companyName"), text(user.companyName)}};
+}
+
+QJsonObject toJson(const ItemTag &tag)
+{
+    return {{QStringLiteral("tagText"), text(tag.tagText)}, {QStringLiteral("tagType"), text(tag.tagType)}};
 }
 
 } // namespace Velmora::Cli

@@ -15,6 +15,11 @@ QJsonObject toJson(const JobDetails &job);
 QJsonObject toJson(const JobProgress &progress);
 QJsonObject toJson(const SimulationAbortState &state);
 QJsonObject toJson(const CloudFile &file);
+QJsonObject toJson(const AccountDetails &account);
+QJsonObject toJson(const AccountBalance &balance);
+QJsonObject toJson(const HpcDetails &cluster);
+QJsonObject toJson(const UserDetails &user);
+QJsonObject toJson(const ItemTag &tag);
 
 template <class List> QJsonArray toJsonArray(const List &records)
 {

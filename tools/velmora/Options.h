@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,15 @@ struct Options {
     bool allFiles = false;          ///< hidden files, too
     bool noUpload = false;
     bool noDownload = false;
+
+    bool preferred = false; ///< the user's preferred clusters only
+    std::optional<std::string> firstName;
+    std::optional<std::string> lastName;
+    std::optional<std::string> company;
+    std::string eventType;
+    std::string eventSource;
+    std::string eventValue;
+    std::vector<std::string> tags;
 };
 
 /// Fills what the arguments left open from VELMORA_USER, VELMORA_PASSWORD and VELMORA_MFA.

@@ -7,6 +7,9 @@
 #include "Render.h"
 
 #include <functional>
+#include <list>
+#include <utility>
+#include <vector>
 
 namespace Velmora::Cli {
 
@@ -15,6 +18,14 @@ void print(const Options &options, const QJsonObject &document, const std::funct
 
 /// The table, fitted to the terminal if standard output is one.
 QString fitted(const Table &table);
+
+/// Names and their values, one pair a line.
+using Facts = std::vector<std::pair<const char *, QString>>;
+QString fitted(const Facts &facts);
+
+/// Jobs as every command shows them: newest first, or in the service's order as JSON.
+Table jobTable(const std::list<JobDetails> &list);
+QJsonObject jobListJson(const std::list<JobDetails> &list);
 
 /// A warning on standard error; nothing when quiet.
 void warn(const Options &options, const QString &text);

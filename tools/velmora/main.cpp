@@ -1,6 +1,7 @@
 /// @file main.cpp
 /// The command line: arguments, help, exit codes.
 #include "Commands.h"
+#include "Manual.h"
 #include "Options.h"
 #include "Terminal.h"
 
@@ -13,10 +14,16 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
 
 using namespace Velmora::Cli;
 
 namespace {
+
+constexpr const char *SharedGroup = "Service and output";
 
 constexpr const char *ProgramHelp = R"(Exit codes:
   0    done; for run and watch: the job finished
@@ -82,32 +89,47 @@ constexpr const char *StopHelp = R"(Without SIMULATION every simulation of the j
 constexpr const char *ValidateHelp = R"(Runs every check on a job file and names each one that fails. Nothing is sent.
 Exit code 0 when all hold, 2 otherwise.)";
 
+constexpr const char *MeHelp =
+    R"(With one of the options the details are changed first; what is not given stays as it is.
+
+Example:
+  velmora me --company 'Field Aerodynamics')";
+
+constexpr const char *EventHelp =
+    R"(Events tell the service what its users do, such as TYPE "open" of SOURCE "mesher".)";
+
+constexpr const char *TagsHelp = R"(Without JOB and --account the tags in every account of yours.)";
+
+constexpr const char *FindHelp = R"(Lists your jobs that carry all of these tags.)";
+
 constexpr const char *LoginHelp = R"(Checks that the credentials are accepted. Nothing is stored: every command signs in
 by itself, with VELMORA_USER and VELMORA_PASSWORD or by asking on the terminal.)";
 
 void addCommonOptions(CLI::App &app, Options &options)
 {
-    const std::string group = "Service and output";
-    app.add_option("--user", options.user, "E-mail address to sign in with")->type_name("EMAIL")->group(group);
-    app.add_option("--mfa", options.mfaCode, "One-time code, for users who need one")->type_name("CODE")->group(group);
-    app.add_option("--portal", options.portal, "test, development or production (the default)")
-        ->type_name("NAME")
+    app.add_option("--user", options.user, "E-mail address to sign in with")->type_name("EMAIL")->group(SharedGroup);
+    app.add_option("--mfa", options.mfaCode, "One-time code, for users who need one")
+        ->type_name("CODE")
+        ->group(SharedGroup);
+    app.add_option("--portal", options.portal, "Portal of the service; production unless given")
+        ->type_name("test|development|production")
         ->check(CLI::IsMember({"test", "development", "production"}).description(""))
-        ->group(group);
+        ->group(SharedGroup);
     app.add_option("--host", options.host, "Host of the service instead of a portal's")
         ->type_name("HOST[:PORT]")
-        ->group(group);
+        ->group(SharedGroup);
     app.add_option("--ca", options.caFile, "PEM file of a certificate authority to trust as well")
         ->type_name("FILE")
-        ->group(group);
+        ->group(SharedGroup);
     app.add_option("--timeout", options.timeoutSeconds,
                    "Seconds to wait for an answer, or for a file to move; 60 unless given, 0 for ever")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, 86400).description(""))
-        ->group(group);
-    app.add_flag("--json", options.json, "One JSON document on standard output, also for a failure")->group(group);
-    app.add_flag("--verbose", options.verbose, "Log what goes on to standard error")->group(group);
-    app.add_flag("--quiet", options.quiet, "No progress and no notices")->group(group);
+        ->group(SharedGroup);
+    app.add_flag("--json", options.json, "One JSON document on standard output, also for a failure")
+        ->group(SharedGroup);
+    app.add_flag("--verbose", options.verbose, "Log what goes on to standard error")->group(SharedGroup);
+    app.add_flag("--quiet", options.quiet, "No progress and no notices")->group(SharedGroup);
 }
 
 /// Wires the commands: each is one entry here and one function.
@@ -123,7 +145,7 @@ public:
         addCommonOptions(m_app, m_options);
 
         CLI::App *run = add("run", "Upload a job's files, run it, download its results", RunHelp, Velmora::Cli::run);
-        run->add_option("JOB.json", m_options.jobFile, "Job file")->type_name("")->required();
+        addJobFile(*run);
         run->add_option("--account", m_options.accountId, "Account to charge")->type_name("ID");
         run->add_option("--hpc", m_options.hpcId, "Cluster to run on; the service chooses unless given")
             ->type_name("ID");
@@ -146,7 +168,8 @@ public:
         files->add_option("SIMULATION", m_options.simulationId, "Simulation id")->type_name("");
         files->add_flag("--all", m_options.allFiles, "Hidden files, too");
         CLI::App *upload = add("upload", "Upload files to a job", UploadHelp, Velmora::Cli::upload);
-        upload->add_option("FILE", m_options.files, "Files to upload")->type_name("")->required();
+        m_localFiles.push_back(
+            upload->add_option("FILE", m_options.files, "Files to upload")->type_name("")->required());
         upload->add_option("--job", m_options.jobId, "Job to upload to")->type_name("ID")->required();
         CLI::App *download = add("download", "Download a job's files", DownloadHelp, Velmora::Cli::download);
         addJobId(*download);
@@ -159,18 +182,56 @@ public:
             ->type_name("")
             ->required()
             ->expected(1);
-        add("validate", "Check a job file", ValidateHelp, Velmora::Cli::validate)
-            ->add_option("JOB.json", m_options.jobFile, "Job file")
-            ->type_name("")
-            ->required();
+        addAccountCommands();
+        addTagCommands();
+        addJobFile(*add("validate", "Check a job file", ValidateHelp, Velmora::Cli::validate));
         add("login", "Check that you can sign in", LoginHelp, Velmora::Cli::login);
         add("status", "Check that the service answers; no sign-in needed", "", Velmora::Cli::status);
+
+        CLI::App *words = m_app.add_subcommand("words", "Print what may follow, for completion")->group("");
+        words->add_option("COMMAND", m_wordsAfter, "Command")->type_name("");
+        words->callback([this] { m_command = [this](const Options &) { printWords(); }; });
+        m_app.add_subcommand("manual", "Print the manual page")->group("")->callback([this] {
+            m_command = [this](const Options &) {
+                Terminal::write(Terminal::Stream::Output, QString::fromStdString(manualPage(m_app, SharedGroup)));
+            };
+        });
     }
 
     CLI::App &app() { return m_app; }
-    Command *command() const { return m_command; }
+    const std::function<Command> &command() const { return m_command; }
 
 private:
+    void addAccountCommands()
+    {
+        add("accounts", "List the accounts that you may work under", "", Velmora::Cli::accounts);
+        addAccountId(
+            *add("balance", "Show an account's core hours and recent transactions", "", Velmora::Cli::balance));
+        CLI::App *me = add("me", "Show your own details, or change them", MeHelp, Velmora::Cli::me);
+        addText(*me, "--first-name", m_options.firstName, "New first name");
+        addText(*me, "--last-name", m_options.lastName, "New last name");
+        addText(*me, "--company", m_options.company, "New company");
+        CLI::App *hpc = add("hpc", "List the clusters that an account can run on", "", Velmora::Cli::hpc);
+        addAccountId(*hpc);
+        hpc->add_flag("--preferred", m_options.preferred, "Preferred clusters only");
+        CLI::App *event = add("event", "Report an event to the service", EventHelp, Velmora::Cli::event);
+        event->add_option("TYPE", m_options.eventType, "Kind of event")->type_name("")->required();
+        event->add_option("SOURCE", m_options.eventSource, "Where it comes from")->type_name("")->required();
+        event->add_option("VALUE", m_options.eventValue, "More about it")->type_name("");
+    }
+    void addTagCommands()
+    {
+        CLI::App *tag = add("tag", "Tag a job", "", Velmora::Cli::tag);
+        addJobId(*tag);
+        addTag(*tag)->expected(1);
+        CLI::App *untag = add("untag", "Take a tag off a job", "", Velmora::Cli::untag);
+        addJobId(*untag);
+        addTag(*untag)->expected(1);
+        CLI::App *tags = add("tags", "List the tags of a job or an account", TagsHelp, Velmora::Cli::tags);
+        addJobId(*tags)->required(false)->excludes(
+            tags->add_option("--account", m_options.accountId, "Account whose tags to list")->type_name("ID"));
+        addTag(*add("find", "Find jobs by their tags", FindHelp, Velmora::Cli::find));
+    }
     CLI::App *add(const char *name, const char *summary, const char *help, Command *function)
     {
         CLI::App *sub = m_app.add_subcommand(name, summary);
@@ -182,6 +243,25 @@ private:
     CLI::Option *addJobId(CLI::App &sub)
     {
         return sub.add_option("JOB", m_options.jobId, "Job id")->type_name("")->required();
+    }
+    void addJobFile(CLI::App &sub)
+    {
+        m_localFiles.push_back(sub.add_option("JOB.json", m_options.jobFile, "Job file")->type_name("")->required());
+    }
+    void addAccountId(CLI::App &sub)
+    {
+        sub.add_option("ACCOUNT", m_options.accountId, "Account id")->type_name("")->required();
+    }
+    CLI::Option *addTag(CLI::App &sub)
+    {
+        return sub.add_option("TAG", m_options.tags, "Tag")->type_name("")->required();
+    }
+    /// An option that may be given an empty value.
+    static void addText(CLI::App &sub, const char *name, std::optional<std::string> &value, const char *help)
+    {
+        sub.add_option_function<std::string>(
+               name, [&value](const std::string &text) { value = text; }, help)
+            ->type_name("TEXT");
     }
     void addFolder(CLI::App &sub)
     {
@@ -196,10 +276,49 @@ private:
             ->check(CLI::Range(0, 86400).description(""));
     }
 
+    /// One line for each word, and behind it what an option's value is; "- FILE" where arguments are local files.
+    void printWords() const
+    {
+        const CLI::App *app = m_wordsAfter.empty() ? &m_app : m_app.get_subcommand(m_wordsAfter);
+        std::string text;
+        for (const CLI::App *sub :
+             app->get_subcommands([](const CLI::App *candidate) { return !candidate->get_group().empty(); }))
+            text += sub->get_name() + '\n';
+        for (const CLI::Option *option : app->get_options()) {
+            if (std::find(m_localFiles.begin(), m_localFiles.end(), option) != m_localFiles.end())
+                text += "- FILE\n";
+            for (const std::string &name : option->get_lnames())
+                text +=
+                    "--" + name + (option->get_items_expected_max() > 0 ? ' ' + option->get_type_name() : "") + '\n';
+        }
+        Terminal::write(Terminal::Stream::Output, QString::fromStdString(text));
+    }
+
     CLI::App m_app{"Run simulations in the cloud, from a terminal or a script."};
     Options &m_options;
-    Command *m_command = nullptr;
+    std::function<Command> m_command;
+    std::vector<const CLI::Option *> m_localFiles;
+    std::string m_wordsAfter;
 };
+
+/// The arguments in the order that CLI11 takes them, the last one first.
+std::vector<std::string> argumentsOf(int argc, char *argv[])
+{
+    std::vector<std::string> arguments;
+    for (int i = 1; i < argc; ++i) {
+        std::string argument = argv[i];
+        // CLI11 would take the argument after it for the value of "--option=".
+        const bool emptyValue = argument.size() > 3 && argument.compare(0, 2, "--") == 0 && argument.back() == '=' &&
+                                argument.find('=') == argument.size() - 1;
+        if (emptyValue)
+            argument.pop_back();
+        arguments.push_back(argument);
+        if (emptyValue)
+            arguments.emplace_back();
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
+}
 
 int fail(const Failure &failure, bool json)
 {
@@ -221,7 +340,7 @@ int main(int argc, char *argv[])
     Options options;
     CommandLine line(options);
     try {
-        line.app().parse(argc, argv);
+        line.app().parse(argumentsOf(argc, argv));
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)
             return line.app().exit(error);

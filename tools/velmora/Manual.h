@@ -1,0 +1,20 @@
+/// @file Manual.h
+/// The manual page, made of what the help says.
+#ifndef VELMORA_CLI_MANUAL_H
+#define VELMORA_CLI_MANUAL_H
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace Velmora::Cli {
+
+/// The page of section 1 for man(1), in roff.
+/// @param sharedGroup the group of options that every command takes; they are told once.
+std::string manualPage(const CLI::App &app, const std::string &sharedGroup);
+
+} // namespace Velmora::Cli
+
+#endif
