@@ -150,19 +150,16 @@ void DownloadObjects::join()
     const QString growing =
         m_folder + QStringLiteral("/UNCONFIRMED_JOIN.%1.VELMORA").arg(QFileInfo(m_target).fileName());
     const auto result = std::make_shared<JoinResult>();
-    m_work.start(
-        this,
-        [result, paths, growing, target = m_target](const std::atomic<bool> &stop) {
-            *result = joinPieces(paths, growing, target, stop);
-        },
-        [this, result] {
-            if (!result->joined)
-                fail(stitchFailure());
-            else if (!result->renameProblem.isEmpty())
-                fail({400, writeFailureTitle, result->renameProblem.toStdString()});
-            else
-                finish({200, "Download Success", {}});
-        });
+    m_work.start([result, paths, growing, target = m_target](
+                     const std::atomic<bool> &stop) { *result = joinPieces(paths, growing, target, stop); },
+                 [this, result] {
+                     if (!result->joined)
+                         fail(stitchFailure());
+                     else if (!result->renameProblem.isEmpty())
+                         fail({400, writeFailureTitle, result->renameProblem.toStdString()});
+                     else
+                         finish({200, "Download Success", {}});
+                 });
 }
 
 void DownloadObjects::fail(const ApiError &error) { finish(error); }

@@ -66,17 +66,14 @@ void FileUpload::encrypt()
         return;
     }
     const auto result = std::make_shared<FileCipherResult>();
-    m_work.start(
-        this,
-        [result, key = m_key, source = toQt(m_details.localFileLocation), target = temporaryPath()](const auto &stop) {
-            *result = encryptFile(key, source, target, stop);
-        },
-        [this, result] {
-            if (result->ok())
-                Q_EMIT signalEncryptionDone();
-            else
-                fail(localFailure(m_details, result->reason));
-        });
+    m_work.start([result, key = m_key, source = toQt(m_details.localFileLocation),
+                  target = temporaryPath()](const auto &stop) { *result = encryptFile(key, source, target, stop); },
+                 [this, result] {
+                     if (result->ok())
+                         Q_EMIT signalEncryptionDone();
+                     else
+                         fail(localFailure(m_details, result->reason));
+                 });
 }
 
 void FileUpload::send(const QJsonObject &address)
@@ -157,9 +154,8 @@ void FileUpload::finish(const ApiError &error)
         return;
     }
     // Giving back the blocks of a large file takes its time.
-    m_work.start(
-        this, [folder = std::shared_ptr<QTemporaryDir>(std::move(m_folder))](const auto &) { folder->remove(); },
-        complete);
+    m_work.start([folder = std::shared_ptr<QTemporaryDir>(std::move(m_folder))](const auto &) { folder->remove(); },
+                 complete);
 }
 
 } // namespace Velmora

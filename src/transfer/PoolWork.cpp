@@ -1,7 +1,7 @@
 #include "transfer/PoolWork.h"
 
-#include "model/Later.h"
-
+#include <QCoreApplication>
+#include <QEvent>
 #include <QRunnable>
 #include <QThreadPool>
 
@@ -25,29 +25,31 @@ struct Shared {
 
 class PoolWork::Task : public QRunnable {
 public:
-    Task(QObject *context, Work work)
-        : m_context(context)
-        , m_work(std::move(work))
+    Task(QObject *owner, Work work)
     {
         setAutoDelete(false);
+        const std::lock_guard lock(m_handOver);
+        m_owner = owner;
+        m_work = std::move(work);
     }
-
-    void whenDone(std::function<void()> done) { m_done = std::move(done); }
 
     void run() override
     {
-        const std::shared_ptr<Shared> shared = m_shared;
+        std::shared_ptr<Shared> shared;
+        {
+            const std::lock_guard lock(m_handOver); // all of the task is seen here, however the pool passes it on
+            shared = m_shared;
+        }
         m_work(shared->stop);
         const std::lock_guard lock(shared->mutex);
-        later(m_context, m_done); // the context waits for `ended`, so it is still there
+        QCoreApplication::postEvent(m_owner, new QEvent(QEvent::User)); // it waits for `ended`: it is still there
         shared->ended = true;
         shared->changed.notify_all();
     }
 
-    void requestStop() { m_shared->stop = true; }
-
-    void waitForEnd()
+    void stopAndWait()
     {
+        m_shared->stop = true;
         if (QThreadPool::globalInstance()->tryTake(this))
             return; // not started
         std::unique_lock lock(m_shared->mutex);
@@ -55,25 +57,20 @@ public:
     }
 
 private:
+    std::mutex m_handOver;
     std::shared_ptr<Shared> m_shared = std::make_shared<Shared>();
-    QObject *m_context;
+    QObject *m_owner = nullptr;
     Work m_work;
-    std::function<void()> m_done;
 };
 
 PoolWork::PoolWork() = default;
 
 PoolWork::~PoolWork() { stopAndWait(); }
 
-void PoolWork::start(QObject *context, Work work, std::function<void()> done)
+void PoolWork::start(Work work, std::function<void()> done)
 {
-    m_task = std::make_unique<Task>(context, std::move(work));
-    m_task->whenDone([this, task = m_task.get(), done = std::move(done)] {
-        if (m_task.get() != task) // stopped after it had ended
-            return;
-        stopAndWait(); // it has posted this, so it is in its last lines
-        done();
-    });
+    m_done = std::move(done);
+    m_task = std::make_unique<Task>(this, std::move(work));
     QThreadPool::globalInstance()->start(m_task.get(), 0);
 }
 
@@ -81,9 +78,16 @@ void PoolWork::stopAndWait()
 {
     if (!m_task)
         return;
-    m_task->requestStop();
-    m_task->waitForEnd();
+    m_task->stopAndWait();
     m_task.reset();
+    QCoreApplication::removePostedEvents(this, QEvent::User); // it may have ended by itself
+}
+
+void PoolWork::customEvent(QEvent *)
+{
+    stopAndWait(); // the work has posted this, so it is in its last lines
+    const std::function<void()> done = std::move(m_done);
+    done();
 }
 
 } // namespace Velmora
