@@ -21,6 +21,9 @@ struct Shared {
     std::atomic<bool> stop{false};
 };
 
+// Held for a moment on both sides, so that all of a task is seen on the pool's, however it gets there.
+std::mutex handOver;
+
 } // namespace
 
 class PoolWork::Task : public QRunnable {
@@ -28,7 +31,7 @@ public:
     Task(QObject *owner, Work work)
     {
         setAutoDelete(false);
-        const std::lock_guard lock(m_handOver);
+        const std::lock_guard lock(handOver);
         m_owner = owner;
         m_work = std::move(work);
     }
@@ -37,7 +40,7 @@ public:
     {
         std::shared_ptr<Shared> shared;
         {
-            const std::lock_guard lock(m_handOver); // all of the task is seen here, however the pool passes it on
+            const std::lock_guard lock(handOver);
             shared = m_shared;
         }
         m_work(shared->stop);
@@ -57,7 +60,6 @@ public:
     }
 
 private:
-    std::mutex m_handOver;
     std::shared_ptr<Shared> m_shared = std::make_shared<Shared>();
     QObject *m_owner = nullptr;
     Work m_work;
