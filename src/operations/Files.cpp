@@ -45,26 +45,13 @@ std::list<CloudFile> CloudAPIImpl::readFileList(const QByteArray &body, bool sho
     return files;
 }
 
-namespace {
-
-// A name that is cut at one of these would be another file's.
-QString asPath(const std::string &name)
-{
-    return toQt(name)
-        .replace(QLatin1Char('%'), QLatin1String("%25"))
-        .replace(QLatin1Char('#'), QLatin1String("%23"))
-        .replace(QLatin1Char('?'), QLatin1String("%3F"));
-}
-
-} // namespace
-
 void CloudAPIImpl::deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete)
 {
     VELMORA_LOG() << "Delete File API call being made:";
     const QString suffix =
         file.simulationId.empty()
-            ? QStringLiteral("/%1/%2").arg(asPath(file.jobId), asPath(file.fileName))
-            : QStringLiteral("/%1/%2/%3").arg(asPath(file.jobId), asPath(file.simulationId), asPath(file.fileName));
+            ? QStringLiteral("/%1/%2").arg(toQt(file.jobId), toQt(file.fileName))
+            : QStringLiteral("/%1/%2/%3").arg(toQt(file.jobId), toQt(file.simulationId), toQt(file.fileName));
     exchange({RequestType::JobFilesDelete, Verb::Delete, {}, suffix},
              [this, file, onComplete](const Outcome &outcome) { deliver(onComplete, outcome.error, file); });
 }

@@ -18,6 +18,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+enum class Padding { Checked, Unchecked };
+
 using Status = FileCipherStatus;
 using Result = FileCipherResult;
 
@@ -66,6 +68,11 @@ Result cancelled() { return {Status::Cancelled, QStringLiteral("Cancelled")}; }
 
 Result cipherFailure() { return {Status::CipherFailed, QStringLiteral("The cipher could not be run")}; }
 
+Result notWholeBlocks()
+{
+    return {Status::NotWholeBlocks, QStringLiteral("The encrypted file is not a whole number of blocks")};
+}
+
 // The file being written: gone again unless it was completed.
 class Output {
 public:
@@ -101,7 +108,8 @@ private:
     bool m_failedToClose = false;
 };
 
-Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &cipher, const std::atomic<bool> &stop)
+Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &cipher, Padding padding,
+              const std::atomic<bool> &stop)
 {
     const auto bufferSize = static_cast<std::size_t>(std::min<std::uintmax_t>(size, fileCipherBufferSize));
     // One block for what an update holds back, one for the padding.
@@ -130,7 +138,11 @@ Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &ci
             return cipherFailure();
         if (last) {
             int tail = 0;
-            cipher.finish(out + produced, &tail); // a bad last block is the caller's to notice
+            if (!cipher.finish(out + produced, &tail) && padding == Padding::Checked) {
+                if (total == 0 || total % cipherBlockSize != 0)
+                    return notWholeBlocks();
+                return {Status::BadLastBlock, QStringLiteral("The file does not decrypt with this key")};
+            }
             produced += tail;
         }
         if (produced > 0 && !output.write(out, static_cast<std::size_t>(produced)))
@@ -139,8 +151,8 @@ Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &ci
     return {};
 }
 
-Result cryptFile(Cipher::Direction direction, const unsigned char *key, const unsigned char *iv, const fs::path &inPath,
-                 const fs::path &outPath, const std::atomic<bool> &stop)
+Result cryptFile(Cipher::Direction direction, Padding padding, const unsigned char *key, const unsigned char *iv,
+                 const fs::path &inPath, const fs::path &outPath, const std::atomic<bool> &stop)
 {
     if (stop.load(std::memory_order_relaxed))
         return cancelled();
@@ -159,6 +171,8 @@ Result cryptFile(Cipher::Direction direction, const unsigned char *key, const un
         size = fs::file_size(inPath, error);
     if (error)
         return {Status::InputNotOpened, QString::fromStdString(error.message())};
+    if (padding == Padding::Checked && type == fs::file_type::regular && (size == 0 || size % cipherBlockSize != 0))
+        return notWholeBlocks();
 
     Cipher cipher(direction, key, iv);
     if (!cipher.isReady())
@@ -168,15 +182,14 @@ Result cryptFile(Cipher::Direction direction, const unsigned char *key, const un
     Output output(outPath);
     if (!output.isOpen())
         return systemFailure(Status::OutputNotOpened);
-    Result result = stream(source.get(), size, output, cipher, stop);
+    Result result = stream(source.get(), size, output, cipher, padding, stop);
     if (result.ok() && !output.complete())
         result = systemFailure(Status::WriteFailed);
     return result;
 }
 
-const std::atomic<bool> neverStop{false};
-
-Result cryptFileThroughSibling(Cipher::Direction direction, const CipherKey &key, const QString &path)
+Result cryptFileThroughSibling(Cipher::Direction direction, Padding padding, const CipherKey &key, const QString &path,
+                               const std::atomic<bool> &stop)
 {
     const fs::path target = qtPath(path);
     const fs::path sibling = qtPath(path + QLatin1String("orig"));
@@ -184,7 +197,7 @@ Result cryptFileThroughSibling(Cipher::Direction direction, const CipherKey &key
     if (!fs::is_directory(sibling, error))
         fs::remove(sibling, error);
 
-    Result result = cryptFile(direction, key.data(), fixedIv, target, sibling, neverStop);
+    Result result = cryptFile(direction, padding, key.data(), fixedIv, target, sibling, stop);
     if (!result.ok())
         return result;
     fs::rename(sibling, target, error);
@@ -194,6 +207,8 @@ Result cryptFileThroughSibling(Cipher::Direction direction, const CipherKey &key
     }
     return result;
 }
+
+const std::atomic<bool> neverStop{false};
 
 Result badKey() { return {Status::BadKey, QStringLiteral("The key is empty or too long")}; }
 
@@ -205,7 +220,16 @@ FileCipherResult encryptFile(const QByteArray &key, const QString &source, const
     const CipherKey bytes(key);
     if (key.isEmpty() || !bytes.isValid())
         return badKey();
-    return cryptFile(Cipher::Direction::Encrypt, bytes.data(), fixedIv, qtPath(source), qtPath(destination), stop);
+    return cryptFile(Cipher::Direction::Encrypt, Padding::Unchecked, bytes.data(), fixedIv, qtPath(source),
+                     qtPath(destination), stop);
+}
+
+FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop)
+{
+    const CipherKey bytes(key);
+    if (key.isEmpty() || !bytes.isValid())
+        return badKey();
+    return cryptFileThroughSibling(Cipher::Direction::Decrypt, Padding::Checked, bytes, path, stop);
 }
 
 int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt)
@@ -214,7 +238,7 @@ int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt)
     if (!bytes.isValid())
         return 1;
     const auto direction = encrypt ? Cipher::Direction::Encrypt : Cipher::Direction::Decrypt;
-    switch (cryptFileThroughSibling(direction, bytes, path).status) {
+    switch (cryptFileThroughSibling(direction, Padding::Unchecked, bytes, path, neverStop).status) {
     case Status::CipherFailed:
         return 1;
     case Status::WriteFailed:
@@ -231,7 +255,7 @@ int cryptBinaryFile(Cipher::Direction direction, const char *inPath, const char 
         return 1;
     if (!outPath)
         return 2;
-    switch (cryptFile(direction, key, iv, utf8Path(inPath), utf8Path(outPath), neverStop).status) {
+    switch (cryptFile(direction, Padding::Unchecked, key, iv, utf8Path(inPath), utf8Path(outPath), neverStop).status) {
     case Status::Ok:
         return 0;
     case Status::OutputNotOpened:

@@ -1,6 +1,6 @@
 /// @file FileCipher.h
-/// Encryption and decryption of whole files: one pass, constant memory, and a result that says what went
-/// wrong. The functions block; call them on pool threads.
+/// Encryption and decryption of whole files for the transfers: one pass, constant memory, and a result
+/// that says what went wrong. The functions block; call them on pool threads.
 ///
 /// A stop mark may be set from any thread; it is looked at between two buffers and must outlive the call.
 #ifndef VELMORA_TRANSFER_FILECIPHER_H
@@ -26,6 +26,8 @@ enum class FileCipherStatus {
     ReadFailed,      ///< the input broke off with an error
     OutputNotOpened, ///< not creatable, or the input itself
     WriteFailed,     ///< a full disk, for example
+    NotWholeBlocks,  ///< cipher text that was cut, or is empty
+    BadLastBlock,    ///< no valid padding: a wrong key or damaged cipher text
     CipherFailed,    ///< the cipher could not be set up, or memory is short
     Cancelled,       ///< the stop mark was set
 };
@@ -42,9 +44,13 @@ struct FileCipherResult {
 FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
                              const std::atomic<bool> &stop);
 
-/// Replaces the file at `path` by its encryption, or by what its decryption gives out. The result grows beside it in
-/// `path` + "orig" (a leftover of that name is removed first) and takes its place only when complete.
-/// Unlike `encryptFile` it takes an empty key, as 32 zero bytes.
+/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in
+/// `path` + "orig" (a leftover of that name is removed first) and takes its place only when complete:
+/// unless the result is ok, cancelled included, `path` is as it was and the sibling is gone.
+FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop);
+
+/// Replaces the file at `path` by its encryption, or leniently by its decryption, through the same sibling.
+/// Unlike the functions above it takes an empty key, as 32 zero bytes.
 /// @return 0 done, and also when the file could not be read or the sibling not be created; 1 the key
 ///         is longer than 32 bytes or the cipher failed; 2 the result could not be written in full. The
 ///         file is unchanged in all cases but success.

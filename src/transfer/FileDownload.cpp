@@ -3,6 +3,7 @@
 #include "model/Json.h"
 #include "model/Later.h"
 #include "transfer/Address.h"
+#include "transfer/FileCipher.h"
 #include "transfer/PieceName.h"
 #include "transfer/RequestBody.h"
 
@@ -20,10 +21,16 @@ constexpr const char *writeFailureTitle = "Unable to write to target file";
 constexpr qint64 readBuffer = 4 * 1024 * 1024; // what the network layer may hold for us
 constexpr int batch = 1024 * 1024;             // what is taken from it in one go, where there is as much
 constexpr int patience = 4;                    // milliseconds that less than a batch waits for more
-constexpr int slice = 128 * 1024;              // what is decrypted and written in one turn of the loop
+constexpr int slice = 128 * 1024;              // what is written in one turn of the loop
 constexpr int longestRefusal = 64 * 1024;
 
 } // namespace
+
+struct FileDownload::Progress {
+    QString path; // of the piece's file; empty while there is none
+    FileCipherResult decryption;
+    QString renameProblem;
+};
 
 FileDownload::FileDownload(const QString &folder, const QString &target, const QJsonObject &chunk,
                            const QByteArray &key)
@@ -31,7 +38,8 @@ FileDownload::FileDownload(const QString &folder, const QString &target, const Q
     , m_target(target)
     , m_chunk(chunk)
     , m_fileName(chunk.value(QLatin1String("fileName")).toString())
-    , m_cipher(Cipher::Direction::Decrypt, CipherKey(key).data(), fixedIv)
+    , m_key(key)
+    , m_progress(std::make_shared<Progress>())
 {
     m_drain.setSingleShot(true);
     connect(&m_drain, &QTimer::timeout, this, &FileDownload::drain);
@@ -39,10 +47,11 @@ FileDownload::FileDownload(const QString &folder, const QString &target, const Q
 
 FileDownload::~FileDownload()
 {
+    m_work.stopAndWait();
     releaseReply();
     m_file.close();
-    if (m_discard && !m_file.fileName().isEmpty())
-        m_file.remove();
+    if (m_discard && !m_progress->path.isEmpty())
+        QFile::remove(m_progress->path);
 }
 
 QString FileDownload::path() const { return m_folder + QLatin1Char('/') + baseName(m_fileName); }
@@ -91,7 +100,6 @@ bool FileDownload::prepareFolder(QString *problem)
         return false;
     }
     QFile::remove(temporaryPath("DOWNLOAD"));
-    QFile::remove(temporaryPath("DECRYPT"));
     QFile::remove(path());
     return true;
 }
@@ -153,15 +161,9 @@ bool FileDownload::store(const char *part, int received)
             failWriting(m_file.errorString());
             return false;
         }
+        m_progress->path = m_file.fileName();
     }
-    int size = 0;
-    m_plain.resize(slice + cipherBlockSize);
-    if (!m_cipher.update(reinterpret_cast<const unsigned char *>(part), received,
-                         reinterpret_cast<unsigned char *>(m_plain.data()), &size)) {
-        fail(QStringLiteral("The cipher could not be run"));
-        return false;
-    }
-    if (m_file.write(m_plain.constData(), size) != size) {
+    if (m_file.write(part, received) != received) {
         failWriting(m_file.errorString());
         return false;
     }
@@ -175,37 +177,59 @@ void FileDownload::onReceived()
     const ApiError outcome = transferOutcome(m_reply, m_refusal, failureTitle);
     const QVariant announced = m_reply->header(QNetworkRequest::ContentLengthHeader);
     releaseReply();
+    m_file.close();
     if (outcome.errorCode >= 300)
         finish(outcome);
     else if (announced.isValid() && announced.toLongLong() != m_received)
         fail(QStringLiteral("The connection ended after %1 of %2 bytes.").arg(m_received).arg(announced.toLongLong()));
-    else if (m_received == 0)
+    else if (m_progress->path.isEmpty())
         fail(QStringLiteral("The service sent an empty piece."));
     else
-        complete();
+        decrypt();
 }
 
-void FileDownload::complete()
+void FileDownload::decrypt()
 {
-    unsigned char last[cipherBlockSize];
-    int size = 0;
-    const bool decrypts = m_cipher.finish(last, &size);
-    bool written = m_file.write(reinterpret_cast<const char *>(last), size) == size;
-    m_file.close();
-    written = written && m_file.error() == QFileDevice::NoError;
-    if (!written || !m_file.rename(decrypts ? path() : temporaryPath("DECRYPT")))
+    const QString encrypted = temporaryPath("DECRYPT");
+    QFile::remove(encrypted);
+    if (!m_file.rename(encrypted)) {
         failWriting(m_file.errorString());
-    else if (!decrypts)
-        fail(m_received % cipherBlockSize != 0 ? QStringLiteral("The encrypted file is not a whole number of blocks")
-                                               : QStringLiteral("The file does not decrypt with this key"));
+        return;
+    }
+    m_progress->path = encrypted;
+    m_work.start(
+        [progress = m_progress, key = m_key, ready = path()](const std::atomic<bool> &stop) {
+            progress->decryption = decryptFileInPlace(key, progress->path, stop);
+            if (!progress->decryption.ok())
+                return;
+            QFile file(progress->path);
+            if (file.rename(ready))
+                progress->path = ready;
+            else
+                progress->renameProblem = file.errorString();
+        },
+        [this] { onDecrypted(); });
+}
+
+void FileDownload::onDecrypted()
+{
+    const FileCipherResult &result = m_progress->decryption;
+    if (!m_progress->renameProblem.isEmpty())
+        failWriting(m_progress->renameProblem);
+    else if (result.status == FileCipherStatus::OutputNotOpened || result.status == FileCipherStatus::WriteFailed)
+        failWriting(result.reason);
+    else if (!result.ok())
+        fail(result.reason);
     else
         finish({200, {}, {}});
 }
 
 void FileDownload::stop()
 {
-    if (!m_ended)
-        fail(QStringLiteral("Another piece of the file failed."));
+    if (m_ended)
+        return;
+    m_work.stopAndWait();
+    fail(QStringLiteral("Another piece of the file failed."));
 }
 
 void FileDownload::releaseReply()
@@ -216,6 +240,7 @@ void FileDownload::releaseReply()
     m_reply->abort();
     m_reply->deleteLater();
     m_reply.clear();
+    m_batch.clear(); // of many pieces few are received at a time
 }
 
 void FileDownload::finish(const ApiError &error)
@@ -223,8 +248,6 @@ void FileDownload::finish(const ApiError &error)
     m_ended = true;
     releaseReply();
     m_file.close();
-    m_batch.clear(); // of many pieces few are received at a time
-    m_plain.clear();
     later(this, [this, error] {
         m_atRest = true;
         Q_EMIT downloadComplete(error);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transfer/Cipher.h"
+#include "transfer/PoolWork.h"
 
 #include <velmora/Records.h>
 
@@ -13,6 +13,8 @@
 #include <QString>
 #include <QTimer>
 
+#include <memory>
+
 class QNetworkReply;
 
 namespace Velmora {
@@ -21,16 +23,16 @@ class RequestBody;
 
 /// One piece of a download, in the target's folder.
 ///
-///     start() ─▶ receiving and decrypting (UNCONFIRMED_DOWNLOAD.name.VELMORA) ── follow() … finished and drained
-///         ─▶ last block ─▶ ready (name)
-///                   └───▶ failed, left as UNCONFIRMED_DECRYPT.name.VELMORA when it does not decrypt
+///     start() ─▶ receiving (UNCONFIRMED_DOWNLOAD.name.VELMORA) ── follow() … finished and drained
+///         ─▶ decrypting on the pool (UNCONFIRMED_DECRYPT.name.VELMORA) ─▶ ready (name)
 ///
 /// Every state may fail, which leaves the file under the name it has reached, or be ended by `stop()`.
-/// Either way `downloadComplete` is emitted once, from a clean stack. Destruction aborts the reply, without
-/// a signal; after `discard()` it also removes the piece's file, whatever its name is by then.
+/// Either way `downloadComplete` is emitted once, from a clean stack. Destruction stops the pool work
+/// between two buffers and aborts the reply, without a signal; after `discard()` it also removes the
+/// piece's file, whatever its name is by then.
 ///
-/// The reply is read in slices through a bounded buffer, each decrypted and written before the next: memory
-/// stays flat, the disk is written once, and the owner's thread never waits for it longer than one slice takes.
+/// The reply is read in slices through a bounded buffer, so that memory stays flat and the owner's
+/// thread never waits for the disk longer than one slice takes.
 class FileDownload : public QObject {
     Q_OBJECT
 public:
@@ -59,12 +61,16 @@ Q_SIGNALS:
     void downloadComplete(const ApiError &error);
 
 private:
+    /// Where the file is, and how its decryption went; shared with the pool.
+    struct Progress;
+
     bool prepareFolder(QString *problem);
     void scheduleDrain();
     void drain();
     bool store(const char *part, int received);
     void onReceived();
-    void complete();
+    void decrypt();
+    void onDecrypted();
     void releaseReply();
     void finish(const ApiError &error);
     void fail(const QString &reason);
@@ -75,21 +81,22 @@ private:
     QString m_target; ///< cleaned, absolute
     QJsonObject m_chunk;
     QString m_fileName;
-    Cipher m_cipher;
+    QByteArray m_key;
     QByteArray m_batch; ///< as it arrived
     int m_filled = 0;   ///< of the batch's bytes
     int m_taken = 0;    ///< of those
-    QByteArray m_plain; ///< a slice of it, decrypted
-    QFile m_file;       ///< has a name once it was created
+    QFile m_file;
     QPointer<QNetworkReply> m_reply;
     QByteArray m_refusal; ///< the start of a refusal's body
     qint64 m_received = 0;
+    std::shared_ptr<Progress> m_progress;
     /// One slice in a turn of the loop; events posted from within events would all share one turn.
     QTimer m_drain;
     bool m_replyFinished = false;
     bool m_ended = false;  ///< the outcome is certain
     bool m_atRest = false; ///< and reported
     bool m_discard = false;
+    PoolWork m_work; // last: destroyed first
 };
 
 } // namespace Velmora

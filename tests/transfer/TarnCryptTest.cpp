@@ -69,6 +69,10 @@ protected:
     {
         return encryptFile(key, qt(in), qt(out), stop).status;
     }
+    Status decryptInPlace(const char *name, const Bytes &key = nistKey, const std::atomic<bool> &stop = go)
+    {
+        return decryptFileInPlace(key, qt(name), stop).status;
+    }
     int cryptInPlace(const char *name, bool hide) { return cryptFileInPlace(nistKey, qt(name), hide); }
     Bytes encrypted(const Bytes &plain) const
     {
@@ -195,7 +199,7 @@ TEST_F(TarnCryptFiles, SameBytesAsTheOpensslCommandForEverySize)
     }
 }
 
-// What the block-wise cipher gave out before the damage stays.
+// Lenient decryption keeps what the block-wise cipher gave out; strict decryption keeps the file.
 TEST_F(TarnCryptFiles, DamagedCipherText)
 {
     const Bytes plain = pattern(2 * buffer + 5);
@@ -209,22 +213,26 @@ TEST_F(TarnCryptFiles, DamagedCipherText)
     const struct {
         const char *what;
         Bytes cipher;
+        Status strict;
         int size; // of an intact prefix of the plain text
     } cases[] = {
-        {"empty", {}, 0},
-        {"less than a block", cipher.left(15), 0},
-        {"cut inside a block", cipher.left(33), 32},
-        {"one byte short", cipher.left(cipher.size() - 1), 2 * buffer},
-        {"one byte over a buffer", cipher.left(buffer + 1), buffer},
-        {"cut at a buffer's edge", cipher.left(buffer), buffer - 16},
-        {"cut at a block's edge", cipher.left(cipher.size() - 16), 2 * buffer - 16},
-        {"last block flipped", flipped(2 * buffer + 3), 2 * buffer},
+        {"empty", {}, Status::NotWholeBlocks, 0},
+        {"less than a block", cipher.left(15), Status::NotWholeBlocks, 0},
+        {"cut inside a block", cipher.left(33), Status::NotWholeBlocks, 32},
+        {"one byte short", cipher.left(cipher.size() - 1), Status::NotWholeBlocks, 2 * buffer},
+        {"one byte over a buffer", cipher.left(buffer + 1), Status::NotWholeBlocks, buffer},
+        {"cut at a buffer's edge", cipher.left(buffer), Status::BadLastBlock, buffer - 16},
+        {"cut at a block's edge", cipher.left(cipher.size() - 16), Status::BadLastBlock, 2 * buffer - 16},
+        {"last block flipped", flipped(2 * buffer + 3), Status::BadLastBlock, 2 * buffer},
     };
     for (const auto &test : cases) {
         SCOPED_TRACE(test.what);
         write("cipher", test.cipher);
         ASSERT_EQ(decode("cipher", "shown"), 0);
         EXPECT_TRUE(read("shown") == plain.left(test.size)) << read("shown").size();
+        EXPECT_EQ(decryptInPlace("cipher"), test.strict);
+        EXPECT_TRUE(read("cipher") == test.cipher);
+        EXPECT_FALSE(exists("cipherorig"));
     }
 
     // A bit flipped before the last two blocks garbles one block and flips the same bit of the next one.
@@ -238,6 +246,13 @@ TEST_F(TarnCryptFiles, DamagedCipherText)
     write("cipher", cipher);
     EXPECT_EQ(decode("cipher", "shown", wrongKey), 0);
     EXPECT_EQ(read("shown").size(), cipher.size() - 16);
+    EXPECT_EQ(decryptInPlace("cipher", wrongKey), Status::BadLastBlock);
+    EXPECT_EQ(decryptInPlace("cipher", {}), Status::BadKey);
+    EXPECT_EQ(decryptInPlace("cipher", nistKey, std::atomic<bool>(true)), Status::Cancelled);
+    EXPECT_EQ(decryptInPlace("missing"), Status::InputNotOpened);
+    EXPECT_TRUE(read("cipher") == cipher);
+    EXPECT_EQ(decryptInPlace("cipher"), Status::Ok);
+    EXPECT_TRUE(read("cipher") == plain);
 }
 
 TEST_F(TarnCryptFiles, PathsThatCannotBeUsed)

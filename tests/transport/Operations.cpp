@@ -173,8 +173,8 @@ const std::vector<Operation> &operations()
          call(&C::getJobFileList, "J1%2", false), someFiles},
         {"getSimulationFileList", "GET", "job/files/list/%251/S%201", "", listTitle, filesReply,
          call(&C::getSimulationFileList, "%1", "S 1", false), someFiles},
-        {"deleteFile", "DELETE", "job/files/J1/out/a%20b%231%3F%2541.txt", "", deleteTitle, "",
-         call(&C::deleteFile, DeleteFileDetails{"J1", "", "out/a b#1?%41.txt"}), R"(["J1","","out/a b#1?%41.txt"])"},
+        {"deleteFile", "DELETE", "job/files/J1/out/a%20b.txt", "", deleteTitle, "",
+         call(&C::deleteFile, DeleteFileDetails{"J1", "", "out/a b.txt"}), R"(["J1","","out/a b.txt"])"},
         {"deleteFile of a simulation", "DELETE", "job/files/J1/S1/a.txt", "", deleteTitle, "gone",
          call(&C::deleteFile, DeleteFileDetails{"J1", "S1", "a.txt"}), R"(["J1","S1","a.txt"])"},
     };

@@ -127,15 +127,47 @@ private:
     std::optional<FileWriter> m_writer;
 };
 
-class FormUpload : public CheckingSink, private MultipartEvents {
+/// A sink of a form, which it collects the fields of.
+class FormSink : public CheckingSink, protected MultipartEvents {
+protected:
+    void openForm(const HttpRequest &head)
+    {
+        const std::string *type = findHeader(head.headers, "Content-Type");
+        m_form.emplace(Multipart::boundaryOf(type ? *type : ""), static_cast<MultipartEvents &>(*this));
+    }
+
+    void part(const std::string &name, bool isFile, const std::string &) override
+    {
+        m_field = name;
+        if (isFile || !m_fields.emplace(name, "").second)
+            throw Refusal(400, "The form's field \"" + name + "\" is a file, or there twice");
+    }
+
+    void data(const char *bytes, std::size_t size) override
+    {
+        std::string &value = m_fields[m_field];
+        if (value.size() + size > maxField)
+            throw Refusal(400, "The form's field \"" + m_field + "\" is too long");
+        value.append(bytes, size);
+    }
+
+    void partEnd() override {}
+
+    std::optional<Multipart> m_form;
+    std::map<std::string, std::string> m_fields;
+
+private:
+    std::string m_field;
+};
+
+class FormUpload : public FormSink {
 public:
     FormUpload(StorageService &service, const HttpRequest &head, std::string jobId)
         : m_service(service)
         , m_jobId(std::move(jobId))
     {
         guarded([&] {
-            const std::string *type = findHeader(head.headers, "Content-Type");
-            m_form.emplace(Multipart::boundaryOf(type ? *type : ""), static_cast<MultipartEvents &>(*this));
+            openForm(head);
             m_size = numberIn(head, sizeHeader);
             const auto query = queryOf(head.target);
             const auto named = query.find("size");
@@ -168,12 +200,8 @@ private:
     {
         if (m_writer)
             throw Refusal(400, "The file must be the last part of the form");
-        m_field = name;
-        if (name != "file") {
-            if (isFile || !m_fields.emplace(name, "").second)
-                throw Refusal(400, "The form's field \"" + name + "\" is a file, or there twice");
-            return;
-        }
+        if (name != "file")
+            return FormSink::part(name, isFile, fileName);
         if (!isFile)
             throw Refusal(400, "The form's part \"file\" has no file name");
         m_service.addresses().checkForm(m_jobId, m_fields);
@@ -190,25 +218,17 @@ private:
                 throw Refusal(400, "The file is longer than the address says");
             return;
         }
-        std::string &value = m_fields[m_field];
-        if (value.size() + size > maxField)
-            throw Refusal(400, "The form's field \"" + m_field + "\" is too long");
-        value.append(bytes, size);
+        FormSink::data(bytes, size);
     }
-
-    void partEnd() override {}
 
     StorageService &m_service;
     std::string m_jobId;
     std::string m_name;
     long long m_size = 0;
-    std::optional<Multipart> m_form;
-    std::map<std::string, std::string> m_fields;
-    std::string m_field;
     std::optional<FileWriter> m_writer;
 };
 
-class PieceRequest : public CheckingSink, private MultipartEvents {
+class PieceRequest : public FormSink {
 public:
     PieceRequest(StorageService &service, const HttpRequest &head, std::string jobId, std::string number)
         : m_service(service)
@@ -216,13 +236,10 @@ public:
         , m_number(std::move(number))
     {
         guarded([&] {
-            if (head.method == "POST") {
-                const std::string *type = findHeader(head.headers, "Content-Type");
-                m_form.emplace(Multipart::boundaryOf(type ? *type : ""), static_cast<MultipartEvents &>(*this));
-                return;
-            }
+            if (head.method == "POST")
+                return openForm(head);
             const std::string *signature = findHeader(head.headers, signatureHeader);
-            m_members = queryOf(head.target);
+            m_fields = queryOf(head.target);
             m_signature = signature ? *signature : "";
         });
     }
@@ -239,12 +256,12 @@ protected:
     {
         if (m_form) {
             m_form->finish();
-            m_signature = m_members["signature"];
-            m_members.erase("signature");
-            if (m_members.size() != 3)
+            m_signature = m_fields["signature"];
+            m_fields.erase("signature");
+            if (m_fields.size() != 3)
                 throw Refusal(400, "The form must hold \"from\", \"size\", \"expires\" and \"signature\"");
         }
-        const Addresses::Piece piece = m_service.addresses().checkPiece(m_jobId, m_number, m_members, m_signature);
+        const Addresses::Piece piece = m_service.addresses().checkPiece(m_jobId, m_number, m_fields, m_signature);
         const StoredFile *file = m_service.store().find(m_jobId, numberOf(m_number));
         if (!file)
             throw Refusal(404, "The file was deleted or replaced");
@@ -258,29 +275,9 @@ protected:
     }
 
 private:
-    void part(const std::string &name, bool isFile, const std::string &) override
-    {
-        m_field = name;
-        if (isFile || !m_members.emplace(name, "").second)
-            throw Refusal(400, "The form's field \"" + name + "\" is a file, or there twice");
-    }
-
-    void data(const char *bytes, std::size_t size) override
-    {
-        std::string &value = m_members[m_field];
-        if (value.size() + size > maxField)
-            throw Refusal(400, "The form's field \"" + m_field + "\" is too long");
-        value.append(bytes, size);
-    }
-
-    void partEnd() override {}
-
     StorageService &m_service;
     std::string m_jobId;
     std::string m_number;
-    std::optional<Multipart> m_form;
-    std::map<std::string, std::string> m_members;
-    std::string m_field;
     std::string m_signature;
 };
 

@@ -26,6 +26,16 @@ Table transferTable(const Batch &batch, const QString &localTitle)
     return table;
 }
 
+/// A request's address ends at these; in a file's name they must not.
+std::string addressable(const std::string &fileName)
+{
+    QString name = QString::fromStdString(fileName);
+    name.replace(QLatin1Char('%'), QLatin1String("%25"));
+    name.replace(QLatin1Char('#'), QLatin1String("%23"));
+    name.replace(QLatin1Char('?'), QLatin1String("%3F"));
+    return name.toStdString();
+}
+
 } // namespace
 
 void files(const Options &options)
@@ -102,7 +112,7 @@ void rm(const Options &options)
     session.signIn();
     const std::string &name = options.files.front();
     session.get<DeleteFileDetails>([&](const auto &done) {
-        session.api().deleteFile({options.jobId, std::string(), name}, done);
+        session.api().deleteFile({options.jobId, std::string(), addressable(name)}, done);
     });
     print(options,
           {{QStringLiteral("jobId"), QString::fromStdString(options.jobId)},
