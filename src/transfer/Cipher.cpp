@@ -66,4 +66,6 @@ bool Cipher::finish(unsigned char *out, int *produced)
     return false;
 }
 
+void releaseCipherThread() { OPENSSL_thread_stop(); }
+
 } // namespace Velmora

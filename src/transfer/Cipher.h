@@ -65,6 +65,10 @@ private:
     std::unique_ptr<EVP_CIPHER_CTX, Free> m_context;
 };
 
+/// Gives back what OpenSSL keeps for the calling thread. A thread of the pool that still had it would free it
+/// as it dies, which at the end of the process is while the clean-up of OpenSSL frees it too.
+void releaseCipherThread();
+
 } // namespace Velmora
 
 #endif

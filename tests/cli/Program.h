@@ -80,6 +80,7 @@ protected:
     void setupChildProcess() override
     {
         ::setsid();
+        std::signal(SIGINT, SIG_DFL); // whatever started the tests may ignore it
         // Left open, the portal's listening socket would outlive the portal in the program.
         for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor)
             ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
