@@ -38,19 +38,23 @@ class CloudAPIImpl;
 /// and job messages are delivered only inside it.
 class VELMORA_EXPORT CloudAPI {
 public:
+    /// Argument: outcome.
     using Done = std::function<void(const ApiError &)>;
+    /// Arguments: outcome; the result, which is empty on failure.
     template <class Result> using ResultDone = std::function<void(const ApiError &, const Result &)>;
     /// Arguments: outcome, job id, message text.
     using JobMessage = std::function<void(const ApiError &, const std::string &, const std::string &)>;
-    /// Second argument: bytes of the encrypted file sent so far; never goes back.
+    /// Second argument: bytes sent so far, those of the encrypted file and of the form fields around it, so
+    /// that it ends a little above the size of the file; never goes back. Runs after encryption only.
     using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;
     /// Second argument: encrypted bytes received so far over all pieces; never goes back.
     using DownloadProgress = std::function<void(const FileDownloadDetails &, std::int64_t)>;
 
+    /// A session of the calling thread, signed out, for the production portal.
     CloudAPI();
     /// Drops what is in flight: no callback runs any more once this has begun.
     ~CloudAPI();
-    CloudAPI(const CloudAPI &) = delete;
+    CloudAPI(const CloudAPI &) = delete; ///< a session has one owner
     /// Copies the reference to the session and nothing else: both handles then name one session and
     /// both destroy it. Kept for binary compatibility; do not assign handles.
     CloudAPI &operator=(const CloudAPI &other);
@@ -79,14 +83,17 @@ public:
     /// answer, tokens included: do not show or log it.
     void logUserIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
                    const Done &onComplete);
+    /// Whether the user needs a multi-factor code to sign in. Works signed out.
     void checkMFAEnabled(const std::string &emailAddress, const ResultDone<bool> &onComplete);
     /// @}
 
     /// @name Jobs
     /// @{
 
-    /// The result is the id to submit a job under.
+    /// The result is the id to submit a job under. The id names the job from now on: upload its files under it
+    /// first, then submit.
     void generateNewJobID(const std::string &accountId, const ResultDone<std::string> &onComplete);
+    /// As above, for a job that is to run on the cluster `hpcId`.
     void generateNewJobID(const std::string &accountId, const std::string &hpcId,
                           const ResultDone<std::string> &onComplete);
     /// Submits a job definition as the service's own JSON text, sent as given.
@@ -94,39 +101,60 @@ public:
     /// Validates, then submits. An invalid job completes inside the call with code 400 and a message
     /// that lists every failed check; nothing is sent.
     void submitNewJob(const JobSubmit &job, const ResultDone<JobDetails> &onComplete);
+    /// All jobs of the user.
     void getAllJobDetails(const ResultDone<std::list<JobDetails>> &onComplete);
+    /// One job: what was submitted, its simulations, and the status history of all of them.
     void getJobDetails(const std::string &jobId, const ResultDone<JobDetails> &onComplete);
+    /// How far each simulation of a job is, as the service last heard of it.
     void getJobProgress(const std::string &jobId, const ResultDone<JobProgress> &onComplete);
+    /// Stops every simulation of a job; the result has an element for each.
     void killJob(const std::string &jobId, const ResultDone<std::list<SimulationAbortState>> &onComplete);
+    /// Stops one simulation of a job; the others go on.
     void killSimulation(const std::string &jobId, const std::string &simulationId,
                         const ResultDone<SimulationAbortState> &onComplete);
-    /// The result is the job list as it is after archiving.
+    /// Takes a job out of the list. The result is the list as it is after that.
     void archiveJob(const std::string &jobId, const ResultDone<std::list<JobDetails>> &onComplete);
     /// @}
 
     /// @name Accounts, users, clusters
     /// @{
+
+    /// The accounts that the user may work under.
     void getAccountList(const ResultDone<std::list<AccountDetails>> &onComplete);
+    /// The account's core hours and its recent transactions.
     void getAccountBalance(const std::string &accountId, const ResultDone<AccountBalance> &onComplete);
+    /// The clusters that the account may use.
     void getHpcList(const std::string &accountId, const ResultDone<std::list<HpcDetails>> &onComplete);
+    /// The clusters that the account prefers.
     void getHpcPreferenceList(const std::string &accountId, const ResultDone<std::list<HpcDetails>> &onComplete);
+    /// The signed-in user.
     void getCurrentUserDetails(const ResultDone<UserDetails> &onComplete);
-    /// Mind the order: the last name comes first.
+    /// Changes the signed-in user's names; the result is the user as changed. Mind the order: the last name
+    /// comes first.
     void modifyCurrentUserDetails(const std::string &lastName, const std::string &firstName,
                                   const std::string &companyName, const ResultDone<UserDetails> &onComplete);
+    /// Tells the service of something that the user did, for its statistics.
     /// @param eventValue may be empty; it is then left out.
     void sendUserEvent(const std::string &eventType, const std::string &eventSource, const std::string &eventValue,
                        const Done &onComplete);
     /// @}
 
     /// @name Tags
-    /// Every tag made or searched for here is of the type "ProjectTag".
+    /// Every tag made or searched for here is of the type "ProjectTag". The first three hand over the job's tags
+    /// as they are after the call.
     /// @{
+
+    /// Adds a tag to a job.
     void tagJob(const std::string &jobId, const std::string &tag, const ResultDone<std::list<ItemTag>> &onComplete);
+    /// Removes a tag from a job.
     void untagJob(const std::string &jobId, const std::string &tag, const ResultDone<std::list<ItemTag>> &onComplete);
+    /// The tags of a job.
     void getJobTags(const std::string &jobId, const ResultDone<std::list<ItemTag>> &onComplete);
+    /// The tags that are in use within an account.
     void getAllAccountTags(const std::string &accountId, const ResultDone<std::list<ItemTag>> &onComplete);
+    /// As below, with the texts of `tags`; their types are ignored.
     void searchUserTags(const std::list<ItemTag> &tags, const ResultDone<std::list<JobDetails>> &onComplete);
+    /// The user's jobs that carry the tags.
     void searchUserTags(const std::list<std::string> &tags, const ResultDone<std::list<JobDetails>> &onComplete);
     /// @}
 
@@ -134,22 +162,32 @@ public:
     /// Files are encrypted with the job's key before they leave the machine and decrypted after they
     /// arrived. Names with a folder "/rtg/" in them are listed only when `showAllFiles` is true.
     /// @{
+
+    /// The files of a job, those of its simulations included.
     void getJobFileList(const std::string &jobId, bool showAllFiles,
                         const ResultDone<std::list<CloudFile>> &onComplete);
+    /// The files of one simulation.
     void getSimulationFileList(const std::string &jobId, const std::string &simulationId, bool showAllFiles,
                                const ResultDone<std::list<CloudFile>> &onComplete);
+    /// The files of all of the user's jobs.
     void getUsersFileList(bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
-    /// The result is a copy of `file`, whatever the outcome.
+    /// Deletes a file in the cloud. The result is a copy of `file`, whatever the outcome. The name goes into the
+    /// address as it stands: percent-encode "%", "#" and "?" in it, which would cut it short and name another file.
     void deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete);
-    /// Progress first, completion last; both receive the source's path and its size on disk.
+    /// Encrypts a copy of the file in the temporary folder, which needs as much room, and sends it; the file itself
+    /// may be changed or removed once progress is reported. Progress first, completion last; both receive the
+    /// source's path and its size on disk. Code 400: the file could not be read or encrypted, or the key is unusable.
     void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                     const ResultDone<FileUploadDetails> &onComplete);
     /// As `uploadFile`, but returns only after the completion callback has run (or the `CloudAPI`
     /// was destroyed by a callback); other callbacks may run meanwhile.
     void uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                          const ResultDone<FileUploadDetails> &onComplete);
-    /// The target appears, or is replaced, only when the download is complete. A second download to
-    /// a target that is being written is refused inside the call.
+    /// Fetches the file, piece by piece, beside its target, decrypts and joins it there. The folder is made when it is missing; it must
+    /// have room for twice the file. The target appears, or is replaced, only when the download is complete: until
+    /// then, and on failure, an older file of that name stays as it is. A second download to a target that is being
+    /// written is refused inside the call. Code 400: a piece was missing, cut short or not encrypted with the job's
+    /// key, or the disk refused; the message says which.
     void downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
                       const ResultDone<FileDownloadDetails> &onComplete);
     /// Ends the uploads of this file (same path, same job). Their completions run, with code 400 and

@@ -104,6 +104,7 @@ typedef struct VelmoraApiErrorView {
     const char *errorMessage;
 } VelmoraApiErrorView;
 
+/// See `Velmora::CloudFile`.
 typedef struct VelmoraCloudFileView {
     const char *jobId;
     const char *fileName;
@@ -114,29 +115,34 @@ typedef struct VelmoraCloudFileView {
 } VelmoraCloudFileView;
 VELMORA_LIST(VelmoraCloudFileView, VelmoraCloudFileList);
 
+/// See `Velmora::FileDownloadDetails`.
 typedef struct VelmoraFileDownloadDetailsView {
     const char *localFileLocation;
     VelmoraCloudFileView cloudFileDetails;
 } VelmoraFileDownloadDetailsView;
 
+/// See `Velmora::FileUploadDetails`.
 typedef struct VelmoraFileUploadDetailsView {
     const char *localFileLocation;
     const char *cloudFileJobID;
     long long totalFileSize; ///< bytes, as found on disk
 } VelmoraFileUploadDetailsView;
 
+/// See `Velmora::DeleteFileDetails`.
 typedef struct VelmoraDeleteFileDetailsView {
     const char *jobId;
     const char *simulationId;
     const char *fileName;
 } VelmoraDeleteFileDetailsView;
 
+/// See `Velmora::ItemTag`.
 typedef struct VelmoraItemTagView {
     const char *tagText;
     const char *tagType;
 } VelmoraItemTagView;
 VELMORA_LIST(VelmoraItemTagView, VelmoraItemTagList);
 
+/// See `Velmora::UserDetails`.
 typedef struct VelmoraUserDetailsView {
     const char *userId;
     const char *userEmail;
@@ -145,6 +151,7 @@ typedef struct VelmoraUserDetailsView {
     const char *companyName;
 } VelmoraUserDetailsView;
 
+/// See `Velmora::AccountAccess`.
 typedef struct VelmoraAccountAccessView {
     const char *accountID;
     const char *userEmail;
@@ -153,6 +160,7 @@ typedef struct VelmoraAccountAccessView {
     bool hasMFA;
 } VelmoraAccountAccessView;
 
+/// See `Velmora::AccountDetails`.
 typedef struct VelmoraAccountDetailsView {
     const char *accountId;
     const char *accountName;
@@ -164,6 +172,7 @@ typedef struct VelmoraAccountDetailsView {
 } VelmoraAccountDetailsView;
 VELMORA_LIST(VelmoraAccountDetailsView, VelmoraAccountDetailsList);
 
+/// See `Velmora::AccountTransaction`.
 typedef struct VelmoraAccountTransactionView {
     const char *accountId;
     const char *transactionId;
@@ -181,12 +190,14 @@ typedef struct VelmoraAccountTransactionView {
 } VelmoraAccountTransactionView;
 VELMORA_LIST(VelmoraAccountTransactionView, VelmoraAccountTransactionList);
 
+/// See `Velmora::AccountBalance`.
 typedef struct VelmoraAccountBalanceView {
     const char *accountId;
     double coreHoursAvailable; ///< core hours
     VelmoraAccountTransactionList recentTransactions;
 } VelmoraAccountBalanceView;
 
+/// See `Velmora::JobStatusEntry`.
 typedef struct VelmoraJobStatusEntryView {
     const char *jobId;
     const char *jobStatus;
@@ -194,6 +205,7 @@ typedef struct VelmoraJobStatusEntryView {
 } VelmoraJobStatusEntryView;
 VELMORA_LIST(VelmoraJobStatusEntryView, VelmoraJobStatusList);
 
+/// See `Velmora::SimulationStatusEntry`.
 typedef struct VelmoraSimulationStatusEntryView {
     const char *jobId;
     const char *simulationId;
@@ -202,6 +214,7 @@ typedef struct VelmoraSimulationStatusEntryView {
 } VelmoraSimulationStatusEntryView;
 VELMORA_LIST(VelmoraSimulationStatusEntryView, VelmoraSimulationStatusList);
 
+/// See `Velmora::SimulationDetails`.
 typedef struct VelmoraSimulationDetailsView {
     const char *simulationId;
     const char *consoleParameters;
@@ -209,8 +222,10 @@ typedef struct VelmoraSimulationDetailsView {
 } VelmoraSimulationDetailsView;
 VELMORA_LIST(VelmoraSimulationDetailsView, VelmoraSimulationDetailsList);
 
+/// Texts; each lives as long as the list.
 VELMORA_LIST(const char *, VelmoraTextList);
 
+/// See `Velmora::JobDetails`.
 typedef struct VelmoraJobDetailsView {
     const char *jobId;
     const char *accountId;
@@ -231,17 +246,20 @@ typedef struct VelmoraJobDetailsView {
 } VelmoraJobDetailsView;
 VELMORA_LIST(VelmoraJobDetailsView, VelmoraJobDetailsList);
 
+/// See `Velmora::SimulationProgress`.
 typedef struct VelmoraSimulationProgressView {
     const char *simulationId;
     int progress;
 } VelmoraSimulationProgressView;
 VELMORA_LIST(VelmoraSimulationProgressView, VelmoraSimulationProgressList);
 
+/// See `Velmora::JobProgress`.
 typedef struct VelmoraJobProgressView {
     const char *jobId;
     VelmoraSimulationProgressList simulationProgressList;
 } VelmoraJobProgressView;
 
+/// See `Velmora::SimulationAbortState`.
 typedef struct VelmoraSimulationAbortStateView {
     const char *jobId;
     const char *simulationId;
@@ -350,7 +368,9 @@ VELMORA_EXPORT void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *j
 /// job), then a line "e" for each failed check; with a null handle, too.
 /// @param job the keys are those of the text constructor of `Velmora::JobSubmit`
 VELMORA_EXPORT void submitNewJob_Json(VelmoraCloudAPI *api, const char *job, VelmoraJsonCallback onComplete);
+/// One job: what was submitted, its simulations, and the status history of all of them.
 VELMORA_EXPORT void getJobDetails(VelmoraCloudAPI *api, const char *jobId, VelmoraJobDetailsCallback onComplete);
+/// As `getJobDetails`.
 VELMORA_EXPORT void getJobDetails_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
 /// All jobs of the user.
 VELMORA_EXPORT void getAllJobDetails(VelmoraCloudAPI *api, VelmoraJobListCallback onComplete);
@@ -364,11 +384,13 @@ VELMORA_EXPORT void archiveJob_Json(VelmoraCloudAPI *api, const char *jobId, Vel
 VELMORA_EXPORT void killJob(VelmoraCloudAPI *api, const char *jobId, VelmoraAbortListCallback onComplete);
 /// As `killJob`; the list is named "simulationAbortList", its keys are jobID, simID and status.
 VELMORA_EXPORT void killJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
+/// Stops one simulation of a job; the others go on.
 VELMORA_EXPORT void killSimulation(VelmoraCloudAPI *api, const char *jobId, const char *simulationId,
                                    VelmoraAbortCallback onComplete);
 /// As `killSimulation`; the keys are jobID, simID and status.
 VELMORA_EXPORT void killSimulation_Json(VelmoraCloudAPI *api, const char *jobId, const char *simulationId,
                                         VelmoraJsonCallback onComplete);
+/// How far each simulation of a job is, as the service last heard of it.
 VELMORA_EXPORT void getJobProgress(VelmoraCloudAPI *api, const char *jobId, VelmoraJobProgressCallback onComplete);
 /// Follows a job.
 /// @param onMessage receives each message of the service as it stands, any number of times
@@ -388,13 +410,20 @@ VELMORA_EXPORT void unsubscribeFromJob(VelmoraCloudAPI *api, const char *jobId);
 /// Every tag made or searched for here is of the type "ProjectTag". The lists that the first three hand over hold
 /// the job's tags after the call; as JSON they are named "itemTagList".
 /// @{
+
+/// The tags of a job.
 VELMORA_EXPORT void getJobTags(VelmoraCloudAPI *api, const char *jobId, VelmoraTagListCallback onComplete);
+/// As `getJobTags`.
 VELMORA_EXPORT void getJobTags_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
+/// Adds a tag to a job.
 VELMORA_EXPORT void tagJob(VelmoraCloudAPI *api, const char *jobId, const char *tag, VelmoraTagListCallback onComplete);
+/// As `tagJob`.
 VELMORA_EXPORT void tagJob_Json(VelmoraCloudAPI *api, const char *jobId, const char *tag,
                                 VelmoraJsonCallback onComplete);
+/// Removes a tag from a job.
 VELMORA_EXPORT void untagJob(VelmoraCloudAPI *api, const char *jobId, const char *tag,
                              VelmoraTagListCallback onComplete);
+/// As `untagJob`.
 VELMORA_EXPORT void untagJob_Json(VelmoraCloudAPI *api, const char *jobId, const char *tag,
                                   VelmoraJsonCallback onComplete);
 /// The user's jobs that carry the tags.
@@ -412,15 +441,22 @@ VELMORA_EXPORT void searchUserTags_Json(VelmoraCloudAPI *api, const char *tags, 
 /// A file passed as JSON has the keys of its record; its sizes are read as 32 bits (beyond that as 0), its flag
 /// "directory" as a JSON boolean. Progress comes first, the completion last.
 /// @{
+
+/// The files of a job, those of its simulations included.
 VELMORA_EXPORT void getJobFileList(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles,
                                    VelmoraFileListCallback onComplete);
+/// As `getJobFileList`.
 VELMORA_EXPORT void getJobFileList_Json(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles,
                                         VelmoraJsonCallback onComplete);
+/// The files of one simulation.
 VELMORA_EXPORT void getSimulationFileList(VelmoraCloudAPI *api, const char *jobId, const char *simulationId,
                                           bool showAllFiles, VelmoraFileListCallback onComplete);
+/// As `getSimulationFileList`.
 VELMORA_EXPORT void getSimulationFileList_Json(VelmoraCloudAPI *api, const char *jobId, const char *simulationId,
                                                bool showAllFiles, VelmoraJsonCallback onComplete);
+/// The files of all of the user's jobs.
 VELMORA_EXPORT void getUsersFileList(VelmoraCloudAPI *api, bool showAllFiles, VelmoraFileListCallback onComplete);
+/// As `getUsersFileList`.
 VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFiles, VelmoraJsonCallback onComplete);
 /// The result is a copy of `file`, whatever the outcome.
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,

@@ -1,5 +1,8 @@
 /// @file Export.h
 /// Symbol visibility of the library's public surface.
+///
+/// @namespace Velmora
+/// The client library for the cloud simulation service: `Velmora::CloudAPI` and what it takes and gives.
 #ifndef VELMORA_EXPORT_H
 #define VELMORA_EXPORT_H
 
