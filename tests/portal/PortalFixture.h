@@ -118,7 +118,9 @@ protected:
             reply.head = all.substr(0, end == S::npos ? end : end + 4);
             reply.body = end == S::npos ? "" : all.substr(end + 4);
             reply.closed = socket.state() != QAbstractSocket::ConnectedState;
-            const std::size_t size = length < end ? std::stoul(all.substr(length + 16)) : reply.closed ? 0 : S::npos;
+            const std::size_t size = end != S::npos && length < end ? std::stoul(all.substr(length + 16))
+                                     : reply.closed                 ? 0
+                                                                    : S::npos;
             if (end != S::npos && (reply.body.size() >= size || all.substr(9, 3) == "204")) {
                 reply.status = std::stoi(all.substr(9, 3));
                 return reply;

@@ -182,6 +182,7 @@ TEST_F(PortalTest, EachFaultStrikesAsItSays)
         {FaultKind::CutHead, true, true, 0, 0},      {FaultKind::CutBody, true, true, 0, 7},
         {FaultKind::ResetBefore, false, true, 0, 0}, {FaultKind::ResetAfter, true, true, 0, 0},
         {FaultKind::HangUp, false, true, 0, 0},      {FaultKind::Silence, false, false, 0, 0},
+        {FaultKind::Drip, true, false, 200, 0},      {FaultKind::Raw, false, true, 0, 4},
     };
     for (const bool reused : {false, true}) {
         for (const auto &row : table) {
@@ -191,7 +192,8 @@ TEST_F(PortalTest, EachFaultStrikesAsItSays)
             fault.path = "job/submit";
             fault.kind = row.kind;
             fault.status = 503;
-            fault.body = "busy";
+            fault.body = row.kind == FaultKind::Raw ? "HTTP/1.1 299 Odd\r\nContent-Length: 9\r\n\r\nbusy" : "busy";
+            fault.keepOpen = row.kind != FaultKind::Raw;
             fault.bytes = 7;
             fault.delay = row.kind == FaultKind::Delay ? 300ms : 0ms;
             QSslSocket socket;
@@ -216,7 +218,7 @@ TEST_F(PortalTest, EachFaultStrikesAsItSays)
             EXPECT_EQ(portal.faultCount(), 0U);
         }
     }
-    EXPECT_EQ(portal.requestCount("job/submit"), 2 * 7U); // a reset before the request leaves no trace
+    EXPECT_EQ(portal.requestCount("job/submit"), 2 * 9U); // a reset before the request leaves no trace
 }
 
 TEST_F(PortalTest, SocketsAreRefusedDroppedClosedAndSilenced)

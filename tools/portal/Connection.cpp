@@ -246,6 +246,11 @@ private:
             return hangUp(lowest());
         case Answer::Ending::Silence:
             return discard();
+        case Answer::Ending::Raw:
+            m_keepAlive = m_answer.keepOpen;
+            m_left = 0;
+            m_out = std::move(m_answer.response.body);
+            return writeHead(0);
         case Answer::Ending::Whole:
         case Answer::Ending::CutHead:
         case Answer::Ending::CutBody:
@@ -281,13 +286,23 @@ private:
             m_out.append(response.body, 0, static_cast<std::size_t>(m_left));
             m_left = 0;
         }
+        writeHead(0);
+    }
+
+    void writeHead(std::size_t from)
+    {
         m_chunk.clear();
         m_chunkSent = 0;
+        if (from == m_out.size())
+            return writeBody();
+        const std::size_t count = m_answer.drip ? 1 : m_out.size();
         lowest().expires_after(idleTime);
-        net::async_write(m_stream, net::buffer(m_out), [self = shared_from_this()](error_code error, auto) {
-            if (!error)
-                self->writeBody();
-        });
+        net::async_write(m_stream, net::buffer(m_out.data() + from, count),
+                         [self = shared_from_this(), end = from + count](error_code error, std::size_t written) {
+                             if (!error)
+                                 self->after(duration(self->m_answer.drip ? written : 0, self->m_answer.rate),
+                                             [self, end] { self->writeHead(end); });
+                         });
     }
 
     void writeBody()
@@ -306,7 +321,7 @@ private:
                 return hangUp(lowest()); // the length is out already: only an early end tells
         }
         const std::size_t ready = std::min<std::uint64_t>(m_left, m_chunk.size() - m_chunkSent);
-        const std::size_t count = slice(m_answer.rate, ready);
+        const std::size_t count = m_answer.drip ? 1 : slice(m_answer.rate, ready);
         lowest().expires_after(idleTime);
         net::async_write(m_stream, net::buffer(m_chunk.data() + m_chunkSent, count),
                          [self = shared_from_this(), count](error_code error, auto) {
@@ -320,7 +335,7 @@ private:
 
     void written()
     {
-        const bool whole = m_answer.ending == Answer::Ending::Whole;
+        const bool whole = m_answer.ending == Answer::Ending::Whole || m_answer.ending == Answer::Ending::Raw;
         m_answer.response.source.reset();
         if (!whole)
             hangUp(lowest());

@@ -25,6 +25,8 @@ const std::vector<std::pair<std::string, FaultKind>> faultKinds = {
     {"cutUpload", FaultKind::CutUpload},
     {"gzip", FaultKind::Gzip},
     {"noLength", FaultKind::NoLength},
+    {"raw", FaultKind::Raw},
+    {"drip", FaultKind::Drip},
 };
 
 Fault faultOf(const Json &object)
@@ -283,6 +285,8 @@ storage, "socket" for sockets, "*" for any). "kind" is one of
   cutUpload      not processed; connection reset after "bytes" bytes of an upload's body
   gzip           processed; the answer's body is gzip'd, closed after "bytes" bytes of that if not 0
   noLength       processed; no content length, closed after the body, or "bytes" bytes of it if not 0
+  raw            not processed; "body" is sent as it stands, head and all; closed after it if "keepOpen" is 0
+  drip           processed; the answer is sent one byte at a time, "rate" of them a second
   socketDrop, socketSilence, socketClose ("closeCode", "reason")
                  strike an accepted socket after "messages" texts
 "delay" also holds back the other kinds that end an answer.)";

@@ -41,6 +41,14 @@ Answer faulty(const Fault &fault, Answer answer)
         answer.response = {fault.status, fault.contentType, fault.body, {}, nullptr};
         answer.keepOpen = fault.keepOpen;
         break;
+    case FaultKind::Raw:
+        answer.response.body = fault.body;
+        answer.keepOpen = fault.keepOpen;
+        answer.ending = Answer::Ending::Raw;
+        break;
+    case FaultKind::Drip:
+        answer.drip = true;
+        [[fallthrough]];
     case FaultKind::SlowWrite:
         answer.rate = fault.rate;
         break;
@@ -71,7 +79,7 @@ Answer faulty(const Fault &fault, Answer answer)
 bool isProcessed(FaultKind kind)
 {
     return kind != FaultKind::Status && kind != FaultKind::HangUp && kind != FaultKind::Silence &&
-           kind != FaultKind::CutUpload;
+           kind != FaultKind::CutUpload && kind != FaultKind::Raw;
 }
 
 bool reachesClient(Answer::Ending ending)

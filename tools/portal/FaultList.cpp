@@ -26,6 +26,8 @@ bool fits(FaultKind kind, FaultList::Moment moment)
     case FaultKind::CutUpload:
     case FaultKind::Gzip:
     case FaultKind::NoLength:
+    case FaultKind::Raw:
+    case FaultKind::Drip:
         return moment == Moment::Request;
     }
     return false;

@@ -47,6 +47,7 @@ struct Answer {
         Whole,   ///< sent in full, connection kept as HTTP says
         CutHead, ///< closed in the middle of the head
         CutBody, ///< closed after `bytes` bytes of the body
+        Raw,     ///< the response's body is all that is sent
         Reset,   ///< connection reset, nothing sent
         HangUp,  ///< connection closed, nothing sent
         Silence, ///< nothing sent, connection kept
@@ -58,6 +59,7 @@ struct Answer {
     bool keepOpen = true;    ///< false closes after a whole response
     bool lengthKnown = true; ///< false leaves the content length out: the body ends with the connection
     long rate = 0;           ///< bytes of the body sent in a second; 0: as fast as can be
+    bool drip = false;       ///< one byte at a time, the head too
 };
 
 /// Takes a request's body while it arrives.

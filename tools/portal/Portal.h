@@ -61,7 +61,9 @@ enum class FaultKind {
     CutUpload,   ///< NOT processed; reset after `bytes` bytes of the request's body were read. Storage paths only.
     Gzip,        ///< PROCESSED; the answer's body is gzip'd, and closed after `bytes` bytes of that if not 0.
     NoLength,    ///< PROCESSED; no content length, closed after the body, or `bytes` bytes of it if not 0.
-    SocketDrop,  ///< the connection of an accepted socket is closed without a close frame
+    Raw,  ///< NOT processed; `body` goes on the wire as it stands, head and all; closed after it unless `keepOpen`.
+    Drip, ///< PROCESSED; the answer is sent one byte at a time, `rate` of them a second.
+    SocketDrop,    ///< the connection of an accepted socket is closed without a close frame
     SocketSilence, ///< an accepted socket sends no more texts; pings are still noted and ponged
     SocketClose,   ///< an accepted socket closes with `closeCode` and `reason`
 };
@@ -78,8 +80,8 @@ struct Fault {
     std::string contentType = "application/json";
     std::chrono::milliseconds delay{0}; ///< Delay; any other kind with an answer waits, too
     long bytes = 0;                     ///< CutBody, CutUpload, Gzip, NoLength
-    long rate = 65536;                  ///< SlowRead, SlowWrite
-    bool keepOpen = true;               ///< Status: false closes the connection after the answer
+    long rate = 65536;                  ///< SlowRead, SlowWrite, Drip
+    bool keepOpen = true;               ///< Status, Raw: false closes the connection after the answer
     int messages = 0;                   ///< Socket… kinds: strikes after so many texts
     int closeCode = 1011;               ///< SocketClose
     std::string reason;                 ///< SocketClose
