@@ -75,3 +75,13 @@ configure_and_build() {
     quietly "$log" cmake --build --preset "$preset" ${1+--target "$@"} || return
     say "Built in $(duration $((SECONDS - start)))."
 }
+
+suppressions() { [[ ! -f tests/sanitizers/$1.supp ]] || printf ':suppressions="%s"' "$root/tests/sanitizers/$1.supp"; }
+
+# How the sanitizers behave in what is run next. What the caller has set comes last and wins.
+sanitizer_options() {
+    export ASAN_OPTIONS="detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+    export LSAN_OPTIONS="print_suppressions=0$(suppressions lsan)${LSAN_OPTIONS:+:$LSAN_OPTIONS}"
+    export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
+    export TSAN_OPTIONS="halt_on_error=1:ignore_noninstrumented_modules=1:second_deadlock_stack=1$(suppressions tsan)${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
+}

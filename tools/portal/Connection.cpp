@@ -22,6 +22,7 @@ constexpr std::size_t maxHead = 64 * 1024;
 constexpr std::size_t chunkSize = 256 * 1024;
 constexpr auto idleTime = std::chrono::minutes(10);
 constexpr auto closingTime = std::chrono::seconds(5);
+constexpr auto goodbyeTime = std::chrono::milliseconds(50);
 
 HttpRequest plainRequest(const http::request<http::string_body> &request, std::uint64_t connection)
 {
@@ -351,6 +352,12 @@ private:
     {
         lowest().expires_after(closingTime);
         m_stream.async_shutdown([self = shared_from_this()](error_code) { hangUp(self->lowest()); });
+        // Some clients take the end of the connection, not that of TLS, for the end of a body without a length.
+        m_timer.expires_after(goodbyeTime);
+        m_timer.async_wait([self = shared_from_this()](error_code) {
+            error_code ignored;
+            self->lowest().socket().shutdown(tcp::socket::shutdown_send, ignored);
+        });
     }
 
     /// Closing on unread input would reset the connection and lose the answer on its way.

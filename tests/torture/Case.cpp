@@ -1,0 +1,333 @@
+#include "Torture.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QSslSocket>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+using namespace Velmora;
+
+namespace Torture {
+
+namespace {
+
+int entries(const char *folder) { return int(QDir(QString::fromUtf8(folder)).count()); }
+
+/// Listens, and speaks no TLS to whoever comes.
+std::unique_ptr<QTcpServer> plainServer()
+{
+    auto server = std::make_unique<QTcpServer>();
+    server->listen(QHostAddress::LocalHost);
+    QObject::connect(server.get(), &QTcpServer::newConnection, [from = server.get()] {
+        while (QTcpSocket *socket = from->nextPendingConnection()) {
+            socket->write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+            socket->disconnectFromHost();
+        }
+    });
+    return server;
+}
+
+QByteArray hostAt(const char *name, int port) { return QByteArray(name) + ':' + QByteArray::number(port); }
+
+VelmoraPortal::Options options()
+{
+    VelmoraPortal::Options options;
+    options.jobDuration = std::chrono::milliseconds(200);
+    options.storage.pieceSize = 4096;
+    return options;
+}
+
+} // namespace
+
+Resources resources() { return {entries("/proc/self/task"), entries("/proc/self/fd")}; }
+
+const char *const meanwhileNames[10] = {"nothing",       "cancel",  "unsubscribe", "log out",     "log in",
+                                        "change portal", "destroy", "again",       "nested loop", "block"};
+
+S Random::bytes(std::size_t size)
+{
+    S text(size, '\0');
+    for (char &byte : text)
+        byte = char(m_engine() >> 32);
+    return text;
+}
+
+World::World()
+    : portal(options())
+    , trust(QByteArray::fromStdString(portal.caPem()))
+    , address("VELMORA_API_URL", QByteArray::fromStdString(portal.host()))
+    , stored(Random(1).bytes(20000))
+{
+    portal.addFile(storedJob, storedFile, stored);
+}
+
+Case::Case(World &itsWorld, std::uint64_t seed)
+    : world(itsWorld)
+    , random(seed)
+    , m_folder(world.folder.filePath(QStringLiteral("case")))
+{
+    QDir(m_folder).mkpath(QStringLiteral("tmp"));
+    QDir(m_folder).mkpath(QStringLiteral("to"));
+    if (random.chance(50))
+        write("to/result.bin", random.bytes(100));
+}
+
+Case::~Case()
+{
+    destroy();
+    world.portal.clearFaults();
+    QDir(m_folder).removeRecursively();
+}
+
+S Case::path(const S &name) const { return QDir(m_folder).filePath(QString::fromStdString(name)).toStdString(); }
+
+S Case::write(const S &name, const S &bytes) const
+{
+    QFile file(QString::fromStdString(path(name)));
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes.data(), qint64(bytes.size())) != qint64(bytes.size()))
+        qFatal("cannot write %s", name.c_str());
+    return path(name);
+}
+
+Call &Case::call(const S &name)
+{
+    m_calls.push_back(std::make_unique<Call>());
+    m_calls.back()->name = name;
+    return *m_calls.back();
+}
+
+void Case::fail(const S &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
+
+void Case::completed(Call &call, const ApiError &error, bool emptied)
+{
+    ++call.completions;
+    call.code = error.errorCode;
+    call.emptied = emptied;
+    if (!api)
+        fail(call.name + " completed after destruction");
+    if (!call.follows.empty() && call.code == 200)
+        mute(call.follows);
+    else
+        progressed(call);
+    if (call.follows.empty() && call.completions > 1)
+        fail(call.name + " completed more than once");
+    if (!call.succeeded() && !emptied)
+        fail(call.name + " gave a result with code " + std::to_string(call.code));
+    if (error.errorCode >= 300 && error.errorTitle.empty())
+        fail(call.name + " failed without a title");
+}
+
+void Case::progressed(Call &call)
+{
+    if (!api)
+        fail(call.name + " spoke after destruction");
+    if (call.muted)
+        fail(call.name + " spoke after its end");
+    if (call.follows.empty() && call.completions > 1)
+        fail(call.name + " spoke after its completion");
+    if (m_inCallback.empty())
+        return;
+    const Step step = m_inCallback.back();
+    m_inCallback.pop_back();
+    act(step);
+}
+
+void Case::mute(const S &followed)
+{
+    for (auto &each : m_calls)
+        each->muted = each->muted || (!followed.empty() && each->follows == followed);
+}
+
+void Case::destroy()
+{
+    // What runs inside its destructor is already too late.
+    const std::unique_ptr<CloudAPI> last = std::move(api);
+}
+
+bool Case::prepare()
+{
+    const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
+    bool answered = false;
+    api = std::make_unique<CloudAPI>();
+    api->logUserIn(user.email, user.password, "", [&](const ApiError &) { answered = true; });
+    if (!waitUntil([&] { return answered; }) || !api->isUserLoggedIn())
+        return false;
+    answered = false;
+    api->generateNewJobID("ACC-1001", [&](const ApiError &, const S &id) {
+        answered = true;
+        job = id;
+    });
+    return waitUntil([&] { return answered; }) && !job.empty();
+}
+
+void Case::strike(const Step &step)
+{
+    const Trouble &trouble = *step.trouble;
+    if (trouble.fault) {
+        Fault fault = trouble.fault(random);
+        fault.path = random.of(step.deed->paths);
+        if (trouble.silent)
+            QTimer::singleShot(300, &m_timers, [this] { destroy(); });
+        // A piece is wanted as it is stored, and refused when it comes compressed.
+        m_disturbed = m_disturbed || (fault.kind == FaultKind::Gzip && fault.path == "storage");
+        world.portal.inject(fault);
+    } else if (trouble.host != Trouble::Portal && !m_host) {
+        m_plain = plainServer();
+        const int port = m_plain->serverPort();
+        if (trouble.host == Trouble::Refused)
+            m_plain->close();
+        if (trouble.host == Trouble::Distrusted)
+            m_distrust = std::make_unique<ScopedTrust>(testAuthority());
+        const bool elsewhere = trouble.host != Trouble::Distrusted;
+        m_host = std::make_unique<ScopedEnvironment>(
+            "VELMORA_API_URL", hostAt(elsewhere ? "127.0.0.1" : "localhost", elsewhere ? port : world.portal.port()));
+    }
+}
+
+void Case::act(const Step &step)
+{
+    if (!api)
+        return;
+    m_disturbed = m_disturbed || (step.meanwhile != Meanwhile::Nothing && step.meanwhile != Meanwhile::NestedLoop &&
+                                  step.meanwhile != Meanwhile::Block && step.meanwhile != Meanwhile::ChangePortal);
+    switch (step.meanwhile) {
+    case Meanwhile::Nothing:
+        return;
+    case Meanwhile::Cancel:
+        for (std::size_t i = 0; i < cancels.size() && api; ++i)
+            cancels[i]();
+        return;
+    case Meanwhile::Unsubscribe:
+        for (const S &each : {S(storedJob), job}) {
+            api->unsubscribeFromJob(each);
+            mute(each);
+        }
+        return;
+    case Meanwhile::LogOut:
+        return api->clearActiveAccount();
+    case Meanwhile::LogIn:
+        return deeds()[0].start(*this);
+    case Meanwhile::ChangePortal:
+        return api->setAPIPortal(PortalTarget::Test); // the environment wins
+    case Meanwhile::Destroy:
+        return destroy();
+    case Meanwhile::Again:
+        return step.deed->start(*this);
+    case Meanwhile::NestedLoop: {
+        QEventLoop loop;
+        QTimer::singleShot(int(random.below(60)), &loop, &QEventLoop::quit);
+        loop.exec();
+        return;
+    }
+    case Meanwhile::Block:
+        return QThread::msleep(random.below(100));
+    }
+}
+
+void Case::actWhenItSuits(const Step &step)
+{
+    switch (random.below(3)) {
+    case 0:
+        return act(step);
+    case 1:
+        return m_inCallback.push_back(step);
+    default:
+        QTimer::singleShot(int(random.below(40)), &m_timers, [this, step] { act(step); });
+    }
+}
+
+void Case::waitForAll()
+{
+    QElapsedTimer since;
+    since.start();
+    QTimer tick; // for the time limit of subscriptions
+    tick.start(20);
+    const bool over = waitUntil(
+        [&] {
+            bool all = true;
+            for (const auto &each : m_calls)
+                all = all && (each->isOver() || (!each->follows.empty() && since.elapsed() > 400));
+            return !api || all;
+        },
+        60000); // dripping takes its time
+    for (const auto &each : m_calls) {
+        if (!over && !each->isOver() && each->follows.empty())
+            fail(each->name + " did not complete");
+    }
+}
+
+void Case::judge(const std::vector<Step> &steps)
+{
+    bool harmless = !m_disturbed, lies = false;
+    for (const Step &step : steps) {
+        harmless = harmless && step.trouble->harmless;
+        lies = lies || step.trouble->lies;
+    }
+    std::size_t submits = 0;
+    for (const auto &each : m_calls) {
+        submits += each->name == "submitNewJob";
+        if (harmless && each->follows.empty() && !each->succeeded() && each->code != each->refusal)
+            fail(each->name + " failed with " + std::to_string(each->code));
+        if (each->verdict) {
+            const S wrong = each->verdict(world, each->succeeded() && !lies);
+            if (!wrong.empty())
+                fail(each->name + ": " + wrong);
+        }
+    }
+    if (world.portal.jobCount() - m_jobsBefore > submits)
+        fail("more jobs than submissions");
+    if (entries(path("tmp").c_str()) > 2)
+        fail("temporary files left");
+    const Resources most = world.most;
+    QTimer tick; // the portal's thread wakes nobody here
+    tick.start(5);
+    if (most.threads > 0 && !waitUntil([&] { return resources().fits(most); }, 5000))
+        fail("left: " + std::to_string(resources().threads - most.threads) + " threads, " +
+             std::to_string(resources().descriptors - most.descriptors) + " descriptors");
+}
+
+S Case::run(const std::vector<Step> &steps)
+{
+    const ScopedEnvironment temporary("TMPDIR", QByteArray::fromStdString(path("tmp")));
+    m_jobsBefore = world.portal.jobCount();
+    if (!prepare())
+        return "cannot sign in";
+    for (const Step &step : steps) {
+        if (!api)
+            break;
+        strike(step);
+        if (random.chance(50)) {
+            step.deed->start(*this);
+            if (api)
+                actWhenItSuits(step);
+        } else {
+            actWhenItSuits(step);
+            if (api)
+                step.deed->start(*this);
+        }
+    }
+    waitForAll();
+    settle();
+    destroy();
+    m_host.reset();
+    m_distrust.reset();
+    m_plain.reset();
+    settle();
+    judge(steps);
+    return m_failure;
+}
+
+S Case::describe(const std::vector<Step> &steps)
+{
+    S text;
+    for (const Step &step : steps)
+        text += (text.empty() ? "" : ", then ") + S(step.deed->name) + " / " + step.trouble->name + " / " +
+                meanwhileNames[int(step.meanwhile)];
+    return text;
+}
+
+} // namespace Torture

@@ -1,0 +1,180 @@
+#pragma once
+
+// A case: one or several operations of one session, each struck by a fault while the host does something
+// else. All of a case follows from its seed. What must hold afterwards is checked by `Case::run`.
+
+#include "support/Loopback.h"
+
+#include "Portal.h"
+
+#include <velmora/CloudAPI.h>
+
+#include <QTemporaryDir>
+
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace Torture {
+
+using S = std::string;
+using VelmoraPortal::Fault;
+using VelmoraPortal::FaultKind;
+
+class Random {
+public:
+    explicit Random(std::uint64_t seed)
+        : m_engine(seed)
+    {
+    }
+    /// 0 to count - 1.
+    std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(m_engine); }
+    bool chance(int percent) { return below(100) < std::size_t(percent); }
+    template <class List> auto &of(List &list) { return list[below(std::size(list))]; }
+    S bytes(std::size_t size);
+
+private:
+    std::mt19937_64 m_engine;
+};
+
+/// What the process holds, give or take what all of them share.
+struct Resources {
+    int threads = 0, descriptors = 0;
+    bool fits(const Resources &most) const { return threads <= most.threads && descriptors <= most.descriptors; }
+};
+Resources resources();
+
+/// What all cases share: a portal, trusted, and a folder.
+struct World {
+    World();
+
+    VelmoraPortal::Portal portal;
+    ScopedTrust trust;
+    ScopedEnvironment address;
+    QTemporaryDir folder;
+    Resources most; ///< that a case may leave in use; none: not known yet
+    S stored;       ///< plain bytes of the file `storedJob`/`storedFile`, which comes in pieces
+};
+inline constexpr char storedJob[] = "job-wing0001", storedFile[] = "sim-1/torture.bin";
+
+/// One call of an operation and what came of it.
+struct Call {
+    S name;
+    int completions = 0;
+    int code = -1;       ///< of the last completion
+    bool emptied = true; ///< the result was a default-constructed one, or there was none
+    int refusal = 200;   ///< a code that the service may answer with for good reason
+    S follows;           ///< a subscription's job: any number of messages and losses, and one end
+    bool muted = false;  ///< a subscription that is over: no callback may run any more
+    std::function<S(World &, bool succeeded)> verdict; ///< what is wrong once all is over; empty: nothing
+
+    bool isOver() const { return completions > 0; }
+    bool succeeded() const { return code > 0 && code < 300; }
+};
+
+class Case;
+
+/// An operation; `start` calls it once. Each path is a stage at which a fault may strike.
+struct Deed {
+    const char *name;
+    std::vector<const char *> paths;
+    std::function<void(Case &)> start;
+};
+const std::vector<Deed> &deeds();
+
+struct Trouble {
+    const char *name;
+    std::function<Fault(Random &)> fault; ///< the path is still to be filled in; none: `host` speaks
+    bool harmless = false;                ///< the operation must succeed nevertheless
+    bool silent = false;                  ///< no answer may ever come
+    bool lies = false;                    ///< the service may say that it did what it did not
+    enum Host { Portal, Refused, NoTls, Distrusted } host = Portal;
+    bool socket = false; ///< strikes sockets only
+};
+const std::vector<Trouble> &troubles();
+
+enum class Meanwhile { Nothing, Cancel, Unsubscribe, LogOut, LogIn, ChangePortal, Destroy, Again, NestedLoop, Block };
+extern const char *const meanwhileNames[10];
+
+struct Step {
+    const Deed *deed = nullptr;
+    const Trouble *trouble = nullptr;
+    Meanwhile meanwhile = Meanwhile::Nothing;
+};
+
+class Case {
+public:
+    Case(World &world, std::uint64_t seed);
+    ~Case();
+
+    /// @return what went wrong; empty when all that was promised held
+    S run(const std::vector<Step> &steps);
+    static S describe(const std::vector<Step> &steps);
+
+    // For deeds.
+    World &world;
+    Random random;
+    std::unique_ptr<Velmora::CloudAPI> api;
+    S job; ///< an id of the service's, not submitted
+
+    Call &call(const S &name);
+    S path(const S &name) const;
+    S write(const S &name, const S &bytes) const;
+    void completed(Call &call, const Velmora::ApiError &error, bool emptied);
+    void progressed(Call &call);
+    void mute(const S &followed); ///< the job's subscriptions so far are over
+    void fail(const S &reason);
+    std::vector<std::function<void()>> cancels; ///< what the deeds know of cancelling
+
+private:
+    bool prepare();
+    void strike(const Step &step);
+    void act(const Step &step);
+    void actWhenItSuits(const Step &step);
+    void destroy();
+    void waitForAll();
+    void judge(const std::vector<Step> &steps);
+
+    QString m_folder;
+    QObject m_timers; ///< stands for the case where a timer asks for an object
+    std::vector<std::unique_ptr<Call>> m_calls;
+    std::vector<Step> m_inCallback; ///< acts that wait for the next callback
+    std::unique_ptr<ScopedEnvironment> m_host;
+    std::unique_ptr<ScopedTrust> m_distrust;
+    std::unique_ptr<QTcpServer> m_plain;
+    bool m_disturbed = false; ///< an act may have kept an operation from its success
+    std::size_t m_jobsBefore = 0;
+    S m_failure;
+};
+
+/// Converts to every kind of completion callback and tells the case.
+struct Watch {
+    Case *test;
+    Call *call;
+
+    template <class Result> operator std::function<void(const Velmora::ApiError &, const Result &)>() const
+    {
+        return [*this](const Velmora::ApiError &error, const Result &result) {
+            test->completed(*call, error, isEmpty(result));
+        };
+    }
+    operator Velmora::CloudAPI::Done() const
+    {
+        return [*this](const Velmora::ApiError &error) { test->completed(*call, error, true); };
+    }
+
+private:
+    template <class Element> static bool isEmpty(const std::list<Element> &list) { return list.empty(); }
+    static bool isEmpty(const S &text) { return text.empty(); }
+    static bool isEmpty(bool flag) { return !flag; }
+    static bool isEmpty(const Velmora::JobDetails &job) { return job.jobId.empty() && job.simulations.empty(); }
+    static bool isEmpty(const Velmora::UserDetails &user) { return user.userId.empty() && user.userEmail.empty(); }
+    static bool isEmpty(const Velmora::AccountBalance &balance) { return balance.recentTransactions.empty(); }
+    static bool isEmpty(const Velmora::JobProgress &progress) { return progress.simulationProgressList.empty(); }
+    static bool isEmpty(const Velmora::SimulationAbortState &state) { return state.status.empty(); }
+    template <class Copy> static bool isEmpty(const Copy &) { return true; } ///< a copy of what was asked for
+};
+
+} // namespace Torture
