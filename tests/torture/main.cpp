@@ -75,7 +75,7 @@ int main(int argc, char **argv)
     const auto rows = line.isSet(QStringLiteral("matrix")) ? matrix(only) : std::vector<std::vector<Step>>();
     const std::uint64_t count = rows.empty() ? line.value(QStringLiteral("cases")).toULongLong() : rows.size();
 
-    World world;
+    auto world = std::make_unique<World>();
     Resources most;
     std::map<S, int> table;
     int failures = 0;
@@ -96,11 +96,14 @@ int main(int argc, char **argv)
         if (line.isSet(QStringLiteral("verbose")))
             std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), Case::describe(steps).c_str()),
                 std::fflush(stdout);
-        const S wrong = Case(world, seed).run(steps);
+        if (i % 100 == 99) // the jobs and files of so many cases make its listings long
+            world.reset(), world = std::make_unique<World>();
+        world->most = warming ? Resources() : most;
+        const S wrong = Case(*world, seed).run(steps);
         if (warming)
             most = {std::max(most.threads, resources().threads), std::max(most.descriptors, resources().descriptors)};
-        if (i + 1 == warmUp) // and one more for the thread on which Qt looks up names
-            world.most = {most.threads + 1, most.descriptors + 1};
+        if (i + 1 == warmUp) // and some more for the threads on which Qt looks up names
+            most = {most.threads + 3, most.descriptors + 3};
         for (const Step &step : steps)
             ++table[S("operation  ") + step.deed->name], ++table[S("fault      ") + step.trouble->name];
         if (wrong.empty())
