@@ -12,7 +12,8 @@ S answerOf(const S &status, const S &body, const S &headers = "Content-Type: app
            body;
 }
 
-/// JSON that is well-formed and makes no sense, of every shape that a reader might stumble over.
+/// JSON that is well-formed and makes no sense, of every shape that a reader might stumble over. No key comes
+/// twice in an object: Qt 5.15's reader loses memory on some of those.
 S nonsense(Random &random, int depth = 0)
 {
     const char *const keys[] = {"jobId",
@@ -44,7 +45,7 @@ S nonsense(Random &random, int depth = 0)
     S text;
     for (std::size_t i = random.below(5); i > 0; --i) {
         text += text.empty() ? "" : ",";
-        text += shape == 1 ? "" : S("\"") + random.of(keys) + "\":";
+        text += shape == 1 ? "" : S("\"") + keys[i * 5 - 1 - random.below(5)] + "\":";
         text += nonsense(random, depth + 1);
     }
     return shape == 1 ? '[' + text + ']' : '{' + text + '}';
