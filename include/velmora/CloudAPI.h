@@ -183,11 +183,11 @@ public:
     /// was destroyed by a callback); other callbacks may run meanwhile.
     void uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                          const ResultDone<FileUploadDetails> &onComplete);
-    /// Fetches the file, piece by piece, beside its target, decrypts and joins it there. The folder is made when it is missing; it must
-    /// have room for twice the file. The target appears, or is replaced, only when the download is complete: until
-    /// then, and on failure, an older file of that name stays as it is. A second download to a target that is being
-    /// written is refused inside the call. Code 400: a piece was missing, cut short or not encrypted with the job's
-    /// key, or the disk refused; the message says which.
+    /// Fetches the file, piece by piece, beside its target, decrypts and joins it there. The folder is made when it is
+    /// missing; it must have room for twice the file. The target appears, or is replaced, only when the download is
+    /// complete: until then, and on failure, an older file of that name stays as it is. A second download to a target
+    /// that is being written is refused inside the call. Code 400: a piece was missing, cut short or not encrypted with
+    /// the job's key, or the disk refused; the message says which.
     void downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
                       const ResultDone<FileDownloadDetails> &onComplete);
     /// Ends the uploads of this file (same path, same job). Their completions run, with code 400 and
