@@ -109,6 +109,8 @@ void Case::completed(Call &call, const ApiError &error, bool emptied)
     call.emptied = emptied;
     if (!api)
         fail(call.name + " completed after destruction");
+    if (call.muted)
+        fail(call.name + " ended after its end");
     if (!call.follows.empty() && call.code == 200)
         mute(call.follows);
     else

@@ -75,6 +75,11 @@ int main(int argc, char **argv)
     const auto rows = line.isSet(QStringLiteral("matrix")) ? matrix(only) : std::vector<std::vector<Step>>();
     const std::uint64_t count = rows.empty() ? line.value(QStringLiteral("cases")).toULongLong() : rows.size();
 
+    if (count == 0 || matrix(only).empty()) {
+        std::fprintf(stderr, "no such case\n");
+        return 2;
+    }
+
     auto world = std::make_unique<World>();
     Resources most;
     std::map<S, int> table;
@@ -109,9 +114,10 @@ int main(int argc, char **argv)
         if (wrong.empty())
             continue;
         ++failures;
-        std::printf("FAILED  %s\n        %s\n        --seed %llu --cases 1 --steps %zu%s\n",
-                    Case::describe(steps).c_str(), wrong.c_str(), static_cast<unsigned long long>(seed), mostSteps,
-                    rows.empty() ? "" : " (of --matrix)");
+        const S chosen = rows.empty() ? "--cases 1 --steps " + std::to_string(mostSteps) : S("--matrix");
+        const S text = rows.empty() ? only.toStdString() : Case::describe(steps);
+        std::printf("FAILED  %s\n        %s\n        --seed %llu %s --only '%s'\n", Case::describe(steps).c_str(),
+                    wrong.c_str(), static_cast<unsigned long long>(seed), chosen.c_str(), text.c_str());
         std::fflush(stdout);
     }
     if (line.isSet(QStringLiteral("table"))) {

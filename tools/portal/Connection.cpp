@@ -354,8 +354,10 @@ private:
         m_stream.async_shutdown([self = shared_from_this()](error_code) { hangUp(self->lowest()); });
         // Some clients take the end of the connection, not that of TLS, for the end of a body without a length.
         m_timer.expires_after(goodbyeTime);
-        m_timer.async_wait([self = shared_from_this()](error_code) {
+        m_timer.async_wait([self = shared_from_this()](error_code error) {
             error_code ignored;
+            if (error)
+                return;
             self->lowest().socket().shutdown(tcp::socket::shutdown_send, ignored);
         });
     }
