@@ -194,16 +194,6 @@ TEST_P(AtEveryStage, DestructionEndsItSilentlyAndCleansUp)
     EXPECT_EQ(filesIn("to"), QStringList());
 }
 
-TEST_P(AtEveryStage, CallbacksMayDestroyTheSession)
-{
-    up.onProgress = up.onEnd = down.onProgress = down.onEnd = [this] { api.reset(); };
-    loopback.server.resume();
-    EXPECT_TRUE(GetParam().goesOn ? waitUntil([this] { return !api; }) : cancel());
-    EXPECT_FALSE(api);
-    settle();
-    EXPECT_LE(completions(), 1); // with two uploads the other one ended with the session
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Table, AtEveryStage,
     testing::Values(Stage{"UploadWaitingForKey", true, keyPath}, Stage{"UploadEncrypting", true, keyPath, true},

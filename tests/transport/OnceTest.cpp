@@ -19,13 +19,6 @@ protected:
         ASSERT_TRUE(wait(marker));
         settle();
     }
-    /// Keeps the connections: they are closed when nothing is in flight.
-    void keepConnections()
-    {
-        server.next(silence());
-        api->getUsersFileList(true, {});
-        ASSERT_TRUE(seen(1));
-    }
 };
 
 TEST_P(OnceTest, EveryCutCompletesOnce)
@@ -48,7 +41,9 @@ TEST_P(OnceTest, EveryCutCompletesOnce)
 
 TEST_P(OnceTest, HungUpOnAReusedConnection)
 {
-    keepConnections();
+    server.next(silence());
+    api->getUsersFileList(true, {}); // keeps the connections: they are closed when nothing is in flight
+    ASSERT_TRUE(seen(1));
     barrier();
     const int reused = server.requests().last().connection;
     server.next(hangUp());
@@ -60,42 +55,9 @@ TEST_P(OnceTest, HungUpOnAReusedConnection)
     EXPECT_EQ(arrived(), 1);
 }
 
-TEST_P(OnceTest, IdleConnectionClosedBeforeItIsReused)
-{
-    keepConnections();
-    server.next(answer(200).closed());
-    barrier(); // the client learns of the closing, or does not, before the next request
-    run(subject);
-    barrier();
-    EXPECT_EQ(done.calls, 1);
-    EXPECT_LE(arrived(), 1);
-}
-
-TEST_P(OnceTest, ConnectionLostBeforeTheRequestIsRead)
-{
-    server.setAccept(ScriptedServer::Accept::DropUnread);
-    run(subject);
-    EXPECT_EQ(done.error.errorCode, 0);
-    server.setAccept(ScriptedServer::Accept::Serve);
-    barrier();
-    EXPECT_EQ(done.calls, 1);
-    EXPECT_EQ(arrived(), 0);
-}
-
 INSTANTIATE_TEST_SUITE_P(Bodies, OnceTest,
                          testing::Values("submitNewJob", "getAllJobDetails", "untagJob", "deleteFile",
                                          "getSimulationFileList"),
                          [](const auto &row) { return std::string(row.param); });
-
-TEST_F(TransportTest, BigSubmissionArrivesOnceAndWhole)
-{
-    const std::string text = std::string(5000000, 'x') + "end";
-    server.next(hangUp());
-    api->submitNewJob(text, Into{&done});
-    ASSERT_TRUE(wait(done));
-    run("getCurrentUserDetails");
-    EXPECT_EQ(sent("POST", "/api/job/submit"), 1);
-    EXPECT_EQ(server.requests().first().body, QByteArray::fromStdString(text));
-}
 
 } // namespace
