@@ -1,0 +1,232 @@
+// What comes from outside, mutated: texts of the service and of hosts, names, addresses, cipher text, messages.
+// VELMORA_FUZZ names the target; see scripts/fuzz. Built without a fuzzer, the program reads files and goes once
+// through each: the suite does that with the corpus.
+
+#include "api/flat/Views.h"
+#include "model/Json.h"
+#include "notify/CloudWebSocketClient.h"
+#include "notify/SocketConnection.h"
+#include "transfer/Address.h"
+#include "transfer/FileCipher.h"
+#include "transfer/Join.h"
+#include "transfer/PieceName.h"
+
+#include <velmora/CloudAPIFlat.h>
+#include <velmora/TarnCrypt.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLoggingCategory>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <map>
+
+using namespace Velmora;
+
+namespace {
+
+QTemporaryDir &folder()
+{
+    static QTemporaryDir made;
+    return made;
+}
+
+QString at(const QString &name) { return folder().filePath(name); }
+
+void demand(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "broken: %s\n", what);
+    std::abort();
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+}
+
+void write(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    demand(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(), "a file can be written");
+}
+
+template <class Value> void hostCanRead(const Value &value)
+{
+    demand(QJsonDocument::fromJson(QByteArray::fromStdString(hostText(value))).isObject(), "hosts get valid JSON");
+}
+
+template <class... Records> void readAll(const QByteArray &text)
+{
+    (hostCanRead(readReply<Records>(text)), ...);
+    (hostCanRead(readHostText<Records>(text)), ...);
+}
+
+template <class... Records> void readLists(const QByteArray &text) { (hostCanRead(readReplyList<Records>(text)), ...); }
+
+void replies(const QByteArray &text)
+{
+    readAll<CloudFile, ItemTag, UserDetails, AccountDetails, AccountTransaction, AccountBalance, HpcDetails,
+            JobStatusEntry, SimulationDetails, JobDetails, JobProgress, SimulationAbortState, FileUploadDetails,
+            FileDownloadDetails>(text);
+    readLists<CloudFile, ItemTag, AccountDetails, JobDetails, SimulationAbortState>(text);
+    bodyMessage(text);
+}
+
+void hostTexts(const QByteArray &text)
+{
+    const auto job = readHostText<JobSubmit>(text);
+    std::list<JobSubmitError> failures;
+    const bool valid = job.validate(&failures);
+    demand(valid == failures.empty(), "a valid job has no failures");
+    demand(QJsonDocument::fromJson(QByteArray::fromStdString(job.toSubmissionJson())).isObject() == valid,
+           "a valid job gives an object");
+    CloudAPI api;
+    submitNewJob_Json(&api, text.constData(), [](const char *, const char *) {});
+    searchUserTags_Json(&api, text.constData(), nullptr);
+    uploadFile_Json(&api, text.constData(), nullptr, nullptr);
+    downloadFile_Json(&api, text.constData(), nullptr, nullptr);
+    cancelUpload_Json(&api, text.constData());
+    cancelDownload_Json(&api, text.constData());
+}
+
+void pieces(const QByteArray &text)
+{
+    const QString whole = at(QStringLiteral("whole")), target = at(QStringLiteral("target"));
+    std::map<int, QString> ordered;
+    QByteArray expected;
+    for (const QByteArray &line : text.split('\n')) {
+        const QString name = QString::fromUtf8(line), base = baseName(name);
+        const int number = pieceNumber(name);
+        demand(number >= -1 && number < 100000, "a number has five digits");
+        demand((number < 0) == (withoutPieceSuffix(name) == name), "a number comes with its suffix");
+        if (!isSafeFileName(base))
+            continue;
+        const QString clean = QDir::cleanPath(at(base));
+        demand(QFileInfo(clean).path() == folder().path() && clean != folder().path(),
+               "a safe name stays in its folder");
+        const QString path = at(QStringLiteral("piece %1").arg(ordered.size()));
+        if (number >= 0 && ordered.emplace(number, path).second)
+            write(path, line);
+    }
+    std::vector<QString> paths;
+    for (const auto &[number, path] : ordered) {
+        paths.push_back(path);
+        expected += contentOf(path);
+    }
+    const std::atomic<bool> go{false};
+    demand(joinPieces(paths, whole, target, go).joined == !paths.empty(), "pieces join");
+    demand(paths.empty() || contentOf(target) == expected, "nothing is lost in joining");
+    QFile::remove(target);
+    demand(QDir(folder().path()).isEmpty(), "joining leaves only the target");
+}
+
+void cipherTexts(const QByteArray &text)
+{
+    const QByteArray key(32, 'k');
+    const auto *bytes = reinterpret_cast<const unsigned char *>(key.constData());
+    QByteArray cipher = text, plain(text.size() + 16, '?');
+    int length = -1;
+    auto *out = reinterpret_cast<unsigned char *>(plain.data());
+    const int status = TarnCrypt::do_show(reinterpret_cast<unsigned char *>(cipher.data()), cipher.size(), out, &length,
+                                          bytes, fixedIv);
+    demand(status != 0 || (length >= 0 && length <= text.size()), "plain text is not longer than cipher text");
+    demand(plain.endsWith(QByteArray(16, '?')), "nothing is written behind the room");
+
+    const QString path = at(QStringLiteral("cipher")), shown = at(QStringLiteral("shown"));
+    write(path, text);
+    demand(TarnCrypt::do_decode_binfile(qPrintable(path), qPrintable(shown), bytes, fixedIv) == 0,
+           "decoding is lenient");
+    const QByteArray decoded = contentOf(shown);
+    demand(decoded.size() <= text.size(), "a decoded file is not longer");
+    const bool strict = decryptFileInPlace(key, path, std::atomic<bool>(false)).ok();
+    demand(contentOf(path) == (strict ? decoded : text), "a file is decrypted or left alone");
+    QFile::remove(shown);
+}
+
+void addresses(const QByteArray &text)
+{
+    const QJsonObject address = QJsonDocument::fromJson(text).object();
+    const QString name = address.value(QLatin1String("fileName")).toString();
+    const AddressRequest made =
+        addressRequest(address, [&](const QString &part) { return fillTemplate(part, name, 4711); });
+    if (made.problem.isEmpty()) {
+        const QString scheme = made.request.url().scheme();
+        demand(scheme == QLatin1String("https") || scheme == QLatin1String("http"), "addresses are web addresses");
+        for (const QByteArray &header : made.request.rawHeaderList()) {
+            const QByteArray line = header + made.request.rawHeader(header);
+            demand(!line.contains('\r') && !line.contains('\n') && !line.contains('\0'), "a header is one line");
+        }
+    }
+    const QJsonObject fields = address.value(QLatin1String("formFields")).toObject();
+    const MultipartForm form = multipartForm(fields, name);
+    const QByteArray boundary = "--" + form.contentType.split('"').value(1) + "\r\n";
+    demand(form.head.count(boundary) == fields.size() + 1, "a form has one part for each field, and the file");
+}
+
+void messages(const QByteArray &text)
+{
+    int calls = 0;
+    const auto count = [&](const ApiError &, const std::string &, const std::string &) { ++calls; };
+    const QUrl nowhere(QStringLiteral("wss://127.0.0.1:1/"));
+    SocketConnection connection(QStringLiteral("job"), std::make_unique<CloudWebSocketClient>(nowhere, QString()),
+                                count, count);
+    connection.slotHandleSocketMessage(QString::fromUtf8(text));
+    demand(calls == 1, "a message is told once");
+}
+
+using Target = void (*)(const QByteArray &);
+
+Target target()
+{
+    static const std::map<QByteArray, Target> all = {{"replies", replies},     {"hosts", hostTexts},
+                                                     {"pieces", pieces},       {"ciphers", cipherTexts},
+                                                     {"addresses", addresses}, {"messages", messages}};
+    const auto found = all.find(qgetenv("VELMORA_FUZZ"));
+    demand(found != all.end(), "VELMORA_FUZZ is replies, hosts, pieces, ciphers, addresses or messages");
+    return found->second;
+}
+
+void prepare()
+{
+    static int count = 0;
+    static QCoreApplication application(count, nullptr);
+    QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
+    qputenv("VELMORA_API_URL", "127.0.0.1:1"); // nobody listens there
+}
+
+} // namespace
+
+#ifdef VELMORA_FUZZER
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    prepare();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size)
+{
+    static const Target chosen = target();
+    chosen(QByteArray(reinterpret_cast<const char *>(data), int(size)));
+    return 0;
+}
+
+#else
+
+int main(int argc, char **argv)
+{
+    prepare();
+    int count = 0;
+    for (const QFileInfo &file : QDir(QString::fromLocal8Bit(argv[argc - 1])).entryInfoList(QDir::Files)) {
+        target()(contentOf(file.filePath()));
+        ++count;
+    }
+    std::fprintf(stderr, "%d inputs\n", count);
+    return count > 0 ? 0 : 1;
+}
+
+#endif
