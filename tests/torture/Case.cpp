@@ -1,5 +1,8 @@
 #include "Torture.h"
 
+#include "notify/SocketManager.h"
+#include "support/Internals.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -10,6 +13,13 @@
 #include <QTimer>
 
 using namespace Velmora;
+
+namespace {
+
+template struct Open<&CloudAPIImpl::m_sockets>;
+template struct Open<&SocketManager::m_heartbeat>;
+
+} // namespace
 
 namespace Torture {
 
@@ -45,8 +55,8 @@ VelmoraPortal::Options options()
 
 Resources resources() { return {entries("/proc/self/task"), entries("/proc/self/fd")}; }
 
-const char *const meanwhileNames[10] = {"nothing",       "cancel",  "unsubscribe", "log out",     "log in",
-                                        "change portal", "destroy", "again",       "nested loop", "block"};
+const char *const meanwhileNames[12] = {"nothing", "cancel", "unsubscribe", "log out", "log in", "change portal",
+                                        "destroy", "again",  "nested loop", "block",   "renew",  "beat"};
 
 S Random::bytes(std::size_t size)
 {
@@ -87,6 +97,7 @@ S Case::path(const S &name) const { return QDir(m_folder).filePath(QString::from
 
 S Case::write(const S &name, const S &bytes) const
 {
+    const DiskPause pause;
     QFile file(QString::fromStdString(path(name)));
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes.data(), qint64(bytes.size())) != qint64(bytes.size()))
         qFatal("cannot write %s", name.c_str());
@@ -169,7 +180,10 @@ bool Case::prepare()
 void Case::strike(const Step &step)
 {
     const Trouble &trouble = *step.trouble;
-    if (trouble.fault) {
+    if (trouble.disk != DiskCall::None) {
+        failDisk(m_folder.toStdString(),
+                 {trouble.disk, trouble.error, int(random.below(random.chance(70) ? 2 : 12)), random.chance(50)});
+    } else if (trouble.fault) {
         Fault fault = trouble.fault(random);
         fault.path = random.of(step.deed->paths);
         if (trouble.silent)
@@ -195,7 +209,8 @@ void Case::act(const Step &step)
     if (!api)
         return;
     m_disturbed = m_disturbed || (step.meanwhile != Meanwhile::Nothing && step.meanwhile != Meanwhile::NestedLoop &&
-                                  step.meanwhile != Meanwhile::Block && step.meanwhile != Meanwhile::ChangePortal);
+                                  step.meanwhile != Meanwhile::Block && step.meanwhile != Meanwhile::ChangePortal &&
+                                  step.meanwhile != Meanwhile::Beat);
     switch (step.meanwhile) {
     case Meanwhile::Nothing:
         return;
@@ -227,6 +242,16 @@ void Case::act(const Step &step)
     }
     case Meanwhile::Block:
         return QThread::msleep(random.below(100));
+    case Meanwhile::Renew: // its time has come
+        return renewalTimerOf(*api)->start(0);
+    case Meanwhile::Beat: { // enough of them for sockets to be opened anew
+        auto &sockets = *inside<std::unique_ptr<SocketManager>>(implOf(*api));
+        for (int i = 0; i < 4; ++i) {
+            if (QTimer *heartbeat = inside<std::unique_ptr<QTimer>>(sockets).get())
+                QMetaObject::invokeMethod(heartbeat, "timeout");
+        }
+        return;
+    }
     }
 }
 
@@ -264,15 +289,16 @@ void Case::waitForAll()
 
 void Case::judge(const std::vector<Step> &steps)
 {
-    bool harmless = !m_disturbed, lies = false;
+    bool harmless = !m_disturbed, lies = false, removable = true;
     for (const Step &step : steps) {
         harmless = harmless && step.trouble->harmless;
         lies = lies || step.trouble->lies;
+        removable = removable && step.trouble->disk != DiskCall::Remove;
     }
     std::size_t submits = 0;
     for (const auto &each : m_calls) {
         submits += each->name == "submitNewJob";
-        if (harmless && each->follows.empty() && !each->succeeded() && each->code != each->refusal)
+        if (harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name])
             fail(each->name + " failed with " + std::to_string(each->code));
         if (each->verdict) {
             const S wrong = each->verdict(world, each->succeeded() && !lies);
@@ -282,7 +308,7 @@ void Case::judge(const std::vector<Step> &steps)
     }
     if (world.portal.jobCount() - m_jobsBefore > submits)
         fail("more jobs than submissions");
-    if (entries(path("tmp").c_str()) > 2)
+    if (removable && entries(path("tmp").c_str()) > 2)
         fail("temporary files left");
     const Resources most = world.most;
     QTimer tick; // the portal's thread wakes nobody here
@@ -315,6 +341,7 @@ S Case::run(const std::vector<Step> &steps)
     waitForAll();
     settle();
     destroy();
+    mendDisk();
     m_host.reset();
     m_distrust.reset();
     m_plain.reset();

@@ -9,13 +9,26 @@ namespace Torture {
 namespace {
 
 template <class... Parameters, class... Arguments>
-auto simple(const char *name, void (CloudAPI::*function)(Parameters...), Arguments... arguments)
+Deed simple(const char *name, const char *path, void (CloudAPI::*function)(Parameters...), Arguments... arguments)
 {
-    return [=](Case &test) { (test.api.get()->*function)(arguments..., Watch{&test, &test.call(name)}); };
+    return {name, {path}, [=](Case &test) {
+                (test.api.get()->*function)(arguments..., Watch{&test, &test.call(name)});
+            }};
+}
+
+/// A code that the service may answer with for good reason.
+Deed refusable(int code, Deed deed)
+{
+    deed.start = [=, start = deed.start](Case &test) {
+        test.refusals[deed.name] = code;
+        start(test);
+    };
+    return deed;
 }
 
 S read(const S &path)
 {
+    const DiskPause pause;
     QFile file(QString::fromStdString(path));
     return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : S();
 }
@@ -104,14 +117,10 @@ const std::vector<Deed> &deeds()
 {
     using C = CloudAPI;
     constexpr const char *account = "ACC-1001", *job = storedJob;
+    const auto &ada = VelmoraPortal::seededUsers()[0];
     static const std::vector<Deed> all = {
-        {"logUserIn",
-         {"auth/login"},
-         simple("logUserIn", &C::logUserIn, VelmoraPortal::seededUsers()[0].email,
-                VelmoraPortal::seededUsers()[0].password, "")},
-        {"checkMFAEnabled",
-         {"auth/hasMFA"},
-         simple("checkMFAEnabled", &C::checkMFAEnabled, VelmoraPortal::seededUsers()[0].email)},
+        simple("logUserIn", "auth/login", &C::logUserIn, ada.email, ada.password, ""),
+        simple("checkMFAEnabled", "auth/hasMFA", &C::checkMFAEnabled, ada.email),
         {"currentNetworkStatus",
          {"*"},
          [](Case &test) {
@@ -129,42 +138,31 @@ const std::vector<Deed> &deeds()
          }},
         {"submitNewJob", {"job/submit"}, [](Case &test) { submit(test, false); }},
         {"submitNewJob as text", {"job/submit"}, [](Case &test) { submit(test, true); }},
-        {"getAllJobDetails", {"job/list"}, simple("getAllJobDetails", &C::getAllJobDetails)},
-        {"getJobDetails", {"job/load"}, simple("getJobDetails", &C::getJobDetails, job)},
-        {"getJobProgress", {"job/progress"}, simple("getJobProgress", &C::getJobProgress, job)},
-        {"killJob", {"job/stop"}, simple("killJob", &C::killJob, job)},
-        {"killSimulation", {"job/simulation/stop"}, simple("killSimulation", &C::killSimulation, job, "sim-1")},
-        {"getAccountList", {"account/list"}, simple("getAccountList", &C::getAccountList)},
-        {"getAccountBalance", {"account/balance"}, simple("getAccountBalance", &C::getAccountBalance, account)},
-        {"getHpcList", {"account/hpc/list"}, simple("getHpcList", &C::getHpcList, account)},
-        {"getHpcPreferenceList",
-         {"account/hpc/preference"},
-         simple("getHpcPreferenceList", &C::getHpcPreferenceList, account)},
-        {"getCurrentUserDetails", {"user/details"}, simple("getCurrentUserDetails", &C::getCurrentUserDetails)},
-        {"modifyCurrentUserDetails",
-         {"user/modify"},
-         simple("modifyCurrentUserDetails", &C::modifyCurrentUserDetails, "Byron", "Ada", "Mills")},
-        {"sendUserEvent", {"user/event/add"}, simple("sendUserEvent", &C::sendUserEvent, "open", "viewer", "1")},
-        {"tagJob", {"tag/job"}, simple("tagJob", &C::tagJob, job, "t")},
-        {"untagJob",
-         {"tag/job"},
-         [](Case &test) {
-             Call &call = test.call("untagJob");
-             call.refusal = 404; // no such tag
-             test.api->untagJob(job, "t", Watch{&test, &call});
-         }},
-        {"getJobTags", {"tag/list"}, simple("getJobTags", &C::getJobTags, job)},
-        {"getAllAccountTags", {"tag/list/account"}, simple("getAllAccountTags", &C::getAllAccountTags, account)},
+        simple("getAllJobDetails", "job/list", &C::getAllJobDetails),
+        simple("getJobDetails", "job/load", &C::getJobDetails, job),
+        simple("getJobProgress", "job/progress", &C::getJobProgress, job),
+        simple("killJob", "job/stop", &C::killJob, job),
+        simple("killSimulation", "job/simulation/stop", &C::killSimulation, job, "sim-1"),
+        refusable(409, simple("archiveJob", "job/archive", &C::archiveJob, "job-duct0002")), // archived already
+        simple("getAccountList", "account/list", &C::getAccountList),
+        simple("getAccountBalance", "account/balance", &C::getAccountBalance, account),
+        simple("getHpcList", "account/hpc/list", &C::getHpcList, account),
+        simple("getHpcPreferenceList", "account/hpc/preference", &C::getHpcPreferenceList, account),
+        simple("getCurrentUserDetails", "user/details", &C::getCurrentUserDetails),
+        simple("modifyCurrentUserDetails", "user/modify", &C::modifyCurrentUserDetails, "Byron", "Ada", "Mills"),
+        simple("sendUserEvent", "user/event/add", &C::sendUserEvent, "open", "viewer", "1"),
+        simple("tagJob", "tag/job", &C::tagJob, job, "t"),
+        refusable(404, simple("untagJob", "tag/job", &C::untagJob, job, "t")), // no such tag
+        simple("getJobTags", "tag/list", &C::getJobTags, job),
+        simple("getAllAccountTags", "tag/list/account", &C::getAllAccountTags, account),
         {"searchUserTags",
          {"tag/search/job/user"},
          [](Case &test) {
              test.api->searchUserTags(std::list<S>{"t"}, Watch{&test, &test.call("searchUserTags")});
          }},
-        {"getJobFileList", {"job/files/list"}, simple("getJobFileList", &C::getJobFileList, job, true)},
-        {"getSimulationFileList",
-         {"job/files/list"},
-         simple("getSimulationFileList", &C::getSimulationFileList, job, "sim-1", true)},
-        {"getUsersFileList", {"job/files/list"}, simple("getUsersFileList", &C::getUsersFileList, false)},
+        simple("getJobFileList", "job/files/list", &C::getJobFileList, job, true),
+        simple("getSimulationFileList", "job/files/list", &C::getSimulationFileList, job, "sim-1", true),
+        simple("getUsersFileList", "job/files/list", &C::getUsersFileList, false),
         {"uploadFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, false); }},
         {"uploadInputFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, true); }},
         {"downloadFile", {"job/key", "job/files/list", "storage", "storage"}, download},

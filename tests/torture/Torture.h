@@ -12,6 +12,7 @@
 #include <QTemporaryDir>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -46,6 +47,27 @@ struct Resources {
 };
 Resources resources();
 
+/// What the disk may refuse, once or for good.
+enum class DiskCall { None, Open, Read, Write, Rename, Remove };
+struct DiskFault {
+    DiskCall call = DiskCall::None;
+    int error = 0; ///< errno
+    int skip = 0;  ///< so many such calls go well first
+    bool forGood = false;
+};
+void failDisk(const S &folder, const DiskFault &fault);
+void mendDisk();
+/// For what the test itself does with files.
+class DiskPause {
+public:
+    DiskPause();
+    ~DiskPause();
+
+private:
+    Q_DISABLE_COPY(DiskPause)
+    bool m_armed;
+};
+
 /// What all cases share: a portal, trusted, and a folder.
 struct World {
     World();
@@ -65,7 +87,6 @@ struct Call {
     int completions = 0;
     int code = -1;       ///< of the last completion
     bool emptied = true; ///< the result was a default-constructed one, or there was none
-    int refusal = 200;   ///< a code that the service may answer with for good reason
     S follows;           ///< a subscription's job: any number of messages and losses, and one end
     bool muted = false;  ///< a subscription that is over: no callback may run any more
     std::function<S(World &, bool succeeded)> verdict; ///< what is wrong once all is over; empty: nothing
@@ -92,11 +113,26 @@ struct Trouble {
     bool lies = false;                    ///< the service may say that it did what it did not
     enum Host { Portal, Refused, NoTls, Distrusted } host = Portal;
     bool socket = false; ///< strikes sockets only
+    DiskCall disk = DiskCall::None;
+    int error = 0; ///< errno of the disk's refusal
 };
 const std::vector<Trouble> &troubles();
 
-enum class Meanwhile { Nothing, Cancel, Unsubscribe, LogOut, LogIn, ChangePortal, Destroy, Again, NestedLoop, Block };
-extern const char *const meanwhileNames[10];
+enum class Meanwhile {
+    Nothing,
+    Cancel,
+    Unsubscribe,
+    LogOut,
+    LogIn,
+    ChangePortal,
+    Destroy,
+    Again,
+    NestedLoop,
+    Block,
+    Renew,
+    Beat
+};
+extern const char *const meanwhileNames[12];
 
 struct Step {
     const Deed *deed = nullptr;
@@ -126,6 +162,7 @@ public:
     void progressed(Call &call);
     void mute(const S &followed); ///< the job's subscriptions so far are over
     void fail(const S &reason);
+    std::map<S, int> refusals;                  ///< codes that the service may answer with for good reason
     std::vector<std::function<void()>> cancels; ///< what the deeds know of cancelling
 
 private:

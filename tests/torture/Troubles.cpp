@@ -1,5 +1,7 @@
 #include "Torture.h"
 
+#include <cerrno>
+
 namespace Torture {
 
 namespace {
@@ -16,26 +18,10 @@ S answerOf(const S &status, const S &body, const S &headers = "Content-Type: app
 /// twice in an object: Qt 5.15's reader loses memory on some of those.
 S nonsense(Random &random, int depth = 0)
 {
-    const char *const keys[] = {"jobId",
-                                "key",
-                                "plaintextKey",
-                                "uri",
-                                "method",
-                                "headers",
-                                "formFields",
-                                "fileName",
-                                "downloadRequest",
-                                "idToken",
-                                "expiresIn",
-                                "simulations",
-                                "account",
-                                "taglist",
-                                "tags",
-                                "simulationProgressList",
-                                "message",
-                                "fileSize",
-                                "",
-                                "\\u0000"};
+    static const QStringList keys = QStringLiteral("jobId key plaintextKey uri method headers formFields fileName "
+                                                   "downloadRequest idToken expiresIn simulations account taglist "
+                                                   "tags simulationProgressList message fileSize \\u0000 ")
+                                        .split(QLatin1Char(' '));
     const char *const values[] = {"null",          "true", "-1",     "1e999",         "9223372036854775808",
                                   "0.1",           "\"\"", "\"..\"", "\"a\\u0000b\"", "\"\\ud800\"",
                                   "\"https://[\"", "[]",   "{}",     "\"VELMORA\""};
@@ -45,7 +31,7 @@ S nonsense(Random &random, int depth = 0)
     S text;
     for (std::size_t i = random.below(5); i > 0; --i) {
         text += text.empty() ? "" : ",";
-        text += shape == 1 ? "" : S("\"") + keys[i * 5 - 1 - random.below(5)] + "\":";
+        text += shape == 1 ? "" : '"' + keys[int(i * 5 - 1 - random.below(5))].toStdString() + "\":";
         text += nonsense(random, depth + 1);
     }
     return shape == 1 ? '[' + text + ']' : '{' + text + '}';
@@ -97,6 +83,11 @@ Trouble socket(const char *name, FaultKind kind, bool silent = false)
             false,
             Trouble::Portal,
             true};
+}
+
+Trouble disk(const char *name, DiskCall call, int error)
+{
+    return {name, {}, false, false, false, Trouble::Portal, false, call, error};
 }
 
 } // namespace
@@ -192,6 +183,12 @@ const std::vector<Trouble> &troubles()
         socket("socket dropped", FaultKind::SocketDrop),
         socket("socket silent", FaultKind::SocketSilence, true),
         socket("socket closed", FaultKind::SocketClose),
+        disk("disk refuses to open", DiskCall::Open, EACCES),
+        disk("disk cannot read", DiskCall::Read, EIO),
+        disk("disk cannot write", DiskCall::Write, EIO),
+        disk("disk full", DiskCall::Write, ENOSPC),
+        disk("disk refuses to rename", DiskCall::Rename, EPERM),
+        disk("disk refuses to remove", DiskCall::Remove, EROFS),
     };
     return all;
 }

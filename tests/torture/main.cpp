@@ -21,6 +21,8 @@ constexpr std::uint64_t warmUp = 10; ///< cases before descriptors are counted
 bool fits(const Deed &deed, const Trouble &trouble)
 {
     const bool socket = deed.paths.front() == S("socket");
+    if (trouble.disk != DiskCall::None)
+        return deed.paths.back() == S("storage");
     const bool handshake = trouble.name == S("delay") || trouble.name == S("silence") || trouble.name == S("hang up");
     return socket ? trouble.socket || trouble.host != Trouble::Portal || !trouble.fault || handshake : !trouble.socket;
 }
@@ -28,7 +30,8 @@ bool fits(const Deed &deed, const Trouble &trouble)
 Step stepOf(Random &random, const QString &only)
 {
     for (;;) {
-        const Step step{&random.of(deeds()), &random.of(troubles()), Meanwhile(random.below(10))};
+        const Step step{&random.of(deeds()), &random.of(troubles()),
+                        Meanwhile(random.below(std::size(meanwhileNames)))};
         if (fits(*step.deed, *step.trouble) &&
             (only.isEmpty() || QString::fromStdString(Case::describe({step})).contains(only)))
             return step;
@@ -40,7 +43,7 @@ std::vector<std::vector<Step>> matrix(const QString &only)
     std::vector<std::vector<Step>> all;
     for (const Deed &deed : deeds()) {
         for (const Trouble &trouble : troubles()) {
-            for (int meanwhile = 0; meanwhile < 10 && fits(deed, trouble); ++meanwhile) {
+            for (int meanwhile = 0; meanwhile < int(std::size(meanwhileNames)) && fits(deed, trouble); ++meanwhile) {
                 const Step step{&deed, &trouble, Meanwhile(meanwhile)};
                 if (only.isEmpty() || QString::fromStdString(Case::describe({step})).contains(only))
                     all.push_back({step});

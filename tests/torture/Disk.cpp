@@ -1,0 +1,118 @@
+// A disk that fails on demand: the calls below take the place of the C library's in the whole process.
+
+#include "Torture.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Torture {
+
+namespace {
+
+std::atomic<bool> armed{false};
+std::mutex mutex;
+DiskFault wanted;
+S below; ///< the folder whose files are struck
+
+bool fails(DiskCall call, const char *path)
+{
+    const std::lock_guard lock(mutex);
+    if (!armed || call != wanted.call || S(path).compare(0, below.size(), below) != 0 || wanted.skip-- > 0)
+        return false;
+    armed = wanted.forGood;
+    errno = wanted.error;
+    return true;
+}
+
+bool fails(DiskCall call, int descriptor)
+{
+    if (!armed)
+        return false;
+    char path[4096] = {};
+    const S link = "/proc/self/fd/" + std::to_string(descriptor);
+    return ::readlink(link.c_str(), path, sizeof path - 1) > 0 && fails(call, path);
+}
+
+template <class Function> Function *next(Function *, const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+void failDisk(const S &folder, const DiskFault &fault)
+{
+    const std::lock_guard lock(mutex);
+    below = folder;
+    wanted = fault;
+    armed = fault.call != DiskCall::None;
+}
+
+void mendDisk() { armed = false; }
+
+DiskPause::DiskPause()
+    : m_armed(armed.exchange(false))
+{
+}
+
+DiskPause::~DiskPause() { armed = m_armed; }
+
+} // namespace Torture
+
+using Torture::DiskCall, Torture::fails, Torture::next;
+
+extern "C" {
+
+int open64(const char *path, int flags, ...)
+{
+    static const auto real = next(&::open64, "open64");
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = va_arg(rest, unsigned int); // there or not: the callee looks when it needs it
+    va_end(rest);
+    return fails(DiskCall::Open, path) ? -1 : real(path, flags, mode);
+}
+
+ssize_t read(int descriptor, void *to, size_t size)
+{
+    static const auto real = next(&::read, "read");
+    return fails(DiskCall::Read, descriptor) ? -1 : real(descriptor, to, size);
+}
+
+ssize_t write(int descriptor, const void *from, size_t size)
+{
+    static const auto real = next(&::write, "write");
+    return fails(DiskCall::Write, descriptor) ? -1 : real(descriptor, from, size);
+}
+
+int rename(const char *from, const char *to) noexcept
+{
+    static const auto real = next(&::rename, "rename");
+    return fails(DiskCall::Rename, from) ? -1 : real(from, to);
+}
+
+int renameat2(int fromFolder, const char *from, int toFolder, const char *to, unsigned int flags) noexcept
+{
+    static const auto real = next(&::renameat2, "renameat2");
+    return fails(DiskCall::Rename, from) ? -1 : real(fromFolder, from, toFolder, to, flags);
+}
+
+int link(const char *from, const char *to) noexcept
+{
+    static const auto real = next(&::link, "link");
+    return fails(DiskCall::Rename, from) ? -1 : real(from, to);
+}
+
+int unlink(const char *path) noexcept
+{
+    static const auto real = next(&::unlink, "unlink");
+    return fails(DiskCall::Remove, path) ? -1 : real(path);
+}
+}
