@@ -12,10 +12,10 @@
 
 namespace Bench {
 
-Portal::Portal(const QString &program)
+Portal::Portal(const QString &program, const QStringList &options)
 {
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(program, {QStringLiteral("--job-duration"), QStringLiteral("1")});
+    m_process.start(program, options);
     require(m_process.waitForStarted(), "the portal did not start");
     while (!m_process.canReadLine())
         require(m_process.waitForReadyRead(30000), "the portal said nothing");
@@ -57,6 +57,16 @@ QJsonObject Portal::ask(const QByteArray &verb, const QString &path, const QJson
 void Portal::setStorage(const QJsonObject &settings)
 {
     ask("POST", QStringLiteral("/control/storage"), settings, "application/json");
+}
+
+void Portal::inject(const QJsonObject &fault)
+{
+    ask("POST", QStringLiteral("/control/faults"), fault, "application/json");
+}
+
+QJsonArray Portal::sockets()
+{
+    return ask("GET", QStringLiteral("/control/sockets"), {}, {})[QStringLiteral("list")].toArray();
 }
 
 QString Portal::newJob()

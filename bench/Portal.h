@@ -4,7 +4,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QProcess>
-#include <QString>
+#include <QStringList>
 
 class QNetworkAccessManager;
 class QNetworkReply;
@@ -16,7 +16,8 @@ namespace Bench {
 class Portal {
 public:
     /// Starts the program and trusts its certificate in the whole process.
-    explicit Portal(const QString &program);
+    explicit Portal(const QString &program,
+                    const QStringList &options = {QStringLiteral("--job-duration"), QStringLiteral("1")});
     ~Portal();
     Portal(const Portal &) = delete;
     Portal &operator=(const Portal &) = delete;
@@ -29,10 +30,13 @@ public:
 
     /// `settings` is what /control/storage takes.
     void setStorage(const QJsonObject &settings);
+    /// `fault` is what /control/faults takes.
+    void inject(const QJsonObject &fault);
     QString newJob();
     QByteArray key(const QString &job); ///< 32 bytes
     QJsonObject uploadAddress(const QString &job);
     QJsonArray files(const QString &job);
+    QJsonArray sockets(); ///< as /control/sockets tells
     void removeFile(const QString &job, const QString &name);
 
 private:

@@ -6,6 +6,7 @@
 ///
 /// PART is large, small or long. The portal runs in a process of its own, on this machine: what it takes is the
 /// same for ours and the peer. DIR needs room for six files of the size.
+#include "Measure.h"
 #include "Portal.h"
 #include "Rows.h"
 
@@ -134,6 +135,14 @@ void encrypt(const QString &in, const QString &out, const QByteArray &key)
     require(code == 0, "the peer's encryption failed");
 }
 
+void decrypt(const QString &in, const QString &out, const QByteArray &key)
+{
+    const int code = Velmora::TarnCrypt::do_decode_binfile(in.toUtf8().constData(), out.toUtf8().constData(),
+                                                           reinterpret_cast<const unsigned char *>(key.constData()),
+                                                           vector().data());
+    require(code == 0, "the peer's decryption failed");
+}
+
 void bareUpload(const QJsonObject &address, const QString &path)
 {
     QNetworkAccessManager manager;
@@ -248,6 +257,11 @@ void largeFiles(Portal &portal, Client &client, const QString &folder, std::size
         requireSame(plain.toStdString(), back.toStdString() + "/plain");
         if (pieces > 1)
             continue;
+        row("whole download, pieces: 1", "a bare GET written to a file, then do_decode_binfile", 0, rounds, download,
+            [&] {
+                bareDownload(requests, folder);
+                decrypt(folder + QStringLiteral("/peer.0"), back + QStringLiteral("/peer"), key);
+            });
         row("whole download, pieces: 1", "curl, then openssl enc -d", 0, rounds, download, [&] {
             curl(folder,
                  curlSection(portal, requestTo(requests[0].toObject()), "output = \"" + cipher.toStdString() + "\"\n"));
@@ -288,7 +302,9 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
     for (const QString &cipher : ciphers)
         portal.removeFile(job, QFileInfo(cipher).fileName());
     std::string downloads;
+    QJsonArray requests;
     for (const auto &file : portal.files(job)) {
+        requests.append(file.toObject()[QStringLiteral("downloadRequest")].toArray()[0]);
         const std::string name = file.toObject()[QStringLiteral("fileName")].toString().toStdString();
         downloads +=
             curlSection(portal, requestTo(file.toObject()[QStringLiteral("downloadRequest")].toArray()[0].toObject()),
@@ -299,55 +315,11 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
     row(
         files + "down", "curl --parallel, not decrypted", 1, rounds, [&] { client.download(listed, back); },
         [&] { curl(folder, downloads); });
+    row(
+        files + "down", "bare GETs, not decrypted", 0, rounds, [&] { client.download(listed, back); },
+        [&] { bareDownload(requests, back); });
     requireSame(paths.back().toStdString(),
                 back.toStdString() + '/' + QFileInfo(paths.back()).fileName().toStdString());
-}
-
-/// Times between two turns of the event loop that has a timer of 1 ms.
-class Pauses {
-public:
-    Pauses()
-    {
-        m_timer.setTimerType(Qt::PreciseTimer);
-        QObject::connect(&m_timer, &QTimer::timeout, [this] {
-            m_times.push_back(static_cast<double>(m_clock.nsecsElapsed()) * 1e-6);
-            m_clock.start();
-        });
-        m_clock.start();
-        m_timer.start(1);
-    }
-    std::string text()
-    {
-        m_timer.stop();
-        std::sort(m_times.begin(), m_times.end());
-        require(!m_times.empty(), "the loop did not turn");
-        char line[64];
-        std::snprintf(line, sizeof line, "%.1f ms (longest %.1f ms)", m_times[m_times.size() * 999 / 1000],
-                      m_times.back());
-        return line;
-    }
-
-private:
-    QTimer m_timer;
-    QElapsedTimer m_clock;
-    std::vector<double> m_times;
-};
-
-/// KiB, from the kernel's books of this process.
-long memory(const char *what)
-{
-    QFile file(QStringLiteral("/proc/self/status"));
-    require(file.open(QIODevice::ReadOnly), "cannot read the memory's size");
-    for (const QByteArray &line : file.readAll().split('\n'))
-        if (line.startsWith(what))
-            return line.mid(static_cast<int>(qstrlen(what))).trimmed().split(' ')[0].toLong();
-    fail("the kernel does not tell " + std::string(what));
-}
-
-void forgetPeak()
-{
-    QFile file(QStringLiteral("/proc/self/clear_refs"));
-    require(file.open(QIODevice::WriteOnly) && file.write("5") == 1, "cannot reset the memory's peak");
 }
 
 /// One long transfer in a fresh process: `arguments` is up or down, label, folder, host, CA, user, job.

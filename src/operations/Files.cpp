@@ -5,6 +5,24 @@
 
 namespace Velmora {
 
+namespace {
+
+struct FileList {
+    QJsonArray array;
+    std::list<CloudFile> shown;
+};
+
+FileList readFileList(const QByteArray &body, bool showAllFiles)
+{
+    const QJsonArray array = QJsonDocument::fromJson(body).array();
+    FileList list{array, readReplyList<CloudFile>(array)};
+    if (!showAllFiles)
+        list.shown.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
+    return list;
+}
+
+} // namespace
+
 void CloudAPIImpl::getUsersFileList(bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete)
 {
     VELMORA_LOG() << "in CloudAPI::getUsersFileList(): ZRV call for all users files";
@@ -29,20 +47,24 @@ void CloudAPIImpl::getSimulationFileList(const std::string &jobId, const std::st
 void CloudAPIImpl::listFiles(const QString &suffix, bool showAllFiles,
                              const ResultDone<std::list<CloudFile>> &onComplete)
 {
-    call<std::list<CloudFile>>(
-        {RequestType::JobFilesList, Verb::Get, {}, suffix},
-        [this, showAllFiles](const QByteArray &body) { return readFileList(body, showAllFiles); }, onComplete);
+    requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, std::list<CloudFile> &&files) {
+        deliver(onComplete, outcome.error, std::move(files));
+    });
 }
 
-std::list<CloudFile> CloudAPIImpl::readFileList(const QByteArray &body, bool showAllFiles)
+void CloudAPIImpl::requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &handle)
 {
-    const QJsonArray array = QJsonDocument::fromJson(body).array();
-    std::list<CloudFile> files = readReplyList<CloudFile>(array);
-    if (!showAllFiles)
-        files.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
-    VELMORA_LOG() << "Received list of" << files.size() << "files.";
-    rememberDownloads(array); // hidden files can be downloaded too
-    return files;
+    exchange({RequestType::JobFilesList, Verb::Get, {}, suffix}, [=](const Outcome &outcome) {
+        if (outcome.failed)
+            return handle(outcome, {});
+        const auto accept = [=](FileList &&list) {
+            VELMORA_LOG() << "Received list of" << list.shown.size() << "files.";
+            rememberDownloads(list.array); // hidden files can be downloaded too
+            handle(outcome, std::move(list.shown));
+        };
+        readBody(
+            outcome.body, [=](const QByteArray &body) { return readFileList(body, showAllFiles); }, accept);
+    });
 }
 
 void CloudAPIImpl::deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete)

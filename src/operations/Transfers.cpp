@@ -148,22 +148,19 @@ void CloudAPIImpl::handleDownloadURLRequest(const std::string &jobId, const std:
     if (underWay)
         return;
     VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
-    exchange({RequestType::JobFilesList, Verb::Get, {}, QStringLiteral("/%1").arg(job)},
-             [this, job](const Outcome &outcome) {
-                 ApiError error = transferError(outcome);
-                 if (error.errorCode < 300)
-                     readFileList(outcome.body, true);
-                 const auto waiters = m_downloadWaiters.take(job);
-                 for (const DownloadWaiter &waiter : waiters) {
-                     if (error.errorCode >= 300)
-                         waiter.then(error, {});
-                     else if (!answerDownload(waiter.key, waiter.then))
-                         waiter.then({404, "Unable to download file",
-                                      waiter.key.mid(job.size() + 1).toStdString() + " is not among the files of job " +
-                                          job.toStdString() + '.'},
-                                     {});
-                 }
-             });
+    requestFileList(QStringLiteral("/%1").arg(job), true, [this, job](const Outcome &outcome, std::list<CloudFile> &&) {
+        const ApiError error = transferError(outcome);
+        const auto waiters = m_downloadWaiters.take(job);
+        for (const DownloadWaiter &waiter : waiters) {
+            if (error.errorCode >= 300)
+                waiter.then(error, {});
+            else if (!answerDownload(waiter.key, waiter.then))
+                waiter.then({404, "Unable to download file",
+                             waiter.key.mid(job.size() + 1).toStdString() + " is not among the files of job " +
+                                 job.toStdString() + '.'},
+                            {});
+        }
+    });
 }
 
 bool CloudAPIImpl::answerDownload(const QString &key, const DownloadUrlCB &then)

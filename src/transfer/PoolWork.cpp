@@ -5,7 +5,6 @@
 #include <QCoreApplication>
 #include <QEvent>
 #include <QRunnable>
-#include <QThreadPool>
 
 #include <condition_variable>
 #include <mutex>
@@ -30,7 +29,8 @@ std::mutex handOver;
 
 class PoolWork::Task : public QRunnable {
 public:
-    Task(QObject *owner, Work work)
+    Task(QThreadPool *pool, QObject *owner, Work work)
+        : m_pool(pool)
     {
         setAutoDelete(false);
         const std::lock_guard lock(handOver);
@@ -56,7 +56,7 @@ public:
     void stopAndWait()
     {
         m_shared->stop = true;
-        if (QThreadPool::globalInstance()->tryTake(this))
+        if (m_pool->tryTake(this))
             return; // not started
         std::unique_lock lock(m_shared->mutex);
         m_shared->changed.wait(lock, [this] { return m_shared->ended; });
@@ -64,19 +64,23 @@ public:
 
 private:
     std::shared_ptr<Shared> m_shared = std::make_shared<Shared>();
+    QThreadPool *m_pool;
     QObject *m_owner = nullptr;
     Work m_work;
 };
 
-PoolWork::PoolWork() = default;
+PoolWork::PoolWork(QThreadPool *pool)
+    : m_pool(pool)
+{
+}
 
 PoolWork::~PoolWork() { stopAndWait(); }
 
 void PoolWork::start(Work work, std::function<void()> done)
 {
     m_done = std::move(done);
-    m_task = std::make_unique<Task>(this, std::move(work));
-    QThreadPool::globalInstance()->start(m_task.get(), 0);
+    m_task = std::make_unique<Task>(m_pool, this, std::move(work));
+    m_pool->start(m_task.get(), 0);
 }
 
 void PoolWork::stopAndWait()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QThreadPool>
 
 #include <atomic>
 #include <functional>
@@ -8,14 +9,14 @@
 
 namespace Velmora {
 
-/// Work on whole files, run on the global thread pool for one owner, one piece at a time. The owner
+/// Work on whole files or large bodies, run on a thread pool for one owner, one piece at a time. The owner
 /// keeps this as a member: destroying it stops the work between two buffers and waits for that, so
 /// that nothing the work uses, the library's code included, goes before it has ended.
 class PoolWork : public QObject {
 public:
     using Work = std::function<void(const std::atomic<bool> &stop)>;
 
-    PoolWork();
+    explicit PoolWork(QThreadPool *pool = QThreadPool::globalInstance());
     ~PoolWork() override;
 
     /// Starts `work`; when it has ended, `done` runs on this object's thread, from a clean stack, and may
@@ -30,6 +31,7 @@ protected:
 private:
     class Task;
 
+    QThreadPool *m_pool;
     std::unique_ptr<Task> m_task;
     std::function<void()> m_done; ///< never seen by the pool
 };

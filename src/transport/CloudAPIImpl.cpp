@@ -15,6 +15,7 @@ CloudAPIImpl::CloudAPIImpl()
     , m_network(std::make_unique<QNetworkAccessManager>())
     , m_clock(QDateTime::currentMSecsSinceEpoch)
 {
+    m_readerPool.setMaxThreadCount(1);
     connectTransfers();
     connect(m_network.get(), &QNetworkAccessManager::finished, this, &CloudAPIImpl::onRequestFinished,
             Qt::DirectConnection);
@@ -24,6 +25,7 @@ CloudAPIImpl::~CloudAPIImpl()
 {
     m_network.reset(); // drops the requests in flight, without their completions
     m_refreshTimer.reset();
+    m_readers.clear();
     m_transfers.reset();
     m_sockets.reset();
 }

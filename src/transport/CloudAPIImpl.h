@@ -2,6 +2,7 @@
 
 #include "transfer/AddressCache.h"
 #include "transfer/FileTransferManager.h"
+#include "transfer/PoolWork.h"
 #include "transport/Application.h"
 #include "transport/Endpoints.h"
 #include "transport/Reply.h"
@@ -13,6 +14,7 @@
 #include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <memory>
@@ -134,6 +136,8 @@ public:
     void setClock(std::function<qint64()> clock) { m_clock = std::move(clock); }
 
 private:
+    static constexpr int largeBody = 65536; ///< bytes; read in about a millisecond
+
     enum class Verb { Post, Get, Delete, DeleteWithBody };
 
     /// One REST request, described.
@@ -147,6 +151,10 @@ private:
     /// Sends, and calls `handle(Outcome &)` once when the reply has finished, inside Qt's signal:
     /// `handle` calls no host code, it hands it to `deliver`. Never called when this object goes first.
     template <class Handle> void exchange(const Request &request, Handle handle);
+
+    /// Calls `then(read(body))`: at once, or, for a body so large that the host would feel it, once it has
+    /// been read on another thread. `read` uses nothing of this object.
+    template <class Read, class Then> void readBody(const QByteArray &body, Read read, Then then);
 
     /// The pipeline of nearly every operation: send, classify, read the body with `read` when the
     /// request succeeded, complete with the error and the (otherwise default) result.
@@ -168,7 +176,8 @@ private:
     void renewToken(const Done &onComplete);
     void getHpcs(bool preferredOnly, const std::string &accountId, const ResultDone<std::list<HpcDetails>> &onComplete);
     void listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
-    std::list<CloudFile> readFileList(const QByteArray &body, bool showAllFiles);
+    using FileListHandler = std::function<void(const Outcome &, std::list<CloudFile> &&)>;
+    void requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &handle);
     void connectTransfers();
     bool answerDownload(const QString &key, const DownloadUrlCB &then);
     void rememberDownloads(const QJsonArray &files);
@@ -185,6 +194,9 @@ private:
     int m_requestsInFlight = 0;
     std::unique_ptr<QTimer> m_refreshTimer; // null until the first token reply
     PortalTarget m_portal = PortalTarget::Production;
+
+    QThreadPool m_readerPool;      // its own: a listing does not wait for gigabytes to be encrypted
+    std::list<PoolWork> m_readers; // large bodies being read
 
     struct DownloadWaiter {
         QString key;

@@ -26,11 +26,30 @@ template <class Handle> void CloudAPIImpl::exchange(const Request &request, Hand
     });
 }
 
+template <class Read, class Then> void CloudAPIImpl::readBody(const QByteArray &body, Read read, Then then)
+{
+    if (body.size() < largeBody)
+        return then(read(body));
+    const auto result = std::make_shared<decltype(read(body))>();
+    const auto reader = m_readers.emplace(m_readers.end(), &m_readerPool);
+    reader->start([=](const std::atomic<bool> &) { *result = read(body); },
+                  [=] {
+                      m_readers.erase(reader);
+                      then(std::move(*result));
+                  });
+}
+
 template <class Result, class Read>
 void CloudAPIImpl::call(const Request &request, Read read, const ResultDone<Result> &onComplete)
 {
     exchange(request, [this, read, onComplete](const Outcome &outcome) {
-        deliver(onComplete, outcome.error, outcome.failed ? Result{} : read(outcome.body));
+        const auto complete = [this, onComplete, error = outcome.error](Result &&result) {
+            deliver(onComplete, error, std::move(result));
+        };
+        if (outcome.failed)
+            complete({});
+        else
+            readBody(outcome.body, read, complete);
     });
 }
 

@@ -3,8 +3,6 @@
 namespace VelmoraPortal {
 namespace {
 
-constexpr std::size_t maxText = 65536;
-
 std::string typeName(const Json &value)
 {
     return value.is_number() ? "a number" : value.is_null() ? "null" : std::string("of type ") + value.type_name();
@@ -38,13 +36,13 @@ const Json &Body::member(const char *key, const char *type, bool (Json::*is)() c
     return *found;
 }
 
-std::string Body::text(const char *key, bool mayBeEmpty)
+std::string Body::text(const char *key, bool mayBeEmpty, std::size_t longest)
 {
     auto value = member(key, "a string", &Json::is_string).get<std::string>();
     if (value.empty() && !mayBeEmpty)
         refuse(key, "must not be empty");
-    if (value.size() > maxText)
-        refuse(key, "is longer than " + std::to_string(maxText) + " bytes");
+    if (value.size() > longest)
+        refuse(key, "is longer than " + std::to_string(longest) + " bytes");
     return value;
 }
 

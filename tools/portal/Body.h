@@ -27,7 +27,7 @@ class Body {
 public:
     explicit Body(const Json &object, std::string where = {});
 
-    std::string text(const char *key, bool mayBeEmpty = false);
+    std::string text(const char *key, bool mayBeEmpty = false, std::size_t longest = 65536);
     std::string text(const char *key, const std::set<std::string> &allowed);
     long integer(const char *key, long least, long most);
     double positive(const char *key);

@@ -49,7 +49,7 @@ Fault faultOf(const Json &object)
     fault.times = static_cast<int>(number("times", -1, 1000000, 1));
     fault.status = static_cast<int>(number("status", 200, 599, 500));
     if (body.has("body"))
-        fault.body = body.text("body", true);
+        fault.body = body.text("body", true, std::string::npos); // what a request may hold
     if (body.has("contentType"))
         fault.contentType = body.text("contentType");
     fault.delay = std::chrono::milliseconds(number("delay", 0, 3600000, 0));

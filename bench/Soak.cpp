@@ -1,0 +1,332 @@
+/// @file Soak.cpp
+/// Hours of mixed work through one session: jobs submitted and followed, requests, transfers, renewals every few
+/// seconds, faults all the while. What the process holds is printed as it goes.
+///
+///     velmora_soak_bench [--seconds N] [--subscriptions N] [--every SECONDS] [--seed N]
+///
+/// Ends with 1 when a call was not answered exactly once, a job's end was missed, a file came back changed, or
+/// memory, threads or descriptors have grown from the first quarter to the last.
+#include "Measure.h"
+#include "Portal.h"
+#include "Rows.h"
+
+#include <velmora/CloudAPI.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QHash>
+#include <QLoggingCategory>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <random>
+
+namespace {
+
+using namespace Bench;
+using Velmora::ApiError;
+
+int entries(const char *folder) { return int(QDir(QString::fromLatin1(folder)).count()); }
+
+struct Counts {
+    long calls = 0, answers = 0, refused = 0, twice = 0;
+    long jobs = 0, told = 0, found = 0, lost = 0, messages = 0;
+    long transfers = 0, transfersFailed = 0, changed = 0;
+    long faults = 0;
+};
+
+struct Sample {
+    long memory;
+    int descriptors, threads;
+};
+
+class Soak {
+public:
+    Soak(Portal &portal, int subscriptions, unsigned int seed)
+        : m_portal(portal)
+        , m_random(seed)
+        , m_subscriptions(subscriptions)
+    {
+        m_api.logUserIn(portal.user().toStdString(), portal.password().toStdString(), "", {});
+    }
+
+    void start()
+    {
+        for (int i = 0; i < m_subscriptions * 9 / 10; ++i)
+            after(below(30000), [this] { nextJob(); });
+        for (int i = m_subscriptions * 9 / 10; i < m_subscriptions; ++i)
+            followQuietJob();
+        every(100, [this] { ask(); });
+        every(2000, [this] { strike(); });
+        transfer();
+    }
+    /// No new work; what is under way ends.
+    void stop() { m_stopping = true; }
+    bool isIdle() const { return counts.calls == counts.answers && m_open == 0 && !m_transferring; }
+
+    Counts counts;
+
+private:
+    std::size_t below(std::size_t count) { return m_random() % count; }
+    void after(std::size_t milliseconds, const std::function<void()> &then)
+    {
+        QTimer::singleShot(int(milliseconds), &m_timers, then);
+    }
+    void every(int milliseconds, const std::function<void()> &then)
+    {
+        auto *timer = new QTimer(&m_timers);
+        QObject::connect(timer, &QTimer::timeout, then);
+        timer->start(milliseconds);
+    }
+
+    /// A callback that counts itself, and calls `then` with success or not, and the result.
+    template <class Then> auto answered(Then then)
+    {
+        ++counts.calls;
+        return [this, then, times = std::make_shared<int>(0)](const ApiError &error, const auto &...result) {
+            ++counts.answers;
+            counts.twice += ++*times > 1;
+            const bool good = error.errorCode >= 200 && error.errorCode < 300;
+            counts.refused += !good;
+            then(good, result...);
+        };
+    }
+
+    void nextJob()
+    {
+        if (m_stopping)
+            return;
+        m_api.generateNewJobID("ACC-1001", answered([this](bool good, const std::string &id) {
+                                   if (good && !id.empty())
+                                       submit(id);
+                                   else
+                                       after(500, [this] { nextJob(); });
+                               }));
+    }
+
+    void submit(const std::string &id)
+    {
+        Velmora::JobSubmit job;
+        job.jobID = id;
+        job.accountID = "ACC-1001";
+        job.jobName = "Soak";
+        job.mainFile = "soak.trninp";
+        job.simulations = {"-x 1", "-x 2"};
+        job.coresRequired = job.coreHourEstimate = 1;
+        job.ramEstimate = 1024;
+        job.originApplication = "soak";
+        m_api.submitNewJob(job, answered([this, id](bool good, const Velmora::JobDetails &details) {
+                               if (!good || details.jobId.empty()) // perhaps submitted, perhaps not: another one
+                                   return after(500, [this] { nextJob(); });
+                               ++counts.jobs;
+                               ++m_open;
+                               follow(id);
+                           }));
+    }
+
+    void follow(const std::string &id)
+    {
+        m_api.subscribeToJob(
+            id, [this](const auto &, const auto &, const auto &) { ++counts.messages; },
+            [this, id](const ApiError &error, const auto &, const auto &) {
+                if (error.errorCode == 200)
+                    return ended(counts.told);
+                ++counts.lost; // the socket; the job may have ended meanwhile
+                look(id);
+            });
+    }
+
+    void look(const std::string &id)
+    {
+        m_api.getJobDetails(id, answered([this, id](bool good, const Velmora::JobDetails &job) {
+                                if (good && !job.jobStatus.empty() && job.jobStatus.back().jobStatus == "FINISHED") {
+                                    m_api.unsubscribeFromJob(id);
+                                    ended(counts.found);
+                                } else {
+                                    after(200, [this, id, good] { good ? follow(id) : look(id); });
+                                }
+                            }));
+    }
+
+    void ended(long &how)
+    {
+        ++how;
+        --m_open;
+        after(below(1000), [this] { nextJob(); });
+    }
+
+    /// Nothing ever comes: its socket is opened anew after four heartbeats.
+    void followQuietJob()
+    {
+        const std::string id = m_portal.newJob().toStdString();
+        m_api.subscribeToJob(id, {}, {});
+        every(120000, [this, id] { m_api.subscribeToJob(id, {}, {}); });
+    }
+
+    void ask()
+    {
+        if (m_stopping)
+            return;
+        const auto done = [](bool, const auto &...) {};
+        switch (below(6)) {
+        case 0:
+            return m_api.getAccountList(answered(done));
+        case 1:
+            return m_api.getAccountBalance("ACC-1001", answered(done));
+        case 2:
+            return m_api.getJobDetails("job-wing0001", answered(done));
+        case 3:
+            return m_api.getJobProgress("job-wing0001", answered(done));
+        case 4:
+            return m_api.tagJob("job-wing0001", "soak", answered(done));
+        default:
+            return m_api.getCurrentUserDetails(answered(done));
+        }
+    }
+
+    void strike()
+    {
+        static const char *const kinds[] = {"status",      "delay",  "cutHead",   "cutBody",    "resetAfter",
+                                            "resetBefore", "hangUp", "cutUpload", "socketDrop", "socketClose"};
+        const QString kind = QString::fromLatin1(kinds[below(10)]);
+        QJsonObject fault{{QStringLiteral("kind"), kind}};
+        if (kind == QLatin1String("cutUpload"))
+            fault.insert(QStringLiteral("path"), QStringLiteral("storage"));
+        else if (!kind.startsWith(QLatin1String("socket")))
+            fault.insert(QStringLiteral("path"), QString::fromLatin1(below(4) == 0 ? "storage" : "*"));
+        if (kind == QLatin1String("delay"))
+            fault.insert(QStringLiteral("delay"), int(below(3000)));
+        m_portal.inject(fault);
+        ++counts.faults;
+    }
+
+    /// Up and back, and compared.
+    void transfer()
+    {
+        if (m_stopping)
+            return;
+        m_transferring = true;
+        ++counts.transfers;
+        // Another name each time: addresses of a file that was replaced stay known for a while.
+        const std::string name = "source" + std::to_string(counts.transfers);
+        const std::string source = path(name), target = path("target");
+        writePlain(source, 1 + below(3 << 20));
+        const auto over = [this, name, source](bool good) {
+            counts.transfersFailed += !good;
+            QFile::remove(QString::fromStdString(source));
+            m_api.deleteFile({m_job, "", name}, answered([](bool, const auto &) {}));
+            m_transferring = false;
+            after(500, [this] { transfer(); });
+        };
+        m_api.uploadFile({source, m_job, 0}, {}, answered([this, over, name, source, target](bool sent, const auto &) {
+                             if (!sent)
+                                 return over(false);
+                             const Velmora::CloudFile stored{m_job, name, 0, 0, {}, false};
+                             m_api.downloadFile({target, stored}, {}, answered([=](bool got, const auto &) {
+                                                    counts.changed += got && bytes(source) != bytes(target);
+                                                    over(got);
+                                                }));
+                         }));
+    }
+
+    std::string path(const std::string &name) const
+    {
+        return m_folder.filePath(QString::fromStdString(name)).toStdString();
+    }
+    static QByteArray bytes(const std::string &path)
+    {
+        QFile file(QString::fromStdString(path));
+        require(file.open(QIODevice::ReadOnly), "cannot read " + path);
+        return file.readAll();
+    }
+
+    Portal &m_portal;
+    std::mt19937 m_random;
+    const int m_subscriptions;
+    QTemporaryDir m_folder;
+    const std::string m_job = m_portal.newJob().toStdString();
+    bool m_stopping = false, m_transferring = false;
+    int m_open = 0; ///< jobs submitted whose end is not known
+    Velmora::CloudAPI m_api;
+    QObject m_timers; ///< last: nothing is started any more when the rest goes
+};
+
+void turnFor(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+/// The median of a quarter of the samples.
+template <class Member> double quarter(const std::vector<Sample> &samples, std::size_t which, Member member)
+{
+    std::vector<double> values;
+    for (std::size_t i = samples.size() * which / 4; i < samples.size() * (which + 1) / 4; ++i)
+        values.push_back(double(samples[i].*member));
+    require(!values.empty(), "too short a run to say anything");
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+template <class Member> bool flat(const std::vector<Sample> &samples, const char *what, double allowed, Member member)
+{
+    const double first = quarter(samples, 0, member), last = quarter(samples, 3, member);
+    std::printf("%s: first quarter %.0f, last quarter %.0f (median)\n", what, first, last);
+    return last - first <= allowed;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
+    QHash<QString, int> options = {{QStringLiteral("--seconds"), 3600},
+                                   {QStringLiteral("--subscriptions"), 200},
+                                   {QStringLiteral("--every"), 60},
+                                   {QStringLiteral("--seed"), 1}};
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    require(arguments.size() % 2 == 0, "an option takes a value");
+    for (int i = 0; i < arguments.size(); i += 2) {
+        require(options.contains(arguments[i]), "unknown option " + arguments[i].toStdString());
+        options[arguments[i]] = arguments[i + 1].toInt();
+    }
+    Portal portal(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora-portal"),
+                  {QStringLiteral("--job-duration"), QStringLiteral("60"), QStringLiteral("--token-lifetime"),
+                   QStringLiteral("9")});
+    qputenv("VELMORA_API_URL", portal.host().toUtf8());
+    Soak soak(portal, options[QStringLiteral("--subscriptions")], unsigned(options[QStringLiteral("--seed")]));
+    turnFor(1000);
+    soak.start();
+    std::vector<Sample> samples;
+    QElapsedTimer clock;
+    clock.start();
+    std::printf("seconds,rss KiB,descriptors,threads,calls,answers,refused,jobs,told,found,lost sockets,messages,"
+                "transfers,failed,faults\n");
+    while (clock.elapsed() < options[QStringLiteral("--seconds")] * 1000LL) {
+        turnFor(options[QStringLiteral("--every")] * 1000);
+        const Counts &c = soak.counts;
+        samples.push_back({memory("VmRSS:"), entries("/proc/self/fd"), entries("/proc/self/task")});
+        std::printf("%lld,%ld,%d,%d,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld\n", clock.elapsed() / 1000,
+                    samples.back().memory, samples.back().descriptors, samples.back().threads, c.calls, c.answers,
+                    c.refused, c.jobs, c.told, c.found, c.lost, c.messages, c.transfers, c.transfersFailed, c.faults);
+        std::fflush(stdout);
+    }
+    soak.stop();
+    for (int i = 0; i < 240 && !soak.isIdle(); ++i)
+        turnFor(500);
+    const Counts &c = soak.counts;
+    std::printf("calls %ld, answers %ld, answered twice %ld; jobs %ld, ends told %ld, found %ld; files changed %ld\n",
+                c.calls, c.answers, c.twice, c.jobs, c.told, c.found, c.changed);
+    const bool grew = !flat(samples, "rss KiB", 4096, &Sample::memory) |
+                      !flat(samples, "descriptors", 12, &Sample::descriptors) |
+                      !flat(samples, "threads", 2, &Sample::threads);
+    const bool missed = !soak.isIdle() || c.twice > 0 || c.jobs != c.told + c.found || c.changed > 0;
+    std::printf("%s\n", missed ? "something was missed" : grew ? "something has grown" : "nothing missed, flat");
+    return missed || grew ? 1 : 0;
+}
