@@ -1,7 +1,8 @@
 # What every target of our own is compiled with: link it as velmora_options.
 add_library(velmora_options INTERFACE)
 target_compile_options(velmora_options INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wundef)
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wundef
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>) # Qt's logging macros
 target_compile_definitions(velmora_options INTERFACE
   QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_KEYWORDS QT_DEPRECATED_WARNINGS)
 
