@@ -72,6 +72,7 @@ private:
 struct World {
     World();
 
+    LogCatcher log;
     VelmoraPortal::Portal portal;
     ScopedTrust trust;
     ScopedEnvironment address;
@@ -173,6 +174,7 @@ private:
     void destroy();
     void waitForAll();
     void judge(const std::vector<Step> &steps);
+    void searchForSecrets();
 
     QString m_folder;
     QObject m_timers; ///< stands for the case where a timer asks for an object
@@ -183,6 +185,7 @@ private:
     std::unique_ptr<QTcpServer> m_plain;
     bool m_disturbed = false; ///< an act may have kept an operation from its success
     std::size_t m_jobsBefore = 0;
+    S m_texts; ///< what the host was told of errors
     S m_failure;
 };
 

@@ -7,7 +7,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QLoggingCategory>
 
 #include <cstdio>
 #include <map>
@@ -58,7 +57,6 @@ std::vector<std::vector<Step>> matrix(const QString &only)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
     QCommandLineParser line;
     line.setApplicationDescription(QStringLiteral("Torments the library and checks its promises."));
     line.addHelpOption();
