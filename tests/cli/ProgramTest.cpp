@@ -11,6 +11,7 @@ TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
     for (const S &line : {S(), S("fly"), S("job"), S("jobs --portal moon"), S("run no-such-file"), S("rm job-1"),
                           S("status --host https://x"), S("status --ca /none"), "run " + write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
+    ended("words hpc", 0, "--preferred\n"); // for completion
 }
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
@@ -143,15 +144,15 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
         int exit;
         const char *shown, *key, *hidden;
     } rows[] = {{"jobs", 0, "job-wing0001", "jobDetailsList", "job-pump0003"},
-                {"job job-wing0001", 0, "wing.trninp", "job", "error"},
+                {"job job-wing0001", 0, "wing.trninp", "jobId", "error"},
                 {"job no-such-job", 1, "no-such-job", "error", "wing"},
-                {"progress job-wing0001", 0, "100%", "simulations", "error"},
+                {"progress job-wing0001", 0, "100%", "simulationProgressList", "error"},
                 {"files", 0, "job-duct0002", "fileList", "/rtg/"},
                 {"files job-wing0001", 0, "wing.mesh", "fileList", "/rtg/"},
                 {"files job-wing0001 sim-1 --all", 0, "sim-1/rtg/residuals.dat", "fileList", "wing.mesh"},
                 {"rm job-wing0001 wing.trninp#x", 1, "has no file", "error", "deleted"},
                 {"archive job-wing0001", 0, "archived job-wing0001", "jobDetailsList", "error"},
-                {"watch job-wing0001", 0, "archived", "job", "error"},
+                {"watch job-wing0001", 0, "archived", "jobId", "error"},
                 {"status", 0, "answers", "host", "error"},
                 {"accounts", 0, "ACC-2002", "accountDetailsList", "error"},
                 {"balance ACC-1001", 0, "job-wing0001", "recentTransactions", "error"},
@@ -172,7 +173,6 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
         EXPECT_TRUE(program->json().toObject().contains(row.key)) << row.line << program->output();
     }
     ended("rm job-wing0001 wing.mesh", 0, "deleted wing.mesh");
-    ended("words hpc", 0, "--preferred\n"); // for completion
     ended("untag job-wing0001 fast", 0, "wing");
     ended("untag job-wing0001 fast --json", 1, "has no tag");
     const auto me = ended("me --json", 0, "Wings");

@@ -98,7 +98,7 @@ TEST(JobSubmit, SubmitsOneDocumentStampedWithLocalTime)
     EXPECT_EQ(text.rfind("{\n    \"accountId\": \"account-1\",\n    \"application\"", 0), 0U);
     EXPECT_NE(text.find("Tr\u00e4ger"), std::string::npos); // UTF-8, not escaped
     QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
-    const std::string name = body.take(QStringLiteral("jobName")).toString().toStdString();
+    const std::string name = body.take("jobName").toString().toStdString();
     bool inTime = false;
     for (std::time_t now = start; now <= end; ++now) {
         char stamp[32];
@@ -131,11 +131,11 @@ TEST(JobSubmit, SubmitsWhatDependsOnOperationSweepAndPrecision)
         job.jobPrecision = row.operation - 1;
         const QJsonObject body = bodyOf(job);
         const auto text = [&](const char *key) { return body[QLatin1String(key)].toString().toStdString(); };
-        EXPECT_EQ(body.contains(QLatin1String("operation")), row.name != nullptr);
+        EXPECT_EQ(body.contains("operation"), row.name != nullptr);
         EXPECT_EQ(text("operation"), row.name ? row.name : "");
-        EXPECT_EQ(body[QLatin1String("numberOfParts")].toInt(), row.parts) << row.operation;
-        EXPECT_EQ(body[QLatin1String("coresRequired")].toInt(), 16) << row.operation;
-        EXPECT_EQ(body[QLatin1String("coreHourEstimate")].toDouble(), row.estimate) << row.operation;
+        EXPECT_EQ(body["numberOfParts"].toInt(), row.parts) << row.operation;
+        EXPECT_EQ(body["coresRequired"].toInt(), 16) << row.operation;
+        EXPECT_EQ(body["coreHourEstimate"].toDouble(), row.estimate) << row.operation;
         EXPECT_EQ(text("precision"), row.operation == 1 ? "single" : "double");
         EXPECT_EQ(text("jobType"), std::string("Cloud Configuration - ") +
                                        (row.simulations == 1 ? "Single Simulation" : "Simulation Sweep"));

@@ -228,8 +228,7 @@ TEST(Records, AreWrittenForHosts)
         "consoleParameters": " -noterm -s ", "simulationStatus": [{"jobId": "j", "simulationId": "s",
         "simulationStatus": "RUNNING", "simulationStatusDate": 1}]}]])");
     EXPECT_EQ(expected.array(),
-              (QJsonArray{written[QStringLiteral("coreHourEstimate")], written[QStringLiteral("fileAliases")],
-                          written[QStringLiteral("simulations")]}));
+              (QJsonArray{written["coreHourEstimate"], written["fileAliases"], written["simulations"]}));
 }
 
 TEST(Records, AreReadWithoutFixedSwitches)
@@ -240,7 +239,7 @@ TEST(Records, AreReadWithoutFixedSwitches)
                                         {"-noterm  -s -x", "-noterm  -s -x"},
                                         {"\t -x %1\n", "-x %1"}};
     for (const auto &[sent, expected] : cases) {
-        const QJsonObject body{{QStringLiteral("consoleParameters"), QLatin1String(sent)}};
+        const QJsonObject body{{"consoleParameters", QLatin1String(sent)}};
         EXPECT_EQ(readReply<SimulationDetails>(QJsonDocument(body).toJson()).consoleParameters, expected) << sent;
     }
 }

@@ -102,7 +102,6 @@ protected:
         }
     }
     Reply post(const S &path, const S &body) const { return send(request("POST", path, body, token)); }
-    Reply get(const S &path) const { return send(request("GET", path, "", token, "")); }
     S newJob() const { return post("job/init", R"({"accountId":"ACC-1001"})").text("jobId"); }
 
     S login(std::size_t user, const S &more = {})
@@ -124,7 +123,10 @@ protected:
                    text);
     }
 
-    QJsonObject uploadAddress(const S &job) const { return get("job/files/uploadUrl/" + job).object(); }
+    QJsonObject uploadAddress(const S &job) const
+    {
+        return send(request("GET", "job/files/uploadUrl/" + job, "", token, "")).object();
+    }
 
     /// The request that an address object asks for.
     static S filled(const QJsonObject &address, const S &name = {}, const S &file = {})

@@ -17,9 +17,12 @@ protected:
             text[i] = static_cast<char>((i * i * 31 + i / 7) >> 3);
         return text;
     }
-    QJsonObject listed(const S &job) const { return get("job/files/list/" + job).array()[0].toObject(); }
+    QJsonObject listed(const S &job) const
+    {
+        return send(request("GET", "job/files/list/" + job, "", token)).array()[0].toObject();
+    }
     /// The request for the only piece of a job's only file.
-    S piece(const S &job) const { return filled(listed(job)["downloadRequest"][0].toObject()); }
+    S piece(const S &job) const { return filled(listed(job).value("downloadRequest")[0].toObject()); }
 };
 
 TEST_F(StorageTest, WhatGoesInComesOut)
