@@ -22,7 +22,7 @@ struct Listener : QWebSocket {
     /// What ended it.
     S end()
     {
-        EXPECT_TRUE(waitUntil([this] { return state() == QAbstractSocket::UnconnectedState; }));
+        EXPECT_TRUE(waitUntil([this] { return !errors.isEmpty() || state() == QAbstractSocket::UnconnectedState; }));
         return (closeReason().isEmpty() ? errorString() : closeReason()).toStdString();
     }
     bool isPonged()
@@ -31,7 +31,8 @@ struct Listener : QWebSocket {
         return waitUntil([this] { return !pongs.isEmpty() && pongs.last()[1] == "hello"; });
     }
 
-    QSignalSpy texts{this, &QWebSocket::textMessageReceived}, pongs{this, &QWebSocket::pong};
+    QSignalSpy texts{this, &QWebSocket::textMessageReceived}, pongs{this, &QWebSocket::pong},
+        errors{this, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error)};
 };
 
 TEST_F(PortalTest, RefusesWhatIsNotExactlyRight)

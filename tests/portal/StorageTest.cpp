@@ -115,7 +115,7 @@ TEST_F(StorageTest, RefusesWhatIsNotSignedOrNotWhole)
         options.addressLifetime = 60s;
         EXPECT_EQ(portal.files(job).size() + portal.files(other).size(), kind == Piece ? 1U : 0U);
     }
-    const S good = piece(job);
+    const S good = addressed(Piece);
     EXPECT_EQ(send(good).body, crypt(job, random(1000)));
     EXPECT_TRUE(portal.removeFile(job, "n"));
     EXPECT_EQ(send(good).status, 404);
