@@ -41,10 +41,9 @@ public:
     {
         setWorkingDirectory(folder);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("TMPDIR"), folder + QStringLiteral("/tmp")); // of encrypted copies
+        environment.insert("TMPDIR", folder + "/tmp"); // of encrypted copies
         setProcessEnvironment(environment);
-        start(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora"),
-              q(line).split(QLatin1Char(' '), Qt::SkipEmptyParts));
+        start(QCoreApplication::applicationDirPath() + "/velmora", q(line).split(' ', Qt::SkipEmptyParts));
     }
     ~Program() override
     {
@@ -61,9 +60,11 @@ public:
     bool says(const S &text)
     {
         setReadChannel(StandardError);
-        while (errors().find(text) == S::npos && waitForReadyRead(PatienceMs)) {
+        while (errors().find(text) == S::npos) {
+            if (!waitForReadyRead(PatienceMs))
+                return false;
         }
-        return errors().find(text) != S::npos;
+        return true;
     }
     void interrupt() { ::kill(pid_t(processId()), SIGINT); }
     S errors() { return m_errors += readAllStandardError().toStdString(); }
@@ -74,7 +75,7 @@ public:
         EXPECT_TRUE(document.isObject()) << output();
         return document.object();
     }
-    S text(const char *key) { return json()[QLatin1String(key)].toString().toStdString(); }
+    S text(const char *key) { return json()[key].toString().toStdString(); }
 
 protected:
     void setupChildProcess() override
@@ -97,7 +98,7 @@ protected:
     {
         for (const char *name : {"VELMORA_API_URL", "QT_LOGGING_RULES"})
             qunsetenv(name);
-        QDir(m_directory.path()).mkdir(QStringLiteral("tmp"));
+        QDir(m_directory.path()).mkdir("tmp");
         signInAs(VelmoraPortal::seededUsers()[0].email, VelmoraPortal::seededUsers()[0].password, "");
     }
     static void signInAs(const S &user, const S &password, const S &mfa)

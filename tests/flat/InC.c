@@ -1,7 +1,10 @@
 #include "InC.h"
 
-#define FLAT_EXPORT(name) (FlatAddress) name,
-const FlatAddress flatAddressesInC[] = {
+#include <stddef.h>
+
+/* Links only when every export has C linkage. */
+#define FLAT_EXPORT(name) (void (*)(void)) name,
+void (*const flatAddressesInC[])(void) = {
 #include "Exports.inc"
     0};
 

@@ -34,7 +34,7 @@ using Records =
                    AccountDetails, AccountTransaction, AccountBalance, JobDetails, JobProgress, SimulationAbortState>;
 TYPED_TEST_SUITE(ViewsTest, Records);
 
-TYPED_TEST(ViewsTest, HoldsEveryFieldOfTheRecordInItsOrder)
+TYPED_TEST(ViewsTest, HoldsEveryFieldOfTheRecord)
 {
     TypeParam record{};
     for (int seed = 0; seed < 5; ++seed) {
@@ -42,11 +42,6 @@ TYPED_TEST(ViewsTest, HoldsEveryFieldOfTheRecordInItsOrder)
         fill(record, position, seed);
         EXPECT_EQ(writeRecord(recordOf(toView(record)), Form::Reply), writeRecord(record, Form::Reply));
     }
-    const void *before = nullptr;
-    forEachField<TypeParam>([&](const auto &field) {
-        EXPECT_LT(before, &(record.*field.member)) << field.hostKey << " is out of the record's order";
-        before = &(record.*field.member);
-    });
 }
 
 TEST(AdapterTest, ProgressIsCutToItsLow32Bits)

@@ -1,0 +1,345 @@
+// The flat functions: all of them from the list that the header gives, then whole flows of a host against the
+// portal over TLS.
+
+#include "Host.h"
+#include "InC.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <map>
+
+extern "C" const std::size_t flatLayoutInC[];
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char *wing = "job-wing0001", *unknown = "job-none";
+
+enum class Given { Something, Null };
+
+template <class T> const T record{};
+
+template <class T> T sample([[maybe_unused]] Given given)
+{
+    if constexpr (std::is_arithmetic_v<T>)
+        return T(1);
+    else if constexpr (std::is_same_v<T, const char *>)
+        return given == Given::Null ? nullptr : wing;
+    else if constexpr (std::is_function_v<std::remove_pointer_t<T>>)
+        return given == Given::Null ? nullptr : T(Host());
+    else
+        return given == Given::Null ? nullptr : &record<std::remove_const_t<std::remove_pointer_t<T>>>;
+}
+
+template <class Result, class... Arguments>
+Result call(Result (*function)(VelmoraCloudAPI *, Arguments...), VelmoraCloudAPI *api, [[maybe_unused]] Given given)
+{
+    return function(api, sample<Arguments>(given)...);
+}
+VelmoraCloudAPI *call(VelmoraCloudAPI *(*)(), VelmoraCloudAPI *, Given) { return nullptr; }
+
+template <class Result, class... Arguments> constexpr bool answers(Result (*)(Arguments...))
+{
+    return (std::is_function_v<std::remove_pointer_t<Arguments>> || ...);
+}
+
+template <class Visit> void forEachExport(Visit visit)
+{
+#define FLAT_EXPORT(name) visit(#name, &name);
+#include "Exports.inc"
+#undef FLAT_EXPORT
+}
+
+class FlatTest : public testing::Test {
+protected:
+    FlatTest() { logIn(); }
+    ~FlatTest() override { DestroyCloudAPI(api); }
+
+    void logIn()
+    {
+        logUserIn(api, "ada.field@velmora.example", "turbulence-42", "", Host());
+        ASSERT_EQ(answer(), 200);
+    }
+    /// Waits for the one call of the completion. @return its code
+    template <int which = 0> static int answer()
+    {
+        EXPECT_TRUE(waitUntil([] { return !Host<which>::heard.empty(); }));
+        settle();
+        EXPECT_EQ(Host<which>::heard.size(), 1U);
+        return Host<which>::heard.empty() ? -1 : Host<which>::code();
+    }
+    /// Both forms of a function are heard alike.
+    template <class Plain, class Json> static void expectTwins(int code, Plain plain, Json json)
+    {
+        plain(Host());
+        EXPECT_EQ(answer(), code);
+        json(Host<1>());
+        EXPECT_EQ(answer<1>(), code);
+        EXPECT_EQ(Host<>::heard, Host<1>::heard);
+    }
+    template <class... Plain, class... Json, class... Given>
+    void expectTwins(void (*plain)(Plain...), void (*json)(Json...), int code, Given... given)
+    {
+        expectTwins(
+            code, [=](Host<> done) { plain(api, given..., done); }, [=](Host<1> done) { json(api, given..., done); });
+    }
+    static QJsonObject object() { return QJsonDocument::fromJson(QByteArray::fromStdString(result())).object(); }
+    static std::string result() { return Host<>::last().at(1); }
+
+    static VelmoraPortal::Options quick()
+    {
+        VelmoraPortal::Options options;
+        options.jobDuration = 400ms;
+        options.storage.pieceSize = 300000;
+        return options;
+    }
+    std::string newJob()
+    {
+        generateNewJobID(api, "ACC-1001", Host());
+        EXPECT_EQ(answer(), 200);
+        return result();
+    }
+    std::string written(const char *name, const std::string &content) const
+    {
+        QFile file(folder.filePath(QLatin1String(name)));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content.data(), int(content.size())) >= 0);
+        return file.fileName().toStdString();
+    }
+
+    VelmoraPortal::Portal portal{quick()};
+    ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
+    ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
+    QTemporaryDir folder;
+    VelmoraCloudAPI *api = CreateCloudAPI();
+};
+
+TEST(ExportsTest, NullHandle_DoesNothing_ReturnsNothing)
+{
+    int count = 0;
+    forEachExport([&count](const char *name, auto function) {
+        ++count;
+        Host<>::heard.clear();
+        testing::internal::CaptureStdout();
+        if constexpr (std::is_void_v<decltype(call(function, nullptr, Given::Something))>)
+            call(function, nullptr, Given::Something);
+        else
+            EXPECT_FALSE(call(function, nullptr, Given::Something)) << name;
+        settle();
+        EXPECT_EQ(Host<>::heard.size(), 0U) << name;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  std::string(name) == "submitNewJob_Json" ? "\ne\ne\ne\ne\ne\ne\ne\ne\n" : "")
+            << name;
+    });
+    EXPECT_EQ(count, 59);
+}
+
+TEST_F(FlatTest, NullTextsRecordsAndCallbacks_AreTaken)
+{
+    testing::internal::CaptureStdout();
+    forEachExport([this](const std::string &name, auto function) {
+        if (name != "DestroyCloudAPI")
+            call(function, api, Given::Null);
+    });
+    EXPECT_TRUE(
+        waitUntil([&] { return portal.requestCount("auth/login") == 3 && portal.requestCount("tag/job") == 4; }));
+    logIn();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "api->logUserIn()\napi->logUserIn()\n\ne\ne\ne\ne\ne\ne\ne\ne\napi->logUserIn()\n");
+}
+
+TEST_F(FlatTest, DestroyedInsideTheCallbackOfEach)
+{
+    forEachExport([this](const char *name, auto function) {
+        if constexpr (answers(decltype(function){})) {
+            Host<>::heard.clear();
+            Host<>::then = [this] { DestroyCloudAPI(std::exchange(api, nullptr)); };
+            call(function, api, Given::Something);
+            EXPECT_TRUE(waitUntil([] { return !Host<>::heard.empty(); })) << name;
+            settle();
+            Host<>::then = nullptr;
+            EXPECT_EQ(Host<>::heard.size(), 1U) << name;
+            EXPECT_EQ(api, nullptr) << name;
+            api = CreateCloudAPI();
+            logIn();
+        }
+    });
+}
+
+TEST(ExportsTest, C_SeesTheSameLayouts)
+{
+    const std::size_t layout[] = FLAT_LAYOUT;
+    for (std::size_t i = 0; i < std::size(layout); ++i)
+        EXPECT_EQ(flatLayoutInC[i], layout[i]) << i;
+}
+
+TEST_F(FlatTest, BothFormsSayTheSame)
+{
+    expectTwins(getCurrentUserDetails, getCurrentUserDetails_Json, 200);
+    expectTwins(getAccountList, getAccountList_Json, 200);
+    expectTwins(getJobDetails, getJobDetails_Json, 200, wing);
+    expectTwins(getJobDetails, getJobDetails_Json, 404, unknown);
+    expectTwins(getAllJobDetails, getAllJobDetails_Json, 200);
+    expectTwins(tagJob, tagJob_Json, 200, wing, "fast");
+    expectTwins(getJobTags, getJobTags_Json, 200, wing);
+    EXPECT_EQ(object().value("itemTagList").toArray().size(), 3);
+    expectTwins(getJobTags, getJobTags_Json, 404, unknown); // an empty list
+    expectTwins(untagJob, untagJob_Json, 404, wing, "slow");
+    expectTwins(getJobFileList, getJobFileList_Json, 200, wing, true);
+    EXPECT_NE(result().find("rtg"), std::string::npos);
+    expectTwins(getJobFileList, getJobFileList_Json, 200, wing, false);
+    EXPECT_EQ(result().find("rtg"), std::string::npos);
+    expectTwins(getSimulationFileList, getSimulationFileList_Json, 200, wing, "sim-1", true);
+    expectTwins(getUsersFileList, getUsersFileList_Json, 200, true);
+    expectTwins(killJob, killJob_Json, 200, wing);
+    expectTwins(killSimulation, killSimulation_Json, 200, wing, "sim-1");
+    expectTwins(archiveJob, archiveJob_Json, 404, unknown);
+    VelmoraPortal::Fault busy;
+    busy.path = "job/init";
+    busy.status = 503;
+    busy.times = 2;
+    busy.body = R"({"message":"busy \u00fc"})";
+    portal.inject(busy);
+    expectTwins(generateNewJobID, generateNewJobID_Json, 503, "ACC-1001");
+    EXPECT_EQ(Host<>::error().value("errorMessage").toString(), "busy \u00fc");
+
+    const std::list<ItemTag> wanted = {{"fast", ""}, {"wing", ""}};
+    expectTwins(
+        200, [&](Host<> done) { searchUserTags(api, &wanted, done); },
+        [&](Host<1> done) {
+            searchUserTags_Json(api, R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])", done);
+        });
+    EXPECT_NE(result().find(wing), std::string::npos);
+    searchUserTags_Json(api, R"([{"tagText":"fast"},"{\"tagText\":\"wing\"}"])", Host()); // an object reads as empty
+    answer();
+    const std::string sent = portal.requests().back().body;
+    EXPECT_EQ(sent.find("fast"), std::string::npos) << sent;
+    EXPECT_NE(sent.find("wing"), std::string::npos) << sent;
+    expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
+}
+
+TEST_F(FlatTest, FunctionsOfOneFormTakeTheirArguments)
+{
+    EXPECT_EQ(currentNetworkStatus(api), 1);
+    checkMFAEnabled(api, "ben.stone@velmora.example", Host());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(result(), "true");
+    modifyCurrentUserDetails(api, "Lovelace", "Ada", "Engines", Host());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(object().value("surname"), "Lovelace");
+    getAccountBalance(api, "ACC-1001", Host());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(object().value("recentTransactions").toArray().size(), 2);
+    const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"};
+    deleteFile(api, &doomed, Host());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(result(), hostText(doomed));
+    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
+    clearActiveAccount(api);
+    EXPECT_FALSE(isUserLoggedIn(api));
+}
+
+TEST_F(FlatTest, FilesTravelAndAreCancelledInBothForms)
+{
+    const std::string bytes(1000000, 'm');
+    const FileUploadDetails up{written("mesh", bytes), newJob(), 0};
+    const FileDownloadDetails down{written("back", ""), {up.cloudFileJobID, "mesh", 0, 0, {}, false}};
+    const std::string upText = hostText(up), downText = hostText(down);
+    std::string fleeting = upText; // texts may go as soon as the call returns
+    expectTwins(
+        204, [&](Host<> done) { uploadFile(api, &up, Host<2>(), done); },
+        [&](Host<1> done) {
+            uploadFile_Json(api, fleeting.c_str(), Host<3>(), done);
+            fleeting.assign(fleeting.size(), 'x');
+        });
+    EXPECT_EQ(object().value("totalFileSize").toInt(), 1000000);
+    EXPECT_EQ(portal.plainFile(up.cloudFileJobID, "mesh"), bytes);
+    expectTwins(
+        200, [&](Host<> done) { downloadFile(api, &down, Host<4>(), done); },
+        [&](Host<1> done) { downloadFile_Json(api, downText.c_str(), Host<5>(), done); });
+    for (const auto &last : {Host<2>::last(), Host<3>::last(), Host<4>::last(), Host<5>::last()})
+        EXPECT_GE(std::stol(last.at(1)), 1000016) << "encrypted";
+    QFile back(folder.filePath("back"));
+    EXPECT_TRUE(back.open(QIODevice::ReadOnly) && back.readAll().toStdString() == bytes);
+
+    uploadInputFile(api, &up, nullptr, Host());
+    EXPECT_EQ(Host<>::heard.size(), 1U) << "has completed when it returns";
+    const std::pair<std::function<void()>, std::function<bool()>> ways[] = {
+        {[&] { downloadFile(api, &down, nullptr, Host()); }, [&] { return cancelDownload(api, &down); }},
+        {[&] { downloadFile(api, &down, nullptr, Host()); },
+         [&] { return cancelDownload_Json(api, downText.c_str()); }},
+        {[&] { uploadFile(api, &up, nullptr, Host()); }, [&] { return cancelUpload(api, &up); }},
+        {[&] { uploadFile(api, &up, nullptr, Host()); }, [&] { return cancelUpload_Json(api, upText.c_str()); }}};
+    for (const auto &[begin, cancel] : ways) {
+        begin();
+        EXPECT_TRUE(cancel());
+        EXPECT_EQ(Host<>::heard.size(), 1U) << "completes inside the call";
+        EXPECT_EQ(answer(), 400);
+        EXPECT_FALSE(cancel());
+    }
+}
+
+TEST_F(FlatTest, JobIsTracedSubmittedAndFollowed)
+{
+    const std::string job = newJob();
+    subscribeToJob(api, job.c_str(), Host<1>(), Host<2>());
+    const std::string definition =
+        R"({"jobID":")" + job + R"(","accountID":"ACC-1001","jobName":"Beam","mainFile":"beam.trninp","solverTag":" ",
+            "simulations":["-x 1","-x 2"],"coreHourEstimate":2.5,"ramEstimate":1024,"numberOfParts":4,
+            "originApplication":"test"})";
+    testing::internal::CaptureStdout();
+    submitNewJob_Json(api, definition.c_str(), Host());
+    EXPECT_EQ(testing::internal::GetCapturedStdout().find("{\n    \"accountId\": \"ACC-1001\""), 0U);
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(object().value("operation"), "mpi");
+    ASSERT_EQ(answer<2>(), 200);
+    EXPECT_EQ(Host<2>::last().at(1), job);
+    EXPECT_NE(Host<2>::last().at(2).find("Job status is FINISHED"), std::string::npos);
+    EXPECT_GT(Host<1>::heard.size(), 2U);
+    subscribeToJob_Json(api, job.c_str(), Host<1>(), Host<2>()); // hears of the end at once
+    EXPECT_EQ(answer<2>(), 200);
+    unsubscribeFromJob(api, job.c_str());
+    getJobProgress(api, job.c_str(), Host());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_NE(result().find("\"progress\": 100"), std::string::npos);
+
+    const std::string bad = R"({"jobID":"J","jobName":"n","simulations":["s"],"numberOfParts":129,"ramEstimate":1})";
+    const JobSubmit refused(bad);
+    std::string traced;
+    Host<1>::then = [&] { traced = testing::internal::GetCapturedStdout(); };
+    testing::internal::CaptureStdout();
+    expectTwins(
+        400, [&](Host<> done) { submitNewJob(api, &refused, done); },
+        [&](Host<1> done) { submitNewJob_Json(api, bad.c_str(), done); });
+    Host<1>::then = nullptr;
+    EXPECT_EQ(traced, "\ne\ne\ne\ne\n"); // main file, estimate, cores, application, and only then the refusal
+}
+
+TEST_F(FlatTest, AThousandCallsAtOnce_EachIsAnsweredOnce)
+{
+    VelmoraPortal::Fault delay; // half of the answers are overtaken by the others
+    delay.path = "job/files/list/job-none";
+    delay.kind = VelmoraPortal::FaultKind::Delay;
+    delay.times = 0;
+    delay.delay = 3ms;
+    portal.inject(delay);
+    const Host<> heard;
+    for (int i = 0; i < 1000; ++i) {
+        if (i % 2 == 0)
+            getJobFileList(api, i % 4 == 0 ? wing : unknown, false, heard);
+        else
+            getJobFileList_Json(api, i % 4 == 1 ? wing : unknown, false, heard);
+    }
+    EXPECT_TRUE(waitUntil([&] { return heard.heard.size() >= 1000; }, 30000));
+    settle();
+    EXPECT_EQ(heard.heard.size(), 1000U);
+    std::map<std::string, int> answers;
+    for (const auto &each : heard.heard)
+        ++answers[each.at(0) + each.at(1)];
+    ASSERT_EQ(answers.size(), 2U); // both forms sound alike
+    EXPECT_EQ(answers.begin()->second, 500);
+}
+
+} // namespace
