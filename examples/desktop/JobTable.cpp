@@ -117,7 +117,6 @@ JobTable::JobTable(Jobs &jobs)
     setShowGrid(false);
     setAlternatingRowColors(true);
     verticalHeader()->hide();
-    verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     horizontalHeader()->setHighlightSections(false);
     horizontalHeader()->setSectionResizeMode(Jobs::Name, QHeaderView::Stretch);
@@ -127,11 +126,15 @@ JobTable::JobTable(Jobs &jobs)
     setColumnWidth(Jobs::Submitted, 22 * letter);
     setColumnWidth(Jobs::Action, 16 * letter);
 
-    connect(&jobs, &Jobs::dataChanged, this, [this, &jobs](const QModelIndex &changed) {
+    connect(&jobs, &Jobs::dataChanged, this, [this](const QModelIndex &changed) {
         if (changed.column() == Jobs::Action)
             updateButton(changed);
         else if (changed.column() == Jobs::Status)
             resizeRowToContents(changed.row());
+    });
+    connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this](int column) {
+        if (column == Jobs::Status)
+            resizeRowsToContents();
     });
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this, &JobTable::selectedChanged);
 }

@@ -41,8 +41,11 @@ void Jobs::load(const Velmora::CloudAPI::Done &onLoaded)
             update(job);
         }
         for (int row = rowCount() - 1; row >= 0 && succeeded(error); --row)
-            if (!listed.contains(item(row, Name)->data(IdRole).toString()))
+            if (const QString id = item(row, Name)->data(IdRole).toString(); !listed.contains(id)) {
+                m_api.unsubscribeFromJob(id.toStdString());
+                m_followed.remove(id);
                 removeRow(row);
+            }
         onLoaded(error);
     });
 }
@@ -166,12 +169,15 @@ void Jobs::follow(const QString &id)
 
 void Jobs::onMessage(const QString &id, const std::string &text)
 {
+    const int row = rowOf(id);
+    if (row < 0)
+        return;
     const QJsonObject message = QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
     QJsonArray simulations = message.value(QLatin1String("simulationProgressList")).toArray();
     if (message.contains(QLatin1String("simulationId")))
         simulations.append(message);
     else if (const QString status = message.value(QLatin1String("status")).toString(); !status.isEmpty())
-        setStatus(rowOf(id), status.toLower());
+        setStatus(row, status.toLower());
     for (const QJsonValue simulation : qAsConst(simulations))
         noteProgress(id, simulation[QLatin1String("simulationId")].toString(),
                      simulation[QLatin1String("progress")].toInt());

@@ -134,27 +134,28 @@ void MainWindow::signIn() { m_dialog->open(); }
 void MainWindow::load()
 {
     m_refresh->setEnabled(false);
-    showListError({200, {}, {}});
+    showListError(QString());
     showJobs(tr("Loading jobs…"));
     m_jobs->load([this](const ApiError &error) {
         m_refresh->setEnabled(true);
-        showListError(error);
+        if (!succeeded(error))
+            showListError(tr("The jobs could not be loaded. %1").arg(explain(error)));
         showJobs(succeeded(error) ? tr("No jobs yet. Start one with “New Job…”.") : QString());
     });
     if (m_accounts->count() > 0)
         return;
     m_api.getAccountList([this](const ApiError &error, const std::list<Velmora::AccountDetails> &accounts) {
         if (!succeeded(error))
-            showListError(error);
+            showListError(tr("The accounts could not be loaded. %1").arg(explain(error)));
         for (const auto &account : accounts)
             m_accounts->addItem(toQt(account.accountName), toQt(account.accountId));
     });
 }
 
-void MainWindow::showListError(const ApiError &error)
+void MainWindow::showListError(const QString &why)
 {
-    showError(m_error, succeeded(error) ? QString() : explain(error));
-    m_error->parentWidget()->setHidden(succeeded(error));
+    showError(m_error, why);
+    m_error->parentWidget()->setHidden(why.isEmpty());
 }
 
 void MainWindow::showJobs(const QString &otherwise)
@@ -188,8 +189,9 @@ void MainWindow::stop(const QString &jobId, bool again)
 void MainWindow::closeEvent(QCloseEvent *event)
 {
     const int active = m_transfers->activeCount();
-    if (active > 0 && !ask(this, tr("%n transfer(s) have not finished. Cancel them and close?", nullptr, active),
-                           tr("Cancel Transfers"), tr("Keep Open"))) {
+    const QString question = active == 1 ? tr("A transfer has not finished. Cancel it and close?")
+                                         : tr("%1 transfers have not finished. Cancel them and close?").arg(active);
+    if (active > 0 && !ask(this, question, tr("Cancel and Close"), tr("Keep Open"))) {
         event->ignore();
         return;
     }

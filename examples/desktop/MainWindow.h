@@ -30,7 +30,7 @@ private:
     void updateActions();
     void load();
     void showJobs(const QString &otherwise);
-    void showListError(const Velmora::ApiError &error);
+    void showListError(const QString &why);
     void stop(const QString &jobId, bool again);
 
     // The widgets below go after it, so none is gone that its callbacks touch.

@@ -98,7 +98,7 @@ void SignInDialog::signIn()
     m_api.logUserIn(user().toStdString(), m_password->text().toStdString(), code.toStdString(),
                     [this](const Velmora::ApiError &error) {
                         if (!succeeded(error))
-                            return stay(explain(error), m_password);
+                            return stay(explain(error), m_mfa->isHidden() ? m_password : m_mfa);
                         setBusy(false);
                         m_password->clear();
                         accept();
