@@ -46,7 +46,8 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     m_busy->setSizePolicy(keepsRoom);
     m_busy->hide();
 
-    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Cancel);
+    // A default button must be in its dialog when it is made that, or it is none any more once it had the focus.
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
     m_signIn = buttons->addButton(tr("Sign In"), QDialogButtonBox::AcceptRole);
     m_signIn->setObjectName(QStringLiteral("signIn"));
     m_signIn->setDefault(true);
