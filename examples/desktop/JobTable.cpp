@@ -6,11 +6,13 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QStyledItemDelegate>
+#include <QVBoxLayout>
 
 namespace {
 
 constexpr int Margin = 6;
 constexpr int DotSize = 9;
+constexpr int ButtonMargin = 2;
 constexpr int Unlimited = 10000;
 
 QColor colorOf(const QString &status)
@@ -29,6 +31,7 @@ public:
     {
         QStyledItemDelegate::paint(painter, option, index);
         painter->save();
+        painter->setClipRect(option.rect);
         if (index.column() == Jobs::Progress)
             paintProgress(painter, option, index.data(Jobs::PercentRole).toInt());
         else if (index.column() == Jobs::Status)
@@ -76,7 +79,10 @@ private:
         dot.moveCenter({option.rect.left() + Margin + DotSize / 2.0, line.center().y() + 0.5});
         const QColor ink = option.palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
         painter->setRenderHint(QPainter::Antialiasing);
-        painter->setPen(selected ? QPen(ink, 1.5) : QPen(Qt::NoPen)); // apart from the selection's own color
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(ink);
+        if (selected) // the colors of dot and selection may be alike
+            painter->drawEllipse(dot.adjusted(-2, -2, 2, 2));
         painter->setBrush(colorOf(index.data(Jobs::StatusRole).toString()));
         painter->drawEllipse(dot);
         painter->setPen(ink);
@@ -132,10 +138,9 @@ JobTable::JobTable(Jobs &jobs)
         else if (changed.column() == Jobs::Status)
             resizeRowToContents(changed.row());
     });
-    connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this](int column) {
-        if (column == Jobs::Status)
-            resizeRowsToContents();
-    });
+    // Queued, because the header tells of a stretched column before it has its new width.
+    connect(horizontalHeader(), &QHeaderView::sectionResized, this, &QTableView::resizeRowsToContents,
+            Qt::QueuedConnection);
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this, &JobTable::selectedChanged);
 }
 
@@ -150,16 +155,21 @@ void JobTable::updateButton(const QModelIndex &place)
     const QString label = place.data(Jobs::ActionRole).toString();
     if (label.isEmpty())
         return setIndexWidget(place, nullptr);
-    auto *button = qobject_cast<QPushButton *>(indexWidget(place));
-    if (!button) {
-        button = new QPushButton;
-        setIndexWidget(place, button);
+    QWidget *cell = indexWidget(place);
+    if (!cell) {
+        cell = new QWidget;
+        auto *button = new QPushButton;
+        auto *layout = new QVBoxLayout(cell);
+        layout->setContentsMargins(ButtonMargin, ButtonMargin, ButtonMargin, ButtonMargin);
+        layout->addWidget(button);
+        setIndexWidget(place, cell);
         // The button keeps to its own job, wherever the row moves and whatever is selected.
         connect(button, &QPushButton::clicked, this, [this, place = QPersistentModelIndex(place)] {
             const bool again = !place.sibling(place.row(), Jobs::Status).data(Jobs::ErrorRole).toString().isEmpty();
             emit stopWanted(place.sibling(place.row(), Jobs::Name).data(Jobs::IdRole).toString(), again);
         });
     }
+    auto *button = cell->findChild<QPushButton *>();
     button->setText(label);
     button->setEnabled(place.flags() & Qt::ItemIsEnabled);
 }

@@ -49,13 +49,13 @@ MainWindow::MainWindow()
     auto *splitter = new QSplitter(Qt::Vertical);
     splitter->addWidget(jobArea());
     splitter->addWidget(m_transfers);
-    splitter->setStretchFactor(0, 3);
-    splitter->setStretchFactor(1, 2);
+    splitter->setSizes({DefaultSize.height() * 3 / 5, DefaultSize.height() * 2 / 5});
     splitter->setChildrenCollapsible(false);
     auto *center = new QWidget;
     (new QVBoxLayout(center))->addWidget(splitter);
     setCentralWidget(center);
     resize(DefaultSize);
+    setMinimumWidth(DefaultSize.width() * 4 / 5);
 
     connect(m_dialog, &QDialog::rejected, this, &QWidget::close);
     connect(m_dialog, &QDialog::accepted, this, [this] {
@@ -100,6 +100,7 @@ void MainWindow::addActions()
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_accounts->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    m_accounts->setMinimumContentsLength(16);
     m_bar->addWidget(space);
     m_bar->addWidget(new QLabel(tr("Account:")));
     m_bar->addWidget(m_accounts);
@@ -112,6 +113,9 @@ QWidget *MainWindow::jobArea()
     connect(again, &QPushButton::clicked, this, &MainWindow::load);
     m_empty->setObjectName(QStringLiteral("empty"));
     m_empty->setAlignment(Qt::AlignCenter);
+    m_empty->setFrameStyle(m_table->frameStyle()); // looks like the table that it stands for
+    m_empty->setBackgroundRole(QPalette::Base);
+    m_empty->setAutoFillBackground(true);
     m_pages->addWidget(m_table);
     m_pages->addWidget(m_empty);
     auto *banner = new QWidget;

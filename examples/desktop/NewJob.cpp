@@ -12,19 +12,26 @@ using Velmora::ApiError;
 NewJob::NewJob(Velmora::CloudAPI &api, TransfersPanel &transfers, const QString &jobFile, const std::string &accountId)
     : m_api(api)
     , m_transfers(transfers)
+    , m_jobFile(jobFile)
     , m_row(transfers.addRow(tr("New job from %1").arg(QFileInfo(jobFile).fileName())))
 {
-    setParent(m_row);
-    QFile file(jobFile);
-    if (file.open(QIODevice::ReadOnly))
-        m_job = Velmora::JobSubmit(file.readAll().toStdString());
     m_job.accountID = accountId;
-    m_job.originApplication = "Velmora Desktop";
-    const QDir folder = QFileInfo(jobFile).dir();
-    m_unsent.insert(folder.filePath(toQt(m_job.mainFile)));
-    for (const std::string &name : m_job.dependentFilesList)
-        m_unsent.insert(folder.filePath(toQt(name)));
+    setParent(m_row);
     m_row->run([this] { advance(); }, {});
+}
+
+void NewJob::read()
+{
+    QFile file(m_jobFile);
+    const std::string account = m_job.accountID;
+    m_job = Velmora::JobSubmit(file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string());
+    m_job.accountID = account;
+    m_job.originApplication = "Velmora Desktop";
+    const QDir folder = QFileInfo(m_jobFile).dir();
+    m_unsent = QStringList(folder.filePath(toQt(m_job.mainFile)));
+    for (const std::string &name : m_job.dependentFilesList)
+        m_unsent << folder.filePath(toQt(name));
+    m_unsent.removeDuplicates();
 }
 
 /// What is wrong with the job, one on a line. The id comes later.
@@ -41,6 +48,8 @@ QString NewJob::problems() const
 
 void NewJob::advance()
 {
+    if (m_job.jobID.empty())
+        read(); // again: it may have been mended
     if (const QString why = problems(); !why.isEmpty())
         return m_row->fail(why);
     if (!m_job.jobID.empty())
@@ -58,7 +67,7 @@ void NewJob::sendInputs()
 {
     m_row->setPhase(tr("Waiting for its files…"));
     m_sending = m_unsent.size();
-    m_transfers.upload(m_job.jobID, m_unsent.values(), [self = QPointer<NewJob>(this)](const QString &path, bool sent) {
+    m_transfers.upload(m_job.jobID, m_unsent, [self = QPointer<NewJob>(this)](const QString &path, bool sent) {
         if (self)
             self->onSent(path, sent);
     });
@@ -67,7 +76,7 @@ void NewJob::sendInputs()
 void NewJob::onSent(const QString &path, bool sent)
 {
     if (sent)
-        m_unsent.remove(path);
+        m_unsent.removeAll(path);
     if (!m_row->isActive() || --m_sending > 0) // a file may be tried again by itself
         return;
     if (m_unsent.isEmpty())

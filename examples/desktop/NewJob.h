@@ -4,7 +4,7 @@
 
 #include "TransfersPanel.h"
 
-#include <QSet>
+#include <QStringList>
 
 /// Lives with its row among the transfers, where it can be tried again from where it stopped.
 class NewJob : public QObject {
@@ -17,6 +17,7 @@ signals:
     void submitted(const Velmora::JobDetails &job);
 
 private:
+    void read();
     QString problems() const;
     void advance();
     void sendInputs();
@@ -25,9 +26,10 @@ private:
 
     Velmora::CloudAPI &m_api;
     TransfersPanel &m_transfers;
+    QString m_jobFile;
     TaskRow *m_row;
     Velmora::JobSubmit m_job;
-    QSet<QString> m_unsent;
+    QStringList m_unsent;
     int m_sending = 0;
 };
 

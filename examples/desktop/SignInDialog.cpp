@@ -30,7 +30,8 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     m_user = addField(tr("&User:"), "user", "VELMORA_USER");
     m_password = addField(tr("&Password:"), "password");
     m_password->setEchoMode(QLineEdit::Password);
-    m_mfa = addField(tr("&One-time code:"), "mfa");
+    m_mfa = addField(tr("MFA &code:"), "mfa");
+    m_mfa->setPlaceholderText(tr("from your authenticator"));
     showMfa(false);
     connect(m_user, &QLineEdit::textEdited, this, [this] { showMfa(false); });
     (m_user->text().isEmpty() ? m_user : m_password)->setFocus();
@@ -51,7 +52,9 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     m_signIn = buttons->addButton(tr("Sign In"), QDialogButtonBox::AcceptRole);
     m_signIn->setObjectName(QStringLiteral("signIn"));
     m_signIn->setDefault(true);
-    buttons->button(QDialogButtonBox::Cancel)->setAutoDefault(false); // Enter signs in, wherever the focus is
+    QPushButton *cancel = buttons->button(QDialogButtonBox::Cancel);
+    cancel->setIcon(QIcon());
+    cancel->setAutoDefault(false); // Enter signs in, wherever the focus is
     connect(buttons, &QDialogButtonBox::accepted, this, &SignInDialog::begin);
     connect(buttons, &QDialogButtonBox::rejected, this, &SignInDialog::reject);
 

@@ -26,7 +26,7 @@ QColor errorColor(const QPalette &palette)
 void showError(QLabel *label, const QString &error)
 {
     QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, errorColor(palette));
+    palette.setColor(label->foregroundRole(), errorColor(palette));
     label->setPalette(palette);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);

@@ -39,6 +39,7 @@ TransfersPanel::TransfersPanel(Velmora::CloudAPI &api, QWidget *parent)
     , m_api(api)
     , m_rows(new QWidget)
     , m_layout(new QVBoxLayout(m_rows))
+    , m_empty(new QLabel(tr("No transfers yet. Select a job to send files to it or to fetch its results.")))
 {
     auto *clear = new QPushButton(tr("Clear Finished"));
     connect(clear, &QPushButton::clicked, this, &TransfersPanel::clearEnded);
@@ -47,6 +48,8 @@ TransfersPanel::TransfersPanel(Velmora::CloudAPI &api, QWidget *parent)
     head->addWidget(clear);
     m_layout->setContentsMargins(0, 2, 0, 2);
     m_layout->setSpacing(0);
+    m_empty->setAlignment(Qt::AlignCenter);
+    m_layout->addWidget(m_empty);
     m_layout->addStretch();
     auto *area = new QScrollArea;
     area->setWidgetResizable(true);
@@ -128,6 +131,7 @@ void TransfersPanel::download(const Velmora::CloudFile &file, const QString &fol
 TaskRow *TransfersPanel::addRow(const QString &name)
 {
     auto *row = new TaskRow(name, m_rows);
+    m_empty->hide();
     m_layout->insertWidget(m_layout->count() - 1, row);
     return row;
 }
@@ -151,4 +155,5 @@ void TransfersPanel::clearEnded()
     for (TaskRow *row : rows())
         if (!row->isActive())
             delete row;
+    m_empty->setVisible(rows().isEmpty());
 }

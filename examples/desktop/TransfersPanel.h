@@ -8,6 +8,7 @@
 
 #include <QWidget>
 
+class QLabel;
 class QVBoxLayout;
 
 class TransfersPanel : public QWidget {
@@ -33,6 +34,7 @@ private:
     Velmora::CloudAPI &m_api;
     QWidget *m_rows;
     QVBoxLayout *m_layout;
+    QLabel *m_empty;
 };
 
 #endif

@@ -53,7 +53,8 @@ class Drive : public QObject {
     std::string newestJob() const { return cell(0, Jobs::Name, Jobs::IdRole).toString().toStdString(); }
     QPushButton *button() const // of the newest job
     {
-        return qobject_cast<QPushButton *>(m_table->indexWidget(m_jobs->index(0, Jobs::Action)));
+        const QWidget *cell = m_table->indexWidget(m_jobs->index(0, Jobs::Action));
+        return cell ? cell->findChild<QPushButton *>() : nullptr;
     }
     QList<TaskRow *> tasks() const { return m_window.findChildren<TaskRow *>(); }
     static QString errorOf(QWidget *place) { return place->findChild<QLabel *>("error")->text(); }
