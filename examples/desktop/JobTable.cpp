@@ -17,7 +17,7 @@ constexpr int Unlimited = 10000;
 
 QColor colorOf(const QString &status)
 {
-    static const QHash<QString, QColor> colors = {{"running", "#2f7fd6"}, {"finished", "#2e9e4f"},
+    static const QHash<QString, QColor> colors = {{"running", "#1a4fb4"}, {"finished", "#2e9e4f"},
                                                   {"failed", "#d03030"},  {"stopped", "#d98a1f"},
                                                   {"queued", "#8a6fc8"},  {"submitted", "#8a6fc8"}};
     return colors.value(status, QColor("#909090"));
@@ -115,7 +115,6 @@ private:
 
 JobTable::JobTable(Jobs &jobs)
 {
-    setObjectName(QStringLiteral("jobs"));
     setModel(&jobs);
     setItemDelegate(new JobDelegate(this));
     setSelectionBehavior(SelectRows);
@@ -165,8 +164,7 @@ void JobTable::updateButton(const QModelIndex &place)
         setIndexWidget(place, cell);
         // The button keeps to its own job, wherever the row moves and whatever is selected.
         connect(button, &QPushButton::clicked, this, [this, place = QPersistentModelIndex(place)] {
-            const bool again = !place.sibling(place.row(), Jobs::Status).data(Jobs::ErrorRole).toString().isEmpty();
-            emit stopWanted(place.sibling(place.row(), Jobs::Name).data(Jobs::IdRole).toString(), again);
+            emit stopWanted(place.sibling(place.row(), Jobs::Name));
         });
     }
     auto *button = cell->findChild<QPushButton *>();

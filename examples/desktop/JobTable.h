@@ -15,8 +15,8 @@ public:
     QString selected(int role) const;
 
 signals:
-    /// @param again it was wanted before, and failed
-    void stopWanted(const QString &jobId, bool again);
+    /// @param job its first column
+    void stopWanted(const QModelIndex &job);
     void selectedChanged();
 
 private:

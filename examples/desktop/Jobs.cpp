@@ -77,7 +77,8 @@ int Jobs::insert(const Velmora::JobDetails &job, long long submitted)
     items[Name]->setText(toQt(job.jobName.empty() ? job.jobId : job.jobName));
     items[Name]->setToolTip(toQt(job.jobId));
     items[Name]->setData(toQt(job.jobId), IdRole);
-    items[Submitted]->setText(QLocale().toString(QDateTime::fromMSecsSinceEpoch(submitted), QLocale::ShortFormat));
+    if (submitted > 0)
+        items[Submitted]->setText(QLocale().toString(QDateTime::fromMSecsSinceEpoch(submitted), QLocale::ShortFormat));
     items[Submitted]->setData(submitted, DateRole);
     insertRow(row, items);
     return row;

@@ -183,11 +183,13 @@ void MainWindow::startJob(const QString &jobFile)
     });
 }
 
-void MainWindow::stop(const QString &jobId, bool again)
+void MainWindow::stop(const QModelIndex &job)
 {
-    if (again ||
-        ask(this, tr("Stop this job? What it has computed so far may be lost."), tr("Stop"), tr("Keep Running")))
-        m_jobs->stop(jobId);
+    const QString id = job.data(Jobs::IdRole).toString(); // the row may move while the question stands
+    const QString question = tr("Stop “%1”? What it has computed so far may be lost.").arg(job.data().toString());
+    const bool again = !job.siblingAtColumn(Jobs::Status).data(Jobs::ErrorRole).toString().isEmpty();
+    if (again || ask(this, question, tr("Stop"), tr("Keep Running")))
+        m_jobs->stop(id);
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

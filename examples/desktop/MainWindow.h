@@ -31,7 +31,7 @@ private:
     void load();
     void showJobs(const QString &otherwise);
     void showListError(const QString &why);
-    void stop(const QString &jobId, bool again);
+    void stop(const QModelIndex &job);
 
     // The widgets below go after it, so none is gone that its callbacks touch.
     Velmora::CloudAPI m_api;

@@ -49,7 +49,7 @@ TransfersPanel::TransfersPanel(Velmora::CloudAPI &api, QWidget *parent)
     m_layout->setContentsMargins(0, 2, 0, 2);
     m_layout->setSpacing(0);
     m_empty->setAlignment(Qt::AlignCenter);
-    m_layout->addWidget(m_empty);
+    m_layout->addWidget(m_empty, 1);
     m_layout->addStretch();
     auto *area = new QScrollArea;
     area->setWidgetResizable(true);
