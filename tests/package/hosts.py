@@ -60,11 +60,11 @@ class Hosts(unittest.TestCase):
     def host(self, *command, **changes):
         return run(*command, environment={**self.environment, **changes})
 
-    def by_cmake(self, name):
+    def by_cmake(self, name, source="examples"):
         folder = f"{self.folder}/{name}"
-        self.must("cmake", "-S", f"{SOURCE}/examples/{name}", "-B", folder,
+        self.must("cmake", "-S", f"{SOURCE}/{source}/{name}", "-B", folder,
                   f"-DCMAKE_PREFIX_PATH={self.folder}/moved")
-        self.must("cmake", "--build", folder)
+        self.must("cmake", "--build", folder, "-j2")
         return f"{folder}/{name}"
 
     def by_pkg_config(self, compiler, source):
@@ -117,6 +117,11 @@ class Hosts(unittest.TestCase):
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         code, output = self.host(*command, "ACC-NONE", **library)
         self.assertEqual((code, "Error Requesting Job ID" in output), (1, True), output)
+
+    def test_desktop(self):
+        program = os.path.dirname(self.by_cmake("desktop", "tests/package")) + "/drive"
+        code, output = self.host(program, QT_QPA_PLATFORM="offscreen")
+        self.assertEqual(code, 0, output)
 
 
 unittest.main()

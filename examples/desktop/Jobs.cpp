@@ -1,0 +1,199 @@
+#include "Jobs.h"
+
+#include "Text.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+#include <QTimer>
+
+#include <algorithm>
+
+using Velmora::ApiError;
+
+namespace {
+
+constexpr int ReconnectMs = 3000;
+
+bool isActive(const QString &status)
+{
+    static const QSet<QString> ends = {"finished", "failed", "stopped", "archived", "aborted", "killed", "error"};
+    return !status.isEmpty() && !ends.contains(status);
+}
+
+} // namespace
+
+Jobs::Jobs(Velmora::CloudAPI &api, QObject *parent)
+    : QStandardItemModel(0, ColumnCount, parent)
+    , m_api(api)
+{
+    setHorizontalHeaderLabels({tr("Job"), tr("Status"), tr("Progress"), tr("Submitted"), QString()});
+}
+
+void Jobs::load(const Velmora::CloudAPI::Done &onLoaded)
+{
+    m_api.getAllJobDetails([this, onLoaded](const ApiError &error, const std::list<Velmora::JobDetails> &jobs) {
+        QSet<QString> listed;
+        for (const auto &job : jobs) {
+            listed.insert(toQt(job.jobId));
+            update(job);
+        }
+        for (int row = rowCount() - 1; row >= 0 && succeeded(error); --row)
+            if (const QString id = item(row, Name)->data(IdRole).toString(); !listed.contains(id)) {
+                m_api.unsubscribeFromJob(id.toStdString());
+                m_followed.remove(id);
+                removeRow(row);
+            }
+        onLoaded(error);
+    });
+}
+
+void Jobs::update(const Velmora::JobDetails &job)
+{
+    std::vector<Velmora::JobStatusEntry> history(job.jobStatus.begin(), job.jobStatus.end());
+    std::stable_sort(history.begin(), history.end(),
+                     [](const auto &a, const auto &b) { return a.jobStatusDate < b.jobStatusDate; });
+    int row = rowOf(toQt(job.jobId));
+    if (row < 0)
+        row = insert(job, history.empty() ? 0 : history.front().jobStatusDate);
+    for (const auto &simulation : job.simulations)
+        noteProgress(toQt(job.jobId), toQt(simulation.simulationId), 0);
+    setStatus(row, history.empty() ? QString() : toQt(history.back().jobStatus).toLower());
+    follow(toQt(job.jobId));
+}
+
+int Jobs::insert(const Velmora::JobDetails &job, long long submitted)
+{
+    int row = 0;
+    while (row < rowCount() && item(row, Submitted)->data(DateRole).toLongLong() > submitted)
+        ++row;
+    QList<QStandardItem *> items;
+    for (int column = 0; column < ColumnCount; ++column) {
+        items << new QStandardItem;
+        items.last()->setEditable(false);
+    }
+    items[Name]->setText(toQt(job.jobName.empty() ? job.jobId : job.jobName));
+    items[Name]->setToolTip(toQt(job.jobId));
+    items[Name]->setData(toQt(job.jobId), IdRole);
+    if (submitted > 0)
+        items[Submitted]->setText(QLocale().toString(QDateTime::fromMSecsSinceEpoch(submitted), QLocale::ShortFormat));
+    items[Submitted]->setData(submitted, DateRole);
+    insertRow(row, items);
+    return row;
+}
+
+int Jobs::rowOf(const QString &id) const
+{
+    const auto found = match(index(0, Name), IdRole, id, 1, Qt::MatchExactly | Qt::MatchCaseSensitive);
+    return found.isEmpty() ? -1 : found.first().row();
+}
+
+void Jobs::setStatus(int row, const QString &status, const QString &remark)
+{
+    item(row, Status)->setData(status, StatusRole);
+    item(row, Status)->setText(status.left(1).toUpper() + status.mid(1) + remark);
+    const QVariantMap simulations = item(row, Progress)->data(SimulationsRole).toMap();
+    int percent = 0;
+    for (const QVariant &progress : simulations)
+        percent += progress.toInt();
+    percent /= std::max(1, simulations.size());
+    item(row, Progress)
+        ->setData(status == QLatin1String("finished") ? 100
+                  : isActive(status)                  ? percent
+                                                      : -1,
+                  PercentRole);
+    QStandardItem *action = item(row, Action);
+    if (!isActive(status))
+        setError(row, QString(), QString());
+    else if (action->data(ActionRole).toString().isEmpty())
+        action->setData(tr("Stop…"), ActionRole);
+}
+
+void Jobs::setError(int row, const QString &error, const QString &action, bool actionEnabled)
+{
+    item(row, Status)->setData(error, ErrorRole);
+    item(row, Action)->setEnabled(actionEnabled);
+    item(row, Action)->setData(action, ActionRole);
+}
+
+void Jobs::noteProgress(const QString &id, const QString &simulation, int percent)
+{
+    const int row = rowOf(id);
+    if (row < 0)
+        return;
+    QVariantMap simulations = item(row, Progress)->data(SimulationsRole).toMap();
+    // An answer and a message may overtake each other.
+    simulations[simulation] = std::max(simulations.value(simulation).toInt(), std::clamp(percent, 0, 100));
+    item(row, Progress)->setData(simulations, SimulationsRole);
+    setStatus(row, item(row, Status)->data(StatusRole).toString());
+}
+
+void Jobs::stop(const QString &id)
+{
+    if (const int row = rowOf(id); row >= 0)
+        setError(row, QString(), tr("Stopping…"), false);
+    m_api.killJob(id.toStdString(), [this, id](const ApiError &error, const auto &) {
+        const int row = rowOf(id);
+        if (row >= 0 && !succeeded(error))
+            setError(row, tr("Could not be stopped: %1").arg(explain(error)), tr("Try Again"));
+        look(id);
+    });
+}
+
+void Jobs::look(const QString &id)
+{
+    m_api.getJobDetails(id.toStdString(), [this](const ApiError &error, const Velmora::JobDetails &job) {
+        if (succeeded(error))
+            update(job);
+    });
+}
+
+void Jobs::follow(const QString &id)
+{
+    const int row = rowOf(id);
+    if (m_followed.contains(id) || !isActive(item(row, Status)->data(StatusRole).toString()))
+        return;
+    m_followed.insert(id);
+    m_api.getJobProgress(id.toStdString(), [this, id](const ApiError &, const Velmora::JobProgress &progress) {
+        for (const auto &simulation : progress.simulationProgressList)
+            noteProgress(id, toQt(simulation.simulationId), simulation.progress);
+    });
+    m_api.subscribeToJob(
+        id.toStdString(),
+        [this, id](const ApiError &, const std::string &, const std::string &text) { onMessage(id, text); },
+        [this, id](const ApiError &error, const std::string &, const std::string &) {
+            onMessagesEnd(id, !succeeded(error));
+        });
+}
+
+void Jobs::onMessage(const QString &id, const std::string &text)
+{
+    const int row = rowOf(id);
+    if (row < 0)
+        return;
+    const QJsonObject message = QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
+    QJsonArray simulations = message.value(QLatin1String("simulationProgressList")).toArray();
+    if (message.contains(QLatin1String("simulationId")))
+        simulations.append(message);
+    else if (const QString status = message.value(QLatin1String("status")).toString(); !status.isEmpty())
+        setStatus(row, status.toLower());
+    for (const QJsonValue simulation : qAsConst(simulations))
+        noteProgress(id, simulation[QLatin1String("simulationId")].toString(),
+                     simulation[QLatin1String("progress")].toInt());
+}
+
+/// The end of the messages is a reason to look, not yet the end of the job.
+void Jobs::onMessagesEnd(const QString &id, bool lost)
+{
+    m_api.unsubscribeFromJob(id.toStdString());
+    if (const int row = rowOf(id); lost && row >= 0)
+        setStatus(row, item(row, Status)->data(StatusRole).toString(), tr(", reconnecting…"));
+    if (!lost)
+        look(id);
+    QTimer::singleShot(ReconnectMs, this, [this, id] {
+        m_followed.remove(id);
+        look(id);
+    });
+}

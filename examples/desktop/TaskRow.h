@@ -1,0 +1,52 @@
+// One row of the transfers: name, bar, phase, a button, and what went wrong below them.
+#ifndef DESKTOP_TASKROW_H
+#define DESKTOP_TASKROW_H
+
+#include <velmora/Records.h>
+
+#include <QFrame>
+
+#include <functional>
+
+class QLabel;
+class QProgressBar;
+class QPushButton;
+
+class TaskRow : public QFrame {
+    Q_OBJECT
+
+public:
+    using Act = std::function<void()>;
+
+    TaskRow(const QString &name, QWidget *parent);
+    /// @param start begins the work, once more at each "Try Again"; it must end in `end` or `fail`.
+    /// @param cancel makes it end soon; empty when that cannot be done.
+    void run(const Act &start, const Act &cancel);
+    void setPhase(const QString &phase);
+    void setProgress(long long moved, long long total);
+    /// @return whether the work was done.
+    bool end(const Velmora::ApiError &error, const QString &phase);
+    void fail(const QString &why);
+    void cancel();
+    bool isActive() const { return m_active; }
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    void begin();
+    void settle(const QString &phase, const QString &error);
+
+    QString m_name;
+    Act m_start;
+    Act m_cancel;
+    bool m_active = false;
+    bool m_cancelled = false;
+    QLabel *m_label;
+    QProgressBar *m_bar;
+    QLabel *m_phase;
+    QPushButton *m_button;
+    QLabel *m_error;
+};
+
+#endif

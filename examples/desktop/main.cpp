@@ -1,0 +1,15 @@
+#include "MainWindow.h"
+
+#include <QApplication>
+
+int main(int argc, char **argv)
+{
+    QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QApplication::setStyle(QStringLiteral("Fusion")); // looks the same, and well, wherever it runs
+    const QApplication application(argc, argv);
+    QApplication::setApplicationDisplayName(QStringLiteral("Velmora Desktop"));
+    MainWindow window;
+    window.show();
+    window.signIn();
+    return QApplication::exec();
+}
