@@ -34,7 +34,6 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     m_mfa->setPlaceholderText(tr("from your authenticator"));
     showMfa(false);
     connect(m_user, &QLineEdit::textEdited, this, [this] { showMfa(false); });
-    (m_user->text().isEmpty() ? m_user : m_password)->setFocus();
 
     m_error->setObjectName(QStringLiteral("error"));
     m_error->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Minimum); // as wide as the fields, as high as it takes
@@ -64,6 +63,7 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     layout->addWidget(m_busy);
     layout->addWidget(buttons);
     layout->setSizeConstraint(QLayout::SetFixedSize); // follows the error and the code as they come and go
+    (m_user->text().isEmpty() ? m_user : m_password)->setFocus();
 }
 
 QString SignInDialog::user() const { return m_user->text().trimmed(); }

@@ -29,18 +29,10 @@ class Hosts(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
-        cls.portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1"], text=True,
-                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        cls.addClassCleanup(cls.portal.communicate)  # the end of its input ends it
-        facts = json.loads(cls.portal.stdout.readline())
-        user = facts["users"][0]
         cls.must("cmake", "-S", f"{SOURCE}/examples/local_trust", "-B", f"{cls.folder}/trust")
         cls.must("cmake", "--build", f"{cls.folder}/trust")
         cls.environment = {
-            "VELMORA_API_URL": facts["host"],
-            "VELMORA_USER": user["email"],
-            "VELMORA_PASSWORD": user["password"],
-            "SSL_CERT_FILE": facts["ca"],
+            **cls.start_portal(),
             "PYTHONDONTWRITEBYTECODE": "1",
             "LD_PRELOAD": f"{cls.folder}/trust/libvelmora_local_trust.so",
         }
@@ -49,6 +41,17 @@ class Hosts(unittest.TestCase):
         os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
         (cls.libraries,) = (os.path.dirname(path) for path in glob.glob(f"{cls.folder}/moved/**/libvelmora.so",
                                                                        recursive=True))
+
+    @classmethod
+    def start_portal(cls):
+        """Returns what a host's environment says of it."""
+        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1"], text=True,
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        cls.addClassCleanup(portal.communicate)  # the end of its input ends it
+        facts = json.loads(portal.stdout.readline())
+        user = facts["users"][0]
+        return {"VELMORA_API_URL": facts["host"], "SSL_CERT_FILE": facts["ca"], "VELMORA_USER": user["email"],
+                "VELMORA_PASSWORD": user["password"]}
 
     @classmethod
     def must(cls, *command, **settings):
@@ -120,7 +123,7 @@ class Hosts(unittest.TestCase):
 
     def test_desktop(self):
         program = os.path.dirname(self.by_cmake("desktop", "tests/package")) + "/drive"
-        code, output = self.host(program, QT_QPA_PLATFORM="offscreen")
+        code, output = self.host(program, QT_QPA_PLATFORM="offscreen", **self.start_portal())
         self.assertEqual(code, 0, output)
 
 

@@ -98,8 +98,9 @@ private slots:
         QVERIFY(errorOf(tasks().last()).count('\n') > 3);
         control("jobs", {{"duration", 2000}});
         std::set<int> seen;
-        const auto watching = connect(m_jobs, &QAbstractItemModel::dataChanged, this,
-                                      [&] { seen.insert(cell(0, Jobs::Progress, Jobs::PercentRole).toInt()); });
+        QObject watcher;
+        connect(m_jobs, &QAbstractItemModel::dataChanged, &watcher,
+                [&] { seen.insert(cell(0, Jobs::Progress, Jobs::PercentRole).toInt()); });
         fault("job/submit");
         startBeam();
         TaskRow *task = tasks().at(1);
@@ -107,7 +108,6 @@ private slots:
         task->findChild<QPushButton *>()->click();
         QTRY_COMPARE(m_jobs->rowCount(), 3);
         QTRY_COMPARE(cell(0, Jobs::Status).toString(), QString("Finished"));
-        disconnect(watching);
         QVERIFY2(std::distance(seen.upper_bound(0), seen.lower_bound(100)) > 3, "no live progress");
 
         m_transfers->downloadResults(newestJob(), "Beam", m_folder.path());
