@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include <random>
 #include <set>
 
 using namespace CliTests;
@@ -140,27 +141,37 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
         EXPECT_GT(read(name).size(), 12000000U) << name;
 }
 
-// Whenever the process dies, the target is the old file or the new one; what else it left is cleared next time.
-TEST_F(FileTest, download_killedHalfway_leavesTheTargetAlone)
+// Whenever the process dies, a file is the old one or whole, here and at the service; VELMORA_KILLS says how often.
+TEST_F(FileTest, killedAtAnyMoment_leavesFilesOldOrWhole)
 {
     VelmoraPortal::Options options;
     options.storage.pieceSize = 1 << 20;
     serve(1000ms, options);
-    const S bytes = bytesOf('n', 6 << 20), command = "download job-wing0001 big --to out";
+    const S bytes = bytesOf('n', 6 << 20), download = "download job-wing0001 big --to out",
+            upload = "upload new --job job-wing0001";
     m_portal->addFile("job-wing0001", "big", bytes);
-    inject("storage/piece", FaultKind::SlowWrite, 0);
-    write("out/big", "old");
-    const auto program = start(command);
-    while (below("out").size() == 1) // the first pieces are being received
-        ASSERT_FALSE(program->waitForFinished(1)) << program->errors();
-    program->kill();
-    program->waitForFinished();
-    EXPECT_EQ(read("out/big"), "old");
-    EXPECT_GT(below("out").size(), 1U);
-    m_portal->clearFaults();
-    ended(command, 0);
+    write("new", bytes);
+    std::mt19937 random(20);
+    int left[2] = {};
+    for (int i = std::max(20, qEnvironmentVariableIntValue("VELMORA_KILLS")); i > 0; --i) {
+        SCOPED_TRACE(i);
+        const bool sends = i % 2 == 0;
+        write("out/big", "old");
+        m_portal->removeFile("job-wing0001", "new");
+        const auto program = start(sends ? upload : download);
+        program->waitForFinished(int(random() % 400));
+        program->kill();
+        program->waitForFinished();
+        const auto file = sends ? m_portal->plainFile("job-wing0001", "new") : read("out/big");
+        EXPECT_TRUE(!file || *file == bytes || (!sends && *file == "old"));
+        left[sends] += file == bytes ? 0 : 1;
+    }
+    EXPECT_TRUE(left[0] > 0 && left[1] > 0) << "none died in time";
+    ended(download, 0);
+    ended(upload, 0);
     EXPECT_EQ(read("out/big"), bytes);
-    EXPECT_EQ(below("out"), Strings({"big"}));
+    EXPECT_EQ(m_portal->plainFile("job-wing0001", "new"), bytes);
+    EXPECT_EQ(below("out"), Strings({"big"})) << "pieces of the dead are cleared";
 }
 
 } // namespace
