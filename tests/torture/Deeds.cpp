@@ -67,7 +67,8 @@ void upload(Case &test, bool blocking)
 {
     const std::size_t sizes[] = {0, 1, 15, 16, 17, 4096, 70000, 400000};
     const S bytes = test.random.bytes(test.random.of(sizes));
-    const S name = "in" + std::to_string(test.random.below(3)) + ".dat";
+    const char *const names[] = {"in.dat", "in \"2\".dat", "\u5165\u529b \u00fc.dat"};
+    const S name = test.random.of(names);
     const FileUploadDetails file{test.write(name, bytes), test.job, 0};
     Call &call = test.call(blocking ? "uploadInputFile" : "uploadFile");
     call.verdict = [=, job = test.job](World &world, bool succeeded) {
@@ -84,7 +85,9 @@ void upload(Case &test, bool blocking)
 
 void download(Case &test)
 {
-    const S target = test.path("to/result.bin");
+    const S deep = "to/" + S(100, 'a') + '/' + S(100, 'b') + '/' + S(100, 'c') + "/result.bin";
+    const S targets[] = {"to/result.bin", "to/result.bin", "to/\u7d50\u679c \u00fc.bin", deep};
+    const S target = test.path(test.random.of(targets));
     const S before = read(target);
     const FileDownloadDetails file{target, {storedJob, storedFile, 0, 0, {}, false}};
     Call &call = test.call("downloadFile");
