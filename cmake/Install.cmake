@@ -11,6 +11,10 @@ install(TARGETS velmora EXPORT VelmoraTargets
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/velmora DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT Development FILES_MATCHING PATTERN "*.h")
 
+if(VELMORA_DEF)
+  install(FILES ${VELMORA_DEF} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development)
+endif()
+
 install(EXPORT VelmoraTargets NAMESPACE Velmora:: DESTINATION ${VELMORA_CMAKE_DIR} COMPONENT Development)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/VelmoraConfig.cmake.in
   ${PROJECT_BINARY_DIR}/VelmoraConfig.cmake INSTALL_DESTINATION ${VELMORA_CMAKE_DIR})

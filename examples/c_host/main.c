@@ -8,8 +8,12 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <threads.h>
 #include <time.h>
+#endif
 
 /* The functions take no pointer of the host's own for their callbacks: what those share is global. */
 static VelmoraCloudAPI *api;
@@ -27,6 +31,15 @@ static bool failed(const char *what, const char *error)
     fprintf(stderr, "%s failed: %s\n", what, code == 0 ? "no answer came" : error);
     exitCode = EXIT_FAILURE;
     return true;
+}
+
+static void pauseAMoment(void)
+{
+#ifdef _WIN32
+    Sleep(2);
+#else
+    thrd_sleep(&(struct timespec){.tv_nsec = 2000000}, NULL);
+#endif
 }
 
 static void onFiles(const char *error, const char *files)
@@ -86,7 +99,7 @@ int main(int argc, char **argv)
     logUserIn_Json(api, getenv("VELMORA_USER"), getenv("VELMORA_PASSWORD"), getenv("VELMORA_MFA"), onSignedIn);
     while (exitCode < 0) {
         processEvents(api); /* every callback runs in here */
-        thrd_sleep(&(struct timespec){.tv_nsec = 2000000}, NULL);
+        pauseAMoment();
     }
     DestroyCloudAPI(api);
     return exitCode;

@@ -2,6 +2,7 @@
 
 #include "model/Json.h"
 #include "model/Later.h"
+#include "transfer/DiskFile.h"
 #include "transfer/Join.h"
 #include "transfer/PieceName.h"
 
@@ -37,7 +38,7 @@ DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const CloudAPI
     , m_target(QDir::cleanPath(absoluteTarget(file)))
     , m_folder(QFileInfo(m_target).absolutePath())
 {
-    m_paths.insert(m_target);
+    m_paths.insert(pathKey(m_target));
 }
 
 DownloadObjects::~DownloadObjects()
@@ -51,14 +52,14 @@ DownloadObjects::~DownloadObjects()
 
 bool DownloadObjects::hasTarget(const FileDownloadDetails &file) const
 {
-    return QDir::cleanPath(absoluteTarget(file)) == m_target;
+    return pathKey(QDir::cleanPath(absoluteTarget(file))) == pathKey(m_target);
 }
 
 bool DownloadObjects::isFor(const FileDownloadDetails &file) const
 {
     if (hasTarget(file))
         return true;
-    return QFileInfo(absoluteTarget(file)).absolutePath() == m_folder &&
+    return pathKey(QFileInfo(absoluteTarget(file)).absolutePath()) == pathKey(m_folder) &&
            file.cloudFileDetails.jobId == m_details.cloudFileDetails.jobId &&
            file.cloudFileDetails.fileName == m_details.cloudFileDetails.fileName;
 }
@@ -67,12 +68,12 @@ bool DownloadObjects::prepare(const QJsonArray &chunks, const QByteArray &key, c
 {
     for (const QJsonValue &chunk : chunks) {
         m_pieces.push_back(std::make_unique<FileDownload>(m_folder, m_target, chunk.toObject(), key));
-        m_paths.insert(m_pieces.back()->path());
+        m_paths.insert(pathKey(m_pieces.back()->path()));
     }
     if (!m_paths.intersects(taken))
         return true;
     m_pieces.clear();
-    m_paths = {m_target};
+    m_paths = {pathKey(m_target)};
     return false;
 }
 
@@ -88,7 +89,7 @@ void DownloadObjects::begin()
     }
     QSet<QString> names;
     for (const auto &piece : m_pieces)
-        names.insert(piece->path());
+        names.insert(pathKey(piece->path()));
     if (names.size() != static_cast<int>(m_pieces.size())) { // two pieces of one name would mix in one file
         fail(stitchFailure());
         return;

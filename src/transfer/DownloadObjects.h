@@ -40,7 +40,7 @@ public:
 
     /// Creates the pieces; returns false, and has done nothing, when `taken` holds one of their paths.
     bool prepare(const QJsonArray &chunks, const QByteArray &key, const QSet<QString> &taken);
-    /// Every path that this download writes.
+    /// Every path that this download writes, as `pathKey` has it.
     const QSet<QString> &paths() const { return m_paths; }
     const std::vector<std::unique_ptr<FileDownload>> &pieces() const { return m_pieces; }
     void begin();

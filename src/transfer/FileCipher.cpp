@@ -1,20 +1,14 @@
 #include "transfer/FileCipher.h"
 
-#include <QFile>
+#include "transfer/DiskFile.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <filesystem>
 #include <limits>
 #include <memory>
 #include <new>
-#include <system_error>
 
 namespace Velmora {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -23,46 +17,7 @@ enum class Padding { Checked, Unchecked };
 using Status = FileCipherStatus;
 using Result = FileCipherResult;
 
-struct CloseFile {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-// Not through QFile: Qt converts names to the encoding of the host's locale, which need not be able to
-// express what a UTF-8 path does.
-fs::path utf8Path(const char *path)
-{
-#ifdef _WIN32
-    return QString::fromUtf8(path).toStdWString();
-#else
-    return path;
-#endif
-}
-
-fs::path qtPath(const QString &path)
-{
-#ifdef _WIN32
-    return path.toStdWString();
-#else
-    return QFile::encodeName(path).toStdString();
-#endif
-}
-
-File openUnbuffered(const fs::path &path, bool forWriting)
-{
-#ifdef _WIN32
-    File file(_wfopen(path.c_str(), forWriting ? L"wb" : L"rb"));
-#else
-    File file(std::fopen(path.c_str(), forWriting ? "wbe" : "rbe"));
-#endif
-    if (file)
-        std::setvbuf(file.get(), nullptr, _IONBF, 0);
-    return file;
-}
-
-QString systemText(int error) { return QString::fromStdString(std::generic_category().message(error)); }
-
-Result systemFailure(Status status) { return {status, systemText(errno)}; }
+Result failure(Status status, const DiskFile &file) { return {status, file.problem()}; }
 
 Result cancelled() { return {Status::Cancelled, QStringLiteral("Cancelled")}; }
 
@@ -76,39 +31,36 @@ Result notWholeBlocks()
 // The file being written: gone again unless it was completed.
 class Output {
 public:
-    explicit Output(const fs::path &path)
-        : m_path(path)
-        , m_file(openUnbuffered(path, true))
+    explicit Output(DiskFile &file)
+        : m_file(file)
+        , m_incomplete(m_file.openToWrite())
     {
     }
     ~Output()
     {
-        if (!m_file && !m_failedToClose)
+        if (!m_incomplete)
             return;
-        m_file.reset();
-        std::error_code error;
+        if (m_file.isOpen())
+            m_file.close();
         // A device such as /dev/full may be the output; it is not ours to unlink.
-        if (fs::is_regular_file(m_path, error))
-            fs::remove(m_path, error);
+        if (m_file.kind() == DiskFile::Kind::Regular)
+            m_file.remove();
     }
     Output(const Output &) = delete;
     Output &operator=(const Output &) = delete;
 
-    bool isOpen() const { return m_file != nullptr; }
-    bool write(const unsigned char *data, std::size_t size) { return std::fwrite(data, 1, size, m_file.get()) == size; }
     bool complete()
     {
-        m_failedToClose = std::fclose(m_file.release()) != 0;
-        return !m_failedToClose;
+        m_incomplete = !m_file.close();
+        return !m_incomplete;
     }
 
 private:
-    const fs::path &m_path;
-    File m_file;
-    bool m_failedToClose = false;
+    DiskFile &m_file;
+    bool m_incomplete;
 };
 
-Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &cipher, Padding padding,
+Result stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &cipher, Padding padding,
               const std::atomic<bool> &stop)
 {
     const auto bufferSize = static_cast<std::size_t>(std::min<std::uintmax_t>(size, fileCipherBufferSize));
@@ -127,9 +79,10 @@ Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &ci
             return cancelled();
 
         const auto wanted = static_cast<std::size_t>(std::min<std::uintmax_t>(size - total, bufferSize));
-        const std::size_t got = std::fread(in, 1, wanted, source);
-        if (got < wanted && std::ferror(source))
-            return systemFailure(Status::ReadFailed);
+        const qint64 read = source.read(in, wanted);
+        if (read < 0)
+            return failure(Status::ReadFailed, source);
+        const auto got = static_cast<std::size_t>(read);
         total += got;
         last = got < wanted || total == size;
 
@@ -146,64 +99,66 @@ Result stream(std::FILE *source, std::uintmax_t size, Output &output, Cipher &ci
             produced += tail;
         }
         if (produced > 0 && !output.write(out, static_cast<std::size_t>(produced)))
-            return systemFailure(Status::WriteFailed);
+            return failure(Status::WriteFailed, output);
     }
     return {};
 }
 
 Result cryptFile(Cipher::Direction direction, Padding padding, const unsigned char *key, const unsigned char *iv,
-                 const fs::path &inPath, const fs::path &outPath, const std::atomic<bool> &stop)
+                 DiskFile &source, DiskFile &target, const std::atomic<bool> &stop)
 {
     if (stop.load(std::memory_order_relaxed))
         return cancelled();
 
     // The C library opens a folder as a file on some platforms and only fails to read it.
-    std::error_code error;
-    const fs::file_type type = fs::status(inPath, error).type();
-    if (type == fs::file_type::directory)
-        return {Status::InputNotOpened, systemText(EISDIR)};
-    const File source = openUnbuffered(inPath, false);
-    if (!source)
-        return systemFailure(Status::InputNotOpened);
+    const DiskFile::Kind kind = source.kind();
+    if (kind == DiskFile::Kind::Folder)
+        return {Status::InputNotOpened, QStringLiteral("Is a directory")};
+    if (!source.openToRead())
+        return failure(Status::InputNotOpened, source);
 
     std::uintmax_t size = std::numeric_limits<std::uintmax_t>::max();
-    if (type == fs::file_type::regular)
-        size = fs::file_size(inPath, error);
-    if (error)
-        return {Status::InputNotOpened, QString::fromStdString(error.message())};
-    if (padding == Padding::Checked && type == fs::file_type::regular && (size == 0 || size % cipherBlockSize != 0))
-        return notWholeBlocks();
+    if (kind == DiskFile::Kind::Regular) {
+        const qint64 known = source.size();
+        if (known < 0)
+            return failure(Status::InputNotOpened, source);
+        size = static_cast<std::uintmax_t>(known);
+        if (padding == Padding::Checked && (size == 0 || size % cipherBlockSize != 0))
+            return notWholeBlocks();
+    }
 
     Cipher cipher(direction, key, iv);
     if (!cipher.isReady())
         return cipherFailure();
-    if (fs::equivalent(inPath, outPath, error))
+    if (source.isSameAs(target))
         return {Status::OutputNotOpened, QStringLiteral("The output is the input itself")};
-    Output output(outPath);
-    if (!output.isOpen())
-        return systemFailure(Status::OutputNotOpened);
-    Result result = stream(source.get(), size, output, cipher, padding, stop);
+    Output output(target);
+    if (!target.isOpen())
+        return failure(Status::OutputNotOpened, target);
+    Result result = stream(source, size, target, cipher, padding, stop);
     if (result.ok() && !output.complete())
-        result = systemFailure(Status::WriteFailed);
+        result = failure(Status::WriteFailed, target);
     return result;
 }
 
 Result cryptFileThroughSibling(Cipher::Direction direction, Padding padding, const CipherKey &key, const QString &path,
                                const std::atomic<bool> &stop)
 {
-    const fs::path target = qtPath(path);
-    const fs::path sibling = qtPath(path + QLatin1String("orig"));
-    std::error_code error;
-    if (!fs::is_directory(sibling, error))
-        fs::remove(sibling, error);
-
-    Result result = cryptFile(direction, padding, key.data(), fixedIv, target, sibling, stop);
+    const QString siblingPath = path + QLatin1String("orig");
+    DiskFile sibling(siblingPath);
+    if (sibling.kind() != DiskFile::Kind::Folder)
+        sibling.remove();
+    Result result;
+    {
+        DiskFile source(path); // closed before it is replaced
+        result = cryptFile(direction, padding, key.data(), fixedIv, source, sibling, stop);
+    }
     if (!result.ok())
         return result;
-    fs::rename(sibling, target, error);
-    if (error) {
-        result = {Status::WriteFailed, QString::fromStdString(error.message())};
-        fs::remove(sibling, error);
+    const QString problem = replaceFile(siblingPath, path, stop);
+    if (!problem.isEmpty()) {
+        sibling.remove();
+        result = {Status::WriteFailed, problem};
     }
     return result;
 }
@@ -220,8 +175,9 @@ FileCipherResult encryptFile(const QByteArray &key, const QString &source, const
     const CipherKey bytes(key);
     if (key.isEmpty() || !bytes.isValid())
         return badKey();
-    return cryptFile(Cipher::Direction::Encrypt, Padding::Unchecked, bytes.data(), fixedIv, qtPath(source),
-                     qtPath(destination), stop);
+    DiskFile input(source);
+    DiskFile output(destination);
+    return cryptFile(Cipher::Direction::Encrypt, Padding::Unchecked, bytes.data(), fixedIv, input, output, stop);
 }
 
 FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop)
@@ -255,7 +211,9 @@ int cryptBinaryFile(Cipher::Direction direction, const char *inPath, const char 
         return 1;
     if (!outPath)
         return 2;
-    switch (cryptFile(direction, Padding::Unchecked, key, iv, utf8Path(inPath), utf8Path(outPath), neverStop).status) {
+    DiskFile input{Utf8Path{inPath}};
+    DiskFile output{Utf8Path{outPath}};
+    switch (cryptFile(direction, Padding::Unchecked, key, iv, input, output, neverStop).status) {
     case Status::Ok:
         return 0;
     case Status::OutputNotOpened:

@@ -3,6 +3,7 @@
 #include "model/Json.h"
 #include "model/Later.h"
 #include "transfer/Address.h"
+#include "transfer/DiskFile.h"
 #include "transfer/FileCipher.h"
 #include "transfer/PieceName.h"
 #include "transfer/RequestBody.h"
@@ -30,6 +31,14 @@ struct FileDownload::Progress {
     QString path; // of the piece's file; empty while there is none
     FileCipherResult decryption;
     QString renameProblem;
+
+    bool moveTo(const QString &next, const std::atomic<bool> &stop)
+    {
+        renameProblem = replaceFile(path, next, stop);
+        if (renameProblem.isEmpty())
+            path = next;
+        return renameProblem.isEmpty();
+    }
 };
 
 FileDownload::FileDownload(const QString &folder, const QString &target, const QJsonObject &chunk,
@@ -190,23 +199,14 @@ void FileDownload::onReceived()
 
 void FileDownload::decrypt()
 {
-    const QString encrypted = temporaryPath("DECRYPT");
-    QFile::remove(encrypted);
-    if (!m_file.rename(encrypted)) {
-        failWriting(m_file.errorString());
-        return;
-    }
-    m_progress->path = encrypted;
     m_work.start(
-        [progress = m_progress, key = m_key, ready = path()](const std::atomic<bool> &stop) {
-            progress->decryption = decryptFileInPlace(key, progress->path, stop);
-            if (!progress->decryption.ok())
+        [progress = m_progress, key = m_key, encrypted = temporaryPath("DECRYPT"),
+         ready = path()](const std::atomic<bool> &stop) {
+            if (!progress->moveTo(encrypted, stop))
                 return;
-            QFile file(progress->path);
-            if (file.rename(ready))
-                progress->path = ready;
-            else
-                progress->renameProblem = file.errorString();
+            progress->decryption = decryptFileInPlace(key, encrypted, stop);
+            if (progress->decryption.ok())
+                progress->moveTo(ready, stop);
         },
         [this] { onDecrypted(); });
 }

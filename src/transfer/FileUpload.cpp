@@ -3,6 +3,7 @@
 #include "model/Json.h"
 #include "model/Later.h"
 #include "transfer/Address.h"
+#include "transfer/DiskFile.h"
 #include "transfer/FileCipher.h"
 #include "transfer/RequestBody.h"
 
@@ -154,7 +155,8 @@ void FileUpload::finish(const ApiError &error)
         return;
     }
     // Giving back the blocks of a large file takes its time.
-    m_work.start([folder = std::shared_ptr<QTemporaryDir>(std::move(m_folder))](const auto &) { folder->remove(); },
+    m_work.start([folder = std::shared_ptr<QTemporaryDir>(std::move(m_folder))](
+                     const auto &stop) { persistently(stop, [&] { return folder->remove(); }); },
                  complete);
 }
 

@@ -1,23 +1,14 @@
 #include "transfer/Join.h"
 
-#include <QFile>
+#include "transfer/DiskFile.h"
 
-#include <filesystem>
+#include <QFile>
 
 namespace Velmora {
 
 namespace {
 
 constexpr int bufferSize = 1024 * 1024;
-
-std::filesystem::path nativePath(const QString &path)
-{
-#ifdef _WIN32
-    return path.toStdWString();
-#else
-    return QFile::encodeName(path).toStdString();
-#endif
-}
 
 bool append(QFile &whole, const QString &piecePath, QByteArray &buffer, const std::atomic<bool> &stop)
 {
@@ -43,7 +34,7 @@ bool assemble(const std::vector<QString> &pieces, const QString &growing, const 
     if (pieces.empty())
         return false;
     QFile::remove(growing);
-    if (!QFile::rename(pieces.front(), growing)) // saves copying the first, or only, piece
+    if (!replaceFile(pieces.front(), growing, stop).isEmpty()) // saves copying the first, or only, piece
         return false;
     QFile whole(growing);
     if (!whole.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
@@ -67,10 +58,7 @@ JoinResult joinPieces(const std::vector<QString> &pieces, const QString &growing
         QFile::remove(growing);
         return result;
     }
-    std::error_code problem;
-    std::filesystem::rename(nativePath(growing), nativePath(target), problem); // replaces, unlike QFile's
-    if (problem)
-        result.renameProblem = QString::fromLocal8Bit(problem.message().c_str());
+    result.renameProblem = replaceFile(growing, target, stop);
     return result;
 }
 

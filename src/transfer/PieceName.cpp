@@ -32,7 +32,21 @@ bool isSafeFileName(const QString &name)
         if (character.isNull() || QStringLiteral("/\\:").contains(character))
             return false;
     }
-    return true;
+#ifdef _WIN32
+    return isWindowsFileName(name);
+#else
+    return true; // all of them are good names here
+#endif
+}
+
+bool isWindowsFileName(const QString &name)
+{
+    static const QRegularExpression forbidden(
+        // A device is meant with any extension, and with blanks in front of it.
+        QStringLiteral("\\A(CON|PRN|AUX|NUL|CONIN\\$|CONOUT\\$|(COM|LPT)[0-9\\x{b9}\\x{b2}\\x{b3}]) *(\\.|\\z)"
+                       "|[. ]\\z|[<>:\"/\\\\|?*\\x{00}-\\x{1f}]"),
+        QRegularExpression::CaseInsensitiveOption);
+    return !forbidden.match(name).hasMatch();
 }
 
 } // namespace Velmora

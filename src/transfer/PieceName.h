@@ -13,7 +13,11 @@ QString withoutPieceSuffix(const QString &name);
 /// The part of a cloud name behind the last "/".
 QString baseName(const QString &name);
 
-/// False for a name that would end up anywhere but in the folder it is put into, on any platform.
+/// False for a name that would end up anywhere but in the folder it is put into, on any platform; on Windows also
+/// for one that Windows forbids.
 bool isSafeFileName(const QString &name);
+/// False for names of devices (CON, COM1.txt), names that Windows would cut ("a.", "a ") and characters that no name
+/// may hold there.
+bool isWindowsFileName(const QString &name);
 
 } // namespace Velmora

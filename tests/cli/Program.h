@@ -14,8 +14,10 @@
 
 #include <csignal>
 
+#ifdef Q_OS_UNIX
 #include <fcntl.h>
 #include <unistd.h>
+#endif
 
 namespace CliTests {
 
@@ -41,7 +43,8 @@ public:
     {
         setWorkingDirectory(folder);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("TMPDIR", folder + "/tmp"); // of encrypted copies
+        for (const char *variable : {"TMPDIR", "TMP"}) // of encrypted copies
+            environment.insert(variable, folder + "/tmp");
         setProcessEnvironment(environment);
         start(QCoreApplication::applicationDirPath() + "/velmora", q(line).split(' ', Qt::SkipEmptyParts));
     }
@@ -66,7 +69,11 @@ public:
         }
         return true;
     }
+#ifdef Q_OS_UNIX
     void interrupt() { ::kill(pid_t(processId()), SIGINT); }
+#else
+    void interrupt() { ADD_FAILURE() << "no console to press Ctrl-C on"; }
+#endif
     S errors() { return m_errors += readAllStandardError().toStdString(); }
     S output() { return m_output += readAllStandardOutput().toStdString(); }
     QJsonValue json()
@@ -77,6 +84,7 @@ public:
     }
     S text(const char *key) { return json()[key].toString().toStdString(); }
 
+#ifdef Q_OS_UNIX
 protected:
     void setupChildProcess() override
     {
@@ -86,6 +94,7 @@ protected:
         for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor)
             ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     }
+#endif
 
 private:
     S m_errors;

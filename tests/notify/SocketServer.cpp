@@ -3,7 +3,11 @@
 #include <QCryptographicHash>
 #include <QSslSocket>
 
+#ifdef Q_OS_WIN
+#include <winsock2.h>
+#else
 #include <sys/socket.h>
+#endif
 
 namespace {
 
@@ -95,7 +99,8 @@ void SocketServer::drop(std::size_t client, Drop how)
     QSslSocket *line = socket(toSocket(client));
     const struct linger reset = {1, 0};
     if (how == Drop::Reset)
-        ::setsockopt(static_cast<int>(line->socketDescriptor()), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        ::setsockopt(static_cast<int>(line->socketDescriptor()), SOL_SOCKET, SO_LINGER,
+                     reinterpret_cast<const char *>(&reset), sizeof reset);
     line->abort();
 }
 

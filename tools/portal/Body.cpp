@@ -57,11 +57,11 @@ std::string Body::text(const char *key, const std::set<std::string> &allowed)
     refuse(key, "must be " + std::string(allowed.size() > 1 ? "one of " : "") + choice);
 }
 
-long Body::integer(const char *key, long least, long most)
+long long Body::integer(const char *key, long long least, long long most)
 {
     const Json &value = member(key, "a whole number", &Json::is_number_integer);
     const bool huge = value.is_number_unsigned() && value.get<std::uint64_t>() > static_cast<std::uint64_t>(most);
-    const long number = huge ? most : value.get<long>();
+    const long long number = huge ? most : value.get<long long>();
     if (huge || number < least || number > most)
         refuse(key, "must be from " + std::to_string(least) + " to " + std::to_string(most));
     return number;

@@ -29,7 +29,7 @@ public:
 
     std::string text(const char *key, bool mayBeEmpty = false, std::size_t longest = 65536);
     std::string text(const char *key, const std::set<std::string> &allowed);
-    long integer(const char *key, long least, long most);
+    long long integer(const char *key, long long least, long long most);
     double positive(const char *key);
     const Json &array(const char *key);
     std::vector<std::string> texts(const char *key);

@@ -1,21 +1,13 @@
 #include "CipherFile.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <system_error>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace VelmoraPortal {
 namespace {
 
 constexpr std::size_t bufferSize = 256 * 1024;
 constexpr auto block = static_cast<long long>(cipherBlock);
-
-[[noreturn]] void fail(const std::string &what) { throw std::system_error(errno, std::generic_category(), what); }
 
 /// The block in front of the one at `offset`, which is its initialisation vector.
 Block vectorAt(const File &file, long long offset)
@@ -29,63 +21,6 @@ Block vectorAt(const File &file, long long offset)
 
 } // namespace
 
-File::File(const std::string &path, Mode mode)
-    : m_descriptor(mode == Mode::Read ? ::open(path.c_str(), O_RDONLY | O_CLOEXEC)
-                                      : ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600))
-{
-    if (m_descriptor < 0)
-        fail("Cannot open a stored file");
-}
-
-File::~File()
-{
-    if (m_descriptor >= 0)
-        ::close(m_descriptor);
-}
-
-long long File::size() const
-{
-    struct stat info = {};
-    if (::fstat(m_descriptor, &info) != 0)
-        fail("Cannot look at a stored file");
-    return info.st_size;
-}
-
-std::size_t File::read(char *to, std::size_t size, long long offset) const
-{
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t count = ::pread(m_descriptor, to + done, size - done, offset + static_cast<long long>(done));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            fail("Cannot read a stored file");
-        if (count == 0)
-            break;
-        done += static_cast<std::size_t>(count);
-    }
-    return done;
-}
-
-void File::write(const char *data, std::size_t size)
-{
-    while (size > 0) {
-        const ssize_t count = ::write(m_descriptor, data, size);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            fail("Cannot store the file");
-        data += count;
-        size -= static_cast<std::size_t>(count);
-    }
-}
-
-void File::close()
-{
-    if (::close(std::exchange(m_descriptor, -1)) != 0)
-        fail("Cannot store the file");
-}
-
 FileWriter::FileWriter(std::string path)
     : m_path(std::move(path))
     , m_file(m_path, File::Mode::Create)
@@ -96,7 +31,7 @@ FileWriter::FileWriter(std::string path)
 FileWriter::~FileWriter()
 {
     if (!m_committed)
-        ::unlink(m_path.c_str());
+        removeFile(m_path);
 }
 
 void FileWriter::write(const char *data, std::size_t size)

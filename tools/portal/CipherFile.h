@@ -1,29 +1,10 @@
 #pragma once
 
 #include "Crypto.h"
+#include "File.h"
 #include "Http.h"
 
 namespace VelmoraPortal {
-
-/// A file descriptor. Every member throws std::system_error on failure.
-class File {
-public:
-    enum class Mode { Read, Create };
-    File(const std::string &path, Mode mode);
-    ~File();
-    File(const File &) = delete;
-    File &operator=(const File &) = delete;
-
-    long long size() const;
-    /// Short only at the file's end.
-    std::size_t read(char *to, std::size_t size, long long offset) const;
-    void write(const char *data, std::size_t size);
-    /// Reports what a delayed write may have failed with.
-    void close();
-
-private:
-    int m_descriptor;
-};
 
 /// Writes a new file through a buffer; removes it unless `commit` was reached.
 class FileWriter {

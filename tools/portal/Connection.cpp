@@ -44,12 +44,12 @@ std::uint64_t lengthOf(const http::request<http::string_body> &request)
 }
 
 /// How much goes at a time: twenty times a second when there is a rate to be kept.
-std::size_t slice(long rate, std::size_t most)
+std::size_t slice(long long rate, std::size_t most)
 {
-    return rate > 0 ? std::min(most, static_cast<std::size_t>(std::max(rate / 20, 1L))) : most;
+    return rate > 0 ? std::min(most, static_cast<std::size_t>(std::max(rate / 20, 1LL))) : most;
 }
 
-std::chrono::microseconds duration(std::size_t bytes, long rate)
+std::chrono::microseconds duration(std::size_t bytes, long long rate)
 {
     return std::chrono::microseconds(rate > 0 ? static_cast<long long>(bytes) * 1000000 / rate : 0);
 }
@@ -282,7 +282,7 @@ private:
             m_out.resize(m_out.size() / 2);
         m_left = bodiless || m_head || m_answer.ending == Answer::Ending::CutHead ? 0 : size;
         if (m_answer.ending == Answer::Ending::CutBody)
-            m_left = std::min<std::uint64_t>(m_left, static_cast<std::uint64_t>(std::max(m_answer.bytes, 0L)));
+            m_left = std::min<std::uint64_t>(m_left, static_cast<std::uint64_t>(std::max(m_answer.bytes, 0LL)));
         if (!response.source) { // short: one write, one TLS record
             m_out.append(response.body, 0, static_cast<std::size_t>(m_left));
             m_left = 0;

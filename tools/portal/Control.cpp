@@ -40,7 +40,7 @@ Fault faultOf(const Json &object)
     fault.kind = std::find_if(faultKinds.begin(), faultKinds.end(), [&](const auto &kind) {
                      return kind.first == name;
                  })->second;
-    const auto number = [&](const char *key, long least, long most, long otherwise) {
+    const auto number = [&](const char *key, long long least, long long most, long long otherwise) {
         return body.has(key) ? body.integer(key, least, most) : otherwise;
     };
     const bool anyPath = fault.kind == FaultKind::ResetBefore || name.compare(0, 6, "socket") == 0;
@@ -53,8 +53,8 @@ Fault faultOf(const Json &object)
     if (body.has("contentType"))
         fault.contentType = body.text("contentType");
     fault.delay = std::chrono::milliseconds(number("delay", 0, 3600000, 0));
-    fault.bytes = number("bytes", 0, 1L << 40, 0);
-    fault.rate = number("rate", 1, 1L << 40, 65536);
+    fault.bytes = number("bytes", 0, 1LL << 40, 0);
+    fault.rate = number("rate", 1, 1LL << 40, 65536);
     fault.messages = static_cast<int>(number("messages", 0, 1000000, 0));
     fault.closeCode = static_cast<int>(number("closeCode", 1000, 4999, 1011));
     if (body.has("reason"))
@@ -158,7 +158,7 @@ Json setStorage(const HttpRequest &request, Controlled &portal)
                 options.download = kind;
     }
     if (body.has("pieceSize"))
-        options.pieceSize = body.integer("pieceSize", 1, 1L << 40);
+        options.pieceSize = body.integer("pieceSize", 1, 1LL << 40);
     if (body.has("shuffle"))
         options.shuffle = body.integer("shuffle", 0, 1) != 0;
     if (body.has("addressLifetime"))

@@ -165,7 +165,7 @@ public:
 
     // A fault strikes behind the whole body, so a struck request is not turned down in front of it.
     bool isRefused() const override { return !m_fault && m_inner->isRefused(); }
-    long rate() const override { return m_fault && m_fault->kind == FaultKind::SlowRead ? m_fault->rate : 0; }
+    long long rate() const override { return m_fault && m_fault->kind == FaultKind::SlowRead ? m_fault->rate : 0; }
     long long resetAfter() const override
     {
         return m_fault && m_fault->kind == FaultKind::CutUpload ? m_fault->bytes : -1;

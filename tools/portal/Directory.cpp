@@ -1,12 +1,10 @@
 #include "Directory.h"
 
-#include <cstdlib>
+#include "File.h"
+
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace VelmoraPortal {
 namespace fs = std::filesystem;
@@ -16,20 +14,20 @@ Directory::Directory(const std::string &path)
     , m_temporary(path.empty())
 {
     if (m_temporary) {
-        m_path = (fs::temp_directory_path() / "velmora-portal-XXXXXX").string();
-        if (::mkdtemp(m_path.data()) == nullptr)
+        m_path = makeTemporaryFolder((fs::temp_directory_path() / "velmora-portal-").string());
+        if (m_path.empty())
             throw std::runtime_error("Cannot create a temporary directory for the portal");
         return;
     }
     std::error_code ignored;
     m_path = fs::absolute(m_path, ignored).lexically_normal().string();
     fs::create_directories(fs::path(m_path).parent_path(), ignored);
-    if (::mkdir(m_path.c_str(), 0700) == 0)
+    if (makePrivateFolder(m_path))
         return;
-    struct stat info = {};
-    if (::stat(m_path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+    const Ownership ownership = ownershipOf(m_path);
+    if (ownership == Ownership::NoFolder)
         throw std::runtime_error("Cannot create the directory " + m_path);
-    if (info.st_uid != ::geteuid() || (info.st_mode & 077) != 0)
+    if (ownership == Ownership::Shared)
         throw std::runtime_error("The directory " + m_path + " must be yours alone (mode 0700)");
 }
 

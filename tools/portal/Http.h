@@ -55,10 +55,10 @@ struct Answer {
     HttpResponse response;
     Ending ending = Ending::Whole;
     std::chrono::milliseconds delay{0};
-    long bytes = 0;
+    long long bytes = 0;
     bool keepOpen = true;    ///< false closes after a whole response
     bool lengthKnown = true; ///< false leaves the content length out: the body ends with the connection
-    long rate = 0;           ///< bytes of the body sent in a second; 0: as fast as can be
+    long long rate = 0;      ///< bytes of the body sent in a second; 0: as fast as can be
     bool drip = false;       ///< one byte at a time, the head too
 };
 
@@ -71,7 +71,7 @@ public:
     virtual Answer finish() = 0;
     /// True when the body does not matter any more: a client that waits for leave to send it gets none.
     virtual bool isRefused() const = 0;
-    virtual long rate() const { return 0; } ///< bytes read in a second; 0: as fast as can be
+    virtual long long rate() const { return 0; } ///< bytes read in a second; 0: as fast as can be
     /// The connection is reset after so many bytes of the body; below 0: never.
     virtual long long resetAfter() const { return -1; }
 };

@@ -3,7 +3,6 @@
 #include "Body.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace VelmoraPortal {
 namespace {
@@ -105,10 +104,10 @@ bool Multipart::step()
 
 bool Multipart::takeBody()
 {
-    const void *found = ::memmem(m_rest.data(), m_rest.size(), m_delimiter.data(), m_delimiter.size());
+    const std::size_t end = m_rest.find(m_delimiter);
+    const bool found = end != std::string::npos;
     const std::size_t kept = m_delimiter.size() - 1;
-    const std::size_t count = found ? static_cast<std::size_t>(static_cast<const char *>(found) - m_rest.data())
-                                    : m_rest.size() - std::min(kept, m_rest.size());
+    const std::size_t count = found ? end : m_rest.size() - std::min(kept, m_rest.size());
     if (count > 0 && !m_inPart)
         refuse("it does not begin with its boundary");
     if (count > 0)

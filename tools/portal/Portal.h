@@ -79,8 +79,8 @@ struct Fault {
     std::string body;
     std::string contentType = "application/json";
     std::chrono::milliseconds delay{0}; ///< Delay; any other kind with an answer waits, too
-    long bytes = 0;                     ///< CutBody, CutUpload, Gzip, NoLength
-    long rate = 65536;                  ///< SlowRead, SlowWrite, Drip
+    long long bytes = 0;                ///< CutBody, CutUpload, Gzip, NoLength
+    long long rate = 65536;             ///< SlowRead, SlowWrite, Drip
     bool keepOpen = true;               ///< Status, Raw: false closes the connection after the answer
     int messages = 0;                   ///< Socket… kinds: strikes after so many texts
     int closeCode = 1011;               ///< SocketClose

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include <unistd.h>
-
 namespace VelmoraPortal {
 namespace {
 
@@ -127,7 +125,7 @@ void Service::takeResults()
         if (!isActive(*owner) || simulation == simulations.end() ||
             simulation->history.back().status != Status::running) { // stopped meanwhile
             for (const auto &file : result.files)
-                ::unlink(file.second.c_str());
+                removeFile(file.second);
             continue;
         }
         for (const auto &[name, path] : result.files)

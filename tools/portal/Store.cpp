@@ -4,16 +4,13 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include <stdlib.h>
-#include <unistd.h>
-
 namespace VelmoraPortal {
 namespace fs = std::filesystem;
 
 Store::Store(const std::string &directory)
-    : m_directory((fs::path(directory) / "storage-XXXXXX").string())
+    : m_directory(makeTemporaryFolder((fs::path(directory) / "storage-").string()))
 {
-    if (::mkdtemp(m_directory.data()) == nullptr)
+    if (m_directory.empty())
         throw std::runtime_error("Cannot create the storage folder in " + directory);
 }
 
@@ -47,7 +44,7 @@ bool Store::remove(const std::string &jobId, const std::string &name)
     const auto found = files.find(name);
     if (found == files.end())
         return false;
-    ::unlink(found->second.path.c_str()); // whoever reads it still can
+    removeFile(found->second.path);
     files.erase(found);
     return true;
 }

@@ -1,6 +1,7 @@
 #include "Options.h"
 
 #include "Json.h"
+#include "Terminal.h"
 
 #include <QRegularExpression>
 
@@ -13,7 +14,7 @@ namespace {
 void fill(std::string &value, const char *variable)
 {
     if (value.empty())
-        value = qgetenv(variable).toStdString();
+        value = Terminal::environment(variable);
 }
 
 } // namespace
@@ -29,9 +30,9 @@ std::string hostOf(const Options &options)
 {
     if (!options.host.empty())
         return options.host;
-    const QByteArray override = qgetenv("VELMORA_API_URL");
-    if (!override.isEmpty())
-        return override.toStdString();
+    const std::string override = Terminal::environment("VELMORA_API_URL");
+    if (!override.empty())
+        return override;
     if (options.portal == "test")
         return VELMORA_TEST_HOST;
     if (options.portal == "development")

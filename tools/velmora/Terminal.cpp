@@ -1,10 +1,12 @@
 #include "Terminal.h"
 
 #include <QCoreApplication>
+#include <QSocketNotifier>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include <fcntl.h>
 #include <langinfo.h>
@@ -66,6 +68,14 @@ private:
 
 namespace Terminal {
 
+std::vector<std::string> arguments(int argc, char *argv[]) { return {argv + 1, argv + argc}; }
+
+std::string environment(const char *name)
+{
+    const char *value = std::getenv(name);
+    return value ? value : "";
+}
+
 bool isTerminal(Stream stream) { return ::isatty(descriptorOf(stream)) == 1 && qgetenv("TERM") != "dumb"; }
 
 Size size(Stream stream)
@@ -101,7 +111,7 @@ std::optional<QString> ask(const QString &question, Echo echo)
 
     QByteArray answer;
     for (;;) {
-        pollfd inputs[] = {{terminal.descriptor(), POLLIN, 0}, {interrupt.descriptor(), POLLIN, 0}};
+        pollfd inputs[] = {{terminal.descriptor(), POLLIN, 0}, {signalPipe[0], POLLIN, 0}};
         if (::poll(inputs, 2, -1) < 0 && errno != EINTR)
             return std::nullopt;
         if (inputs[1].revents != 0) {
@@ -123,6 +133,11 @@ std::optional<QString> ask(const QString &question, Echo echo)
 
 } // namespace Terminal
 
+class Interrupt::Source : public QSocketNotifier {
+public:
+    using QSocketNotifier::QSocketNotifier;
+};
+
 Interrupt &Interrupt::instance()
 {
     static Interrupt *interrupt = nullptr;
@@ -138,8 +153,8 @@ Interrupt::Interrupt()
 {
     if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return;
-    m_notifier = std::make_unique<QSocketNotifier>(signalPipe[0], QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] { receive(); });
+    m_source = std::make_unique<Source>(signalPipe[0], QSocketNotifier::Read);
+    connect(m_source.get(), &QSocketNotifier::activated, this, [this] { receive(); });
     struct sigaction action {};
     action.sa_handler = forwardSignal;
     action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
@@ -155,14 +170,12 @@ Interrupt::~Interrupt()
 {
     for (const int number : caughtSignals)
         std::signal(number, SIG_DFL);
-    m_notifier.reset();
+    m_source.reset();
     for (int &descriptor : signalPipe) {
         ::close(descriptor);
         descriptor = -1;
     }
 }
-
-int Interrupt::descriptor() const { return signalPipe[0]; }
 
 void Interrupt::receive()
 {

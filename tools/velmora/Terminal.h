@@ -1,19 +1,25 @@
 /// @file Terminal.h
-/// All that touches the operating system's terminal and signals. Terminal.cpp is written for POSIX;
-/// another system supplies a file of its own.
+/// All that touches the operating system's terminal, arguments and signals. Terminal.cpp is written for
+/// POSIX, TerminalWindows.cpp for Windows.
 #ifndef VELMORA_CLI_TERMINAL_H
 #define VELMORA_CLI_TERMINAL_H
 
 #include <QObject>
-#include <QSocketNotifier>
 #include <QString>
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace Velmora::Cli {
 
 namespace Terminal {
+
+/// The program's arguments without its own name; texts here and below are UTF-8 where files' names are.
+std::vector<std::string> arguments(int argc, char *argv[]);
+/// A variable of the environment; empty when it is not set.
+std::string environment(const char *name);
 
 enum class Stream { Output, Error };
 enum class Echo { On, Off };
@@ -27,7 +33,7 @@ struct Size {
 bool isTerminal(Stream stream);
 /// Asked afresh each time, so that a resized window is seen.
 Size size(Stream stream);
-/// True when the user's locale is UTF-8.
+/// True when more than ASCII can be shown.
 bool speaksUtf8();
 void write(Stream stream, const QString &text);
 
@@ -46,8 +52,6 @@ class Interrupt : public QObject {
 public:
     static Interrupt &instance();
     bool isRaised() const { return m_raised; }
-    /// Readable once a signal has come.
-    int descriptor() const;
 
 Q_SIGNALS:
     void raised();
@@ -57,7 +61,9 @@ private:
     ~Interrupt() override;
     void receive();
 
-    std::unique_ptr<QSocketNotifier> m_notifier;
+    class Source;
+
+    std::unique_ptr<Source> m_source;
     bool m_raised = false;
 
     friend std::optional<QString> Terminal::ask(const QString &, Terminal::Echo);

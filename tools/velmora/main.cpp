@@ -12,7 +12,6 @@
 #include <QLoggingCategory>
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -302,11 +301,10 @@ private:
 };
 
 /// The arguments in the order that CLI11 takes them, the last one first.
-std::vector<std::string> argumentsOf(int argc, char *argv[])
+std::vector<std::string> inOrder(const std::vector<std::string> &given)
 {
     std::vector<std::string> arguments;
-    for (int i = 1; i < argc; ++i) {
-        std::string argument = argv[i];
+    for (std::string argument : given) {
         // CLI11 would take the argument after it for the value of "--option=".
         const bool emptyValue = argument.size() > 3 && argument.compare(0, 2, "--") == 0 && argument.back() == '=' &&
                                 argument.find('=') == argument.size() - 1;
@@ -339,15 +337,15 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     Options options;
     CommandLine line(options);
+    const std::vector<std::string> arguments = Terminal::arguments(argc, argv);
     try {
-        line.app().parse(argumentsOf(argc, argv));
+        line.app().parse(inOrder(arguments));
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)
             return line.app().exit(error);
-        const bool json = std::any_of(argv + 1, argv + argc,
-                                      [](const char *argument) { return std::strcmp(argument, "--json") == 0; });
+        const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         return fail(Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"),
-                            QStringLiteral("%1\nTry: velmora --help").arg(QString::fromLocal8Bit(error.what()))),
+                            QStringLiteral("%1\nTry: velmora --help").arg(QString::fromUtf8(error.what()))),
                     json);
     }
     fillFromEnvironment(options);
