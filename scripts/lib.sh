@@ -76,6 +76,15 @@ configure_and_build() {
     say "Built in $(duration $((SECONDS - start)))."
 }
 
+# The names that the flat header declares as exported, one a line; none without that header.
+flat_names() {
+    local header=include/velmora/CloudAPIFlat.h
+    [[ -f $header ]] || return 0
+    g++ -fpreprocessed -dD -E -P -x c++ "$header" 2>/dev/null | # takes the comments out, nothing else
+        sed ':join; /\\$/ { N; b join }; /^ *#/d' | tr '\n' ' ' |
+        grep -oP 'VELMORA_(?:EXPORT|FLAT)\b(?:\s*\([^()]*\))?[^;({]*?\K\w+(?=\s*\()' | sort -u
+}
+
 suppressions() { [[ ! -f tests/sanitizers/$1.supp ]] || printf ':suppressions="%s"' "$root/tests/sanitizers/$1.supp"; }
 
 # How the sanitizers behave in what is run next. What the caller has set comes last and wins.

@@ -2,6 +2,8 @@
 
 #include "transfer/PieceName.h"
 
+#include <QFileSystemWatcher>
+
 namespace {
 
 TEST_F(TransferTest, PiecesInAnyOrderAndByAnyMethodJoinByTheirNumbers)
@@ -101,6 +103,49 @@ TEST(PieceName, SuffixCountsAtTheEndOnly)
         EXPECT_EQ(pieceNumber(name), number) << name;
         EXPECT_EQ(withoutPieceSuffix(name), QString(whole)) << name;
     }
+}
+
+TEST(PieceName, SafeIsWhatStaysInItsFolder_OnWindowsOnlyWhatItCanHold)
+{
+    for (const char *name : {"", ".", "..", "a/b", "a\\b", "c:d"})
+        EXPECT_FALSE(isSafeFileName(name)) << name;
+    for (const char *name :
+         {"CON", "con.txt", "Nul ", "aux .b", "COM1", "lpt9.log.gz", "CONIN$", "a.", "a ", "a?b", "a\tb"}) {
+        EXPECT_FALSE(isWindowsFileName(name)) << name;
+        EXPECT_EQ(isSafeFileName(name), !onWindows) << name;
+    }
+    for (const char *name :
+         {"CONE", "COM", "COM10.dat", "xCON", "a.con", ".b", " a", "gr\xc3\xbc\xc3\x9f \xe6\x96\x87"})
+        EXPECT_TRUE(isWindowsFileName(name) && isSafeFileName(name)) << name;
+}
+
+TEST_F(TransferTest, TargetHeldOpenByAnother)
+{
+    QDir(folder.path()).mkdir("to");
+    write("to/res.dat", "old");
+    list({piece(pieceName(1), "content")});
+    const auto downloadWhile = [&](const std::function<void()> &joined) {
+        QFileSystemWatcher watcher({qt("to")});
+        QObject::connect(&watcher, &QFileSystemWatcher::directoryChanged, &watcher, [&] {
+            if (exists("to/UNCONFIRMED_JOIN.res.dat.VELMORA"))
+                joined();
+        });
+        down = {};
+        download(wanted());
+        EXPECT_TRUE(down.wait());
+    };
+    QFile holder(qt("to/res.dat"));
+    ASSERT_TRUE(holder.open(QIODevice::ReadOnly));
+    downloadWhile([] {});
+    if (onWindows)
+        down.expect(400, "Unable to write to target file", "res.dat could not be put into place");
+    else
+        EXPECT_EQ(down.error.errorCode, 200);
+    EXPECT_EQ(read("to/res.dat"), onWindows ? "old" : "content");
+    QFile::remove(qt("to/UNCONFIRMED_JOIN.res.dat.VELMORA"));
+    downloadWhile([&] { holder.close(); });
+    EXPECT_EQ(down.error.errorCode, 200) << "let go in time: " << down.error.errorMessage;
+    EXPECT_EQ(read("to/res.dat"), "content");
 }
 
 } // namespace

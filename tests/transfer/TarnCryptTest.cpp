@@ -282,7 +282,7 @@ TEST_F(TarnCryptFiles, PathsAreUtf8WhateverTheLocaleOfQt)
     const int encoded = encode("plain", name), decoded = decode(name, "shown");
     QTextCodec::setCodecForLocale(codec);
     EXPECT_EQ(encoded + decoded, 0);
-    EXPECT_TRUE(std::filesystem::exists(at(name)));
+    EXPECT_TRUE(std::filesystem::exists(std::filesystem::u8path(at(name))));
     EXPECT_EQ(read("shown"), "text");
 }
 

@@ -20,6 +20,12 @@ using namespace Velmora;
 constexpr auto addressPath = "/api/job/files/uploadUrl/J1", listPath = "/api/job/files/list/J1",
                keyPath = "/api/job/key";
 
+#ifdef Q_OS_WIN
+constexpr bool onWindows = true;
+#else
+constexpr bool onWindows = false;
+#endif
+
 inline QString pieceName(int number, const QString &base = "out/res.dat")
 {
     return base + QStringLiteral("._%1_00003").arg(number, 5, 10, QLatin1Char('0'));

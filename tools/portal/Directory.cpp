@@ -33,11 +33,10 @@ Directory::Directory(const std::string &path)
 
 Directory::~Directory()
 {
-    std::error_code ignored;
     if (m_temporary)
-        fs::remove_all(m_path, ignored);
+        removeFolder(m_path);
     else if (!m_written.empty())
-        fs::remove(m_written, ignored);
+        removeFile(m_written);
 }
 
 std::string Directory::write(const std::string &name, const std::string &text)

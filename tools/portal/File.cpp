@@ -1,6 +1,7 @@
 #include "File.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -77,6 +78,12 @@ void File::close()
 }
 
 void removeFile(const std::string &path) { ::unlink(path.c_str()); }
+
+void removeFolder(const std::string &path)
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
 
 bool makePrivateFolder(const std::string &path) { return ::mkdir(path.c_str(), 0700) == 0; }
 

@@ -30,6 +30,8 @@ private:
 
 /// Whoever reads it still can.
 void removeFile(const std::string &path);
+/// With all that is in it, as far as that can be removed.
+void removeFolder(const std::string &path);
 
 /// A new folder that is its owner's alone; false when there is one already, or none can be made.
 bool makePrivateFolder(const std::string &path);

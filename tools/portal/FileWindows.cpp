@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <windows.h>
 
@@ -87,6 +88,16 @@ void File::close()
 }
 
 void removeFile(const std::string &path) { ::DeleteFileW(fs::path(path).c_str()); }
+
+void removeFolder(const std::string &path)
+{
+    // remove_all tries again for ever while a file that was removed is still open.
+    std::error_code ignored;
+    std::vector<fs::path> found = {path};
+    for (fs::recursive_directory_iterator each(path, ignored), end; each != end; each.increment(ignored))
+        found.push_back(each->path());
+    std::for_each(found.rbegin(), found.rend(), [&](const fs::path &each) { fs::remove(each, ignored); });
+}
 
 // Private to the user is what lies below the user's own folders.
 bool makePrivateFolder(const std::string &path)

@@ -14,11 +14,7 @@ Store::Store(const std::string &directory)
         throw std::runtime_error("Cannot create the storage folder in " + directory);
 }
 
-Store::~Store()
-{
-    std::error_code ignored;
-    fs::remove_all(m_directory, ignored);
-}
+Store::~Store() { removeFolder(m_directory); }
 
 std::string Store::freshPath() { return m_directory + "/new-" + std::to_string(++m_fresh); }
 
