@@ -25,6 +25,8 @@
 #include <memory>
 #include <random>
 
+#include <malloc.h>
+
 namespace {
 
 using namespace Bench;
@@ -36,11 +38,12 @@ struct Counts {
     long calls = 0, answers = 0, refused = 0, twice = 0;
     long jobs = 0, told = 0, found = 0, lost = 0, messages = 0;
     long transfers = 0, transfersFailed = 0, changed = 0;
-    long faults = 0;
+    long faults = 0, signIns = 0;
 };
 
 struct Sample {
-    long memory;
+    long memory; ///< KiB that the kernel counts
+    long heap;   ///< KiB of them that are in use, without what the allocator keeps for later
     int descriptors, threads;
 };
 
@@ -51,7 +54,7 @@ public:
         , m_random(seed)
         , m_subscriptions(subscriptions)
     {
-        m_api.logUserIn(portal.user().toStdString(), portal.password().toStdString(), "", {});
+        logIn();
     }
 
     void start()
@@ -62,6 +65,12 @@ public:
             followQuietJob();
         every(100, [this] { ask(); });
         every(2000, [this] { strike(); });
+        // A renewal that failed ends the session: the host signs in again.
+        every(3000, [this] {
+            if (m_loggedOut && !m_api.isUserLoggedIn())
+                logIn();
+            m_loggedOut = !m_api.isUserLoggedIn();
+        });
         transfer();
     }
     /// No new work; what is under way ends.
@@ -71,6 +80,11 @@ public:
     Counts counts;
 
 private:
+    void logIn()
+    {
+        ++counts.signIns;
+        m_api.logUserIn(m_portal.user().toStdString(), m_portal.password().toStdString(), "", {});
+    }
     std::size_t below(std::size_t count) { return m_random() % count; }
     void after(std::size_t milliseconds, const std::function<void()> &then)
     {
@@ -249,7 +263,7 @@ private:
     const int m_subscriptions;
     QTemporaryDir m_folder;
     const std::string m_job = m_portal.newJob().toStdString();
-    bool m_stopping = false, m_transferring = false;
+    bool m_stopping = false, m_loggedOut = false, m_transferring = false;
     int m_open = 0; ///< jobs submitted whose end is not known
     Velmora::CloudAPI m_api;
     QObject m_timers; ///< last: nothing is started any more when the rest goes
@@ -306,15 +320,18 @@ int main(int argc, char **argv)
     std::vector<Sample> samples;
     QElapsedTimer clock;
     clock.start();
-    std::printf("seconds,rss KiB,descriptors,threads,calls,answers,refused,jobs,told,found,lost sockets,messages,"
-                "transfers,failed,faults\n");
+    std::printf(
+        "seconds,rss KiB,heap KiB,descriptors,threads,calls,answers,refused,jobs,told,found,lost sockets,messages,"
+        "transfers,failed,faults,sign-ins\n");
     while (clock.elapsed() < options[QStringLiteral("--seconds")] * 1000LL) {
         turnFor(options[QStringLiteral("--every")] * 1000);
         const Counts &c = soak.counts;
-        samples.push_back({memory("VmRSS:"), entries("/proc/self/fd"), entries("/proc/self/task")});
-        std::printf("%lld,%ld,%d,%d,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld\n", clock.elapsed() / 1000,
-                    samples.back().memory, samples.back().descriptors, samples.back().threads, c.calls, c.answers,
-                    c.refused, c.jobs, c.told, c.found, c.lost, c.messages, c.transfers, c.transfersFailed, c.faults);
+        samples.push_back({memory("VmRSS:"), long(::mallinfo2().uordblks / 1024), entries("/proc/self/fd"),
+                           entries("/proc/self/task")});
+        std::printf("%lld,%ld,%ld,%d,%d,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld\n", clock.elapsed() / 1000,
+                    samples.back().memory, samples.back().heap, samples.back().descriptors, samples.back().threads,
+                    c.calls, c.answers, c.refused, c.jobs, c.told, c.found, c.lost, c.messages, c.transfers,
+                    c.transfersFailed, c.faults, c.signIns);
         std::fflush(stdout);
     }
     soak.stop();
@@ -323,9 +340,9 @@ int main(int argc, char **argv)
     const Counts &c = soak.counts;
     std::printf("calls %ld, answers %ld, answered twice %ld; jobs %ld, ends told %ld, found %ld; files changed %ld\n",
                 c.calls, c.answers, c.twice, c.jobs, c.told, c.found, c.changed);
-    const bool grew = !flat(samples, "rss KiB", 4096, &Sample::memory) |
-                      !flat(samples, "descriptors", 12, &Sample::descriptors) |
-                      !flat(samples, "threads", 2, &Sample::threads);
+    const bool grew =
+        !flat(samples, "rss KiB", 4096, &Sample::memory) | !flat(samples, "heap KiB", 2048, &Sample::heap) |
+        !flat(samples, "descriptors", 12, &Sample::descriptors) | !flat(samples, "threads", 2, &Sample::threads);
     const bool missed = !soak.isIdle() || c.twice > 0 || c.jobs != c.told + c.found || c.changed > 0;
     std::printf("%s\n", missed ? "something was missed" : grew ? "something has grown" : "nothing missed, flat");
     return missed || grew ? 1 : 0;
