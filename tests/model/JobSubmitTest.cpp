@@ -108,9 +108,10 @@ TEST(JobSubmit, SubmitsOneDocumentStampedWithLocalTime)
     EXPECT_TRUE(inTime) << name;
     EXPECT_EQ(body, QJsonDocument::fromJson(R"({"jobId": "job-1", "accountId": "account-1", "mainFile": "beam.trninp",
         "dockerTag": "%3", "fileDependencies": ["b.dat", "a.dat"], "fileAliases": ["B", ""], "operation": "mpi",
-        "simulations": [{"consoleParameters": "-x 3"}, {"consoleParameters": ""}, {"consoleParameters": "-y \"%1\" \\\n"}],
-        "jobType": "Cloud Configuration - Simulation Sweep", "precision": "single", "coresRequired": 16,
-        "coreHourEstimate": 10, "ramEstimate": 4096, "numberOfParts": 16, "application": "bench"})")
+        "simulations": [{"consoleParameters": "-x 3"}, {"consoleParameters": ""},
+        {"consoleParameters": "-y \"%1\" \\\n"}], "jobType": "Cloud Configuration - Simulation Sweep",
+        "precision": "single", "coresRequired": 16, "coreHourEstimate": 10, "ramEstimate": 4096,
+        "numberOfParts": 16, "application": "bench"})")
                         .object());
 }
 
