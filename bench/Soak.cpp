@@ -65,11 +65,10 @@ public:
             followQuietJob();
         every(100, [this] { ask(); });
         every(2000, [this] { strike(); });
-        // A renewal that failed ends the session: the host signs in again.
+        // A renewal whose answer was cut leaves a session without a token: the host signs in again.
         every(3000, [this] {
-            if (m_loggedOut && !m_api.isUserLoggedIn())
+            if (std::exchange(m_unauthorised, 0) > 5)
                 logIn();
-            m_loggedOut = !m_api.isUserLoggedIn();
         });
         transfer();
     }
@@ -106,6 +105,7 @@ private:
             counts.twice += ++*times > 1;
             const bool good = error.errorCode >= 200 && error.errorCode < 300;
             counts.refused += !good;
+            m_unauthorised += error.errorCode == 401;
             then(good, result...);
         };
     }
@@ -263,8 +263,9 @@ private:
     const int m_subscriptions;
     QTemporaryDir m_folder;
     const std::string m_job = m_portal.newJob().toStdString();
-    bool m_stopping = false, m_loggedOut = false, m_transferring = false;
-    int m_open = 0; ///< jobs submitted whose end is not known
+    bool m_stopping = false, m_transferring = false;
+    int m_unauthorised = 0; ///< answers of that kind, lately
+    int m_open = 0;         ///< jobs submitted whose end is not known
     Velmora::CloudAPI m_api;
     QObject m_timers; ///< last: nothing is started any more when the rest goes
 };
