@@ -139,6 +139,7 @@ public:
     {
         m_app.name("velmora");
         m_app.set_version_flag("--version", std::string("velmora ") + VELMORA_VERSION, "Print the version");
+        m_app.allow_windows_style_options(false); // a path may begin with a slash there, too
         m_app.require_subcommand(1);
         m_app.footer(ProgramHelp);
         addCommonOptions(m_app, m_options);
