@@ -163,6 +163,7 @@ public:
     void progressed(Call &call);
     void mute(const S &followed); ///< the job's subscriptions so far are over
     void fail(const S &reason);
+    std::map<S, int> uploads;                   ///< how many of each file name
     std::map<S, int> refusals;                  ///< codes that the service may answer with for good reason
     std::vector<std::function<void()>> cancels; ///< what the deeds know of cancelling
 
