@@ -2,6 +2,7 @@
 
 #include "Rows.h"
 
+#include <QEventLoop>
 #include <QFile>
 
 #include <algorithm>
@@ -55,6 +56,13 @@ void forgetPeak()
 {
     QFile file(QStringLiteral("/proc/self/clear_refs"));
     require(file.open(QIODevice::WriteOnly) && file.write("5") == 1, "cannot reset the memory's peak");
+}
+
+void turnFor(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 } // namespace Bench

@@ -28,4 +28,7 @@ long memory(const char *what);
 /// What "VmHWM:" tells starts anew.
 void forgetPeak();
 
+/// Lets the event loop turn.
+void turnFor(int milliseconds);
+
 } // namespace Bench

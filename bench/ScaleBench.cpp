@@ -12,7 +12,6 @@
 #include <velmora/CloudAPIFlat.h>
 
 #include <QCoreApplication>
-#include <QEventLoop>
 #include <QHash>
 #include <QJsonDocument>
 #include <QLoggingCategory>
@@ -24,13 +23,6 @@
 namespace {
 
 using namespace Bench;
-
-void turnFor(int milliseconds)
-{
-    QEventLoop loop;
-    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
-    loop.exec();
-}
 
 void turnUntil(const std::function<bool()> &condition)
 {

@@ -14,7 +14,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QHash>
 #include <QLoggingCategory>
@@ -269,13 +268,6 @@ private:
     Velmora::CloudAPI m_api;
     QObject m_timers; ///< last: nothing is started any more when the rest goes
 };
-
-void turnFor(int milliseconds)
-{
-    QEventLoop loop;
-    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
-    loop.exec();
-}
 
 /// The median of a quarter of the samples.
 template <class Member> double quarter(const std::vector<Sample> &samples, std::size_t which, Member member)

@@ -191,7 +191,7 @@ TEST_F(PortalTest, EachFaultStrikesAsItSays)
     EXPECT_EQ(portal.requestCount("job/submit"), 9U); // a reset before the request leaves no trace
 }
 
-TEST_F(PortalTest, SocketsAreRefusedDroppedClosedAndSilenced)
+TEST_F(PortalTest, SocketsAreRefusedDroppedClosedSilencedAndMistreated)
 {
     EXPECT_NE(Listener(portal, "job-wing0001", "x").end().find("401"), S::npos);
     EXPECT_NE(Listener(portal, "job-none", token).end().find("404"), S::npos);
@@ -209,6 +209,17 @@ TEST_F(PortalTest, SocketsAreRefusedDroppedClosedAndSilenced)
     EXPECT_EQ(closing.end(), "maintenance");
     EXPECT_EQ(closing.texts.size(), 2);
     EXPECT_EQ(int(closing.closeCode()), 4001);
+    ASSERT_TRUE(waitUntil([&] { return portal.openSocketCount() == 0; }));
+
+    fault.kind = FaultKind::SocketRaw;
+    fault.messages = 1;
+    fault.body = "\x81\x04goes\xf1\x02on"; // reserved bits
+    portal.inject(fault);
+    Listener raw(portal, job, token);
+    ASSERT_TRUE(waitUntil([&] { return portal.openSocketCount(job) == 1; }));
+    EXPECT_EQ(portal.sendToSockets(job, "word"), 1U);
+    EXPECT_NE(raw.end(), "");
+    EXPECT_EQ(raw.texts.size(), 2);
     ASSERT_TRUE(waitUntil([&] { return portal.openSocketCount() == 0; }));
 
     Listener silent(portal, job, token);

@@ -85,6 +85,34 @@ Trouble socket(const char *name, FaultKind kind, bool silent = false)
             true};
 }
 
+/// Frames that a client must not swallow: what it does with them is its affair, but it neither crashes nor waits.
+Trouble frames()
+{
+    Trouble trouble = socket("bad frames", FaultKind::SocketRaw);
+    trouble.fault = [](Random &random) {
+        const S bodies[] = {
+            S("\x81\x7f\x7f\xff\xff\xff\xff\xff\xff\xff", 10) + random.bytes(100), // longer than memory
+            S("\x81\x7f\xff\xff\xff\xff\xff\xff\xff\xff", 10),                     // of negative length
+            S("\x81\x04\xff\xfe\xc3\x28", 6),                                      // no UTF-8
+            S("\x82\x03", 2) + random.bytes(3),                                    // binary
+            S("\xf1\x02zz", 4),                                                    // reserved bits
+            S("\x80\x02zz", 4),                                                    // goes on with nothing
+            S("\x01\x02{}\x81\x02{}", 8),                                          // begins while another one is open
+            S("\x89\x7e\x02", 3) + '\0' + random.bytes(512),                       // a ping of 512 bytes
+            S("\x88\x01\x03", 3),                                                  // half a close code
+            S("\x88\x02\x03\xed", 4),                                              // a code that is never sent
+            S("\x81\x85masked", 8),
+            random.bytes(1 + random.below(300)),
+        };
+        Fault fault;
+        fault.kind = FaultKind::SocketRaw;
+        fault.messages = int(random.below(3));
+        fault.body = random.of(bodies);
+        return fault;
+    };
+    return trouble;
+}
+
 Trouble disk(const char *name, DiskCall call, int error)
 {
     return {name, {}, false, false, false, Trouble::Portal, false, call, error};
@@ -183,6 +211,7 @@ const std::vector<Trouble> &troubles()
         socket("socket dropped", FaultKind::SocketDrop),
         socket("socket silent", FaultKind::SocketSilence, true),
         socket("socket closed", FaultKind::SocketClose),
+        frames(),
         disk("disk refuses to open", DiskCall::Open, EACCES),
         disk("disk cannot read", DiskCall::Read, EIO),
         disk("disk cannot write", DiskCall::Write, EIO),

@@ -47,7 +47,7 @@ void TransportTest::TearDown()
 
 void TransportTest::run(const Operation &operation)
 {
-    done = {};
+    done = Completion();
     operation.call(*api, Into{&done});
     EXPECT_TRUE(wait(done)) << operation.name;
 }

@@ -20,6 +20,7 @@ const std::vector<std::pair<std::string, FaultKind>> faultKinds = {
     {"socketDrop", FaultKind::SocketDrop},
     {"socketSilence", FaultKind::SocketSilence},
     {"socketClose", FaultKind::SocketClose},
+    {"socketRaw", FaultKind::SocketRaw},
     {"slowRead", FaultKind::SlowRead},
     {"slowWrite", FaultKind::SlowWrite},
     {"cutUpload", FaultKind::CutUpload},

@@ -71,6 +71,7 @@ Answer faulty(const Fault &fault, Answer answer)
     case FaultKind::SocketDrop:
     case FaultKind::SocketSilence:
     case FaultKind::SocketClose:
+    case FaultKind::SocketRaw:
         break;
     }
     return answer;
@@ -365,6 +366,8 @@ void Core::strike(std::uint64_t id)
         server.drop(id);
     else if (fault.kind == FaultKind::SocketClose)
         server.close(id, fault.closeCode, fault.reason);
+    else if (fault.kind == FaultKind::SocketRaw)
+        server.sendRaw(id, fault.body);
 }
 
 } // namespace VelmoraPortal

@@ -12,6 +12,7 @@ bool fits(FaultKind kind, FaultList::Moment moment)
     case FaultKind::SocketDrop:
     case FaultKind::SocketSilence:
     case FaultKind::SocketClose:
+    case FaultKind::SocketRaw:
         return moment == Moment::Socket;
     case FaultKind::Status:
     case FaultKind::Delay:

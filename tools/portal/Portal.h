@@ -66,6 +66,7 @@ enum class FaultKind {
     SocketDrop,    ///< the connection of an accepted socket is closed without a close frame
     SocketSilence, ///< an accepted socket sends no more texts; pings are still noted and ponged
     SocketClose,   ///< an accepted socket closes with `closeCode` and `reason`
+    SocketRaw,     ///< `body` goes on an accepted socket's wire as it stands, frame heads and all; nothing follows
 };
 
 /// A fault strikes the next `times` requests that match, then it is used up. The oldest match wins.
@@ -76,7 +77,7 @@ struct Fault {
     FaultKind kind = FaultKind::Status;
     int times = 1; ///< 0 or less: until cleared
     int status = 500;
-    std::string body;
+    std::string body; ///< Status, Raw, SocketRaw
     std::string contentType = "application/json";
     std::chrono::milliseconds delay{0}; ///< Delay; any other kind with an answer waits, too
     long long bytes = 0;                ///< CutBody, CutUpload, Gzip, NoLength

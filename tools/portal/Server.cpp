@@ -126,4 +126,10 @@ void Server::drop(std::uint64_t socket)
         open->drop();
 }
 
+void Server::sendRaw(std::uint64_t socket, std::string bytes)
+{
+    if (const auto open = m_impl->open(socket))
+        open->sendRaw(std::move(bytes));
+}
+
 } // namespace VelmoraPortal

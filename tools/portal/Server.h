@@ -57,6 +57,8 @@ public:
     void close(std::uint64_t socket, int code, std::string reason);
     /// Closes the connection without a close frame.
     void drop(std::uint64_t socket);
+    /// Puts bytes on the wire as they stand, after what is still to be sent; nothing can be sent after them.
+    void sendRaw(std::uint64_t socket, std::string bytes);
 
     struct Impl;
 

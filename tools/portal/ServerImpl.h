@@ -50,6 +50,7 @@ public:
     virtual void send(std::string text) = 0;
     virtual void close(int code, std::string reason) = 0;
     virtual void drop() = 0;
+    virtual void sendRaw(std::string bytes) = 0;
 };
 
 struct Server::Impl {

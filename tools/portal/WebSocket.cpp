@@ -1,6 +1,7 @@
 #include "ServerImpl.h"
 
 #include <deque>
+#include <optional>
 
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -63,6 +64,15 @@ public:
 
     void drop() override { hangUp(beast::get_lowest_layer(m_stream)); }
 
+    void sendRaw(std::string bytes) override
+    {
+        if (m_closing)
+            return;
+        m_closing = true;
+        m_raw = std::move(bytes);
+        next();
+    }
+
 private:
     void next()
     {
@@ -77,6 +87,10 @@ private:
                 if (!error)
                     self->next();
             });
+        } else if (m_raw) {
+            m_writing = true; // for good
+            net::async_write(m_stream.next_layer(), net::buffer(*m_raw),
+                             [self = shared_from_this()](error_code, auto) {});
         } else if (m_closing) {
             m_writing = true;
             m_stream.async_close(
@@ -112,6 +126,7 @@ private:
     http::request<http::string_body> m_request;
     beast::flat_buffer m_buffer;
     std::deque<std::string> m_queue;
+    std::optional<std::string> m_raw;
     websocket::close_reason m_reason;
     bool m_writing = false;
     bool m_closing = false;
