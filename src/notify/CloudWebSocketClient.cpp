@@ -35,8 +35,8 @@ void CloudWebSocketClient::openSocket()
     connect(m_socket, &QWebSocket::connected, this, &CloudWebSocketClient::onConnected);
     connect(m_socket, &QWebSocket::disconnected, this, &CloudWebSocketClient::onDisconnected);
     connect(m_socket, &QWebSocket::sslErrors, this, &CloudWebSocketClient::onSslErrors);
-    // A refused handshake whose connection the server keeps open ends in an error and nothing else.
-    // The error may come from inside open(), before anybody listens: hence the detour.
+    // A refused handshake whose connection the server keeps open ends in an error and nothing else, perhaps from
+    // inside open(): hence the detour.
     connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
             [this, socket = QPointer<QWebSocket>(m_socket)] {
                 const auto check = [this, socket] {
@@ -125,7 +125,9 @@ void CloudWebSocketClient::onClose()
 void CloudWebSocketClient::onDisconnected()
 {
     retireSocket();
-    Q_EMIT signalMessageReceived(QStringLiteral("socket disconnected"));
+    // Without a network, open() itself ends here, and so does the constructor: nobody listens yet.
+    QMetaObject::invokeMethod(this, "signalMessageReceived", Qt::QueuedConnection,
+                              Q_ARG(QString, QStringLiteral("socket disconnected")));
 }
 
 void CloudWebSocketClient::onOpeningFailed() { onDisconnected(); }

@@ -30,9 +30,9 @@ TEST_F(SubscriptionTest, ConnectionThatNeverOpens)
         EXPECT_TRUE(gone(client)) << "nothing of it is left, on either side";
         api->unsubscribeFromJob("J1");
     }
-    const QByteArray nobody = "127.0.0.1:1";
+    const QByteArray nobody = "127.0.0.1:1", unreachable = "127.255.255.255:1"; // known inside the call, or soon after
     api->setAPIPortal(static_cast<PortalTarget>(3)); // no host at all, once the environment is silent
-    for (const QByteArray &host : {nobody, QByteArray()}) {
+    for (const QByteArray &host : {nobody, unreachable, QByteArray()}) {
         const ScopedEnvironment there("VELMORA_API_URL", host);
         Listener own;
         subscribe(own);

@@ -109,6 +109,7 @@ void subscribe(Case &test)
     test.mute(job);
     Call &call = test.call("subscribeToJob");
     call.follows = job;
+    call.mustEnd = test.cannotOpen();
     test.api->subscribeToJob(
         job, [&test, &call](const ApiError &, const S &, const S &) { test.progressed(call); },
         [&test, &call](const ApiError &error, const S &, const S &) { test.completed(call, error, true); });

@@ -86,10 +86,11 @@ inline constexpr char storedJob[] = "job-wing0001", storedFile[] = "sim-1/tortur
 struct Call {
     S name;
     int completions = 0;
-    int code = -1;       ///< of the last completion
-    bool emptied = true; ///< the result was a default-constructed one, or there was none
-    S follows;           ///< a subscription's job: any number of messages and losses, and one end
-    bool muted = false;  ///< a subscription that is over: no callback may run any more
+    int code = -1;        ///< of the last completion
+    bool emptied = true;  ///< the result was a default-constructed one, or there was none
+    S follows;            ///< a subscription's job: any number of messages and losses, and one end
+    bool mustEnd = false; ///< a subscription that cannot be opened: its host is to be told
+    bool muted = false;   ///< a subscription that is over: no callback may run any more
     std::function<S(World &, bool succeeded)> verdict; ///< what is wrong once all is over; empty: nothing
 
     bool isOver() const { return completions > 0; }
@@ -112,7 +113,7 @@ struct Trouble {
     bool harmless = false;                ///< the operation must succeed nevertheless
     bool silent = false;                  ///< no answer may ever come
     bool lies = false;                    ///< the service may say that it did what it did not
-    enum Host { Portal, Refused, NoTls, Distrusted } host = Portal;
+    enum Host { Portal, Refused, Unreachable, NoTls, Distrusted } host = Portal;
     bool socket = false; ///< strikes sockets only
     DiskCall disk = DiskCall::None;
     int error = 0; ///< errno of the disk's refusal
@@ -161,7 +162,8 @@ public:
     S write(const S &name, const S &bytes) const;
     void completed(Call &call, const Velmora::ApiError &error, bool emptied);
     void progressed(Call &call);
-    void mute(const S &followed); ///< the job's subscriptions so far are over
+    void mute(const S &followed);                ///< the job's subscriptions so far are over
+    bool cannotOpen() const { return m_nobody; } ///< no socket any more
     void fail(const S &reason);
     std::map<S, int> uploads;                   ///< how many of each file name
     std::map<S, int> refusals;                  ///< codes that the service may answer with for good reason
@@ -184,6 +186,7 @@ private:
     std::unique_ptr<ScopedEnvironment> m_host;
     std::unique_ptr<ScopedTrust> m_distrust;
     std::unique_ptr<QTcpServer> m_plain;
+    bool m_nobody = false;    ///< no socket can be opened any more
     bool m_disturbed = false; ///< an act may have kept an operation from its success
     std::size_t m_jobsBefore = 0;
     S m_texts; ///< what the host was told of errors

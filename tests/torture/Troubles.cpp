@@ -125,6 +125,7 @@ const std::vector<Trouble> &troubles()
     static const std::vector<Trouble> all = {
         {"none", {}, true},
         {"refused", {}, false, false, false, Trouble::Refused},
+        {"unreachable", {}, false, false, false, Trouble::Unreachable},
         {"no TLS there", {}, false, false, false, Trouble::NoTls},
         {"not trusted", {}, false, false, false, Trouble::Distrusted},
         plain("delay", FaultKind::Delay, true),
