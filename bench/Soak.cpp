@@ -5,7 +5,8 @@
 ///     velmora_soak_bench [--seconds N] [--subscriptions N] [--every SECONDS] [--seed N]
 ///
 /// Ends with 1 when a call was not answered exactly once, a job's end was missed, a file came back changed, or
-/// memory, threads or descriptors have grown from the first quarter to the last.
+/// memory, threads or descriptors have grown from the third quarter to the last. Not from the first: addresses of
+/// files are kept for half an hour, so there are more and more of them until then.
 #include "Measure.h"
 #include "Portal.h"
 #include "Rows.h"
@@ -282,9 +283,10 @@ template <class Member> double quarter(const std::vector<Sample> &samples, std::
 
 template <class Member> bool flat(const std::vector<Sample> &samples, const char *what, double allowed, Member member)
 {
-    const double first = quarter(samples, 0, member), last = quarter(samples, 3, member);
-    std::printf("%s: first quarter %.0f, last quarter %.0f (median)\n", what, first, last);
-    return last - first <= allowed;
+    const double third = quarter(samples, 2, member), last = quarter(samples, 3, member);
+    std::printf("%s: first quarter %.0f, third %.0f, last %.0f (medians)\n", what, quarter(samples, 0, member), third,
+                last);
+    return last - third <= allowed;
 }
 
 } // namespace
@@ -303,8 +305,9 @@ int main(int argc, char **argv)
         require(options.contains(arguments[i]), "unknown option " + arguments[i].toStdString());
         options[arguments[i]] = arguments[i + 1].toInt();
     }
+    // The portal holds 10,000 jobs: of 90 seconds each, not so many come in an hour.
     Portal portal(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora-portal"),
-                  {QStringLiteral("--job-duration"), QStringLiteral("60"), QStringLiteral("--token-lifetime"),
+                  {QStringLiteral("--job-duration"), QStringLiteral("90"), QStringLiteral("--token-lifetime"),
                    QStringLiteral("9")});
     qputenv("VELMORA_API_URL", portal.host().toUtf8());
     Soak soak(portal, options[QStringLiteral("--subscriptions")], unsigned(options[QStringLiteral("--seed")]));
@@ -334,7 +337,7 @@ int main(int argc, char **argv)
     std::printf("calls %ld, answers %ld, answered twice %ld; jobs %ld, ends told %ld, found %ld; files changed %ld\n",
                 c.calls, c.answers, c.twice, c.jobs, c.told, c.found, c.changed);
     const bool grew =
-        !flat(samples, "rss KiB", 4096, &Sample::memory) | !flat(samples, "heap KiB", 2048, &Sample::heap) |
+        !flat(samples, "rss KiB", 2048, &Sample::memory) | !flat(samples, "heap KiB", 1024, &Sample::heap) |
         !flat(samples, "descriptors", 12, &Sample::descriptors) | !flat(samples, "threads", 2, &Sample::threads);
     const bool missed = !soak.isIdle() || c.twice > 0 || c.jobs != c.told + c.found || c.changed > 0;
     std::printf("%s\n", missed ? "something was missed" : grew ? "something has grown" : "nothing missed, flat");
