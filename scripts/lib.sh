@@ -87,6 +87,14 @@ flat_names() {
 
 suppressions() { [[ ! -f tests/sanitizers/$1.supp ]] || printf ':suppressions="%s"' "$root/tests/sanitizers/$1.supp"; }
 
+# fix_addresses PRESET SCRIPT [ARGUMENT...]: ThreadSanitizer cannot map its shadow where the kernel spreads addresses
+# widely. Building runs programs too, so all of the script starts again without the spread.
+fix_addresses() {
+    [[ $1 == tsan && -z ${VELMORA_ADDRESSES_FIXED-} ]] || return 0
+    setarch "$(uname -m)" -R true 2>/dev/null || return 0
+    VELMORA_ADDRESSES_FIXED=1 exec setarch "$(uname -m)" -R "$root/scripts/$2" "${@:3}"
+}
+
 # How the sanitizers behave in what is run next. What the caller has set comes last and wins.
 sanitizer_options() {
     export ASAN_OPTIONS="detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
