@@ -119,53 +119,6 @@ TEST_F(SubscriptionTest, EndsItsConnectionsForAHostThatOnlyPumps)
     EXPECT_EQ(listener.texts.size(), 2u);
 }
 
-TEST_F(SubscriptionTest, EndsAtEveryStage)
-{
-    enum Ending { Destroy, Unsubscribe, SubscribeAnew };
-    const std::tuple<Handshake, int, bool> stages[] = {
-        {Handshake::Silence, 0, false}, {Handshake::Ignore, 0, false}, {Handshake::RefuseAndKeepOpen, 0, false},
-        {Handshake::Accept, 0, false},  {Handshake::Accept, 4, false}, {Handshake::Accept, 4, true}};
-    for (const auto &[handshake, heartbeats, reopening] : stages) {
-        for (const Ending ending : {Destroy, Unsubscribe, SubscribeAnew}) {
-            SCOPED_TRACE(testing::Message()
-                         << int(handshake) << ' ' << heartbeats << ' ' << reopening << ' ' << ending);
-            const std::size_t client = server.clients().size();
-            const bool opens = handshake == Handshake::Accept, greets = handshake != Handshake::Silence;
-            Listener own, second;
-            api = std::make_unique<CloudAPI>();
-            server.setHandshake(handshake);
-            subscribe(own);
-            ASSERT_TRUE(waitUntil([&] {
-                return server.clients().size() > client && server.clients()[client].target.isEmpty() != greets &&
-                       (!opens || socket()->isValid());
-            }));
-            beats(heartbeats);
-            ASSERT_TRUE(waitUntil([&] { return !reopening || server.clients().size() == client + 2; }));
-            if (opens && !reopening)
-                server.send(client, "too late"); // received, not yet read
-            own.texts.clear();
-            server.setHandshake(Handshake::Accept);
-            if (ending == Destroy)
-                api.reset();
-            else if (ending == Unsubscribe)
-                api->unsubscribeFromJob("J1");
-            else
-                subscribe(second);
-            EXPECT_TRUE(gone(client));
-            EXPECT_TRUE(waitUntil([&] { return server.openConnections() == (ending == SubscribeAnew ? 1 : 0); }));
-            if (ending == SubscribeAnew) {
-                ASSERT_TRUE(waitUntil([&] { return socket()->isValid(); }));
-                ASSERT_NO_FATAL_FAILURE(expectFlow(second, server.clients().size() - 1));
-                EXPECT_EQ(second.texts.size(), 1u);
-            }
-            settle();
-            EXPECT_TRUE(own.texts.empty());
-            api.reset();
-            EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; }));
-        }
-    }
-}
-
 TEST_F(SubscriptionTest, DropsWhatHasArrivedWhenACallbackEndsSubscriptions)
 {
     Listener second;

@@ -84,6 +84,7 @@ int main(int argc, char **argv)
     auto world = std::make_unique<World>();
     Resources most;
     std::map<S, int> table;
+    std::size_t inWorld = 0; ///< operations so far
     int failures = 0;
     QElapsedTimer timer;
     timer.start();
@@ -102,8 +103,9 @@ int main(int argc, char **argv)
         if (line.isSet(QStringLiteral("verbose")))
             std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), Case::describe(steps).c_str()),
                 std::fflush(stdout);
-        if (i % 100 == 99) // the jobs and files of so many cases make its listings long
-            world.reset(), world = std::make_unique<World>();
+        if (inWorld > 100) // the jobs and files of so many make its listings long
+            world.reset(), world = std::make_unique<World>(), inWorld = 0;
+        inWorld += steps.size();
         world->most = warming ? Resources() : most;
         const S wrong = Case(*world, seed).run(steps);
         if (warming)

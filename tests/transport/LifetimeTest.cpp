@@ -36,25 +36,6 @@ protected:
     Completion others;
 };
 
-TEST_F(LifetimeTest, DestroyedByEveryKindOfCallbackWhateverTheOutcome)
-{
-    for (const char *name : {"logUserIn", "checkMFAEnabled", "generateNewJobID", "getJobDetails", "archiveJob",
-                             "sendUserEvent", "tagJob", "getJobFileList", "deleteFile"}) {
-        for (const Answer &scripted : {answer(200, operation(name).reply), answer(500, "{}"), hangUp()}) {
-            SCOPED_TRACE(name);
-            api = std::make_unique<CloudAPI>();
-            ASSERT_NO_FATAL_FAILURE(crowd());
-            done = {};
-            done.then = [this] { destroy(); };
-            server.next(scripted);
-            operation(name).call(*api, Into{&done});
-            ASSERT_TRUE(wait(done));
-            expectSilence();
-            EXPECT_EQ(done.calls, 1);
-        }
-    }
-}
-
 TEST_F(LifetimeTest, DestroyedByARefusalInsideTheCall)
 {
     crowd();
