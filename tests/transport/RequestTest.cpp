@@ -140,28 +140,4 @@ TEST_F(RequestTest, JobDefinitionIsSubmittedAsItsTextOrRefusedAtOnce)
     EXPECT_EQ(server.requests().last().target, "/api/job/submit");
 }
 
-TEST_F(RequestTest, RequestsAreCountedAndTheManagerIsClearedAfterTheLast)
-{
-    server.setHandler([](const ReceivedRequest &) { return answer(200).paused(); });
-    Completion first, second, third;
-    operation("getUsersFileList").call(*api, Into{&first});
-    ASSERT_TRUE(pausing(1));
-    log.clear();
-    operation("getJobDetails").call(*api, Into{&second});
-    ASSERT_TRUE(pausing(2));
-    operation("untagJob").call(*api, Into{&third});
-    ASSERT_TRUE(pausing(3));
-    for (const Completion *each : {&first, &second, &third}) {
-        server.resumeOldest();
-        ASSERT_TRUE(wait(*each));
-    }
-    EXPECT_EQ(log.text(), "Cloud API: Network Request Started with text/JSON data: 2 in progress\n"
-                          "Cloud API: Custom Network Request Started: 3 in progress\n"
-                          "Cloud API: Network Request Finished: 2 remaining\n"
-                          "Received list of 0 files.\n"
-                          "Cloud API: Network Request Finished: 1 remaining\n"
-                          "Cloud API: Network Request Finished: 0 remaining\n"
-                          "Cloud API: Network Manager Cleared");
-}
-
 } // namespace

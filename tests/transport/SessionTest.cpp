@@ -2,7 +2,6 @@
 
 #include "transport/Operations.h"
 
-#include <QElapsedTimer>
 #include <QNetworkProxy>
 
 using namespace Velmora;
@@ -60,22 +59,6 @@ TEST_F(SessionTest, EachLoginStartsTheRenewalFiveSecondsBeforeTheEnd)
         EXPECT_TRUE(timer()->isActive() && timer()->isSingleShot());
         timer()->start(600000); // the next login starts it again
     }
-}
-
-TEST_F(SessionTest, ShortTokenIsRenewedByItself)
-{
-    QElapsedTimer clock;
-    clock.start();
-    logIn(6);
-    server.next(answer(200, tokens(3600, "renewed")));
-    ASSERT_TRUE(waitUntil([this] { return renewals() == 1; }));
-    EXPECT_GE(clock.elapsed(), 900); // Qt's timers may be 5 percent early
-    const ReceivedRequest request = server.requests().last();
-    EXPECT_EQ(request.body, "{\n    \"refreshToken\": \"refresh-token-0815\"\n}\n");
-    EXPECT_TRUE(request.header("Authorization").isNull());
-    ASSERT_TRUE(waitForLogin());
-    EXPECT_EQ(token(), "renewed");
-    EXPECT_EQ(timer()->interval(), 3595000);
 }
 
 TEST_F(SessionTest, RenewingSessionSendsNoTokenAndKeepsItsRefreshToken)
