@@ -31,7 +31,6 @@ public:
         : QObject(server)
         , m_server(server)
         , m_number(number)
-        , m_accept(server->m_accept)
     {
         m_socket.setSslConfiguration(serverConfiguration());
         m_socket.setSocketDescriptor(descriptor);
@@ -42,40 +41,22 @@ public:
             deleteLater();
         });
         connect(&m_socket, &QSslSocket::readyRead, this, [this] { read(); });
-        if (m_accept == ScriptedServer::Accept::DropUnread)
-            connect(&m_socket, &QSslSocket::encrypted, &m_socket, &QSslSocket::disconnectFromHost);
-        if (m_accept == ScriptedServer::Accept::StallBody)
-            m_socket.setReadBufferSize(4096);
-        if (m_accept != ScriptedServer::Accept::NoHandshake)
+        if (server->m_accept != ScriptedServer::Accept::NoHandshake)
             m_socket.startServerEncryption();
     }
 
-    void resume()
-    {
-        if (m_answering)
-            return write();
-        m_accept = ScriptedServer::Accept::Serve;
-        m_socket.setReadBufferSize(0);
-        read();
-    }
+    void resume() { write(); }
     QSslSocket *socket() { return &m_socket; }
 
 private:
     void read()
     {
-        if (m_accept == ScriptedServer::Accept::DropUnread)
-            return;
         m_buffer += m_socket.readAll();
         if (m_answer.bytes.startsWith("HTTP/1.1 101"))
             return m_server->upgraded(m_number, std::exchange(m_buffer, {}));
         const int end = m_buffer.indexOf("\r\n\r\n") + 4;
         if (m_answering || end < 4)
             return;
-        if (m_accept == ScriptedServer::Accept::StallBody) {
-            if (!m_server->m_pausing.contains(this))
-                m_server->m_pausing.append(this);
-            return;
-        }
         const QList<QByteArray> words = m_buffer.left(m_buffer.indexOf('\r')).split(' ');
         ReceivedRequest request{m_number, words.value(0), words.value(1), m_buffer.left(end), {}};
         const int size = request.header("Content-Length").toInt();
@@ -107,7 +88,6 @@ private:
     ScriptedServer *m_server;
     QSslSocket m_socket;
     const int m_number;
-    ScriptedServer::Accept m_accept;
     QByteArray m_buffer;
     bool m_answering = false;
     Answer m_answer;
@@ -130,10 +110,8 @@ QByteArray ScriptedServer::host() const { return "127.0.0.1:" + QByteArray::numb
 void ScriptedServer::resume()
 {
     while (!m_pausing.isEmpty())
-        resumeOldest();
+        m_pausing.takeFirst()->resume();
 }
-
-void ScriptedServer::resumeOldest() { m_pausing.takeFirst()->resume(); }
 
 void ScriptedServer::incomingConnection(qintptr descriptor)
 {

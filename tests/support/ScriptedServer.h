@@ -55,9 +55,7 @@ public:
     /// What is done with connections to come.
     enum class Accept {
         Serve,
-        DropUnread,  ///< close after the handshake, before a byte of the request is read
         NoHandshake, ///< accept and stay silent
-        StallBody,   ///< read a request's head, and its body only after `resume`
     };
 
     ScriptedServer();
@@ -68,9 +66,8 @@ public:
     void next(const Answer &scripted) { m_script.append(scripted); }
     void setHandler(Handler handler) { m_handler = std::move(handler); }
     void setAccept(Accept accept) { m_accept = accept; }
-    /// Lets everything that pauses now, or only the oldest of it, go on.
+    /// Lets everything that pauses now go on.
     void resume();
-    void resumeOldest();
     int pausing() const { return m_pausing.size(); }
 
     const QList<ReceivedRequest> &requests() const { return m_requests; } ///< read in full, in order

@@ -106,9 +106,9 @@ protected:
     {
         return waitUntil([=] { return server.requests().size() == requests; });
     }
-    bool pausing(int answers = 1)
+    bool pausing()
     {
-        return waitUntil([=] { return server.pausing() == answers; });
+        return waitUntil([this] { return server.pausing() == 1; });
     }
 
     LogCatcher log;
