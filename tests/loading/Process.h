@@ -27,7 +27,7 @@ private:
 struct Figures {
     int threads = 0;
     int handles = 0;    ///< open files where all else is one, too
-    long kilobytes = 0; ///< of memory: on Linux what is allocated, on Windows what is resident
+    long kilobytes = 0; ///< of memory: allocated
 };
 Figures figures();
 
