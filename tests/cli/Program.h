@@ -38,7 +38,6 @@ class Program : public QProcess {
 public:
     static constexpr int PatienceMs = 30000;
 
-    /// @param line the arguments with a blank between them
     Program(const S &line, const QString &folder)
     {
         setWorkingDirectory(folder);
@@ -127,7 +126,6 @@ protected:
         fault.path = path;
         fault.kind = kind;
         fault.times = times;
-        fault.status = 503;
         fault.messages = 2;
         m_portal->inject(fault);
     }
@@ -136,7 +134,6 @@ protected:
     {
         return std::make_unique<Program>(m_portal ? line + connection() : line, m_directory.path());
     }
-    /// Runs a command to its end. @param message must stand in what it says.
     std::unique_ptr<Program> ended(const S &line, int exit, const S &message = {}) const
     {
         auto program = start(line);
@@ -147,7 +144,6 @@ protected:
     static S example(const S &name) { return VELMORA_SOURCE_FOLDER "/examples/jobs/" + name; }
     /// The command that runs an example without its files.
     static S runOf(const S &name) { return "run --account ACC-1001 --no-upload --no-download " + example(name); }
-    /// Waits until the program has submitted its job. @return the job's id.
     static S submitted(Program &program)
     {
         EXPECT_TRUE(program.says(" submitted\n")) << program.errors();

@@ -8,8 +8,9 @@ namespace {
 
 TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
-    for (const S &line : {S(), S("fly"), S("job"), S("jobs --portal moon"), S("run no-such-file"), S("rm job-1"),
-                          S("status --host https://x"), S("status --ca /none"), "run " + write("cut", "{\"jobName\":")})
+    for (const S &line :
+         {S(), S("fly"), S("rm job-1"), S("jobs --portal moon"), S("run no-such-file"), S("tags job-1 --account A"),
+          S("status --host https://x"), S("status --ca /none"), "run " + write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
     ended("words hpc", 0, "--preferred\n"); // for completion
 }
@@ -21,10 +22,8 @@ TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
     EXPECT_EQ(program->json()["failedChecks"].toArray().size(), 5);
     for (const char *message : {"minimum of 1 simulation", "Currently a MAXIMUM of 128", "unknown key \"cores\""})
         EXPECT_TRUE(contains(program->errors(), message));
-    for (const char *absent : {"<b>", "jobID"})
-        EXPECT_FALSE(contains(program->errors(), absent));
-    for (const char *name : {"beam-single.json", "hull-sweep.json"})
-        EXPECT_EQ(ended("validate " + example(name), 0)->errors(), "");
+    EXPECT_FALSE(contains(program->errors(), "<b>"));
+    EXPECT_EQ(ended("validate " + example("hull-sweep.json"), 0)->errors(), "");
 }
 
 TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
@@ -36,8 +35,8 @@ TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
         size_t user;
         S password, mfa;
         int exit;
-    } rows[] = {{0, right, "", 0},       {0, "wrong", "", 1}, {0, "", "", 2},    {1, other, users[1].mfaCode, 0},
-                {1, other, "111111", 1}, {1, other, "", 2},   {1, other, "x", 2}};
+    } rows[] = {{0, right, "", 0},       {0, "wrong", "", 1}, {0, "", "", 2}, {1, other, users[1].mfaCode, 0},
+                {1, other, "111111", 1}, {1, other, "", 2}};
     for (const auto &row : rows) {
         signInAs(users[row.user].email, row.password, row.mfa);
         const auto program = ended("login --json", row.exit);
@@ -80,22 +79,13 @@ TEST_F(ProgramTest, run_everyTrouble_stillReachesTheJobsEnd)
     } rows[] = {{"socket", FaultKind::Status, 0, "was lost"},
                 {"socket", FaultKind::SocketDrop, 1, "was lost"},
                 {"socket", FaultKind::SocketSilence, 0, "submitted job-"},
-                {"socket", FaultKind::Silence, 0, "submitted job-"},
-                {"job/load", FaultKind::Status, 2, "answers again"},
                 {"job/load", FaultKind::ResetAfter, 1, "answers again"},
                 {"job/progress", FaultKind::Status, 0, "submitted job-"}};
-    // Side by side, each with a portal of its own.
-    std::vector<std::unique_ptr<VelmoraPortal::Portal>> portals;
-    std::vector<std::unique_ptr<Program>> programs;
     for (const auto &row : rows) {
         serve();
         inject(row.path, row.kind, row.times);
-        programs.push_back(start(runOf("beam-single.json")));
-        portals.push_back(std::move(m_portal));
-    }
-    for (size_t i = 0; i < programs.size(); ++i) {
-        EXPECT_EQ(programs[i]->end(), 0) << rows[i].path << int(rows[i].kind);
-        EXPECT_EQ(q(programs[i]->errors()).count(QLatin1String(rows[i].notice)), 1) << programs[i]->errors();
+        const S errors = ended(runOf("beam-single.json"), 0, "100%")->errors();
+        EXPECT_EQ(q(errors).count(QLatin1String(row.notice)), 1) << row.path << int(row.kind) << errors;
     }
 }
 
@@ -148,7 +138,6 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
                 {"job no-such-job", 1, "no-such-job", "error", "wing"},
                 {"progress job-wing0001", 0, "100%", "simulationProgressList", "error"},
                 {"files", 0, "job-duct0002", "fileList", "/rtg/"},
-                {"files job-wing0001", 0, "wing.mesh", "fileList", "/rtg/"},
                 {"files job-wing0001 sim-1 --all", 0, "sim-1/rtg/residuals.dat", "fileList", "wing.mesh"},
                 {"rm job-wing0001 wing.trninp#x", 1, "has no file", "error", "deleted"},
                 {"archive job-wing0001", 0, "archived job-wing0001", "jobDetailsList", "error"},
@@ -156,14 +145,12 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
                 {"status", 0, "answers", "host", "error"},
                 {"accounts", 0, "ACC-2002", "accountDetailsList", "error"},
                 {"balance ACC-1001", 0, "job-wing0001", "recentTransactions", "error"},
-                {"balance ACC-0", 1, "no account", "error", "1234"},
                 {"me --first-name= --company Wings", 0, "Wings", "companyName", "Aerodynamics"},
                 {"hpc ACC-1001 --preferred", 0, "hpc-us-1", "hpcDetailsList", "hpc-lab-1"},
                 {"event open mesher", 0, "mesher", "eventType", "eventValue"},
                 {"tag job-wing0001 fast", 0, "fast", "itemTagList", "error"},
                 {"tags job-wing0001", 0, "fast", "jobId", "duct"},
                 {"tags --account ACC-2002", 0, "duct", "accountId", "fast"},
-                {"tags job-wing0001 --account ACC-1001", 2, "excludes", "error", "fast"},
                 {"tags", 0, "duct", "accountTagList", "error"},
                 {"find wing fast", 0, "job-wing0001", "jobDetailsList", "job-duct0002"},
                 {"find wing duct", 0, "", "jobDetailsList", "job-"}};
@@ -174,7 +161,6 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
     }
     ended("rm job-wing0001 wing.mesh", 0, "deleted wing.mesh");
     ended("untag job-wing0001 fast", 0, "wing");
-    ended("untag job-wing0001 fast --json", 1, "has no tag");
     const auto me = ended("me --json", 0, "Wings");
     EXPECT_EQ(me->text("forename") + me->text("surname"), "Field");
 }

@@ -70,42 +70,28 @@ class Hosts(unittest.TestCase):
         self.must("cmake", "--build", folder, "-j2")
         return f"{folder}/{name}"
 
-    def by_pkg_config(self, compiler, source):
+    def check(self, name, language, said, refusal):
+        """Builds an example by CMake and by pkg-config, and runs both. Returns the first."""
+        by_cmake, by_pkg_config = self.by_cmake(name), f"{self.folder}/{name}-by-pkg-config"
         flags = self.must("pkg-config", "--cflags", "--libs", "velmora",
                           environment={"PKG_CONFIG_PATH": f"{self.libraries}/pkgconfig"})
-        program = f"{self.folder}/by-pkg-config"
-        self.must(*compiler.split(), f"{SOURCE}/examples/{source}", "-o", program, *flags.split())
-        return program
+        self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {flags}".split())
+        for program, environment in ((by_cmake, {}), (by_pkg_config, {"LD_LIBRARY_PATH": self.libraries})):
+            code, output = self.host(program, **environment)
+            self.assertEqual((code, said in output), (0, True), output)
+            code, output = self.host(program, VELMORA_PASSWORD="wrong", **environment)
+            self.assertEqual((code, output.count(refusal)), (1, 1), output)
+        return by_cmake
 
-    def check_c(self, program, **environment):
-        code, output = self.host(program, **environment)
-        self.assertEqual(code, 0, output)
-        self.assertIn("Job status is FINISHED", output)
-        self.assertIn('"fileName": "sim-2/run.log"', output)
-        code, output = self.host(program, VELMORA_PASSWORD="wrong", **environment)
-        self.assertEqual(code, 1, output)
-        self.assertIn('"errorCode": 401', output)
-
-    def check_cpp(self, program, **environment):
-        code, output = self.host(program, **environment)
-        self.assertEqual(code, 0, output)
-        self.assertIn("job-wing0001  FINISHED", output)
-        code, output = self.host(program, VELMORA_PASSWORD="wrong", **environment)
-        self.assertEqual((code, output.count("sign-in: Error Authenticating Credentials")), (1, 1), output)
-        code, output = self.host(program, LD_PRELOAD="", **environment)
+    def test_cpp(self):
+        program = self.check("cpp_host", f"c++ -std=c++17 {SOURCE}/examples/cpp_host/main.cpp",
+                             "job-wing0001  FINISHED", "sign-in: Error Authenticating Credentials")
+        code, output = self.host(program, LD_PRELOAD="")
         self.assertEqual((code, output.count("sign-in: no answer came")), (1, 1), "an authority that is not trusted")
 
-    def test_cpp_by_cmake(self):
-        self.check_cpp(self.by_cmake("cpp_host"))
-
-    def test_c_by_cmake(self):
-        self.check_c(self.by_cmake("c_host"))
-
-    def test_by_pkg_config(self):
-        self.check_cpp(self.by_pkg_config("c++ -std=c++17 -Wall -Wextra -Werror", "cpp_host/main.cpp"),
-                       LD_LIBRARY_PATH=self.libraries)
-        self.check_c(self.by_pkg_config("cc -std=c11 -Wall -Wextra -Wpedantic -Werror", "c_host/main.c"),
-                     LD_LIBRARY_PATH=self.libraries)
+    def test_c(self):
+        self.check("c_host", f"cc -std=c11 {SOURCE}/examples/c_host/main.c",
+                   '"fileName": "sim-2/run.log"', '"errorCode": 401')
 
     def test_python(self):
         source = f"{self.folder}/beam.trninp"
