@@ -73,8 +73,7 @@ template <int which = 0> struct Host {
 
     static const std::vector<std::string> &last() { return heard.back(); }
     /// Of the last call's outcome.
-    static QJsonObject error() { return QJsonDocument::fromJson(QByteArray::fromStdString(last().at(0))).object(); }
-    static int code() { return error().value(QLatin1String("errorCode")).toInt(); }
+    static int code() { return QJsonDocument::fromJson(last().at(0).c_str())["errorCode"].toInt(); }
 
 private:
     template <class... Arguments> static void called(Arguments... arguments)

@@ -1,6 +1,4 @@
-#include "InC.h"
-
-#include <stddef.h>
+#include <velmora/CloudAPIFlat.h>
 
 /* Links only when every export has C linkage. */
 #define FLAT_EXPORT(name) (void (*)(void)) name,
@@ -8,4 +6,5 @@ void (*const flatAddressesInC[])(void) = {
 #include "Exports.inc"
     0};
 
-const size_t flatLayoutInC[] = FLAT_LAYOUT;
+/* C lays a structure out as C++ does when what stands for a list is as large as one. */
+const uint64_t jobDetailsSizeInC = sizeof(VelmoraJobDetailsView);

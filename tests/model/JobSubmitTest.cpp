@@ -1,6 +1,5 @@
 #include <velmora/JobSubmit.h>
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -14,7 +13,6 @@ namespace Velmora {
 namespace {
 
 using Codes = std::list<int>;
-using Texts = std::list<std::string>;
 
 JobSubmit goodJob()
 {
@@ -37,11 +35,6 @@ Codes codesOf(const JobSubmit &job)
     return codes;
 }
 
-QJsonObject bodyOf(const JobSubmit &job)
-{
-    return QJsonDocument::fromJson(QByteArray::fromStdString(job.toSubmissionJson())).object();
-}
-
 TEST(JobSubmit, ValidatesAtTheBoundaries)
 {
     const struct {
@@ -49,22 +42,16 @@ TEST(JobSubmit, ValidatesAtTheBoundaries)
         std::function<void(JobSubmit &)> change;
         Codes expected;
     } cases[] = {
-        {"128 cores", [](JobSubmit &job) { job.coresRequired = 128; }, {}},
-        {"129 cores", [](JobSubmit &job) { job.coresRequired = 129; }, {0}},
-        {"1 core", [](JobSubmit &job) { job.coresRequired = 1; }, {}},
-        {"0 cores", [](JobSubmit &job) { job.coresRequired = 0; }, {1}},
-        {"RAM below the limit", [](JobSubmit &job) { job.ramEstimate = 1843199; }, {}},
-        {"RAM at the limit", [](JobSubmit &job) { job.ramEstimate = 1843200; }, {8}},
-        {"RAM 1", [](JobSubmit &job) { job.ramEstimate = 1; }, {}},
-        {"RAM 0", [](JobSubmit &job) { job.ramEstimate = 0; }, {7}},
-        {"estimate 0", [](JobSubmit &job) { job.coreHourEstimate = 0.0; }, {6}},
-        {"estimate tiny", [](JobSubmit &job) { job.coreHourEstimate = 1e-9; }, {}},
-        {"estimate no number", [](JobSubmit &job) { job.coreHourEstimate = std::nan(""); }, {6}},
+        {"the most",
+         [](JobSubmit &job) { job.coresRequired = 128, job.ramEstimate = 1843199, job.coreHourEstimate = 1e9; },
+         {}},
+        {"the least", [](JobSubmit &job) { job.coresRequired = job.ramEstimate = 1, job.coreHourEstimate = 1e-9; }, {}},
+        {"too much", [](JobSubmit &job) { job.coresRequired = 129, job.ramEstimate = 1843200; }, {8, 0}},
+        {"estimate no number", [](JobSubmit &job) { job.coreHourEstimate = NAN; }, {6}},
         {"estimate infinite", [](JobSubmit &job) { job.coreHourEstimate = INFINITY; }, {6}},
         {"any name, no account", [](JobSubmit &job) { job.jobName = "Tr\u00e4ger", job.accountID = {}; }, {}},
         {"no job id", [](JobSubmit &job) { job.jobID.clear(); }, {3}}, // the other texts: together
-        {"empty", [](JobSubmit &job) { job = JobSubmit(); }, {4, 5, 6, 7, 2, 3, 1, 9}},
-        {"too much", [](JobSubmit &job) { job.ramEstimate = 9999999, job.coresRequired = 999; }, {8, 0}},
+        {"all zero or empty", [](JobSubmit &job) { job = JobSubmit(); }, {4, 5, 6, 7, 2, 3, 1, 9}},
     };
     for (const auto &[what, change, expected] : cases) {
         JobSubmit job = goodJob();
@@ -74,18 +61,7 @@ TEST(JobSubmit, ValidatesAtTheBoundaries)
     std::list<JobSubmitError> errors{JobSubmitError::TooManyCores};
     EXPECT_FALSE(JobSubmit().validate(&errors));
     EXPECT_EQ(errors.size(), 9U); // appended to what was there
-}
-
-TEST(JobSubmit, HasAMessagePerCode)
-{
-    int code = -1;
-    for (const char *part :
-         {"No Errors detected", "<b>MAXIMUM</b> of 128", "Not enough cores", "The jobName field is",
-          "jobID field was empty", "minimum of 1 simulation per", "No main input file", "core hour cost estimate of 0",
-          "RAM estimate of 0", "<b>MAXIMUM</b> of 1800GB", "no Application Name/ID", "No Errors detected"}) {
-        const std::string message = JobSubmit::errorMessage(static_cast<JobSubmitError>(code++));
-        EXPECT_NE(message.find(part), std::string::npos) << message;
-    }
+    EXPECT_EQ(JobSubmit::errorMessage(static_cast<JobSubmitError>(10)), "No Errors detected");
 }
 
 TEST(JobSubmit, SubmitsOneDocumentStampedWithLocalTime)
@@ -122,34 +98,30 @@ TEST(JobSubmit, SubmitsWhatDependsOnOperationSweepAndPrecision)
         const char *name; ///< null: left out
         int parts;
         std::size_t simulations;
-        double estimate;
-    } rows[] = {{0, "mpi", 16, 1, 30},  {1, "simulation", 1, 2, 15}, {2, "review", 1, 1, 30},
-                {3, "build", 1, 3, 10}, {7, nullptr, 1, 1, 30},      {-1, nullptr, 1, 1, 30}};
+    } rows[] = {{0, "mpi", 16, 1},  {1, "simulation", 1, 2}, {2, "review", 1, 1},
+                {3, "build", 1, 3}, {4, nullptr, 1, 1},      {-1, nullptr, 1, 1}};
     for (const auto &row : rows) {
         JobSubmit job = goodJob();
         job.operation = static_cast<JobOperation>(row.operation);
         job.simulations.resize(row.simulations);
         job.jobPrecision = row.operation - 1;
-        const QJsonObject body = bodyOf(job);
+        const QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(job.toSubmissionJson())).object();
         const auto text = [&](const char *key) { return body[QLatin1String(key)].toString().toStdString(); };
-        EXPECT_EQ(body.contains("operation"), row.name != nullptr);
-        EXPECT_EQ(text("operation"), row.name ? row.name : "");
+        EXPECT_EQ(body["operation"], row.name ? QJsonValue(row.name) : QJsonValue(QJsonValue::Undefined));
         EXPECT_EQ(body["numberOfParts"].toInt(), row.parts) << row.operation;
-        EXPECT_EQ(body["coresRequired"].toInt(), 16) << row.operation;
-        EXPECT_EQ(body["coreHourEstimate"].toDouble(), row.estimate) << row.operation;
+        EXPECT_EQ(body["coreHourEstimate"].toDouble() * double(row.simulations), 30) << row.operation;
         EXPECT_EQ(text("precision"), row.operation == 1 ? "single" : "double");
         EXPECT_EQ(text("jobType"), std::string("Cloud Configuration - ") +
                                        (row.simulations == 1 ? "Single Simulation" : "Simulation Sweep"));
     }
 }
 
-// The fields that are read as they are: with those of the records.
 TEST(JobSubmit, ReadsTheTextOfAHost)
 {
     const JobSubmit job(R"({"jobID": "j", "operation": 1, "simulations": ["s1", "s2", null], "coresRequired": 8,
         "coreHourEstimate": 2.5, "jobPrecision": 3, "numberOfParts": 99})");
     EXPECT_EQ(job.jobID + job.solverTag, "j");
-    EXPECT_EQ(job.simulations, (Texts{"s1", "s2", ""}));
+    EXPECT_EQ(job.simulations, (std::list<std::string>{"s1", "s2", ""}));
     EXPECT_EQ(job.coreHourEstimate, 7.5); // hosts state it per simulation
     EXPECT_EQ(job.jobPrecision, 3);
     const struct {
@@ -158,10 +130,8 @@ TEST(JobSubmit, ReadsTheTextOfAHost)
     } rows[] = {{R"({"operation": 0, "coresRequired": 8, "numberOfParts": 4})", 0, 4},
                 {R"({"operation": 0, "coresRequired": 8})", 0, 0},
                 {R"({"operation": 1, "coresRequired": 8, "numberOfParts": 4})", 1, 8},
-                {R"({"operation": 7, "coresRequired": 8, "numberOfParts": 4})", 7, 8},
                 {R"({"operation": 1.5, "jobPrecision": "12", "numberOfParts": 2147483648})", 0, 0},
                 {R"({"operation": "1", "jobPrecision": null, "numberOfParts": [4]})", 0, 0},
-                {R"({"jobID": 1e999})", 0, 0},
                 {"", 0, 0}};
     for (const auto &[text, operation, cores] : rows) {
         const JobSubmit read{std::string(text)};

@@ -1,44 +1,15 @@
-// The field tables, stated once more by hand, and what their readers and writers make of every kind of value.
+// The field tables, stated once more by hand, and what readers, writers and views make of them.
 
-#include "model/Json.h"
+#include "flat/Host.h"
 
 #include <boost/pfr.hpp>
-#include <gtest/gtest.h>
 
 namespace Velmora {
 namespace {
 
 // A record's keys in the order of its members: "reply", or "reply=host" where hosts know another; "object.key" lies
 // deeper in a reply. '*': hosts may state it (integers in 32 bits). '#': 32 bits in a reply. '~': cleaned in a reply.
-template <class R> constexpr const char *keys = nullptr;
-#define KEYS(R, text) template <> constexpr const char *keys<R> = text
-KEYS(ApiError, "errorCode errorTitle errorMessage");
-KEYS(CloudFile, "jobId* fileName* fileSize* fileDate fileHash directory*");
-KEYS(FileDownloadDetails, "localFileLocation* cloudFileDetails*");
-KEYS(FileUploadDetails, "localFileLocation* cloudFileJobID* totalFileSize*");
-KEYS(ItemTag, "tag=tagText* type=tagType*");
-KEYS(UserDetails, "userId cognitoEmail=userEmail lastName=surname firstName=forename companyName");
-KEYS(AccountAccess, "accountId=accountID cognitoEmail=userEmail maxCoreHourRequest accountAdmin hasMFA");
-KEYS(AccountDetails, "account.accountId account.accountName account.overageEnabled account.billingEnabled "
-                     "account.planCode account.accountCreated# accountAccess");
-KEYS(AccountTransaction,
-     "accountId transactionId jobId simulationId transactionType transactionDescription cognitoEmail=userEmail userId "
-     "transactionAmount transactionDate invoiceSubmitted invoiceRequired invoiceAccepted");
-KEYS(AccountBalance, "accountId coreHoursAvailable recentTransactions");
-KEYS(HpcDetails, "hpcId hpcActive hpcCloud hpcClusterName hpcDescription hpcRegion hpcAccountBucket");
-KEYS(JobStatusEntry, "jobId jobStatus jobStatusDate");
-KEYS(SimulationStatusEntry, "jobId simulationId simulationStatus simulationStatusDate");
-KEYS(SimulationDetails, "simulationId consoleParameters~ simulationStatus");
-KEYS(JobDetails, "jobId accountId jobName dockerTag coresRequired coreHourEstimate ramEstimate mainFile precision "
-                 "numberOfParts fileDependencies fileAliases operation simulations jobStatus jobType");
-KEYS(SimulationProgress, "simulationId progress");
-KEYS(JobProgress, "jobId simulationProgressList");
-KEYS(SimulationAbortState, "jobId=jobID simulationId=simID status");
-KEYS(JobSubmit, "jobId=jobID* accountId=accountID* jobName* coresRequired* coreHourEstimate* ramEstimate* mainFile* "
-                "dockerTag=solverTag* fileDependencies=dependentFilesList* fileAliases=dependentFilesAliasList* "
-                "simulations* application=originApplication*");
-
-template <class R> void checkTable()
+template <class R> void checkTable(const char *keys)
 {
     std::string text;
     const R record{};
@@ -49,199 +20,156 @@ template <class R> void checkTable()
         text += field.replyObject ? field.replyObject + ("." + reply) : reply;
         text += (reply == host ? "" : "=" + host) + (field.input ? "*" : "");
         text += std::string(field.replyWidth == Width::Int32 ? "#" : "") + (field.clean ? "~" : "");
+        const bool isLong = std::is_same_v<decltype(record.*field.member), const long long &>;
+        EXPECT_EQ(field.inputWidth == Width::Int32, field.input && isLong) << host;
         EXPECT_LT(before, &(record.*field.member)) << host << " is out of the record's order";
         before = &(record.*field.member);
     });
-    EXPECT_EQ(text, keys<R>);
+    EXPECT_EQ(text, keys);
     if constexpr (std::is_aggregate_v<R>) {
         EXPECT_EQ(std::tuple_size_v<decltype(Schema<R>::fields())>, boost::pfr::tuple_size_v<R>) << text;
     }
 }
 
-/// Every value of a record another one.
-template <class T> T sample(int position = 0)
+/// Every value of a record another one; over five bits any two flags differ once.
+template <class T> T sample(int bit, int position = 0)
 {
     T value{};
     if constexpr (std::is_same_v<T, std::string>)
-        value = std::to_string(position) + " \u00fcber \u65e5\u672c \"%1\"";
+        value = std::to_string(position) + " \u00fcber";
+    else if constexpr (std::is_same_v<T, bool>)
+        value = ((position >> bit) & 1) != 0;
     else if constexpr (std::is_arithmetic_v<T>)
         value = static_cast<T>(2000000000.25 + position);
     else if constexpr (Detail::IsList<T>::value)
-        value = {sample<typename T::value_type>(position + 100), sample<typename T::value_type>(position)};
+        value = {sample<typename T::value_type>(bit, position + 100), sample<typename T::value_type>(bit, position)};
     else
         forEachField<T>([&](const auto &field) {
-            value.*field.member = sample<std::decay_t<decltype(value.*field.member)>>(++position);
+            value.*field.member = sample<std::decay_t<decltype(value.*field.member)>>(bit, ++position);
         });
     return value;
 }
 
-template <class Field> void put(QJsonObject &object, Form form, const Field &field, const QJsonValue &value)
-{
-    const QLatin1String key(form == Form::Reply ? field.replyKey : field.hostKey);
-    const QLatin1String outer(form == Form::Reply ? field.replyObject : nullptr);
-    QJsonObject inner = outer.data() ? object.value(outer).toObject() : object;
-    inner.insert(key, value);
-    outer.data() ? void(object.insert(outer, inner)) : object.swap(inner);
-}
-
 template <class R> QByteArray text(const R &record) { return toText(writeRecord(record, Form::Reply)); }
-QJsonValue parsed(const QByteArray &value) { return QJsonDocument::fromJson('[' + value + ']').array().first(); }
+QJsonArray parsed(const char *array) { return QJsonDocument::fromJson(array).array(); }
 
-/// A value that a field may hold against all promises, and what each kind of field reads from it.
-struct Wrong {
-    const char *value;
-    const char *asText = "";
-    int asInt = 0;
-    long long asLong = 0;
-    double asNumber = 0;
-    bool asFlag = false;
-
-    template <class T> T as(bool narrow) const
-    {
-        if constexpr (std::is_same_v<T, std::string>)
-            return asText;
-        else if constexpr (std::is_same_v<T, bool>)
-            return asFlag;
-        else if constexpr (std::is_same_v<T, double>)
-            return asNumber;
-        else if constexpr (std::is_arithmetic_v<T>)
-            return narrow || std::is_same_v<T, int> ? asInt : static_cast<T>(asLong);
-        T result;
-        if constexpr (Detail::IsList<T>::value) {
-            for (const QJsonValue &element : parsed(value).toArray()) {
-                result.emplace_back();
-                if constexpr (std::is_same_v<T, std::list<std::string>>)
-                    result.back() = element.toString().toStdString();
-            }
-        }
-        return result;
-    }
-};
-
-constexpr Wrong wrongValues[] = {
-    {""}, // no value at all
-    {"null"},
-    {"true", "", 0, 1, 0, true},
-    {"false"},
-    {"7", "", 7, 7, 7},
-    {"1.5", "", 0, 2, 1.5},
-    {R"("12")", "12", 0, 12},
-    {R"("true")", "true"},
-    {R"("word")", "word"},
-    {"2147483647", "", 2147483647, 2147483647, 2147483647},
-    {"2147483648", "", 0, 2147483648, 2147483648},
-    {"-2147483648", "", -2147483647 - 1, -2147483648, -2147483648},
-    {"9007199254740993", "", 0, 9007199254740993, 9007199254740992},
-    {R"({"a": 1})"},
-    {"[]"},
-    {R"([1, "b", null, {"a": 1}])"},
-};
-
-template <class R> void checkReading(Form form)
+template <class R> void checkView()
 {
-    R record = sample<R>();
-    QJsonObject whole;
-    forEachField<R>([&](const auto &field) {
-        put(whole, form, field, Detail::writeValue(record.*field.member, Form::Reply));
-        if (form == Form::HostInput && !field.input)
-            record.*field.member = {};
-    });
-    EXPECT_EQ(text(readRecord<R>(whole, form)), text(record));
-    forEachField<R>([&](const auto &field) {
-        for (const Wrong &wrong : wrongValues) {
-            QJsonObject broken = whole;
-            put(broken, form, field, parsed(wrong.value));
-            R expected = record;
-            if (form == Form::Reply || field.input)
-                expected.*field.member = wrong.as<std::decay_t<decltype(expected.*field.member)>>(
-                    form == Form::HostInput || field.replyWidth == Width::Int32);
-            EXPECT_EQ(text(readRecord<R>(broken, form)), text(expected)) << field.hostKey << " given " << wrong.value;
-        }
-    });
+    for (int bit = 0; bit < 5; ++bit) {
+        const R record = sample<R>(bit);
+        EXPECT_EQ(text(recordOf(toView(record))), text(record));
+    }
 }
 
-template <class... R> struct Records {
-    static void check() { (checkTable<R>(), ...); }
-    static void read(Form form) { (checkReading<R>(form), ...); }
-};
-using Input = Records<FileUploadDetails, ItemTag, CloudFile, JobSubmit>;
-using Reply = Records<CloudFile, ItemTag, UserDetails, AccountAccess, AccountDetails, AccountTransaction,
-                      AccountBalance, HpcDetails, JobStatusEntry, SimulationStatusEntry, SimulationDetails, JobDetails,
-                      SimulationProgress, JobProgress, SimulationAbortState>;
+template <class... R> void checkViews() { (checkView<R>(), ...); }
 
 TEST(Records, NameEveryFieldInItsOrder)
 {
-    Reply::check();
-    Input::check();
-    Records<ApiError, FileDownloadDetails>::check();
+    checkTable<ApiError>("errorCode errorTitle errorMessage");
+    checkTable<CloudFile>("jobId* fileName* fileSize* fileDate fileHash directory*");
+    checkTable<FileDownloadDetails>("localFileLocation* cloudFileDetails*");
+    checkTable<FileUploadDetails>("localFileLocation* cloudFileJobID* totalFileSize*");
+    checkTable<ItemTag>("tag=tagText* type=tagType*");
+    checkTable<UserDetails>("userId cognitoEmail=userEmail lastName=surname firstName=forename companyName");
+    checkTable<AccountAccess>("accountId=accountID cognitoEmail=userEmail maxCoreHourRequest accountAdmin hasMFA");
+    checkTable<AccountDetails>("account.accountId account.accountName account.overageEnabled account.billingEnabled "
+                               "account.planCode account.accountCreated# accountAccess");
+    checkTable<AccountTransaction>(
+        "accountId transactionId jobId simulationId transactionType transactionDescription cognitoEmail=userEmail "
+        "userId transactionAmount transactionDate invoiceSubmitted invoiceRequired invoiceAccepted");
+    checkTable<AccountBalance>("accountId coreHoursAvailable recentTransactions");
+    checkTable<HpcDetails>("hpcId hpcActive hpcCloud hpcClusterName hpcDescription hpcRegion hpcAccountBucket");
+    checkTable<JobStatusEntry>("jobId jobStatus jobStatusDate");
+    checkTable<SimulationStatusEntry>("jobId simulationId simulationStatus simulationStatusDate");
+    checkTable<SimulationDetails>("simulationId consoleParameters~ simulationStatus");
+    checkTable<JobDetails>(
+        "jobId accountId jobName dockerTag coresRequired coreHourEstimate ramEstimate mainFile precision "
+        "numberOfParts fileDependencies fileAliases operation simulations jobStatus jobType");
+    checkTable<SimulationProgress>("simulationId progress");
+    checkTable<JobProgress>("jobId simulationProgressList");
+    checkTable<SimulationAbortState>("jobId=jobID simulationId=simID status");
+    checkTable<JobSubmit>(
+        "jobId=jobID* accountId=accountID* jobName* coresRequired* coreHourEstimate* ramEstimate* mainFile* "
+        "dockerTag=solverTag* fileDependencies=dependentFilesList* fileAliases=dependentFilesAliasList* "
+        "simulations* application=originApplication*");
 }
 
-TEST(Records, AreReadAndSurviveWrongValues)
+TEST(Records, AreViewedFieldByField)
 {
-    Reply::read(Form::Reply);
-    Input::read(Form::HostInput);
-    for (const char *noObject :
-         {"", "not JSON", "{", "[]", "[{}]", "7", "null", R"({"jobId": 1e999})", R"({"account": 5})",
-          R"({"account": [{"accountId": "a"}]})", R"({"accountId": "a", "accountName": "outside"})"}) {
+    checkViews<ApiError, CloudFile, FileDownloadDetails, FileUploadDetails, DeleteFileDetails, ItemTag, UserDetails,
+               AccountDetails, AccountTransaction, AccountBalance, JobDetails, JobProgress, SimulationAbortState>();
+}
+
+TEST(Records, SurviveWrongValues)
+{
+    const struct {
+        const char *value;
+        const char *asText = "";
+        int asInt = 0;
+        long long asLong = 0;
+        double asNumber = 0;
+        bool asFlag = false;
+    } rows[] = {
+        {"[]"}, // no value at all
+        {"[null]"},
+        {"[true]", "", 0, 1, 0, true},
+        {"[1.5]", "", 0, 2, 1.5},
+        {R"(["12"])", "12", 0, 12},
+        {R"(["true"])", "true"},
+        {"[2147483647]", "", 2147483647, 2147483647, 2147483647},
+        {"[2147483648]", "", 0, 2147483648, 2147483648},
+        {"[9007199254740993]", "", 0, 9007199254740993, 9007199254740992},
+        {R"([{"a": 1}])"},
+        {"[[1]]"},
+    };
+    for (const auto &row : rows) {
+        const auto read = [&](auto like, Width width = Width::Natural) {
+            return Detail::readValue<decltype(like)>(parsed(row.value).first(), Form::Reply, width);
+        };
+        EXPECT_EQ(read(std::string()), row.asText) << row.value;
+        EXPECT_EQ(read(0), row.asInt) << row.value;
+        EXPECT_EQ(read(0LL), row.asLong) << row.value;
+        EXPECT_EQ(read(0LL, Width::Int32), row.asInt) << row.value;
+        EXPECT_EQ(read(0.0), row.asNumber) << row.value;
+        EXPECT_EQ(read(false), row.asFlag) << row.value;
+    }
+    for (const char *noObject : {"", "{", "[{}]", R"({"jobId": 1e999})", R"({"account": [{"accountId": "a"}]})"}) {
         EXPECT_EQ(text(readReply<AccountDetails>(noObject)), text(AccountDetails{})) << noObject;
         EXPECT_EQ(text(readHostText<CloudFile>(noObject)), text(CloudFile{})) << noObject;
-        EXPECT_TRUE(readReplyList<HpcDetails>(QByteArray(noObject)).size() ==
-                    (noObject == std::string("[{}]") ? 1 : 0));
     }
-    const auto listed =
-        readReplyList<HpcDetails>(QByteArray(R"([{"hpcId":"a"},7,null,"x",[{"hpcId":"b"}],{"hpcId":"c"}])"));
-    EXPECT_EQ(listed.size(), 6U);
-    EXPECT_EQ(listed.front().hpcId + std::next(listed.begin(), 4)->hpcId + listed.back().hpcId, "ac");
 }
 
-template <class R> void checkList(const char *key)
+TEST(Records, AreReadAndWrittenByForm)
 {
-    const R record = sample<R>();
-    const QJsonArray expected{writeRecord(record, Form::Host), writeRecord(R{}, Form::Host)};
-    EXPECT_EQ(hostText(std::list<R>{record, {}}), toText({{QLatin1String(key), expected}}).toStdString());
-}
-
-TEST(Records, AreWrittenForHosts)
-{
-    checkList<ItemTag>("itemTagList");
-    checkList<JobDetails>("jobDetailsList");
-    checkList<CloudFile>("fileList");
-    checkList<AccountDetails>("accountDetailsList");
-    checkList<SimulationAbortState>("simulationAbortList");
-    EXPECT_EQ(hostText(std::list<ItemTag>{}), "{\n    \"itemTagList\": [\n    ]\n}\n");
-    const CloudFile file{"j", "f%1 \u00fc", 5000000000, 0, "", true};
-    EXPECT_EQ(hostText(file), R"({
+    const auto account = readReply<AccountDetails>(R"({"account": {"accountId": "a", "accountCreated": 2147483648},
+        "accountName": "outside", "accountAccess": {"accountId": "b", "accountID": "c"}})");
+    EXPECT_EQ(account.accountId + account.accountName + account.accountAccess.accountID, "ab");
+    EXPECT_EQ(account.accountCreated, 0);
+    const char *const file = R"({
     "directory": "true",
-    "fileDate": 0,
-    "fileHash": "",
+    "fileDate": 1,
+    "fileHash": "h",
     "fileName": "f%1 ü",
     "fileSize": 5000000000,
     "jobId": "j"
 }
-)");
-    JobDetails job;
-    job.coreHourEstimate = 2.5;
-    job.fileAliases = {"x", ""};
-    job.simulations = {{"s", " -noterm -s ", {{"j", "s", "RUNNING", 1}}}};
-    const QJsonObject written = writeRecord(job, Form::Host);
-    const QJsonDocument expected = QJsonDocument::fromJson(R"([2.5, ["x", ""], [{"simulationId": "s",
-        "consoleParameters": " -noterm -s ", "simulationStatus": [{"jobId": "j", "simulationId": "s",
-        "simulationStatus": "RUNNING", "simulationStatusDate": 1}]}]])");
-    EXPECT_EQ(expected.array(),
-              (QJsonArray{written["coreHourEstimate"], written["fileAliases"], written["simulations"]}));
-}
-
-TEST(Records, AreReadWithoutFixedSwitches)
-{
-    constexpr const char *cases[][2] = {{"-noterm -s  -x 3 ", "-x 3"},
-                                        {"a -noterm -s b -noterm -s c", "a  b  c"},
-                                        {"-Noterm -s -x", "-Noterm -s -x"},
-                                        {"-noterm  -s -x", "-noterm  -s -x"},
-                                        {"\t -x %1\n", "-x %1"}};
-    for (const auto &[sent, expected] : cases) {
-        const QJsonObject body{{"consoleParameters", QLatin1String(sent)}};
-        EXPECT_EQ(readReply<SimulationDetails>(QJsonDocument(body).toJson()).consoleParameters, expected) << sent;
-    }
+)";
+    EXPECT_EQ(hostText(CloudFile{"j", "f%1 \u00fc", 5000000000, 1, "h", true}), file);
+    EXPECT_EQ(text(readHostText<CloudFile>(file)), text(CloudFile{"j", "f%1 \u00fc", 0, 0, "", false}));
+    EXPECT_EQ(text(readReply<CloudFile>(file)), text(CloudFile{"j", "f%1 \u00fc", 5000000000, 1, "h", false}));
+    const auto job = readReply<JobDetails>(R"({"coreHourEstimate": 2.5, "simulations": [7, {"simulationId": "s",
+        "consoleParameters": "\t-noterm -s -Noterm -s -noterm -s\n",
+        "simulationStatus": [{"simulationStatusDate": 5000000000}]}]})");
+    EXPECT_EQ(job.coreHourEstimate, 2.5);
+    EXPECT_EQ(writeRecord(job, Form::Host)["simulations"].toArray(), parsed(R"([{"simulationId": "",
+        "consoleParameters": "", "simulationStatus": []}, {"simulationId": "s", "consoleParameters": "-Noterm -s",
+        "simulationStatus": [{"jobId": "", "simulationId": "", "simulationStatus": "",
+        "simulationStatusDate": 5000000000}]}])"));
+    EXPECT_EQ(hostText(std::list<CloudFile>{}), "{\n    \"fileList\": [\n    ]\n}\n");
+    EXPECT_STREQ(Schema<ItemTag>::listKey, "itemTagList");
+    EXPECT_STREQ(Schema<JobDetails>::listKey, "jobDetailsList");
+    EXPECT_STREQ(Schema<AccountDetails>::listKey, "accountDetailsList");
+    EXPECT_STREQ(Schema<SimulationAbortState>::listKey, "simulationAbortList");
 }
 
 } // namespace
