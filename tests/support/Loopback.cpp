@@ -40,10 +40,6 @@ void catchMessage(QtMsgType type, const QMessageLogContext &context, const QStri
 
 void setEnvironment(const char *name, const QByteArray &value)
 {
-#ifdef Q_OS_WIN
-    if (qstrcmp(name, "TMPDIR") == 0)
-        name = "TMP";
-#endif
     if (value.isNull())
         qunsetenv(name);
     else

@@ -26,6 +26,14 @@ constexpr bool onWindows = true;
 constexpr bool onWindows = false;
 #endif
 
+inline QByteArray noise(int size)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i % 4096 * 131 + i / 251) & 0xff);
+    return bytes;
+}
+
 inline QString pieceName(int number, const QString &base = "out/res.dat")
 {
     return base + QStringLiteral("._%1_00003").arg(number, 5, 10, QLatin1Char('0'));
@@ -35,28 +43,21 @@ inline QString pieceName(int number, const QString &base = "out/res.dat")
 template <class Details> struct Transfer {
     int completions = 0;
     ApiError error;
-    Details details;
-    std::vector<std::int64_t> progress;
-    bool monotone = true;                    ///< and none after the end
-    std::function<void()> onProgress, onEnd; ///< may destroy everything but this record
+    std::int64_t progress = 0;
+    bool monotone = true; ///< and none after the end
 
     auto progressed()
     {
         return [this](const Details &, std::int64_t bytes) {
-            monotone = monotone && completions == 0 && (progress.empty() || progress.back() < bytes);
-            progress.push_back(bytes);
-            if (onProgress)
-                onProgress();
+            monotone = monotone && completions == 0 && progress < bytes;
+            progress = bytes;
         };
     }
     auto completed()
     {
-        return [this](const ApiError &outcome, const Details &received) {
+        return [this](const ApiError &outcome, const Details &) {
             ++completions;
             error = outcome;
-            details = received;
-            if (onEnd)
-                onEnd();
         };
     }
     bool wait(int count = 1)
@@ -132,12 +133,10 @@ protected:
             return answer(200, stored[path], "application/octet-stream");
         return answer(path.startsWith("/s/up") ? 204 : 404);
     }
-    int seen(const QByteArray &target) const
+    qint64 seen(const QByteArray &target) const
     {
-        int count = 0;
-        for (const ReceivedRequest &request : loopback.server.requests())
-            count += request.target.startsWith(target) ? 1 : 0;
-        return count;
+        const QList<ReceivedRequest> &all = loopback.server.requests();
+        return std::count_if(all.begin(), all.end(), [&](const auto &each) { return each.target.startsWith(target); });
     }
 
     QString url(const QString &path) const { return "https://" + loopback.server.host() + path; }
@@ -148,13 +147,6 @@ protected:
         const QByteArray result = read("crypt");
         EXPECT_TRUE(QFile::remove(qt("crypt")));
         return result;
-    }
-    static QByteArray noise(int size)
-    {
-        QByteArray bytes(size, '\0');
-        for (int i = 0; i < size; ++i)
-            bytes[i] = static_cast<char>((i % 4096 * 131 + i / 251) & 0xff);
-        return bytes;
     }
 
     void upload(const std::string &path) { api->uploadFile({path, "J1", 0}, up.progressed(), up.completed()); }
@@ -177,7 +169,7 @@ protected:
     void download(const FileDownloadDetails &file) { api->downloadFile(file, down.progressed(), down.completed()); }
 
     bool tmp = QDir(folder.path()).mkdir("tmp");
-    ScopedEnvironment temporary{"TMPDIR", qt("tmp").toUtf8()};
+    ScopedEnvironment temporary{onWindows ? "TMP" : "TMPDIR", qt("tmp").toUtf8()};
     Loopback loopback;
     QByteArray key = "0123456789abcdef0123456789ABCDEF";
     QJsonObject address{{"uri", url("/s/up")}};
