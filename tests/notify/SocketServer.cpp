@@ -22,12 +22,6 @@ SocketServer::SocketServer()
     setHandler([this](const ReceivedRequest &request) { return greet(request); });
 }
 
-void SocketServer::setHandshake(Handshake handshake)
-{
-    m_handshake = handshake;
-    setAccept(handshake == Handshake::Silence ? Accept::NoHandshake : Accept::Serve);
-}
-
 void SocketServer::incomingConnection(qintptr descriptor)
 {
     m_clients.emplace_back();

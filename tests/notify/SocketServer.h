@@ -16,8 +16,7 @@ public:
         Accept,
         RefuseAndClose,    ///< 401, then the connection ends
         RefuseAndKeepOpen, ///< 401, and the connection stays
-        Ignore,            ///< TLS and no answer to the request
-        Silence,           ///< not even TLS
+        Ignore,            ///< no answer to the request
     };
     enum class Drop { Reset, Finish };
 
@@ -33,7 +32,7 @@ public:
 
     SocketServer();
 
-    void setHandshake(Handshake handshake);
+    void setHandshake(Handshake handshake) { m_handshake = handshake; }
     const std::vector<Client> &clients() const { return m_clients; }
 
     /// Returns when the frame is on its way.

@@ -4,8 +4,6 @@
 
 #include <QElapsedTimer>
 
-#include <ostream>
-
 namespace {
 
 using SubscriptionTest = SocketFixture;
@@ -138,91 +136,72 @@ TEST_F(SubscriptionTest, DropsWhatHasArrivedWhenACallbackEndsSubscriptions)
     EXPECT_EQ(listener.texts.size() + second.texts.size(), 1u);
 }
 
-/// What a callback is told of: something on an open connection, or a refused handshake.
-struct Event {
-    const char *name;
-    std::function<void(SocketServer &)> happen;
-    Handshake handshake = Handshake::Accept;
-
-    friend std::ostream &operator<<(std::ostream &out, const Event &event) { return out << event.name; }
-};
-
-Event text(const char *name, const char *message)
+TEST_F(SubscriptionTest, AnythingGoesInsideACallback)
 {
-    return {name, [message](SocketServer &server) { server.send(1, message); }};
-}
-
-Event closing(const char *name, int code, const char *reason)
-{
-    return {name, [=](SocketServer &server) { server.close(1, code, reason); }};
-}
-
-enum class Act { Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy };
-
-class InsideACallback : public SubscriptionTest, public testing::WithParamInterface<std::tuple<Event, Act>> {};
-
-TEST_P(InsideACallback, AnythingGoes)
-{
-    const Event &event = std::get<Event>(GetParam());
-    const Act act = std::get<Act>(GetParam());
-    Listener second, other;
-    ASSERT_NO_FATAL_FAILURE(open(other, 0, "J2"));
-    listener.then = [&] {
-        switch (act) {
-        case Act::Unsubscribe:
-            return api->unsubscribeFromJob("J1");
-        case Act::SubscribeAnew:
-            server.setHandshake(Handshake::Accept);
-            return subscribe(second);
-        case Act::PumpThenDestroy:
-            EXPECT_TRUE(event.happen || gone(1)); // waits
-            settle();
-            [[fallthrough]];
-        case Act::Destroy:
-            return api.reset();
-        }
+    using Event = std::function<void(std::size_t client)>;
+    const auto text = [this](const char *message) -> Event {
+        return [=](std::size_t client) { server.send(client, message); };
     };
-    server.setHandshake(event.handshake);
-    if (event.happen) {
-        ASSERT_NO_FATAL_FAILURE(open(listener, 1));
-        event.happen(server);
-    } else {
-        subscribe(listener);
+    const auto closing = [this](int code, const char *reason) -> Event {
+        return [=](std::size_t client) { server.close(client, code, reason); };
+    };
+    const Event none, dropping = [this](std::size_t client) { server.drop(client, Drop::Reset); };
+    const std::pair<Handshake, Event> events[] = {{Handshake::Accept, text("m")},
+                                                  {Handshake::Accept, text("")},
+                                                  {Handshake::Accept, text("simulation finished")},
+                                                  {Handshake::Accept, text("failed to connect")},
+                                                  {Handshake::Accept, closing(1001, "")},
+                                                  {Handshake::Accept, closing(1000, "simulation finished")},
+                                                  {Handshake::Accept, dropping},
+                                                  {Handshake::RefuseAndClose, none},
+                                                  {Handshake::RefuseAndKeepOpen, none}};
+    enum Act { Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy };
+    for (const auto &event : events) {
+        for (const Act act : {Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy}) {
+            SCOPED_TRACE(testing::Message() << "event " << &event - events << ", act " << act);
+            const std::size_t first = server.clients().size(), client = first + 1;
+            const auto &[handshake, happen] = event;
+            Listener own, second, other;
+            api = std::make_unique<CloudAPI>();
+            ASSERT_NO_FATAL_FAILURE(open(other, first, "J2"));
+            own.then = [&, waits = !event.second] {
+                if (act == Unsubscribe)
+                    return api->unsubscribeFromJob("J1");
+                server.setHandshake(Handshake::Accept);
+                if (act == SubscribeAnew)
+                    return subscribe(second);
+                if (act == PumpThenDestroy) {
+                    EXPECT_TRUE(!waits || gone(client));
+                    settle();
+                }
+                api.reset();
+            };
+            server.setHandshake(handshake);
+            if (happen) {
+                ASSERT_NO_FATAL_FAILURE(open(own, client));
+                happen(client);
+            } else {
+                subscribe(own);
+            }
+            ASSERT_TRUE(told(own));
+            EXPECT_TRUE(gone(client));
+            if (act == SubscribeAnew) {
+                ASSERT_TRUE(accepted(client + 1));
+                ASSERT_NO_FATAL_FAILURE(expectFlow(second, client + 1));
+            }
+            if (api) {
+                EXPECT_EQ(subscribed(), act == SubscribeAnew);
+                ASSERT_NO_FATAL_FAILURE(expectFlow(other, first));
+            } else {
+                EXPECT_TRUE(gone(first));
+            }
+            settle();
+            EXPECT_EQ(own.texts.size(), 1u);
+            EXPECT_EQ(second.texts.size(), act == SubscribeAnew ? 1u : 0u);
+            server.setHandshake(Handshake::Accept);
+            api.reset();
+        }
     }
-    ASSERT_TRUE(told(listener));
-    EXPECT_TRUE(gone(1));
-    if (!api) {
-        EXPECT_TRUE(gone(0));
-    } else if (act == Act::SubscribeAnew) {
-        ASSERT_TRUE(accepted(2));
-        EXPECT_TRUE(subscribed());
-        ASSERT_NO_FATAL_FAILURE(expectFlow(second, 2));
-    } else {
-        EXPECT_FALSE(subscribed());
-    }
-    if (api) {
-        ASSERT_NO_FATAL_FAILURE(expectFlow(other, 0));
-    }
-    settle();
-    EXPECT_EQ(listener.texts.size(), 1u);
-    EXPECT_EQ(second.texts.size(), act == Act::SubscribeAnew ? 1u : 0u);
 }
-
-std::string nameOf(const testing::TestParamInfo<std::tuple<Event, Act>> &row)
-{
-    const char *const acts[] = {"Unsubscribe", "SubscribeAnew", "Destroy", "PumpThenDestroy"};
-    return std::string(std::get<Event>(row.param).name) + acts[static_cast<int>(std::get<Act>(row.param))];
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, InsideACallback,
-    testing::Combine(testing::Values(text("Message", "m"), text("Empty", ""), text("Finished", "simulation finished"),
-                                     text("Loss", "failed to connect"), closing("Closed", 1001, ""),
-                                     closing("ClosedFinished", 1000, "simulation finished"),
-                                     Event{"Dropped", [](SocketServer &server) { server.drop(1, Drop::Reset); }},
-                                     Event{"RefusedAndClosed", {}, Handshake::RefuseAndClose},
-                                     Event{"RefusedAndKeptOpen", {}, Handshake::RefuseAndKeepOpen}),
-                     testing::Values(Act::Unsubscribe, Act::SubscribeAnew, Act::Destroy, Act::PumpThenDestroy)),
-    nameOf);
 
 } // namespace

@@ -41,8 +41,7 @@ public:
             deleteLater();
         });
         connect(&m_socket, &QSslSocket::readyRead, this, [this] { read(); });
-        if (server->m_accept != ScriptedServer::Accept::NoHandshake)
-            m_socket.startServerEncryption();
+        m_socket.startServerEncryption();
     }
 
     void resume() { write(); }

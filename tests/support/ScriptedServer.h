@@ -52,12 +52,6 @@ class ScriptedServer : public QTcpServer {
 public:
     using Handler = std::function<Answer(const ReceivedRequest &)>;
 
-    /// What is done with connections to come.
-    enum class Accept {
-        Serve,
-        NoHandshake, ///< accept and stay silent
-    };
-
     ScriptedServer();
     ~ScriptedServer() override;
 
@@ -65,7 +59,6 @@ public:
 
     void next(const Answer &scripted) { m_script.append(scripted); }
     void setHandler(Handler handler) { m_handler = std::move(handler); }
-    void setAccept(Accept accept) { m_accept = accept; }
     /// Lets everything that pauses now go on.
     void resume();
     int pausing() const { return m_pausing.size(); }
@@ -86,7 +79,6 @@ private:
 
     QList<Answer> m_script;
     Handler m_handler;
-    Accept m_accept = Accept::Serve;
     QList<ReceivedRequest> m_requests;
     QList<ScriptedConnection *> m_pausing;
     QMap<int, ScriptedConnection *> m_open;

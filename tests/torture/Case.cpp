@@ -1,26 +1,14 @@
 #include "Torture.h"
 
-#include "notify/SocketManager.h"
-#include "support/Internals.h"
-
-#include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QLoggingCategory>
 #include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QThread>
 #include <QTimer>
 
 using namespace Velmora;
-
-namespace {
-
-template struct Open<&CloudAPIImpl::m_sockets>;
-template struct Open<&SocketManager::m_heartbeat>;
-
-} // namespace
 
 namespace Torture {
 
@@ -55,9 +43,6 @@ VelmoraPortal::Options options()
 } // namespace
 
 Resources resources() { return {entries("/proc/self/task"), entries("/proc/self/fd")}; }
-
-const char *const meanwhileNames[12] = {"nothing", "cancel", "unsubscribe", "log out", "log in", "change portal",
-                                        "destroy", "again",  "nested loop", "block",   "renew",  "beat"};
 
 S Random::bytes(std::size_t size)
 {
@@ -120,22 +105,22 @@ void Case::completed(Call &call, const ApiError &error, bool emptied)
     ++call.completions;
     call.code = error.errorCode;
     call.emptied = emptied;
+    call.failed = call.code >= 300 && error.errorTitle != "Download Cancelled";
     if (!call.succeeded()) // with a sign-in's success the host gets the service's answer
         m_texts += error.errorTitle + '\n' + error.errorMessage + '\n';
     if (!api)
         fail(call.name + " completed after destruction");
     if (call.muted)
         fail(call.name + " ended after its end");
-    if (!call.follows.empty() && call.code == 200)
-        mute(call.follows);
-    else
-        progressed(call);
     if (call.follows.empty() && call.completions > 1)
         fail(call.name + " completed more than once");
     if (!call.succeeded() && !emptied)
         fail(call.name + " gave a result with code " + std::to_string(call.code));
     if (error.errorCode >= 300 && error.errorTitle.empty())
         fail(call.name + " failed without a title");
+    if (!call.follows.empty() && call.code == 200)
+        mute(call.follows);
+    actInCallback();
 }
 
 void Case::progressed(Call &call)
@@ -144,8 +129,13 @@ void Case::progressed(Call &call)
         fail(call.name + " spoke after destruction");
     if (call.muted)
         fail(call.name + " spoke after its end");
-    if (call.follows.empty() && call.completions > 1)
+    if (call.follows.empty() && call.isOver())
         fail(call.name + " spoke after its completion");
+    actInCallback();
+}
+
+void Case::actInCallback()
+{
     if (m_inCallback.empty())
         return;
     const Step step = m_inCallback.back();
@@ -215,51 +205,8 @@ void Case::act(const Step &step)
 {
     if (!api)
         return;
-    m_disturbed = m_disturbed || (step.meanwhile != Meanwhile::Nothing && step.meanwhile != Meanwhile::NestedLoop &&
-                                  step.meanwhile != Meanwhile::Block && step.meanwhile != Meanwhile::ChangePortal &&
-                                  step.meanwhile != Meanwhile::Beat);
-    switch (step.meanwhile) {
-    case Meanwhile::Nothing:
-        return;
-    case Meanwhile::Cancel:
-        for (std::size_t i = 0; i < cancels.size() && api; ++i)
-            cancels[i]();
-        return;
-    case Meanwhile::Unsubscribe:
-        for (const S &each : {S(storedJob), job}) {
-            api->unsubscribeFromJob(each);
-            mute(each);
-        }
-        return;
-    case Meanwhile::LogOut:
-        return api->clearActiveAccount();
-    case Meanwhile::LogIn:
-        return deeds()[0].start(*this);
-    case Meanwhile::ChangePortal:
-        return api->setAPIPortal(PortalTarget::Test); // the environment wins
-    case Meanwhile::Destroy:
-        return destroy();
-    case Meanwhile::Again:
-        return step.deed->start(*this);
-    case Meanwhile::NestedLoop: {
-        QEventLoop loop;
-        QTimer::singleShot(int(random.below(60)), &loop, &QEventLoop::quit);
-        loop.exec();
-        return;
-    }
-    case Meanwhile::Block:
-        return QThread::msleep(random.below(100));
-    case Meanwhile::Renew: // its time has come
-        return renewalTimerOf(*api)->start(0);
-    case Meanwhile::Beat: { // enough of them for sockets to be opened anew
-        auto &sockets = *inside<std::unique_ptr<SocketManager>>(implOf(*api));
-        for (int i = 0; i < 4; ++i) {
-            if (QTimer *heartbeat = inside<std::unique_ptr<QTimer>>(sockets).get())
-                QMetaObject::invokeMethod(heartbeat, "timeout");
-        }
-        return;
-    }
-    }
+    m_disturbed = m_disturbed || step.act->disturbs;
+    step.act->run(*this, step);
 }
 
 void Case::actWhenItSuits(const Step &step)
@@ -297,7 +244,7 @@ void Case::waitForAll()
 
 void Case::judge(const std::vector<Step> &steps)
 {
-    bool harmless = !m_disturbed, lies = false, removable = true;
+    bool harmless = !m_disturbed, lies = false, removable = true, pieces = false;
     for (const Step &step : steps) {
         harmless = harmless && step.trouble->harmless;
         lies = lies || step.trouble->lies;
@@ -306,6 +253,7 @@ void Case::judge(const std::vector<Step> &steps)
     std::size_t submits = 0;
     for (const auto &each : m_calls) {
         submits += each->name == "submitNewJob";
+        pieces = pieces || (each->name == "downloadFile" && each->failed);
         if (harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name])
             fail(each->name + " failed with " + std::to_string(each->code));
         if (each->verdict) {
@@ -318,12 +266,25 @@ void Case::judge(const std::vector<Step> &steps)
         fail("more jobs than submissions");
     if (removable && entries(path("tmp").c_str()) > 2)
         fail("temporary files left");
+    if (removable)
+        searchTargets(pieces);
     const Resources most = world.most;
     QTimer tick; // the portal's thread wakes nobody here
     tick.start(5);
     if (most.threads > 0 && !waitUntil([&] { return resources().fits(most); }, 5000))
         fail("left: " + std::to_string(resources().threads - most.threads) + " threads, " +
              std::to_string(resources().descriptors - most.descriptors) + " descriptors");
+}
+
+// What a download that failed of itself had received stays, for whoever looks for the reason.
+void Case::searchTargets(bool pieces)
+{
+    QDirIterator each(QString::fromStdString(path("to")), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (each.hasNext()) {
+        const S name = QFileInfo(each.next()).fileName().toStdString();
+        if (name.find(".bin") + 4 != name.size() && (!pieces || name.find("JOIN") != S::npos))
+            fail("left: " + name);
+    }
 }
 
 // Neither the log nor an error may tell what opens an account, an address or a file.
@@ -384,8 +345,8 @@ S Case::describe(const std::vector<Step> &steps)
 {
     S text;
     for (const Step &step : steps)
-        text += (text.empty() ? "" : ", then ") + S(step.deed->name) + " / " + step.trouble->name + " / " +
-                meanwhileNames[int(step.meanwhile)];
+        text +=
+            (text.empty() ? "" : ", then ") + S(step.deed->name) + " / " + step.trouble->name + " / " + step.act->name;
     return text;
 }
 

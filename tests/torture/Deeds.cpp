@@ -110,9 +110,15 @@ void subscribe(Case &test)
     Call &call = test.call("subscribeToJob");
     call.follows = job;
     call.mustEnd = test.cannotOpen();
-    test.api->subscribeToJob(
-        job, [&test, &call](const ApiError &, const S &, const S &) { test.progressed(call); },
-        [&test, &call](const ApiError &error, const S &, const S &) { test.completed(call, error, true); });
+    // Whatever happens inside a callback, it is there until it returns, and so is what it was given.
+    const auto callback = [&test, &call](bool finishes) {
+        return [&test, &call, finishes, owned = S(100, 'x')](const ApiError &error, const S &id, const S &) {
+            finishes ? test.completed(call, error, true) : test.progressed(call);
+            if (owned != S(100, 'x') || id.compare(0, 4, "job-") != 0)
+                test.fail("a callback ended before it returned");
+        };
+    };
+    test.api->subscribeToJob(job, callback(false), callback(true));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // A case: one or several operations of one session, each struck by a fault while the host does something
 // else. All of a case follows from its seed. What must hold afterwards is checked by `Case::run`.
 
+#include "model/Json.h"
 #include "support/Loopback.h"
 
 #include "Portal.h"
@@ -87,6 +88,7 @@ struct Call {
     S name;
     int completions = 0;
     int code = -1;        ///< of the last completion
+    bool failed = false;  ///< of itself: nobody cancelled it
     bool emptied = true;  ///< the result was a default-constructed one, or there was none
     S follows;            ///< a subscription's job: any number of messages and losses, and one end
     bool mustEnd = false; ///< a subscription that cannot be opened: its host is to be told
@@ -120,26 +122,20 @@ struct Trouble {
 };
 const std::vector<Trouble> &troubles();
 
-enum class Meanwhile {
-    Nothing,
-    Cancel,
-    Unsubscribe,
-    LogOut,
-    LogIn,
-    ChangePortal,
-    Destroy,
-    Again,
-    NestedLoop,
-    Block,
-    Renew,
-    Beat
+struct Step;
+
+/// What a host does meanwhile.
+struct Act {
+    const char *name;
+    std::function<void(Case &, const Step &)> run;
+    bool disturbs = true; ///< may keep an operation from its success
 };
-extern const char *const meanwhileNames[12];
+const std::vector<Act> &acts();
 
 struct Step {
     const Deed *deed = nullptr;
     const Trouble *trouble = nullptr;
-    Meanwhile meanwhile = Meanwhile::Nothing;
+    const Act *act = nullptr;
 };
 
 class Case {
@@ -164,6 +160,7 @@ public:
     void progressed(Call &call);
     void mute(const S &followed);                ///< the job's subscriptions so far are over
     bool cannotOpen() const { return m_nobody; } ///< no socket any more
+    void destroy();
     void fail(const S &reason);
     std::map<S, int> uploads;                   ///< how many of each file name
     std::map<S, int> refusals;                  ///< codes that the service may answer with for good reason
@@ -173,10 +170,11 @@ private:
     bool prepare();
     void strike(const Step &step);
     void act(const Step &step);
+    void actInCallback();
     void actWhenItSuits(const Step &step);
-    void destroy();
     void waitForAll();
     void judge(const std::vector<Step> &steps);
+    void searchTargets(bool pieces);
     void searchForSecrets();
 
     QString m_folder;
@@ -210,15 +208,13 @@ struct Watch {
     }
 
 private:
-    template <class Element> static bool isEmpty(const std::list<Element> &list) { return list.empty(); }
-    static bool isEmpty(const S &text) { return text.empty(); }
-    static bool isEmpty(bool flag) { return !flag; }
-    static bool isEmpty(const Velmora::JobDetails &job) { return job.jobId.empty() && job.simulations.empty(); }
-    static bool isEmpty(const Velmora::UserDetails &user) { return user.userId.empty() && user.userEmail.empty(); }
-    static bool isEmpty(const Velmora::AccountBalance &balance) { return balance.recentTransactions.empty(); }
-    static bool isEmpty(const Velmora::JobProgress &progress) { return progress.simulationProgressList.empty(); }
-    static bool isEmpty(const Velmora::SimulationAbortState &state) { return state.status.empty(); }
-    template <class Copy> static bool isEmpty(const Copy &) { return true; } ///< a copy of what was asked for
+    template <class Result> static bool isEmpty(const Result &result)
+    {
+        using Velmora::Detail::writeValue, Velmora::Form;
+        return writeValue(result, Form::Reply) == writeValue(Result(), Form::Reply);
+    }
+    static bool isEmpty(const Velmora::FileUploadDetails &) { return true; }   // a copy of what was asked for
+    static bool isEmpty(const Velmora::FileDownloadDetails &) { return true; } // likewise
 };
 
 } // namespace Torture

@@ -3,9 +3,9 @@
 
 #include "Torture.h"
 
-#include <QCommandLineParser>
+#include <CLI/CLI.hpp>
+
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
 
 #include <cstdio>
@@ -26,25 +26,23 @@ bool fits(const Deed &deed, const Trouble &trouble)
     return socket ? trouble.socket || trouble.host != Trouble::Portal || !trouble.fault || handshake : !trouble.socket;
 }
 
-Step stepOf(Random &random, const QString &only)
+Step stepOf(Random &random, const S &only)
 {
     for (;;) {
-        const Step step{&random.of(deeds()), &random.of(troubles()),
-                        Meanwhile(random.below(std::size(meanwhileNames)))};
-        if (fits(*step.deed, *step.trouble) &&
-            (only.isEmpty() || QString::fromStdString(Case::describe({step})).contains(only)))
+        const Step step{&random.of(deeds()), &random.of(troubles()), &random.of(acts())};
+        if (fits(*step.deed, *step.trouble) && Case::describe({step}).find(only) != S::npos)
             return step;
     }
 }
 
-std::vector<std::vector<Step>> matrix(const QString &only)
+std::vector<std::vector<Step>> matrix(const S &only)
 {
     std::vector<std::vector<Step>> all;
     for (const Deed &deed : deeds()) {
         for (const Trouble &trouble : troubles()) {
-            for (int meanwhile = 0; meanwhile < int(std::size(meanwhileNames)) && fits(deed, trouble); ++meanwhile) {
-                const Step step{&deed, &trouble, Meanwhile(meanwhile)};
-                if (only.isEmpty() || QString::fromStdString(Case::describe({step})).contains(only))
+            for (const Act &act : acts()) {
+                const Step step{&deed, &trouble, &act};
+                if (fits(deed, trouble) && Case::describe({step}).find(only) != S::npos)
                     all.push_back({step});
             }
         }
@@ -57,26 +55,23 @@ std::vector<std::vector<Step>> matrix(const QString &only)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    QCommandLineParser line;
-    line.setApplicationDescription(QStringLiteral("Torments the library and checks its promises."));
-    line.addHelpOption();
-    line.addOptions(
-        {{QStringLiteral("seed"), QStringLiteral("seed of the first case"), QStringLiteral("N"), QStringLiteral("1")},
-         {QStringLiteral("cases"), QStringLiteral("how many"), QStringLiteral("N"), QStringLiteral("200")},
-         {QStringLiteral("steps"), QStringLiteral("operations in one case, at most"), QStringLiteral("N"),
-          QStringLiteral("1")},
-         {QStringLiteral("matrix"), QStringLiteral("every operation with every fault and act, instead of --cases")},
-         {QStringLiteral("only"), QStringLiteral("cases whose description contains the text"), QStringLiteral("TEXT")},
-         {QStringLiteral("table"), QStringLiteral("say at the end how many cases each operation and fault had")},
-         {QStringLiteral("verbose"), QStringLiteral("say each case")}});
-    line.process(application);
-    const std::uint64_t first = line.value(QStringLiteral("seed")).toULongLong();
-    const std::size_t mostSteps = std::max<std::size_t>(1, line.value(QStringLiteral("steps")).toULongLong());
-    const QString only = line.value(QStringLiteral("only"));
-    const auto rows = line.isSet(QStringLiteral("matrix")) ? matrix(only) : std::vector<std::vector<Step>>();
-    const std::uint64_t count = rows.empty() ? line.value(QStringLiteral("cases")).toULongLong() : rows.size();
+    std::uint64_t first = 1, count = 200;
+    std::size_t mostSteps = 1;
+    std::string only;
+    bool whole = false, tabled = false, verbose = false;
+    CLI::App line("Torments the library and checks its promises.");
+    line.add_option("--seed", first, "seed of the first case");
+    line.add_option("--cases", count, "how many");
+    line.add_option("--steps", mostSteps, "operations in one case, at most");
+    line.add_flag("--matrix", whole, "every operation with every fault and act, instead of --cases");
+    line.add_option("--only", only, "cases whose description contains the text");
+    line.add_flag("--table", tabled, "say at the end how many cases each operation and fault had");
+    line.add_flag("--verbose", verbose, "say each case");
+    CLI11_PARSE(line, argc, argv);
+    const std::vector<std::vector<Step>> rows = matrix(only);
+    count = whole ? rows.size() : count;
 
-    if (count == 0 || matrix(only).empty()) {
+    if (count == 0 || rows.empty()) {
         std::fprintf(stderr, "no such case\n");
         return 2;
     }
@@ -94,13 +89,13 @@ int main(int argc, char **argv)
         Random random(seed);
         std::vector<Step> steps;
         if (warming)
-            steps = {{&deeds()[std::size_t(seed) + deeds().size() - warmUp], &troubles().front(), Meanwhile::Nothing}};
-        else if (!rows.empty())
+            steps = {{&deeds()[std::size_t(seed) + deeds().size() - warmUp], &troubles().front(), &acts().front()}};
+        else if (whole)
             steps = rows[i - warmUp];
         else
-            for (std::size_t left = 1 + random.below(mostSteps); left > 0; --left)
+            for (std::size_t left = 1 + random.below(std::max<std::size_t>(1, mostSteps)); left > 0; --left)
                 steps.push_back(stepOf(random, only));
-        if (line.isSet(QStringLiteral("verbose")))
+        if (verbose)
             std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), Case::describe(steps).c_str()),
                 std::fflush(stdout);
         if (inWorld > 100) // the jobs and files of so many make its listings long
@@ -117,13 +112,13 @@ int main(int argc, char **argv)
         if (wrong.empty())
             continue;
         ++failures;
-        const S chosen = rows.empty() ? "--cases 1 --steps " + std::to_string(mostSteps) : S("--matrix");
-        const S text = rows.empty() ? only.toStdString() : Case::describe(steps);
+        const S chosen = whole ? S("--matrix") : "--cases 1 --steps " + std::to_string(mostSteps);
+        const S text = whole ? Case::describe(steps) : only;
         std::printf("FAILED  %s\n        %s\n        --seed %llu %s --only '%s'\n", Case::describe(steps).c_str(),
                     wrong.c_str(), static_cast<unsigned long long>(seed), chosen.c_str(), text.c_str());
         std::fflush(stdout);
     }
-    if (line.isSet(QStringLiteral("table"))) {
+    if (tabled) {
         for (const auto &[name, cases] : table)
             std::printf("%-40s %6d\n", name.c_str(), cases);
     }

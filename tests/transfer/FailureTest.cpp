@@ -114,46 +114,25 @@ const Row rows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, Failure, testing::ValuesIn(rows), [](const auto &row) { return row.param.name; });
 
-/// Two uploads of one file, or a download; held while it is sent, or going on; destroyed or cancelled.
-class Stopped : public TransferTest, public testing::WithParamInterface<std::tuple<bool, bool, bool>> {};
-
-TEST_P(Stopped, EndsAtOnceAndCleansUp)
+TEST_F(TransferTest, CancelCompletesInsideTheCall)
 {
-    const bool uploads = std::get<0>(GetParam()), held = std::get<1>(GetParam()), destroyed = std::get<2>(GetParam());
-    const QByteArray content = noise(4 * 1024 * 1024);
-    const FileUploadDetails file{write("big", content), "J1", 0};
-    if (uploads) {
-        if (held)
-            faults["/s/up"] = silence();
-        upload(file.localFileLocation);
-        upload(file.localFileLocation);
-        ASSERT_TRUE(waitUntil([&] { return seen(held ? "/s/up" : keyPath) > 0; }));
-    } else {
-        list({piece(pieceName(1), content), piece(pieceName(2), content)});
-        if (held)
-            faults["/s/p0"] = answer(200, stored["/s/p0"]).paused(1000000);
-        download(wanted());
-        ASSERT_TRUE(waitUntil([&] { return seen("/s/p1") > 0 && (!held || down.progress > 100000); }));
-    }
-    const auto cancel = [&] { return uploads ? api->cancelUpload(file) : api->cancelDownload(wanted()); };
-    const int expected = destroyed ? 0 : uploads ? 2 : 1;
-    if (destroyed) {
-        api.reset();
-    } else {
-        EXPECT_TRUE(cancel());
-        EXPECT_EQ(up.completions + down.completions, expected) << "inside the call";
-        if (uploads)
-            up.expect(400, "Upload Cancelled", "The upload of this file was cancelled.");
-        else
-            down.expect(400, "Download Cancelled", "");
-        EXPECT_FALSE(cancel());
-    }
+    const FileUploadDetails file{write("big", noise(4 * 1024 * 1024)), "J1", 0};
+    list({piece(pieceName(1), noise(100000)), piece(pieceName(2), noise(100000))});
+    faults["/s/up"] = silence();
+    faults["/s/p0"] = answer(200, stored["/s/p0"]).paused(50000);
+    upload(file.localFileLocation);
+    upload(file.localFileLocation); // side by side with the first
+    download(wanted());
+    ASSERT_TRUE(waitUntil([&] { return seen("/s/up") == 2 && seen("/s/p1") > 0 && down.progress > 100000; }));
+    EXPECT_TRUE(api->cancelUpload(file) && api->cancelDownload(wanted()));
+    EXPECT_EQ(up.completions + down.completions, 3) << "inside the calls";
+    EXPECT_FALSE(api->cancelUpload(file) || api->cancelDownload(wanted()));
     settle();
-    EXPECT_EQ(up.completions + down.completions, expected);
+    EXPECT_EQ(up.completions + down.completions, 3);
+    up.expect(400, "Upload Cancelled", "The upload of this file was cancelled.");
+    down.expect(400, "Download Cancelled", "");
     EXPECT_EQ(filesIn("to"), QStringList());
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, Stopped, testing::Combine(testing::Bool(), testing::Bool(), testing::Bool()));
 
 TEST_F(TransferTest, FiftyTransfersEndWithTheSession)
 {

@@ -1,4 +1,4 @@
-// From a status and a body to an outcome; error titles; addresses.
+// From a status and a body, or a lost connection, to one outcome; addresses.
 
 #include "transport/Operations.h"
 
@@ -48,29 +48,46 @@ TEST_F(TransportTest, StatusAndBodyDecideTheOutcomeAndNothingIsRepeated)
     }
 }
 
-TEST(Endpoints, WhatNoOperationReaches)
+TEST_F(TransportTest, NothingIsSentTwiceWhenAReusedConnectionEnds)
 {
-    const ScopedEnvironment address("VELMORA_API_URL", "velmora.example:8443");
-    const CloudAPIImpl impl;
-    const std::tuple<quint32, const char *, const char *> table[] = {
-        {1, "auth/refresh", "Error Authenticating Credentials"},
-        {26, "account/bucketInformation", "Error Getting Account Bucket Information"},
-        {27, "job/files/credentials", "Error Getting Temp AWS Credentials"},
-        {10, nullptr, "Unknown Error"},
-        {11, nullptr, "Unknown Error"},
-        {30, nullptr, "Unknown Error"},
-        {33, nullptr, "Unknown Error"},
-        {4294967295U, nullptr, "Unknown Error"}};
-    for (const auto &[code, path, title] : table) {
-        const auto type = static_cast<RequestType>(code);
-        EXPECT_EQ(errorTitle(type).toStdString(), title) << code;
-        EXPECT_EQ(impl.endpointUrl(type).toString().toStdString(),
-                  path ? std::string("https://velmora.example:8443/api/") + path : "");
+    for (const char *name : {"submitNewJob", "getAllJobDetails", "untagJob", "deleteFile", "getSimulationFileList"}) {
+        const Operation &subject = operation(name);
+        for (const bool headCame : {false, true}) {
+            SCOPED_TRACE(name);
+            api->getUsersFileList(true, {}); // keeps the connections: they are closed when nothing is in flight
+            server.next(answer(200, "[]").paused());
+            server.next(answer(200, "{}"));
+            ASSERT_TRUE(pausing());
+            run("getCurrentUserDetails");
+            const ReceivedRequest marker = server.requests().last();
+            const int before = sent(subject.verb, subject.target());
+            server.next(headCame ? answer(200, "{\"jobId\":\"J1\"}").cut(90) : hangUp());
+            run(subject);
+            EXPECT_EQ(server.requests().last().connection, marker.connection) << "not the case that is tested";
+            EXPECT_EQ(done.error.errorCode, headCame ? 200 : 0) << "the status counts once the head is complete";
+            EXPECT_TRUE(done.isDefault || subject.path.startsWith("job/files/J1")) << "echoed";
+            run("getCurrentUserDetails"); // whatever was sent before has arrived
+            settle();
+            EXPECT_EQ(done.calls, 1);
+            EXPECT_EQ(sent(subject.verb, subject.target()), before + 1);
+            server.resume();
+        }
     }
-    for (quint32 code = 0; code < 33; ++code) { // the codes of files announce no content type
-        const QVariant type = impl.buildRequest(RequestType(code)).header(QNetworkRequest::ContentTypeHeader);
-        EXPECT_EQ(type.toByteArray(), code == 4 || code == 5 || code == 7 ? "" : "application/json") << code;
-    }
+}
+
+// A session destroyed inside its callbacks: see the tests of the flat functions; at other moments: see torture.
+TEST_F(TransportTest, DestroyedBetweenFinishAndCallback)
+{
+    QObject context;
+    QObject::connect(&networkOf(*api), &QNetworkAccessManager::finished, &context, [&] {
+        // Queued before the callback is.
+        QMetaObject::invokeMethod(
+            &context, [&] { api.reset(); }, Qt::QueuedConnection);
+    });
+    api->getJobDetails("J1", Into{&done});
+    ASSERT_TRUE(waitUntil([this] { return !api && server.openConnections() == 0; }));
+    settle();
+    EXPECT_EQ(done.calls, 0);
 }
 
 TEST(Endpoints, EnvironmentWinsOverThePortalWhenNotEmpty)

@@ -1,0 +1,66 @@
+#include "Torture.h"
+
+#include "notify/SocketManager.h"
+#include "support/Internals.h"
+
+#include <QEventLoop>
+#include <QThread>
+#include <QTimer>
+
+using namespace Velmora;
+
+namespace {
+
+template struct Open<&CloudAPIImpl::m_sockets>;
+template struct Open<&SocketManager::m_heartbeat>;
+
+} // namespace
+
+namespace Torture {
+
+const std::vector<Act> &acts()
+{
+    static const std::vector<Act> all = {
+        {"nothing", [](Case &, const Step &) {}, false},
+        {"cancel",
+         [](Case &test, const Step &) {
+             for (std::size_t i = 0; i < test.cancels.size() && test.api; ++i)
+                 test.cancels[i]();
+         }},
+        {"unsubscribe",
+         [](Case &test, const Step &) {
+             for (const S &each : {S(storedJob), test.job}) {
+                 test.api->unsubscribeFromJob(each);
+                 test.mute(each);
+             }
+         }},
+        {"log out", [](Case &test, const Step &) { test.api->clearActiveAccount(); }},
+        {"log in", [](Case &test, const Step &) { deeds()[0].start(test); }},
+        {"change portal", // the environment wins
+         [](Case &test, const Step &) { test.api->setAPIPortal(PortalTarget::Test); }, false},
+        {"destroy", [](Case &test, const Step &) { test.destroy(); }},
+        {"again", [](Case &test, const Step &step) { step.deed->start(test); }},
+        {"nested loop",
+         [](Case &test, const Step &) {
+             QEventLoop loop;
+             QTimer::singleShot(int(test.random.below(60)), &loop, &QEventLoop::quit);
+             loop.exec();
+         },
+         false},
+        {"block", [](Case &test, const Step &) { QThread::msleep(test.random.below(100)); }, false},
+        {"renew", // its time has come
+         [](Case &test, const Step &) { renewalTimerOf(*test.api)->start(0); }},
+        {"beat", // often enough for sockets to be opened anew
+         [](Case &test, const Step &) {
+             auto &sockets = *inside<std::unique_ptr<SocketManager>>(implOf(*test.api));
+             for (int i = 0; i < 4; ++i) {
+                 if (QTimer *heartbeat = inside<std::unique_ptr<QTimer>>(sockets).get())
+                     QMetaObject::invokeMethod(heartbeat, "timeout");
+             }
+         },
+         false},
+    };
+    return all;
+}
+
+} // namespace Torture
