@@ -101,22 +101,20 @@ protected:
     Reply post(const S &path, const S &body) const { return send(request("POST", path, body, token)); }
     S newJob() const { return post("job/init", R"({"accountId":"ACC-1001"})").text("jobId"); }
 
-    S login()
+    S login() const
     {
         const SeededUser &who = seededUsers()[0];
         const S body = R"({"emailAddress":")" + who.email + R"(","password":")" + who.password + "\"}";
-        const Reply reply = send(request("POST", "auth/login", body, {}));
-        refreshToken = reply.text("refreshToken");
-        return reply.text("idToken");
+        return send(request("POST", "auth/login", body, {})).text("idToken");
     }
 
     /// As another program would do it.
-    S crypt(const S &job, const S &text, const char *way = "-e") const
+    S crypt(const S &job, const S &text) const
     {
-        return run("openssl",
-                   {"enc", "-aes-256-cbc", "-iv", "5C19E307A24F6BD0913E28C7F40A66B5", "-K",
-                    b(portal.jobKey(job)).toHex(), way},
-                   text);
+        return run(
+            "openssl",
+            {"enc", "-aes-256-cbc", "-iv", "5C19E307A24F6BD0913E28C7F40A66B5", "-K", b(portal.jobKey(job)).toHex()},
+            text);
     }
 
     /// The request that an address object asks for; a file goes up as "n".
@@ -153,7 +151,6 @@ protected:
     QTimer tick; ///< the portal's thread wakes nobody here
     Portal portal;
     ScopedTrust trust{b(portal.caPem())};
-    S refreshToken;
     S token = login();
 };
 

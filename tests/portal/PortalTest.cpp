@@ -84,17 +84,6 @@ TEST_F(PortalTest, RefusesWhatIsNotExactlyRight)
     EXPECT_EQ(send("POST /api/job/list HTTP/1.1\r\nHost: p\r\nContent-Length: 99999999\r\n\r\n").status, 413);
 }
 
-TEST_F(PortalTest, TokensExpire)
-{
-    portal.expireTokens();
-    EXPECT_EQ(post("job/list", "").status, 401);
-    token = post("auth/refresh", R"({"refreshToken":")" + refreshToken + "\"}").text("idToken");
-    EXPECT_EQ(post("job/list", "").status, 200);
-    portal.setTokenLifetime(0s);
-    token = login();
-    EXPECT_EQ(post("job/list", "").status, 401);
-}
-
 TEST_F(PortalTest, EachFaultStrikesAsItSays)
 {
     const struct {

@@ -22,22 +22,6 @@ protected:
     S piece(const S &job) const { return filled(listed(job).value("downloadRequest")[0].toObject()); }
 };
 
-TEST_F(StorageTest, PiecesOfAnySizeMakeUpTheFile)
-{
-    const S job = newJob();
-    StorageOptions options;
-    options.download = StorageOptions::Download::Mixed;
-    for (const int size : {0, 15, 16, 17, 70000}) {
-        options.pieceSize = size > 1000 ? 30001 : 7; // neither is a whole number of blocks
-        portal.setStorage(options);
-        portal.addFile(job, "n", bytes(size));
-        S text;
-        for (const QJsonValue &piece : listed(job)["downloadRequest"].toArray())
-            text += crypt(job, send(filled(piece.toObject())).body, "-d");
-        EXPECT_EQ(text, bytes(size)) << size;
-    }
-}
-
 TEST_F(StorageTest, RefusesWhatIsNotSignedOrNotWhole)
 {
     const S job = newJob(), other = newJob();
