@@ -11,9 +11,7 @@ namespace {
 template <class... Parameters, class... Arguments>
 Deed simple(const char *name, const char *path, void (CloudAPI::*function)(Parameters...), Arguments... arguments)
 {
-    return {name, {path}, [=](Case &test) {
-                (test.api.get()->*function)(arguments..., Watch{&test, &test.call(name)});
-            }};
+    return {name, {path}, [=](Case &test) { (test.api.get()->*function)(arguments..., watch(test, test.call(name))); }};
 }
 
 /// A code that the service may answer with for good reason.
@@ -58,9 +56,9 @@ void submit(Case &test, bool asText)
         return succeeded && submitted(world, id) == 0 ? S("success without a job") : S();
     };
     if (asText)
-        test.api->submitNewJob(job.toSubmissionJson(), Watch{&test, &call});
+        test.api->submitNewJob(job.toSubmissionJson(), watch(test, call));
     else
-        test.api->submitNewJob(job, Watch{&test, &call});
+        test.api->submitNewJob(job, watch(test, call));
 }
 
 void upload(Case &test, bool blocking)
@@ -72,6 +70,7 @@ void upload(Case &test, bool blocking)
     const FileUploadDetails file{test.write(name, bytes), test.job, 0};
     const int &uploads = ++test.uploads[name]; // of one name at once: the last to arrive wins, whatever it read
     Call &call = test.call(blocking ? "uploadInputFile" : "uploadFile");
+    call.echoes = true;
     call.verdict = [=, &uploads, job = test.job](World &world, bool succeeded) {
         return !succeeded || uploads > 1 || world.portal.plainFile(job, name) == bytes
                    ? S()
@@ -80,7 +79,7 @@ void upload(Case &test, bool blocking)
     test.cancels.push_back([&test, file] { test.api->cancelUpload(file); });
     const auto onProgress = [&test, &call](const FileUploadDetails &, std::int64_t) { test.progressed(call); };
     (test.api.get()->*(blocking ? &CloudAPI::uploadInputFile : &CloudAPI::uploadFile))(file, onProgress,
-                                                                                       Watch{&test, &call});
+                                                                                       watch(test, call));
 }
 
 void download(Case &test)
@@ -91,6 +90,7 @@ void download(Case &test)
     const S before = read(target);
     const FileDownloadDetails file{target, {storedJob, storedFile, 0, 0, {}, false}};
     Call &call = test.call("downloadFile");
+    call.echoes = true;
     call.verdict = [=](World &world, bool succeeded) {
         const S now = read(target);
         if (now == world.stored)
@@ -99,8 +99,7 @@ void download(Case &test)
     };
     test.cancels.push_back([&test, file] { test.api->cancelDownload(file); });
     test.api->downloadFile(
-        file, [&test, &call](const FileDownloadDetails &, std::int64_t) { test.progressed(call); },
-        Watch{&test, &call});
+        file, [&test, &call](const FileDownloadDetails &, std::int64_t) { test.progressed(call); }, watch(test, call));
 }
 
 void subscribe(Case &test)
@@ -143,9 +142,7 @@ const std::vector<Deed> &deeds()
          }},
         {"generateNewJobID",
          {"job/init"},
-         [](Case &test) {
-             test.api->generateNewJobID(account, Watch{&test, &test.call("generateNewJobID")});
-         }},
+         [](Case &test) { test.api->generateNewJobID(account, watch(test, test.call("generateNewJobID"))); }},
         {"submitNewJob", {"job/submit"}, [](Case &test) { submit(test, false); }},
         {"submitNewJob as text", {"job/submit"}, [](Case &test) { submit(test, true); }},
         simple("getAllJobDetails", "job/list", &C::getAllJobDetails),
@@ -167,9 +164,7 @@ const std::vector<Deed> &deeds()
         simple("getAllAccountTags", "tag/list/account", &C::getAllAccountTags, account),
         {"searchUserTags",
          {"tag/search/job/user"},
-         [](Case &test) {
-             test.api->searchUserTags(std::list<S>{"t"}, Watch{&test, &test.call("searchUserTags")});
-         }},
+         [](Case &test) { test.api->searchUserTags(std::list<S>{"t"}, watch(test, test.call("searchUserTags"))); }},
         simple("getJobFileList", "job/files/list", &C::getJobFileList, job, true),
         simple("getSimulationFileList", "job/files/list", &C::getSimulationFileList, job, "sim-1", true),
         simple("getUsersFileList", "job/files/list", &C::getUsersFileList, false),

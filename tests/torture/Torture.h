@@ -3,7 +3,7 @@
 // A case: one or several operations of one session, each struck by a fault while the host does something
 // else. All of a case follows from its seed. What must hold afterwards is checked by `Case::run`.
 
-#include "model/Json.h"
+#include "support/AnyCompletion.h"
 #include "support/Loopback.h"
 
 #include "Portal.h"
@@ -89,6 +89,7 @@ struct Call {
     int completions = 0;
     int code = -1;        ///< of the last completion
     bool failed = false;  ///< of itself: nobody cancelled it
+    bool echoes = false;  ///< its result is a copy of what was asked for
     bool emptied = true;  ///< the result was a default-constructed one, or there was none
     S follows;            ///< a subscription's job: any number of messages and losses, and one end
     bool mustEnd = false; ///< a subscription that cannot be opened: its host is to be told
@@ -191,30 +192,12 @@ private:
     S m_failure;
 };
 
-/// Converts to every kind of completion callback and tells the case.
-struct Watch {
-    Case *test;
-    Call *call;
-
-    template <class Result> operator std::function<void(const Velmora::ApiError &, const Result &)>() const
-    {
-        return [*this](const Velmora::ApiError &error, const Result &result) {
-            test->completed(*call, error, isEmpty(result));
-        };
-    }
-    operator Velmora::CloudAPI::Done() const
-    {
-        return [*this](const Velmora::ApiError &error) { test->completed(*call, error, true); };
-    }
-
-private:
-    template <class Result> static bool isEmpty(const Result &result)
-    {
-        using Velmora::Detail::writeValue, Velmora::Form;
-        return writeValue(result, Form::Reply) == writeValue(Result(), Form::Reply);
-    }
-    static bool isEmpty(const Velmora::FileUploadDetails &) { return true; }   // a copy of what was asked for
-    static bool isEmpty(const Velmora::FileDownloadDetails &) { return true; } // likewise
-};
+/// Tells the case.
+inline AnyCompletion watch(Case &test, Call &call)
+{
+    return {[&test, &call](const Velmora::ApiError &error, const QJsonValue &, bool isDefault) {
+        test.completed(call, error, isDefault);
+    }};
+}
 
 } // namespace Torture

@@ -2,11 +2,6 @@
 
 using namespace Velmora;
 
-QJsonValue toJson(const DeleteFileDetails &file)
-{
-    return QJsonArray{toQt(file.jobId), toQt(file.simulationId), toQt(file.fileName)};
-}
-
 QByteArray indented(std::initializer_list<std::pair<const char *, const char *>> members)
 {
     QByteArray text = "{\n";
@@ -101,19 +96,10 @@ const std::vector<Operation> &operations()
     const QByteArray tagsReply = "{\"taglist\":" + tagsBare + "}";
     const QByteArray filesReply = R"([{"fileName":"a/rtg/b"},{"fileName":"a/RTG/b"},{"fileName":"rtg/c"}])";
     const QByteArray someFiles = R"([{"fileName":"a/RTG/b"},{"fileName":"rtg/c"}])";
-    const QByteArray searchBody = R"({
-    "tags": [
-        {
-            "tag": "b",
-            "type": "ProjectTag"
-        },
-        {
-            "tag": "a",
-            "type": "ProjectTag"
-        }
-    ]
-}
-)";
+    const QByteArray tag = ",\n            \"type\": \"ProjectTag\"\n        }",
+                     tagOpen = "        {\n            \"tag\": ";
+    const QByteArray searchBody =
+        "{\n    \"tags\": [\n" + tagOpen + "\"b\"" + tag + ",\n" + tagOpen + "\"a\"" + tag + "\n    ]\n}\n";
     static const std::vector<Operation> all = {
         {"logUserIn", "POST", "auth/login", indented({{"emailAddress", mail}, {"password", password}}), login,
          tokens(3600), call(&C::logUserIn, mail, password, ""), "null"},

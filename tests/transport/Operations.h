@@ -3,10 +3,9 @@
 // Every operation that sends a request, as a table: what it is called with, what the service must then
 // see, one good answer, and what becomes of it.
 
+#include "support/AnyCompletion.h"
 #include "support/Internals.h"
 #include "support/Loopback.h"
-
-#include "model/Json.h"
 
 #include <gtest/gtest.h>
 
@@ -19,44 +18,17 @@ struct Completion {
     int calls = 0;
     Velmora::ApiError error;
     QJsonValue result;
-    bool isDefault = true;      ///< the result is a default-constructed one, or there is none
-    std::function<void()> then; ///< run at the callback's end; may destroy everything but this record
+    bool isDefault = true; ///< the result is a default-constructed one, or there is none
 };
 
-QJsonValue toJson(const Velmora::DeleteFileDetails &file);
-template <class Result> QJsonValue toJson(const Result &result)
-{
-    return Velmora::Detail::writeValue(result, Velmora::Form::Reply);
-}
-
-/// Converts to every kind of completion callback; to an empty one for a null record.
-struct Into {
-    Completion *completion;
-
-    template <class Result> operator std::function<void(const Velmora::ApiError &, const Result &)>() const
+struct Into : AnyCompletion {
+    /// Null: nobody is told.
+    explicit Into(Completion *to)
     {
-        if (!completion)
-            return {};
-        return [to = completion](const Velmora::ApiError &error, const Result &result) {
-            to->result = toJson(result);
-            to->isDefault = to->result == toJson(Result{});
-            record(to, error);
-        };
-    }
-    operator Velmora::CloudAPI::Done() const
-    {
-        if (!completion)
-            return {};
-        return [to = completion](const Velmora::ApiError &error) { record(to, error); };
-    }
-
-private:
-    static void record(Completion *to, const Velmora::ApiError &error)
-    {
-        ++to->calls;
-        to->error = error;
-        if (to->then)
-            to->then();
+        if (to)
+            heard = [to](const Velmora::ApiError &error, const QJsonValue &result, bool isDefault) {
+                *to = {to->calls + 1, error, result, isDefault};
+            };
     }
 };
 
