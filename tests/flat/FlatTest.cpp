@@ -7,8 +7,6 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <map>
-
 extern "C" const std::uint64_t jobDetailsSizeInC;
 
 namespace {
@@ -291,23 +289,6 @@ TEST_F(FlatTest, JobIsTracedSubmittedAndFollowed)
     expectTwins(
         400, [&](Host<> done) { submitNewJob(api, &refused, done); },
         [&](Host<1> done) { submitNewJob_Json(api, bad.c_str(), done); });
-}
-
-TEST_F(FlatTest, AThousandCallsAtOnce_EachIsAnsweredOnce)
-{
-    const Host<> heard;
-    for (int i = 0; i < 500; ++i) {
-        getJobFileList(api, wing, false, heard);
-        getJobFileList_Json(api, unknown, false, heard);
-    }
-    EXPECT_TRUE(waitUntil([&] { return heard.heard.size() >= 1000; }, 30000));
-    settle();
-    EXPECT_EQ(heard.heard.size(), 1000U);
-    std::map<std::string, int> answers;
-    for (const auto &each : heard.heard)
-        ++answers[each.at(0)];
-    EXPECT_EQ(answers.size(), 2U);
-    EXPECT_EQ(answers.begin()->second, 500);
 }
 
 } // namespace

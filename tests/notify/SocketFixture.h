@@ -27,6 +27,8 @@ template struct Open<&SocketManager::m_connections>;
 
 using Texts = std::vector<std::string>;
 
+constexpr int frame = -1, reset = -2, finish = -3, silentHeartbeats = -4;
+
 constexpr auto success = "Socket Message Success", finished = "Simulation Finished",
                lost = "Unexpected Socket Disconnection", invalid = "Invalid Socket Message",
                disconnected = "socket disconnected";
@@ -111,6 +113,18 @@ protected:
     {
         for (int i = 0; i < count; ++i)
             fire(heartbeat());
+    }
+    /// A text frame comes, or the connection ends: by a close frame of that code, or in one of those ways.
+    void happen(std::size_t client, int code, const char *text)
+    {
+        if (code == frame)
+            server.send(client, text);
+        else if (code >= 0)
+            server.close(client, code, text);
+        else if (code == silentHeartbeats)
+            beats(4);
+        else
+            server.drop(client, code == reset ? Drop::Reset : Drop::Finish);
     }
     void expectFlow(Listener &host, std::size_t client)
     {

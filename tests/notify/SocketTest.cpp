@@ -5,21 +5,7 @@
 
 namespace {
 
-constexpr int frame = -1, reset = -2, finish = -3, silentHeartbeats = -4;
-
-class SocketTest : public SocketFixture {
-protected:
-    /// Ends a connection by a close frame of that code, or in one of those ways.
-    void end(std::size_t client, int code, const char *reason)
-    {
-        if (code >= 0)
-            server.close(client, code, reason);
-        else if (code == silentHeartbeats)
-            beats(4);
-        else
-            server.drop(client, code == reset ? Drop::Reset : Drop::Finish);
-    }
-};
+using SocketTest = SocketFixture;
 
 QByteArray authorization(const SocketServer::Client &client)
 {
@@ -155,10 +141,7 @@ TEST_F(SocketTest, WhateverHappensIsToldOnce)
         const std::size_t client = server.clients().size();
         Listener own;
         ASSERT_NO_FATAL_FAILURE(open(own, client));
-        if (code == frame)
-            server.send(client, sent);
-        else
-            end(client, code, sent);
+        happen(client, code, sent);
         ASSERT_TRUE(told(own));
         settle();
         EXPECT_EQ(own.texts, Texts{code == frame ? sent : text});
@@ -188,7 +171,7 @@ TEST_F(SocketTest, ALossAfterARestartBeforeAnyMessageIsLogged)
         ASSERT_NO_FATAL_FAILURE(open(own, client));
         ASSERT_NO_FATAL_FAILURE(restart(client + 1));
         log.clear();
-        end(client + 1, code, "");
+        happen(client + 1, code, "");
         expectLoss(own, client + 2);
         EXPECT_EQ(log.text().find("close event after socket is already closed") != std::string::npos,
                   code != reset && code != finish);

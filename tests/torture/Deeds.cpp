@@ -140,9 +140,7 @@ const std::vector<Deed> &deeds()
              if (status != 1 && status != -1)
                  test.fail("a status of " + std::to_string(status));
          }},
-        {"generateNewJobID",
-         {"job/init"},
-         [](Case &test) { test.api->generateNewJobID(account, watch(test, test.call("generateNewJobID"))); }},
+        simple<const S &, const C::ResultDone<S> &>("generateNewJobID", "job/init", &C::generateNewJobID, account),
         {"submitNewJob", {"job/submit"}, [](Case &test) { submit(test, false); }},
         {"submitNewJob as text", {"job/submit"}, [](Case &test) { submit(test, true); }},
         simple("getAllJobDetails", "job/list", &C::getAllJobDetails),
@@ -162,9 +160,8 @@ const std::vector<Deed> &deeds()
         refusable(404, simple("untagJob", "tag/job", &C::untagJob, job, "t")), // no such tag
         simple("getJobTags", "tag/list", &C::getJobTags, job),
         simple("getAllAccountTags", "tag/list/account", &C::getAllAccountTags, account),
-        {"searchUserTags",
-         {"tag/search/job/user"},
-         [](Case &test) { test.api->searchUserTags(std::list<S>{"t"}, watch(test, test.call("searchUserTags"))); }},
+        simple<const std::list<S> &, const C::ResultDone<std::list<JobDetails>> &>(
+            "searchUserTags", "tag/search/job/user", &C::searchUserTags, std::list<S>{"t"}),
         simple("getJobFileList", "job/files/list", &C::getJobFileList, job, true),
         simple("getSimulationFileList", "job/files/list", &C::getSimulationFileList, job, "sim-1", true),
         simple("getUsersFileList", "job/files/list", &C::getUsersFileList, false),

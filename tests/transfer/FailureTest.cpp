@@ -85,7 +85,6 @@ const Row rows[] = {
     {"UpSourceMissing", [](T &t) { QFile::remove(t.qt("plain.txt")); }, "plain.txt"},
     {"ListingRefused", [](T &t) { t.faults[listPath] = answer(403, refused); }, "no way", 403,
      "Error Retrieving File List for Job"},
-    {"ListingNeverCame", [](T &t) { t.faults[listPath] = hangUp(); }, "", 400, addressTitle},
     {"NotListed", [](T &t) { t.listedName = "another"; }, "out/res.dat", 404},
     {"NoChunks", [](T &t) { t.chunks = {}; }, stitch},
     {"KeyRefused", [](T &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
@@ -106,8 +105,6 @@ const Row rows[] = {
     {"PieceNamedAsTheTarget", [](T &t) { t.rename("out/res.dat"); }, "", 400, writeTitle},
     {"NameGoesUp", [](T &t) { t.rename("out/.."); }, "", 400, writeTitle},
     {"NameIsEmpty", [](T &t) { t.rename("out/"); }, "", 400, writeTitle},
-    {"NameHasABackslash", [](T &t) { t.rename("a\\..\\b._00002_00003"); }, "", 400, writeTitle},
-    {"NameHasADrive", [](T &t) { t.rename("c:x._00002_00003"); }, "", 400, writeTitle},
     {"JoinedNameIsEmpty", [](T &t) { t.rename("._00001_00003", 0); }, "", 400, writeTitle},
     {"AddressIsALocalFile", [](T &t) { t.change(1, "uri", "file:///etc/passwd"); }, "address"},
 };
