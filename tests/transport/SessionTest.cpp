@@ -122,10 +122,9 @@ TEST(ProxyTest, KindDecides)
                              QStringLiteral("pw"));
     };
     CloudAPI api;
-    for (const auto &[kind, expected] : {std::pair(3, before),
-                                         {-1, before},
-                                         {1, proxy(QNetworkProxy::HttpProxy)},
-                                         {0, proxy(QNetworkProxy::Socks5Proxy)}}) {
+    const std::pair<int, QNetworkProxy> table[] = {
+        {3, before}, {-1, before}, {1, proxy(QNetworkProxy::HttpProxy)}, {0, proxy(QNetworkProxy::Socks5Proxy)}};
+    for (const auto &[kind, expected] : table) {
         api.applyProxy({"proxy.velmora.example", "ada", "pw", 70000, kind});
         EXPECT_EQ(QNetworkProxy::applicationProxy(), expected) << kind;
         EXPECT_FALSE(QNetworkProxyFactory::usesSystemConfiguration()) << kind;
