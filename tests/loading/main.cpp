@@ -7,6 +7,9 @@
 
 #include "Portal.h"
 
+#define BOOST_DLL_USE_STD_FS
+#include <boost/dll/shared_library.hpp>
+
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -24,6 +27,7 @@ constexpr int rounds = 100;
 constexpr int warmUp = 10;          // rounds until everything that is made once has been made
 constexpr long kilobytesARound = 4; // more is a leak; Qt keeps some tables that grow a few times
 
+using Library = boost::dll::shared_library;
 using Api = void *;
 using Text = const char *;
 
@@ -45,17 +49,11 @@ std::string contentOf(const fs::path &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// A function of a library that returns nothing.
-template <class... Arguments> auto function(void *library, const char *name)
-{
-    return reinterpret_cast<void (*)(Arguments...)>(symbol(library, name));
-}
-
-void waitForSuccess(void *library, Api api)
+void waitForSuccess(const Library &library, Api api)
 {
     const auto deadline = std::chrono::steady_clock::now() + 30s;
     while (answer.empty() && std::chrono::steady_clock::now() < deadline) {
-        function<Api>(library, "processEvents")(api);
+        library.get<void(Api)>("processEvents")(api);
         std::this_thread::sleep_for(1ms);
     }
     require(answer.find("\"errorCode\": 20") != std::string::npos, "no success: " + answer);
@@ -63,17 +61,17 @@ void waitForSuccess(void *library, Api api)
 }
 
 /// Signs in and takes a file up and down again: the network, its threads, TLS, the cipher and the pool all run.
-void work(void *library, Api api, const fs::path &folder)
+void work(const Library &library, Api api, const fs::path &folder)
 {
     const auto &user = VelmoraPortal::seededUsers()[0];
-    const auto logIn = function<Api, Text, Text, Text, decltype(&onSignedIn)>(library, "logUserIn_Json");
-    logIn(api, user.email.c_str(), user.password.c_str(), "", onSignedIn);
+    library.get<void(Api, Text, Text, Text, decltype(&onSignedIn))>("logUserIn_Json")(
+        api, user.email.c_str(), user.password.c_str(), "", onSignedIn);
     waitForSuccess(library, api);
 
     const auto transfer = [&](const char *name, const fs::path &local, const std::string &cloud) {
         const std::string file = "{\"localFileLocation\": \"" + local.generic_string() + "\", " + cloud + '}';
-        const auto start = function<Api, Text, decltype(&onProgress), decltype(&onTransferred)>(library, name);
-        start(api, file.c_str(), onProgress, onTransferred);
+        library.get<void(Api, Text, decltype(&onProgress), decltype(&onTransferred))>(name)(api, file.c_str(),
+                                                                                            onProgress, onTransferred);
         waitForSuccess(library, api);
     };
     const fs::path up = folder / "up.dat", down = folder / "down.dat";
@@ -87,15 +85,14 @@ void takeIn(const std::string &libraryPath, const std::string &trustPath, const 
 {
     const VelmoraPortal::Portal portal;
     setVariable("VELMORA_API_URL", portal.host());
-    void *const library = load(libraryPath);
-    void *const trust = load(trustPath);
-    require(library && trust, "cannot load");
-    function<Text>(trust, "trust")(portal.caPem().c_str());
-    const Api api = reinterpret_cast<Api (*)()>(symbol(library, "CreateCloudAPI"))();
-    work(library, api, folder);
-    function<Api>(library, "DestroyCloudAPI")(api);
-    letGo(trust);
-    letGo(library);
+    {
+        const Library library(fs::path(libraryPath).make_preferred());
+        const Library trust(fs::path(trustPath).make_preferred());
+        trust.get<void(Text)>("trust")(portal.caPem().c_str());
+        const Api api = library.get<Api()>("CreateCloudAPI")();
+        work(library, api, folder);
+        library.get<void(Api)>("DestroyCloudAPI")(api);
+    }
     require(!isLoaded(libraryPath), "the library stayed");
 }
 
