@@ -283,12 +283,6 @@ TEST_F(FlatTest, JobIsTracedSubmittedAndFollowed)
     getJobProgress(api, job.c_str(), Host());
     EXPECT_EQ(answer(), 200);
     EXPECT_NE(result().find("\"progress\": 100"), std::string::npos);
-
-    const std::string bad = R"({"jobID":"J","jobName":"n","simulations":["s"],"numberOfParts":129,"ramEstimate":1})";
-    const JobSubmit refused(bad);
-    expectTwins(
-        400, [&](Host<> done) { submitNewJob(api, &refused, done); },
-        [&](Host<1> done) { submitNewJob_Json(api, bad.c_str(), done); });
 }
 
 } // namespace

@@ -26,24 +26,16 @@ bool fits(const Deed &deed, const Trouble &trouble)
     return socket ? trouble.socket || trouble.host != Trouble::Portal || !trouble.fault || handshake : !trouble.socket;
 }
 
-Step stepOf(Random &random, const S &only)
+/// Every operation with every fault that can strike it and every act.
+std::vector<Step> matrix(const S &only)
 {
-    for (;;) {
-        const Step step{&random.of(deeds()), &random.of(troubles()), &random.of(acts())};
-        if (fits(*step.deed, *step.trouble) && Case::describe({step}).find(only) != S::npos)
-            return step;
-    }
-}
-
-std::vector<std::vector<Step>> matrix(const S &only)
-{
-    std::vector<std::vector<Step>> all;
+    std::vector<Step> all;
     for (const Deed &deed : deeds()) {
         for (const Trouble &trouble : troubles()) {
             for (const Act &act : acts()) {
                 const Step step{&deed, &trouble, &act};
                 if (fits(deed, trouble) && Case::describe({step}).find(only) != S::npos)
-                    all.push_back({step});
+                    all.push_back(step);
             }
         }
     }
@@ -68,7 +60,7 @@ int main(int argc, char **argv)
     line.add_flag("--table", tabled, "say at the end how many cases each operation and fault had");
     line.add_flag("--verbose", verbose, "say each case");
     CLI11_PARSE(line, argc, argv);
-    const std::vector<std::vector<Step>> rows = matrix(only);
+    const std::vector<Step> rows = matrix(only);
     count = whole ? rows.size() : count;
 
     if (count == 0 || rows.empty()) {
@@ -91,10 +83,10 @@ int main(int argc, char **argv)
         if (warming)
             steps = {{&deeds()[std::size_t(seed) + deeds().size() - warmUp], &troubles().front(), &acts().front()}};
         else if (whole)
-            steps = rows[i - warmUp];
+            steps = {rows[i - warmUp]};
         else
             for (std::size_t left = 1 + random.below(std::max<std::size_t>(1, mostSteps)); left > 0; --left)
-                steps.push_back(stepOf(random, only));
+                steps.push_back(random.of(rows));
         if (verbose)
             std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), Case::describe(steps).c_str()),
                 std::fflush(stdout);
