@@ -7,9 +7,6 @@
 
 #include "Portal.h"
 
-#define BOOST_DLL_USE_STD_FS
-#include <boost/dll/shared_library.hpp>
-
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -27,7 +24,6 @@ constexpr int rounds = 100;
 constexpr int warmUp = 10;          // rounds until everything that is made once has been made
 constexpr long kilobytesARound = 4; // more is a leak; Qt keeps some tables that grow a few times
 
-using Library = boost::dll::shared_library;
 using Api = void *;
 using Text = const char *;
 
@@ -49,11 +45,17 @@ std::string contentOf(const fs::path &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void waitForSuccess(const Library &library, Api api)
+/// A function of a library that returns nothing.
+template <class... Arguments> auto function(void *library, const char *name)
+{
+    return reinterpret_cast<void (*)(Arguments...)>(symbol(library, name));
+}
+
+void waitForSuccess(void *library, Api api)
 {
     const auto deadline = std::chrono::steady_clock::now() + 30s;
     while (answer.empty() && std::chrono::steady_clock::now() < deadline) {
-        library.get<void(Api)>("processEvents")(api);
+        function<Api>(library, "processEvents")(api);
         std::this_thread::sleep_for(1ms);
     }
     require(answer.find("\"errorCode\": 20") != std::string::npos, "no success: " + answer);
@@ -61,17 +63,17 @@ void waitForSuccess(const Library &library, Api api)
 }
 
 /// Signs in and takes a file up and down again: the network, its threads, TLS, the cipher and the pool all run.
-void work(const Library &library, Api api, const fs::path &folder)
+void work(void *library, Api api, const fs::path &folder)
 {
     const auto &user = VelmoraPortal::seededUsers()[0];
-    library.get<void(Api, Text, Text, Text, decltype(&onSignedIn))>("logUserIn_Json")(
-        api, user.email.c_str(), user.password.c_str(), "", onSignedIn);
+    const auto logIn = function<Api, Text, Text, Text, decltype(&onSignedIn)>(library, "logUserIn_Json");
+    logIn(api, user.email.c_str(), user.password.c_str(), "", onSignedIn);
     waitForSuccess(library, api);
 
     const auto transfer = [&](const char *name, const fs::path &local, const std::string &cloud) {
         const std::string file = "{\"localFileLocation\": \"" + local.generic_string() + "\", " + cloud + '}';
-        library.get<void(Api, Text, decltype(&onProgress), decltype(&onTransferred))>(name)(api, file.c_str(),
-                                                                                            onProgress, onTransferred);
+        const auto start = function<Api, Text, decltype(&onProgress), decltype(&onTransferred)>(library, name);
+        start(api, file.c_str(), onProgress, onTransferred);
         waitForSuccess(library, api);
     };
     const fs::path up = folder / "up.dat", down = folder / "down.dat";
@@ -85,14 +87,15 @@ void takeIn(const std::string &libraryPath, const std::string &trustPath, const 
 {
     const VelmoraPortal::Portal portal;
     setVariable("VELMORA_API_URL", portal.host());
-    {
-        const Library library(fs::path(libraryPath).make_preferred());
-        const Library trust(fs::path(trustPath).make_preferred());
-        trust.get<void(Text)>("trust")(portal.caPem().c_str());
-        const Api api = library.get<Api()>("CreateCloudAPI")();
-        work(library, api, folder);
-        library.get<void(Api)>("DestroyCloudAPI")(api);
-    }
+    void *const library = load(libraryPath);
+    void *const trust = load(trustPath);
+    require(library && trust, "cannot load");
+    function<Text>(trust, "trust")(portal.caPem().c_str());
+    const Api api = reinterpret_cast<Api (*)()>(symbol(library, "CreateCloudAPI"))();
+    work(library, api, folder);
+    function<Api>(library, "DestroyCloudAPI")(api);
+    letGo(trust);
+    letGo(library);
     require(!isLoaded(libraryPath), "the library stayed");
 }
 
