@@ -3,7 +3,6 @@
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
-#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
