@@ -6,7 +6,7 @@
 /// DIR should be on a memory file system, with room for three files of the size. Every peer's output is compared
 /// with ours once.
 #include "Rows.h"
-#include "transfer/FileCipher.h"
+#include "crypto/FileCipher.h"
 
 #include <velmora/TarnCrypt.h>
 

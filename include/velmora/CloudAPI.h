@@ -3,12 +3,11 @@
 #ifndef VELMORA_CLOUDAPI_H
 #define VELMORA_CLOUDAPI_H
 
+#include <velmora/Callbacks.h>
 #include <velmora/Export.h>
 #include <velmora/JobSubmit.h>
 #include <velmora/Records.h>
 
-#include <cstdint>
-#include <functional>
 #include <list>
 #include <string>
 
@@ -38,17 +37,15 @@ class CloudAPIImpl;
 /// and job messages are delivered only inside it.
 class VELMORA_EXPORT CloudAPI {
 public:
-    /// Argument: outcome.
-    using Done = std::function<void(const ApiError &)>;
-    /// Arguments: outcome; the result, which is empty on failure.
-    template <class Result> using ResultDone = std::function<void(const ApiError &, const Result &)>;
-    /// Arguments: outcome, job id, message text.
-    using JobMessage = std::function<void(const ApiError &, const std::string &, const std::string &)>;
-    /// Second argument: bytes sent so far, those of the encrypted file and of the form fields around it, so
-    /// that it ends a little above the size of the file; never goes back. Runs after encryption only.
-    using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;
-    /// Second argument: encrypted bytes received so far over all pieces; never goes back.
-    using DownloadProgress = std::function<void(const FileDownloadDetails &, std::int64_t)>;
+    /// @name Callback types
+    /// See Callbacks.h.
+    /// @{
+    using Done = Velmora::Done;
+    template <class Result> using ResultDone = Velmora::ResultDone<Result>;
+    using JobMessage = Velmora::JobMessage;
+    using UploadProgress = Velmora::UploadProgress;
+    using DownloadProgress = Velmora::DownloadProgress;
+    /// @}
 
     /// A session of the calling thread, signed out, for the production portal.
     CloudAPI();

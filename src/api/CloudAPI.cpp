@@ -1,6 +1,6 @@
 #include <velmora/CloudAPI.h>
 
-#include "transport/CloudAPIImpl.h"
+#include "api/CloudAPIImpl.h"
 
 namespace Velmora {
 

@@ -1,6 +1,6 @@
 #include "notify/CloudWebSocketClient.h"
 
-#include "model/Log.h"
+#include "base/Log.h"
 
 #include <QNetworkRequest>
 #include <QPointer>

@@ -29,7 +29,7 @@ Verdict classify(const QString &message)
 } // namespace
 
 SocketConnection::SocketConnection(const QString &jobId, std::unique_ptr<CloudWebSocketClient> client,
-                                   const CloudAPI::JobMessage &onMessage, const CloudAPI::JobMessage &onFinished)
+                                   const JobMessage &onMessage, const JobMessage &onFinished)
     : m_jobId(jobId)
     , m_client(std::move(client))
     , m_onMessage(onMessage)
@@ -50,7 +50,7 @@ void SocketConnection::slotHandleSocketMessage(const QString &message)
 {
     const Verdict verdict = classify(message);
     const QString jobId = m_jobId;
-    const CloudAPI::JobMessage callback = verdict.finishes ? m_onFinished : m_onMessage; // outlives this object
+    const JobMessage callback = verdict.finishes ? m_onFinished : m_onMessage; // outlives this object
     const QPointer<SocketConnection> self(this);
     if (callback)
         callback(verdict.error, jobId.toStdString(), message.toStdString());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <velmora/CloudAPI.h>
+#include <velmora/Callbacks.h>
 
 #include <QObject>
 #include <QString>
@@ -17,8 +17,8 @@ namespace Velmora {
 class SocketConnection : public QObject {
     Q_OBJECT
 public:
-    SocketConnection(const QString &jobId, std::unique_ptr<CloudWebSocketClient> client,
-                     const CloudAPI::JobMessage &onMessage, const CloudAPI::JobMessage &onFinished);
+    SocketConnection(const QString &jobId, std::unique_ptr<CloudWebSocketClient> client, const JobMessage &onMessage,
+                     const JobMessage &onFinished);
     ~SocketConnection() override;
 
     CloudWebSocketClient *client() const { return m_client.get(); }
@@ -34,8 +34,8 @@ public Q_SLOTS:
 private:
     QString m_jobId;
     std::unique_ptr<CloudWebSocketClient> m_client;
-    CloudAPI::JobMessage m_onMessage;
-    CloudAPI::JobMessage m_onFinished;
+    JobMessage m_onMessage;
+    JobMessage m_onFinished;
 };
 
 } // namespace Velmora

@@ -1,6 +1,6 @@
 #include "notify/SocketManager.h"
 
-#include "model/Portal.h"
+#include "base/Portal.h"
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
 
@@ -17,8 +17,8 @@ SocketManager::~SocketManager()
         unsubscribeFromJob(jobId);
 }
 
-void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoToken,
-                                   const CloudAPI::JobMessage &onMessage, const CloudAPI::JobMessage &onFinished)
+void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoToken, const JobMessage &onMessage,
+                                   const JobMessage &onFinished)
 {
     unsubscribeFromJob(jobId);
     if (!m_heartbeat) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <velmora/CloudAPI.h>
+#include <velmora/Callbacks.h>
 
 #include <QMap>
 #include <QObject>
@@ -25,8 +25,8 @@ public:
 
     void setAPIPortal(PortalTarget portal) { m_portal = portal; }
     /// Ends an earlier subscription of the job first.
-    void subscribeToJob(const QString &jobId, const QString &cognitoToken, const CloudAPI::JobMessage &onMessage,
-                        const CloudAPI::JobMessage &onFinished);
+    void subscribeToJob(const QString &jobId, const QString &cognitoToken, const JobMessage &onMessage,
+                        const JobMessage &onFinished);
     void unsubscribeFromJob(const QString &jobId);
     /// Hands a new token to every connection, for its next reopening.
     void updateCognitoToken(const QString &cognitoToken) { Q_EMIT cognitoTokenUpdated(cognitoToken); }

@@ -1,6 +1,6 @@
 // Accounts, the signed-in user, compute clusters and user events.
 
-#include "model/Log.h"
+#include "base/Log.h"
 #include "transport/Pipeline.h"
 
 namespace Velmora {

@@ -1,6 +1,6 @@
 // Listing and deleting files in the cloud.
 
-#include "model/Log.h"
+#include "base/Log.h"
 #include "transport/Pipeline.h"
 
 namespace Velmora {

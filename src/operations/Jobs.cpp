@@ -1,6 +1,6 @@
 // Creating, submitting, inspecting, stopping and archiving jobs.
 
-#include "model/Log.h"
+#include "base/Log.h"
 #include "transport/Pipeline.h"
 
 namespace Velmora {

@@ -1,10 +1,10 @@
 // Uploads and downloads: their start, and what the transfers ask the portal for.
 
-#include "model/Log.h"
+#include "base/Log.h"
 #include "transfer/DownloadObjects.h"
 #include "transfer/FileUpload.h"
-#include "transfer/RequestBody.h"
 #include "transport/Pipeline.h"
+#include "transport/RequestBody.h"
 
 #include <QDir>
 #include <QEventLoop>

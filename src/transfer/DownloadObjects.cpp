@@ -1,8 +1,8 @@
 #include "transfer/DownloadObjects.h"
 
+#include "base/DiskFile.h"
+#include "base/Later.h"
 #include "model/Json.h"
-#include "model/Later.h"
-#include "transfer/DiskFile.h"
 #include "transfer/Join.h"
 #include "transfer/PieceName.h"
 
@@ -30,8 +30,8 @@ QString absoluteTarget(const FileDownloadDetails &file)
 
 } // namespace
 
-DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const CloudAPI::DownloadProgress &onProgress,
-                                 const CloudAPI::ResultDone<FileDownloadDetails> &onComplete)
+DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const DownloadProgress &onProgress,
+                                 const ResultDone<FileDownloadDetails> &onComplete)
     : m_details(file)
     , m_onProgress(onProgress)
     , m_onComplete(onComplete)

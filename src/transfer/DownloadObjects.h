@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/PoolWork.h"
 #include "transfer/FileDownload.h"
-#include "transfer/PoolWork.h"
 
-#include <velmora/CloudAPI.h>
+#include <velmora/Callbacks.h>
 
 #include <QJsonArray>
 #include <QObject>
@@ -27,12 +27,12 @@ namespace Velmora {
 class DownloadObjects : public QObject {
     Q_OBJECT
 public:
-    DownloadObjects(const FileDownloadDetails &file, const CloudAPI::DownloadProgress &onProgress,
-                    const CloudAPI::ResultDone<FileDownloadDetails> &onComplete);
+    DownloadObjects(const FileDownloadDetails &file, const DownloadProgress &onProgress,
+                    const ResultDone<FileDownloadDetails> &onComplete);
     ~DownloadObjects() override;
 
     const FileDownloadDetails &details() const { return m_details; }
-    const CloudAPI::ResultDone<FileDownloadDetails> &onComplete() const { return m_onComplete; }
+    const ResultDone<FileDownloadDetails> &onComplete() const { return m_onComplete; }
     /// The same target, or the same cloud file into the same folder, where its pieces would collide.
     bool isFor(const FileDownloadDetails &file) const;
     bool hasTarget(const FileDownloadDetails &file) const;
@@ -59,8 +59,8 @@ private:
     void finish(const ApiError &error);
 
     FileDownloadDetails m_details;
-    CloudAPI::DownloadProgress m_onProgress;
-    CloudAPI::ResultDone<FileDownloadDetails> m_onComplete;
+    DownloadProgress m_onProgress;
+    ResultDone<FileDownloadDetails> m_onComplete;
     QString m_target; ///< cleaned, absolute
     QString m_folder;
     std::vector<std::unique_ptr<FileDownload>> m_pieces; ///< in the order of the chunks

@@ -1,12 +1,12 @@
 #include "transfer/FileDownload.h"
 
+#include "base/DiskFile.h"
+#include "base/Later.h"
+#include "crypto/FileCipher.h"
 #include "model/Json.h"
-#include "model/Later.h"
 #include "transfer/Address.h"
-#include "transfer/DiskFile.h"
-#include "transfer/FileCipher.h"
 #include "transfer/PieceName.h"
-#include "transfer/RequestBody.h"
+#include "transport/RequestBody.h"
 
 #include <QDir>
 #include <QNetworkReply>

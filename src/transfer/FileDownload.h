@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transfer/PoolWork.h"
+#include "base/PoolWork.h"
 
 #include <velmora/Records.h>
 

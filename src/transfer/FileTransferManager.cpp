@@ -1,10 +1,10 @@
 #include "transfer/FileTransferManager.h"
 
+#include "crypto/Cipher.h"
 #include "model/Json.h"
-#include "transfer/Cipher.h"
 #include "transfer/DownloadObjects.h"
 #include "transfer/FileUpload.h"
-#include "transfer/RequestBody.h"
+#include "transport/RequestBody.h"
 
 #include <algorithm>
 #include <vector>
@@ -77,8 +77,8 @@ void FileTransferManager::onKey(const QString &jobId, const ApiError &error, con
     }
 }
 
-void FileTransferManager::uploadFile(const FileUploadDetails &file, const CloudAPI::UploadProgress &onProgress,
-                                     const CloudAPI::ResultDone<FileUploadDetails> &onComplete)
+void FileTransferManager::uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
+                                     const ResultDone<FileUploadDetails> &onComplete)
 {
     m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete));
     FileUpload *upload = m_uploads.back().get();
@@ -136,8 +136,8 @@ void FileTransferManager::slotUploadComplete(FileUpload *upload, const ApiError 
         callback(error, details);
 }
 
-void FileTransferManager::downloadFile(const FileDownloadDetails &file, const CloudAPI::DownloadProgress &onProgress,
-                                       const CloudAPI::ResultDone<FileDownloadDetails> &onComplete)
+void FileTransferManager::downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
+                                       const ResultDone<FileDownloadDetails> &onComplete)
 {
     const bool running = std::any_of(m_downloads.begin(), m_downloads.end(),
                                      [&file](const auto &each) { return !each->isOver() && each->isFor(file); });
@@ -206,7 +206,7 @@ bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
     auto cancelled = take(m_uploads, [&file](const FileUpload &each) { return !each.isOver() && each.isFor(file); });
     if (cancelled.empty())
         return false;
-    std::vector<std::pair<CloudAPI::ResultDone<FileUploadDetails>, FileUploadDetails>> completions;
+    std::vector<std::pair<ResultDone<FileUploadDetails>, FileUploadDetails>> completions;
     for (const auto &upload : cancelled)
         completions.emplace_back(upload->onComplete(), upload->details());
     cancelled.clear();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <velmora/CloudAPI.h>
+#include <velmora/Callbacks.h>
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -38,10 +38,10 @@ public:
     FileTransferManager();
     ~FileTransferManager() override;
 
-    void uploadFile(const FileUploadDetails &file, const CloudAPI::UploadProgress &onProgress,
-                    const CloudAPI::ResultDone<FileUploadDetails> &onComplete);
-    void downloadFile(const FileDownloadDetails &file, const CloudAPI::DownloadProgress &onProgress,
-                      const CloudAPI::ResultDone<FileDownloadDetails> &onComplete);
+    void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
+                    const ResultDone<FileUploadDetails> &onComplete);
+    void downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
+                      const ResultDone<FileDownloadDetails> &onComplete);
     bool cancelUpload(const FileUploadDetails &file);
     bool cancelDownload(const FileDownloadDetails &file);
 

@@ -1,11 +1,11 @@
 #include "transfer/FileUpload.h"
 
+#include "base/DiskFile.h"
+#include "base/Later.h"
+#include "crypto/FileCipher.h"
 #include "model/Json.h"
-#include "model/Later.h"
 #include "transfer/Address.h"
-#include "transfer/DiskFile.h"
-#include "transfer/FileCipher.h"
-#include "transfer/RequestBody.h"
+#include "transport/RequestBody.h"
 
 #include <QDir>
 #include <QFile>
@@ -31,8 +31,8 @@ ApiError localFailure(const FileUploadDetails &details, const QString &reason)
 
 } // namespace
 
-FileUpload::FileUpload(const FileUploadDetails &file, const CloudAPI::UploadProgress &onProgress,
-                       const CloudAPI::ResultDone<FileUploadDetails> &onComplete)
+FileUpload::FileUpload(const FileUploadDetails &file, const UploadProgress &onProgress,
+                       const ResultDone<FileUploadDetails> &onComplete)
     : m_details(file)
     , m_onProgress(onProgress)
     , m_onComplete(onComplete)

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "transfer/PoolWork.h"
+#include "base/PoolWork.h"
 
-#include <velmora/CloudAPI.h>
+#include <velmora/Callbacks.h>
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -34,8 +34,8 @@ class RequestBody;
 class FileUpload : public QObject {
     Q_OBJECT
 public:
-    FileUpload(const FileUploadDetails &file, const CloudAPI::UploadProgress &onProgress,
-               const CloudAPI::ResultDone<FileUploadDetails> &onComplete);
+    FileUpload(const FileUploadDetails &file, const UploadProgress &onProgress,
+               const ResultDone<FileUploadDetails> &onComplete);
     ~FileUpload() override;
 
     /// Same local file, same job.
@@ -43,7 +43,7 @@ public:
     const std::string &jobId() const { return m_details.cloudFileJobID; }
     /// What callbacks receive: the size is the one found on disk.
     const FileUploadDetails &details() const { return m_details; }
-    const CloudAPI::ResultDone<FileUploadDetails> &onComplete() const { return m_onComplete; }
+    const ResultDone<FileUploadDetails> &onComplete() const { return m_onComplete; }
     /// True once the outcome is certain: too late to cancel.
     bool isOver() const { return m_over; }
     bool isReady() const { return !m_key.isEmpty() && !m_started && !m_over; }
@@ -71,8 +71,8 @@ private:
     QString temporaryPath() const;
 
     FileUploadDetails m_details;
-    CloudAPI::UploadProgress m_onProgress;
-    CloudAPI::ResultDone<FileUploadDetails> m_onComplete;
+    UploadProgress m_onProgress;
+    ResultDone<FileUploadDetails> m_onComplete;
     QByteArray m_key;
     std::unique_ptr<QTemporaryDir> m_folder; ///< readable by its owner only
     QPointer<QNetworkReply> m_reply;

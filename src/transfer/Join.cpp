@@ -1,6 +1,6 @@
 #include "transfer/Join.h"
 
-#include "transfer/DiskFile.h"
+#include "base/DiskFile.h"
 
 #include <QFile>
 

@@ -2,9 +2,9 @@
 
 // Definitions of the request pipeline's templates, for the sources that implement operations.
 
+#include "api/CloudAPIImpl.h"
+#include "base/Later.h"
 #include "model/Json.h"
-#include "model/Later.h"
-#include "transport/CloudAPIImpl.h"
 
 #include <QNetworkReply>
 

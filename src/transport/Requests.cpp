@@ -1,9 +1,9 @@
 // Building, sending, counting and logging of requests.
 
-#include "model/Log.h"
-#include "model/Portal.h"
-#include "transfer/RequestBody.h"
-#include "transport/CloudAPIImpl.h"
+#include "api/CloudAPIImpl.h"
+#include "base/Log.h"
+#include "base/Portal.h"
+#include "transport/RequestBody.h"
 
 #include <QNetworkReply>
 #include <QSslConfiguration>

@@ -7,7 +7,7 @@
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
 #include "transfer/Address.h"
-#include "transfer/FileCipher.h"
+#include "crypto/FileCipher.h"
 #include "transfer/Join.h"
 #include "transfer/PieceName.h"
 

@@ -3,7 +3,7 @@
 // Reaches private members of the library that tests look at: an explicit instantiation may name them.
 // Only for test programs, which link the library's objects.
 
-#include "transport/CloudAPIImpl.h"
+#include "api/CloudAPIImpl.h"
 
 #include <QNetworkReply>
 

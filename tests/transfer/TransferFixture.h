@@ -5,7 +5,7 @@
 #include "support/Internals.h"
 #include "support/Loopback.h"
 
-#include "transfer/FileCipher.h"
+#include "crypto/FileCipher.h"
 
 #include <QDir>
 #include <QJsonArray>

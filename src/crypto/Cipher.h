@@ -1,7 +1,7 @@
 /// @file Cipher.h
 /// AES-256-CBC as job files use it: the fixed initialisation vector, keys and one cipher run.
-#ifndef VELMORA_TRANSFER_CIPHER_H
-#define VELMORA_TRANSFER_CIPHER_H
+#ifndef VELMORA_CRYPTO_CIPHER_H
+#define VELMORA_CRYPTO_CIPHER_H
 
 #include <QByteArray>
 
@@ -65,9 +65,16 @@ private:
     std::unique_ptr<EVP_CIPHER_CTX, Free> m_context;
 };
 
-/// Gives back what OpenSSL keeps for the calling thread. A thread of the pool that still had it would free it
-/// as it dies, which at the end of the process is while the clean-up of OpenSSL frees it too.
-void releaseCipherThread();
+/// Held while a pool thread uses a cipher. OpenSSL keeps a state for each thread that used it; the destructor releases
+/// that of the calling thread. A pool thread that still had one would free it as it dies. At the end of the process,
+/// OpenSSL's own clean-up frees the same state at that moment.
+class CipherThreadState {
+public:
+    CipherThreadState() = default;
+    ~CipherThreadState();
+    CipherThreadState(const CipherThreadState &) = delete;
+    CipherThreadState &operator=(const CipherThreadState &) = delete;
+};
 
 } // namespace Velmora
 

@@ -1,4 +1,4 @@
-#include "transfer/RequestBody.h"
+#include "transport/RequestBody.h"
 
 #include <algorithm>
 #include <cstring>

@@ -3,10 +3,10 @@
 /// that says what went wrong. The functions block; call them on pool threads.
 ///
 /// A stop mark may be set from any thread; it is looked at between two buffers and must outlive the call.
-#ifndef VELMORA_TRANSFER_FILECIPHER_H
-#define VELMORA_TRANSFER_FILECIPHER_H
+#ifndef VELMORA_CRYPTO_FILECIPHER_H
+#define VELMORA_CRYPTO_FILECIPHER_H
 
-#include "transfer/Cipher.h"
+#include "crypto/Cipher.h"
 
 #include <QByteArray>
 #include <QString>

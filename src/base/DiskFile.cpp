@@ -1,4 +1,4 @@
-#include "transfer/DiskFile.h"
+#include "base/DiskFile.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 #include <velmora/TarnCrypt.h>
 
-#include "transfer/Cipher.h"
-#include "transfer/FileCipher.h"
+#include "crypto/Cipher.h"
+#include "crypto/FileCipher.h"
 
 #include <QByteArray>
 

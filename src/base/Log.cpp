@@ -1,3 +1,3 @@
-#include "model/Log.h"
+#include "base/Log.h"
 
 Q_LOGGING_CATEGORY(velmoraLog, "velmora")

@@ -1,6 +1,6 @@
-#include "transfer/FileCipher.h"
+#include "crypto/FileCipher.h"
 
-#include "transfer/DiskFile.h"
+#include "base/DiskFile.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -172,6 +172,7 @@ Result badKey() { return {Status::BadKey, QStringLiteral("The key is empty or to
 FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
                              const std::atomic<bool> &stop)
 {
+    const CipherThreadState state; // first: released when the cipher and its key have gone
     const CipherKey bytes(key);
     if (key.isEmpty() || !bytes.isValid())
         return badKey();
@@ -182,6 +183,7 @@ FileCipherResult encryptFile(const QByteArray &key, const QString &source, const
 
 FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop)
 {
+    const CipherThreadState state; // first: released when the cipher and its key have gone
     const CipherKey bytes(key);
     if (key.isEmpty() || !bytes.isValid())
         return badKey();

@@ -1,4 +1,4 @@
-#include "transfer/Cipher.h"
+#include "crypto/Cipher.h"
 
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -66,6 +66,6 @@ bool Cipher::finish(unsigned char *out, int *produced)
     return false;
 }
 
-void releaseCipherThread() { OPENSSL_thread_stop(); }
+CipherThreadState::~CipherThreadState() { OPENSSL_thread_stop(); }
 
 } // namespace Velmora

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "api/Application.h"
+#include "base/PoolWork.h"
 #include "transfer/AddressCache.h"
 #include "transfer/FileTransferManager.h"
-#include "transfer/PoolWork.h"
-#include "transport/Application.h"
 #include "transport/Endpoints.h"
-#include "transport/Reply.h"
+#include "transport/Outcome.h"
 
 #include <velmora/CloudAPI.h>
 

@@ -1,4 +1,4 @@
-#include "model/Portal.h"
+#include "base/Portal.h"
 
 namespace Velmora {
 

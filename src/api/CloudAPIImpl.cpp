@@ -1,4 +1,4 @@
-#include "transport/CloudAPIImpl.h"
+#include "api/CloudAPIImpl.h"
 
 #include "notify/SocketManager.h"
 #include "transport/Pipeline.h"

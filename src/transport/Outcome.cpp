@@ -1,4 +1,4 @@
-#include "transport/Reply.h"
+#include "transport/Outcome.h"
 
 #include "model/Json.h"
 

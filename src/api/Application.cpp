@@ -1,4 +1,4 @@
-#include "transport/Application.h"
+#include "api/Application.h"
 
 #include <QCoreApplication>
 #include <QMutex>

@@ -1,6 +1,4 @@
-#include "transfer/PoolWork.h"
-
-#include "transfer/Cipher.h"
+#include "base/PoolWork.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -46,7 +44,6 @@ public:
             shared = m_shared;
         }
         m_work(shared->stop);
-        releaseCipherThread();
         const std::lock_guard lock(shared->mutex);
         QCoreApplication::postEvent(m_owner, new QEvent(QEvent::User)); // it waits for `ended`: it is still there
         shared->ended = true;

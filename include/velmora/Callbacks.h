@@ -1,0 +1,33 @@
+/// @file Callbacks.h
+/// The types of the functions that an application passes to `CloudAPI`. The class has them under the same names:
+/// `CloudAPI::Done` is `Done`.
+///
+/// Every callback runs on the thread that owns the `CloudAPI`. Its arguments are valid until it returns. An empty
+/// callback is allowed and never called.
+#ifndef VELMORA_CALLBACKS_H
+#define VELMORA_CALLBACKS_H
+
+#include <velmora/Records.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace Velmora {
+
+/// The end of an operation without a result. Argument: outcome.
+using Done = std::function<void(const ApiError &)>;
+/// The end of an operation with a result. Arguments: outcome; the result.
+template <class Result> using ResultDone = std::function<void(const ApiError &, const Result &)>;
+/// Arguments: outcome, job id, message text.
+using JobMessage = std::function<void(const ApiError &, const std::string &, const std::string &)>;
+/// Second argument: bytes sent so far. They are those of the encrypted file and of the form fields around it, so the
+/// last value is a little above the size of the file. The value never goes back. There is no call before the file has
+/// been encrypted.
+using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;
+/// Second argument: encrypted bytes received so far over all pieces. The value never goes back.
+using DownloadProgress = std::function<void(const FileDownloadDetails &, std::int64_t)>;
+
+} // namespace Velmora
+
+#endif
