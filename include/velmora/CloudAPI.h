@@ -207,6 +207,7 @@ public:
     /// @}
 
 private:
+    friend class CloudAPIImpl;
     CloudAPIImpl *m_impl;
 };
 

@@ -1,33 +1,50 @@
 #include "api/CloudAPIImpl.h"
 
-#include "notify/SocketManager.h"
-#include "transport/Pipeline.h"
+#include "operations/Transfers.h"
+#include "transfer/FileDownload.h"
+#include "transfer/FileUpload.h"
+#include "transport/RequestBody.h"
 
-#include <QDateTime>
 #include <QEventLoop>
 #include <QNetworkProxy>
+#include <QPointer>
+#include <QUrl>
 
 namespace Velmora {
 
 CloudAPIImpl::CloudAPIImpl()
-    : m_transfers(std::make_unique<FileTransferManager>())
-    , m_sockets(std::make_unique<SocketManager>())
-    , m_network(std::make_unique<QNetworkAccessManager>())
-    , m_clock(QDateTime::currentMSecsSinceEpoch)
 {
-    m_readerPool.setMaxThreadCount(1);
+    QObject::connect(&session, &Session::tokenChanged, &sockets, &SocketManager::updateCognitoToken);
     connectTransfers();
-    connect(m_network.get(), &QNetworkAccessManager::finished, this, &CloudAPIImpl::onRequestFinished,
-            Qt::DirectConnection);
 }
 
-CloudAPIImpl::~CloudAPIImpl()
+// Nothing is sent, and no reply is handled, while the parts die.
+CloudAPIImpl::~CloudAPIImpl() { rest.close(); }
+
+void CloudAPIImpl::connectTransfers()
 {
-    m_network.reset(); // drops the requests in flight, without their completions
-    m_refreshTimer.reset();
-    m_readers.clear();
-    m_transfers.reset();
-    m_sockets.reset();
+    using Manager = FileTransferManager;
+    const auto on = [this](auto signal, auto slot) { QObject::connect(&transfers, signal, &transfers, slot); };
+    on(&Manager::requestAESKey,
+       [this](const std::string &jobId, const EncryptionKeyCB &then) { grants.handleAESKeyRequest(jobId, then); });
+    on(&Manager::requestUploadURL,
+       [this](const std::string &jobId, const UploadUrlCB &then) { grants.handleUploadURLRequest(jobId, then); });
+    on(&Manager::requestDownloadURL,
+       [this](const std::string &jobId, const std::string &fileName, const DownloadUrlCB &then) {
+           grants.handleDownloadURLRequest(jobId, fileName, then);
+       });
+    on(&Manager::requestUploadPostMultiPart,
+       [this](FileUpload *upload, const QNetworkRequest &request, RequestBody *body) {
+           upload->follow(rest.sendMultipart(request, body));
+       });
+    on(&Manager::requestUploadPostFile,
+       [this](FileUpload *upload, const QNetworkRequest &request, const QByteArray &verb, RequestBody *body) {
+           upload->follow(rest.sendStream(request, verb, body));
+       });
+    on(&Manager::requestDownloadGetOrPostMultiPart,
+       [this](FileDownload *download, const QNetworkRequest &request, RequestBody *form) {
+           download->follow(form ? rest.sendMultipart(request, form) : rest.sendGet(request));
+       });
 }
 
 void CloudAPIImpl::applyProxy(const ProxyDefinition &definition)
@@ -51,17 +68,17 @@ void CloudAPIImpl::applyProxy(const ProxyDefinition &definition)
 
 void CloudAPIImpl::setAPIPortal(PortalTarget portal)
 {
-    m_portal = portal;
-    m_sockets->setAPIPortal(portal);
+    rest.setPortal(portal);
+    sockets.setAPIPortal(portal);
 }
 
 int CloudAPIImpl::currentNetworkStatus()
 {
     const PumpScope pumping;
-    const QPointer<QNetworkReply> reply = sendGet(QNetworkRequest(QUrl(baseUrl())));
+    const QPointer<QNetworkReply> reply = rest.sendGet(QNetworkRequest(QUrl(rest.baseUrl())));
     QEventLoop loop;
-    connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    connect(reply, &QObject::destroyed, &loop, &QEventLoop::quit); // this object was destroyed by a callback
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    QObject::connect(reply, &QObject::destroyed, &loop, &QEventLoop::quit); // a callback destroyed this object
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     if (!reply)
         return -1;
@@ -72,12 +89,25 @@ int CloudAPIImpl::currentNetworkStatus()
     return status;
 }
 
-void CloudAPIImpl::subscribeToJob(const std::string &jobId, const CloudAPI::JobMessage &onMessage,
-                                  const CloudAPI::JobMessage &onFinished)
+void CloudAPIImpl::uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,
+                                   const ResultDone<FileUploadDetails> &onComplete)
 {
-    m_sockets->subscribeToJob(toQt(jobId), m_idToken, onMessage, onFinished);
+    const PumpScope pumping;
+    QEventLoop loop;
+    bool done = false;
+    QObject::connect(&transfers, &QObject::destroyed, &loop, &QEventLoop::quit); // by a callback
+    const auto complete = [onComplete, &done, waiting = QPointer<QEventLoop>(&loop)](const ApiError &error,
+                                                                                     const FileUploadDetails &details) {
+        if (onComplete)
+            onComplete(error, details);
+        if (waiting) {
+            done = true;
+            waiting->quit();
+        }
+    };
+    const bool started = Transfers::upload(transfers, file, onProgress, complete);
+    if (started && !done)
+        loop.exec();
 }
-
-void CloudAPIImpl::unsubscribeFromJob(const std::string &jobId) { m_sockets->unsubscribeFromJob(toQt(jobId)); }
 
 } // namespace Velmora

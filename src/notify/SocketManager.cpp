@@ -22,7 +22,8 @@ void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoT
 {
     unsubscribeFromJob(jobId);
     if (!m_heartbeat) {
-        m_heartbeat = std::make_unique<QTimer>();
+        m_heartbeat = std::make_unique<QTimer>(this);
+        m_heartbeat->setObjectName(QStringLiteral("heartbeat"));
         connect(m_heartbeat.get(), &QTimer::timeout, this, &SocketManager::beat);
         m_heartbeat->start(heartbeatInterval);
     }
@@ -33,6 +34,8 @@ void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoT
             Qt::UniqueConnection);
     connect(this, &SocketManager::cognitoTokenUpdated, connection, &SocketConnection::slotUpdateCognitoToken,
             Qt::UniqueConnection);
+    connection->setParent(this);
+    connection->setObjectName(jobId);
     m_connections.insert(jobId, connection);
 }
 

@@ -14,7 +14,7 @@ namespace Velmora {
 class SocketConnection;
 
 /// One socket per subscribed job, and one heartbeat for all of them, which beats only while a job is
-/// subscribed.
+/// subscribed. Tests find the heartbeat and the connections among this object's children, by "heartbeat" and by job id.
 class SocketManager : public QObject {
     Q_OBJECT
 public:

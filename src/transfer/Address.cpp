@@ -2,8 +2,6 @@
 
 #include "model/Json.h"
 
-#include <QNetworkReply>
-#include <QRegularExpression>
 #include <QUrl>
 #include <QUuid>
 
@@ -17,13 +15,6 @@ QByteArray quoted(const QString &name)
     QByteArray text = name.toUtf8();
     text.replace('"', "%22").replace('\r', "%0D").replace('\n', "%0A");
     return '"' + text + '"';
-}
-
-// The network layer quotes addresses, and the query of a pre-signed one is its signature.
-QString withoutQueries(QString text)
-{
-    static const QRegularExpression query(QStringLiteral("(https?://[^\\s?]*)\\?\\S*"));
-    return text.replace(query, QStringLiteral("\\1"));
 }
 
 } // namespace
@@ -78,23 +69,6 @@ MultipartForm multipartForm(const QJsonObject &formFields, const QString &fileNa
         delimiter + "\r\nContent-Disposition: form-data; name=\"file\"; filename=" + quoted(fileName) + "\r\n\r\n";
     form.tail.prepend("\r\n");
     return form;
-}
-
-int httpStatusOf(const QNetworkReply *reply)
-{
-    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-ApiError transferOutcome(const QNetworkReply *reply, const QByteArray &body, const char *failureTitle)
-{
-    const int status = httpStatusOf(reply);
-    const bool broken = reply->error() != QNetworkReply::NoError || status == 0;
-    if (!broken && status < 300)
-        return {status, {}, {}};
-    QString message = bodyMessage(body);
-    if (message.isEmpty() && broken)
-        message = withoutQueries(reply->errorString());
-    return {status >= 300 ? status : 400, failureTitle, message.toStdString()};
 }
 
 } // namespace Velmora

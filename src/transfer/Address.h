@@ -1,13 +1,9 @@
 #pragma once
 
-#include <velmora/Records.h>
-
 #include <QByteArray>
 #include <QJsonObject>
 #include <QNetworkRequest>
 #include <QString>
-
-class QNetworkReply;
 
 namespace Velmora {
 
@@ -33,13 +29,6 @@ struct MultipartForm {
 
 MultipartForm multipartForm(const QJsonObject &formFields);
 MultipartForm multipartForm(const QJsonObject &formFields, const QString &fileName);
-
-/// The outcome of a finished transfer request. A connection that broke is a failure whatever the
-/// status says: the code is then the status if that is 300 or more, else 400, and the message is the
-/// body's "message" or the network layer's own text.
-ApiError transferOutcome(const QNetworkReply *reply, const QByteArray &body, const char *failureTitle);
-
-int httpStatusOf(const QNetworkReply *reply);
 
 namespace Detail {
 AddressRequest requestTo(const QString &uri);

@@ -5,6 +5,7 @@
 #include "model/Json.h"
 #include "transfer/Join.h"
 #include "transfer/PieceName.h"
+#include "transfer/Titles.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -15,12 +16,9 @@ namespace Velmora {
 
 namespace {
 
-constexpr const char *failureTitle = "Unable to download file";
-constexpr const char *writeFailureTitle = "Unable to write to target file";
-
 ApiError stitchFailure()
 {
-    return {400, failureTitle, "We were unable to stitch the requested file back together from its chunks."};
+    return {400, Titles::DownloadFailed, "We were unable to stitch the requested file back together from its chunks."};
 }
 
 QString absoluteTarget(const FileDownloadDetails &file)
@@ -80,7 +78,7 @@ bool DownloadObjects::prepare(const QJsonArray &chunks, const QByteArray &key, c
 void DownloadObjects::begin()
 {
     if (m_details.localFileLocation.empty() || QFileInfo(m_target).isDir()) {
-        fail({400, writeFailureTitle, "The target is no file name: \"" + m_details.localFileLocation + "\"."});
+        fail({400, Titles::DownloadNotWritten, "The target is no file name: \"" + m_details.localFileLocation + "\"."});
         return;
     }
     if (m_pieces.empty()) {
@@ -142,7 +140,7 @@ void DownloadObjects::join()
         return;
     }
     if (!isSafeFileName(baseName(withoutPieceSuffix(m_pieces.front()->fileName())))) {
-        fail({400, writeFailureTitle, "The service gave the file a name that is not a file name."});
+        fail({400, Titles::DownloadNotWritten, "The service gave the file a name that is not a file name."});
         return;
     }
     std::vector<QString> paths;
@@ -157,9 +155,9 @@ void DownloadObjects::join()
                      if (!result->joined)
                          fail(stitchFailure());
                      else if (!result->renameProblem.isEmpty())
-                         fail({400, writeFailureTitle, result->renameProblem.toStdString()});
+                         fail({400, Titles::DownloadNotWritten, result->renameProblem.toStdString()});
                      else
-                         finish({200, "Download Success", {}});
+                         finish({200, Titles::DownloadSucceeded, {}});
                  });
 }
 

@@ -6,6 +6,8 @@
 #include "model/Json.h"
 #include "transfer/Address.h"
 #include "transfer/PieceName.h"
+#include "transfer/Titles.h"
+#include "transport/Outcome.h"
 #include "transport/RequestBody.h"
 
 #include <QDir>
@@ -17,8 +19,6 @@ namespace Velmora {
 
 namespace {
 
-constexpr const char *failureTitle = "Unable to download file";
-constexpr const char *writeFailureTitle = "Unable to write to target file";
 constexpr qint64 readBuffer = 4 * 1024 * 1024; // what the network layer may hold for us
 constexpr int batch = 1024 * 1024;             // what is taken from it in one go, where there is as much
 constexpr int patience = 4;                    // milliseconds that less than a batch waits for more
@@ -149,7 +149,7 @@ void FileDownload::drain()
     if (size > 0) {
         const char *part = m_batch.constData() + m_taken;
         m_taken += size;
-        if (httpStatusOf(m_reply) >= 300)
+        if (httpStatus(m_reply) >= 300)
             m_refusal.append(part, std::min(size, longestRefusal - m_refusal.size()));
         else if (!store(part, size))
             return;
@@ -183,7 +183,7 @@ bool FileDownload::store(const char *part, int received)
 
 void FileDownload::onReceived()
 {
-    const ApiError outcome = transferOutcome(m_reply, m_refusal, failureTitle);
+    const ApiError outcome = transferError(outcomeOf(m_reply, m_refusal), Titles::DownloadFailed);
     const QVariant announced = m_reply->header(QNetworkRequest::ContentLengthHeader);
     releaseReply();
     m_file.close();
@@ -254,8 +254,11 @@ void FileDownload::finish(const ApiError &error)
     });
 }
 
-void FileDownload::fail(const QString &reason) { finish({400, failureTitle, reason.toStdString()}); }
+void FileDownload::fail(const QString &reason) { finish({400, Titles::DownloadFailed, reason.toStdString()}); }
 
-void FileDownload::failWriting(const QString &reason) { finish({400, writeFailureTitle, reason.toStdString()}); }
+void FileDownload::failWriting(const QString &reason)
+{
+    finish({400, Titles::DownloadNotWritten, reason.toStdString()});
+}
 
 } // namespace Velmora

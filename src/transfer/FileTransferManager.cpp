@@ -1,9 +1,8 @@
 #include "transfer/FileTransferManager.h"
 
-#include "crypto/Cipher.h"
-#include "model/Json.h"
 #include "transfer/DownloadObjects.h"
 #include "transfer/FileUpload.h"
+#include "transfer/Titles.h"
 #include "transport/RequestBody.h"
 
 #include <algorithm>
@@ -19,7 +18,7 @@ constexpr int uploadsAtOnce = 10;
 
 ApiError alreadyRunning()
 {
-    return {400, "Unable to Initiate Download",
+    return {400, Titles::DownloadNotStarted,
             "The requested file was already being downloaded to the same location, or it is in the process of being "
             "edited on the cloud.\nPlease try again later."};
 }
@@ -46,52 +45,19 @@ FileTransferManager::FileTransferManager() = default;
 
 FileTransferManager::~FileTransferManager() = default;
 
-void FileTransferManager::withKey(QObject *context, const std::string &jobId, const EncryptionKeyCB &then)
-{
-    const QString job = toQt(jobId);
-    if (const QByteArray key = m_keys.value(job); !key.isEmpty()) {
-        then({200, {}, {}}, key);
-        return;
-    }
-    const bool underWay = m_keyWaiters.contains(job);
-    m_keyWaiters[job].push_back({context, then});
-    if (underWay)
-        return;
-    Q_EMIT requestAESKey(jobId, [self = QPointer<FileTransferManager>(this), job](const auto &error, const auto &key) {
-        if (self)
-            self->onKey(job, error, key);
-    });
-}
-
-void FileTransferManager::onKey(const QString &jobId, const ApiError &error, const QByteArray &key)
-{
-    ApiError outcome = error;
-    if (outcome.errorCode < 300 && !key.isEmpty() && key.size() <= cipherKeySize)
-        m_keys.insert(jobId, key);
-    else if (outcome.errorCode < 300)
-        outcome = {400, "Error Requesting Encryption Key", "The service gave no usable encryption key for the job."};
-    const std::list<KeyWaiter> waiters = m_keyWaiters.take(jobId);
-    for (const KeyWaiter &waiter : waiters) {
-        if (waiter.context)
-            waiter.then(outcome, m_keys.value(jobId));
-    }
-}
-
 void FileTransferManager::uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                                      const ResultDone<FileUploadDetails> &onComplete)
 {
     m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete));
     FileUpload *upload = m_uploads.back().get();
     connect(upload, &FileUpload::signalEncryptionDone, this, [this, upload] {
-        Q_EMIT requestUploadURL(upload->jobId(),
-                                [target = QPointer<FileUpload>(upload)](const auto &error, const auto &address) {
-                                    if (!target)
-                                        return;
-                                    if (error.errorCode >= 300)
-                                        target->fail(error);
-                                    else
-                                        target->send(address);
-                                });
+        const auto send = [upload](const ApiError &error, const QJsonObject &address) {
+            if (error.errorCode >= 300)
+                upload->fail(error);
+            else
+                upload->send(address);
+        };
+        Q_EMIT requestUploadURL(upload->jobId(), {upload, send});
     });
     connect(upload, &FileUpload::signalSend, this,
             [this, upload](const QNetworkRequest &request, const QByteArray &verb, RequestBody *body, bool multipart) {
@@ -102,14 +68,15 @@ void FileTransferManager::uploadFile(const FileUploadDetails &file, const Upload
             });
     connect(upload, &FileUpload::signalUploadComplete, this,
             [this, upload](const ApiError &error) { slotUploadComplete(upload, error); });
-    withKey(upload, upload->jobId(), [this, upload](const ApiError &error, const QByteArray &key) {
+    const auto whenKeyed = [this, upload](const ApiError &error, const QByteArray &key) {
         if (error.errorCode >= 300) {
             upload->fail(error);
         } else {
             upload->setKey(key);
             startUploads();
         }
-    });
+    };
+    Q_EMIT requestAESKey(upload->jobId(), {upload, whenKeyed});
 }
 
 void FileTransferManager::startUploads()
@@ -150,16 +117,14 @@ void FileTransferManager::downloadFile(const FileDownloadDetails &file, const Do
     DownloadObjects *download = m_downloads.back().get();
     connect(download, &DownloadObjects::downloadComplete, this,
             [this, download](const ApiError &error) { slotDownloadComplete(download, error); });
-    Q_EMIT requestDownloadURL(
-        file.cloudFileDetails.jobId, file.cloudFileDetails.fileName,
-        [this, target = QPointer<DownloadObjects>(download)](const ApiError &error, const QJsonObject &address) {
-            if (!target)
-                return;
-            if (error.errorCode >= 300)
-                target->fail(error);
-            else
-                startDownload(target, address);
-        });
+    const auto start = [this, download](const ApiError &error, const QJsonObject &address) {
+        if (error.errorCode >= 300)
+            download->fail(error);
+        else
+            startDownload(download, address);
+    };
+    const CloudFile &cloudFile = download->details().cloudFileDetails;
+    Q_EMIT requestDownloadURL(cloudFile.jobId, cloudFile.fileName, {download, start});
 }
 
 void FileTransferManager::startDownload(DownloadObjects *download, const QJsonObject &address)
@@ -187,7 +152,7 @@ void FileTransferManager::startDownload(DownloadObjects *download, const QJsonOb
         }
         download->begin();
     };
-    withKey(download, download->details().cloudFileDetails.jobId, whenKeyed);
+    Q_EMIT requestAESKey(download->details().cloudFileDetails.jobId, {download, whenKeyed});
 }
 
 void FileTransferManager::slotDownloadComplete(DownloadObjects *download, const ApiError &error)
@@ -214,7 +179,7 @@ bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
     const QPointer<FileTransferManager> self(this);
     for (const auto &[callback, details] : completions) {
         if (self && callback)
-            callback({400, "Upload Cancelled", "The upload of this file was cancelled."}, details);
+            callback({400, Titles::UploadCancelled, "The upload of this file was cancelled."}, details);
     }
     return true;
 }
@@ -229,7 +194,7 @@ bool FileTransferManager::cancelDownload(const FileDownloadDetails &file)
     const FileDownloadDetails details = cancelled.front()->details();
     cancelled.clear();
     if (callback)
-        callback({400, "Download Cancelled", "The download of this file was cancelled."}, details);
+        callback({400, Titles::DownloadCancelled, "The download of this file was cancelled."}, details);
     return true;
 }
 

@@ -1,16 +1,16 @@
 #pragma once
 
+#include "transfer/Waiter.h"
+
 #include <velmora/Callbacks.h>
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QMap>
 #include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 
-#include <functional>
 #include <list>
 #include <memory>
 
@@ -21,14 +21,8 @@ class FileDownload;
 class FileUpload;
 class RequestBody;
 
-/// Answers of the portal to a transfer. On failure the second argument is empty. May be called from
-/// inside a signal of the network layer.
-using EncryptionKeyCB = std::function<void(const ApiError &, const QByteArray &key)>;
-using UploadUrlCB = std::function<void(const ApiError &, const QJsonObject &address)>;
-using DownloadUrlCB = std::function<void(const ApiError &, const QJsonObject &address)>;
-
-/// Owns every running upload and download, and the jobs' keys. What a transfer needs from the portal,
-/// and every request it sends, it asks for by the request signals, which `CloudAPIImpl` answers.
+/// Owns every running upload and download. What a transfer needs from the portal, and every request it sends, it asks
+/// for by the request signals. The engine connects them to `JobGrants` and to the `RestClient`.
 ///
 /// Host callbacks run from a clean stack. Destroying the manager ends all transfers without their
 /// completions and leaves none of their temporary files behind.
@@ -57,22 +51,11 @@ Q_SIGNALS:
                                            RequestBody *form);
 
 private:
-    /// Calls `then` with the job's key, or with the error: at once when the key is known. Transfers
-    /// that wait for the same job's key share one request. Not called when `context` dies first.
-    void withKey(QObject *context, const std::string &jobId, const EncryptionKeyCB &then);
-    void onKey(const QString &jobId, const ApiError &error, const QByteArray &key);
     void startUploads();
     void slotUploadComplete(FileUpload *upload, const ApiError &error);
     void startDownload(DownloadObjects *download, const QJsonObject &address);
     void slotDownloadComplete(DownloadObjects *download, const ApiError &error);
 
-    struct KeyWaiter {
-        QPointer<QObject> context;
-        EncryptionKeyCB then;
-    };
-
-    QMap<QString, QByteArray> m_keys;
-    QMap<QString, std::list<KeyWaiter>> m_keyWaiters; ///< an entry while a request is under way
     std::list<std::unique_ptr<FileUpload>> m_uploads;
     std::list<std::unique_ptr<DownloadObjects>> m_downloads;
 };

@@ -5,6 +5,8 @@
 #include "crypto/FileCipher.h"
 #include "model/Json.h"
 #include "transfer/Address.h"
+#include "transfer/Titles.h"
+#include "transport/Outcome.h"
 #include "transport/RequestBody.h"
 
 #include <QDir>
@@ -16,14 +18,13 @@ namespace Velmora {
 
 namespace {
 
-constexpr const char *failureTitle = "File Failed to Upload";
 constexpr qint64 longestAnswer = 64 * 1024; // enough for the message of a refusal
 
 QString fileNameOf(const FileUploadDetails &details) { return QFileInfo(toQt(details.localFileLocation)).fileName(); }
 
 ApiError localFailure(const FileUploadDetails &details, const QString &reason)
 {
-    return {400, failureTitle,
+    return {400, Titles::UploadFailed,
             QStringLiteral("%1 could not be encrypted for upload: %2")
                 .arg(toQt(details.localFileLocation), reason)
                 .toStdString()};
@@ -88,7 +89,7 @@ void FileUpload::send(const QJsonObject &address)
     AddressRequest target =
         addressRequest(address, [&](const QString &text) { return fillTemplate(text, name, file->size()); });
     if (!target.problem.isEmpty()) {
-        fail({400, failureTitle, target.problem.toStdString()});
+        fail({400, Titles::UploadFailed, target.problem.toStdString()});
         return;
     }
     const QJsonObject fields = address.value(QLatin1String("formFields")).toObject();
@@ -135,7 +136,7 @@ void FileUpload::onReplyFinished()
     if (!m_reply)
         return;
     m_answer += m_reply->read(longestAnswer - m_answer.size());
-    const ApiError outcome = transferOutcome(m_reply, m_answer, failureTitle);
+    const ApiError outcome = transferError(outcomeOf(m_reply, m_answer), Titles::UploadFailed);
     m_reply->disconnect(this);
     m_reply->deleteLater();
     m_reply.clear();

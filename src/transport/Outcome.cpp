@@ -3,30 +3,46 @@
 #include "model/Json.h"
 
 #include <QNetworkReply>
+#include <QRegularExpression>
 
 namespace Velmora {
+
+namespace {
+
+// The network layer quotes addresses, and the query of a pre-signed one is its signature.
+QString withoutQueries(QString text)
+{
+    static const QRegularExpression query(QStringLiteral("(https?://[^\\s?]*)\\?\\S*"));
+    return text.replace(query, QStringLiteral("\\1"));
+}
+
+} // namespace
 
 int httpStatus(const QNetworkReply *reply)
 {
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
-ApiError makeError(int status, RequestType type, const QByteArray &body)
+Outcome outcomeOf(const QNetworkReply *reply, const QByteArray &body)
 {
-    return {status, errorTitle(type).toStdString(), bodyMessage(body).toStdString()};
+    const bool whole = reply->error() == QNetworkReply::NoError;
+    return {httpStatus(reply), body, whole ? QString() : withoutQueries(reply->errorString())};
 }
 
-Outcome readOutcome(QNetworkReply *reply, RequestType type)
+ApiError operationError(const Outcome &outcome, const char *title)
 {
-    Outcome outcome;
-    outcome.body = reply->readAll();
-    outcome.error.errorCode = httpStatus(reply);
-    outcome.failed = outcome.error.errorCode >= 300;
-    if (reply->error() != QNetworkReply::NoError)
-        outcome.broken = reply->errorString();
-    if (outcome.failed)
-        outcome.error = makeError(outcome.error.errorCode, type, outcome.body);
-    return outcome;
+    if (!outcome.isRefused())
+        return {outcome.status, {}, {}};
+    return {outcome.status, title, bodyMessage(outcome.body).toStdString()};
+}
+
+ApiError transferError(const Outcome &outcome, const char *title)
+{
+    if (outcome.problem.isEmpty() && outcome.status > 0 && !outcome.isRefused())
+        return {outcome.status, {}, {}};
+    const QString message = bodyMessage(outcome.body);
+    return {outcome.isRefused() ? outcome.status : 400, title,
+            (message.isEmpty() ? outcome.problem : message).toStdString()};
 }
 
 } // namespace Velmora

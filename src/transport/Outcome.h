@@ -5,6 +5,7 @@
 #include <velmora/Records.h>
 
 #include <QByteArray>
+#include <QString>
 
 class QNetworkReply;
 
@@ -12,19 +13,25 @@ namespace Velmora {
 
 /// What came back for one request.
 struct Outcome {
-    ApiError error; ///< code = HTTP status; title and message only when `failed`
-    bool failed = false;
+    int status = 0; ///< the HTTP status; 0 when there was none
     QByteArray body;
-    QString broken; ///< what happened to the connection; empty when the answer arrived whole
+    QString problem; ///< the network layer's text, without the query of an address; empty when all went well
+
+    bool isRefused() const { return status >= 300; }
 };
 
 /// The HTTP status; 0 when there was none.
 int httpStatus(const QNetworkReply *reply);
 
-/// The error of a reply with a status of 300 or more.
-ApiError makeError(int status, RequestType type, const QByteArray &body);
+/// Of a finished reply. @param body  what was received, or the start of it
+Outcome outcomeOf(const QNetworkReply *reply, const QByteArray &body);
 
-/// Reads a finished reply: success is any status below 300, none at all included.
-Outcome readOutcome(QNetworkReply *reply, RequestType type);
+/// The error of an operation. Success is any status below 300, none at all included.
+ApiError operationError(const Outcome &outcome, const char *title);
+
+/// The error of a request that a transfer depends on. A connection that broke is a failure, whatever the status: the
+/// code is then the status if that is 300 or more, else 400. The message is the body's "message", else the network
+/// layer's text.
+ApiError transferError(const Outcome &outcome, const char *title);
 
 } // namespace Velmora

@@ -1,7 +1,6 @@
-// Sign-in, token renewal, logout.
+#include "transport/Session.h"
 
-#include "notify/SocketManager.h"
-#include "transport/Pipeline.h"
+#include "transport/RestClient.h"
 
 #include <algorithm>
 #include <limits>
@@ -21,67 +20,71 @@ int renewalInterval(int lifetimeSeconds)
 
 } // namespace
 
-void CloudAPIImpl::logUserIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
-                             const Done &onComplete)
+Session::Session(RestClient &rest)
+    : m_rest(rest)
+    , m_renewalTimer(this)
 {
-    m_idToken.clear();
-    m_refreshToken.clear();
-    m_loggedIn = false;
+    m_renewalTimer.setObjectName(QStringLiteral("renewal"));
+    m_renewalTimer.setSingleShot(true);
+    connect(&m_renewalTimer, &QTimer::timeout, this, &Session::renew);
+}
+
+void Session::logIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
+                    const Done &onComplete)
+{
+    clear();
     QJsonObject body{{QLatin1String("emailAddress"), toQt(emailAddress)}, {QLatin1String("password"), toQt(password)}};
     if (!mfaCode.empty())
         body[QLatin1String("mfaToken")] = toQt(mfaCode).toInt();
-    requestTokens(RequestType::Login, body, onComplete);
+    requestTokens(Endpoints::Login, body, onComplete);
 }
 
-void CloudAPIImpl::renewToken(const Done &onComplete)
+void Session::renew()
 {
     if (m_refreshToken.isEmpty())
         return;
-    m_idToken.clear();
+    setIdToken({});
     m_loggedIn = false;
-    requestTokens(RequestType::RefreshToken, {{QLatin1String("refreshToken"), m_refreshToken}}, onComplete);
+    requestTokens(Endpoints::RefreshToken, {{QLatin1String("refreshToken"), m_refreshToken}}, {});
 }
 
-void CloudAPIImpl::requestTokens(RequestType type, const QJsonObject &body, const Done &onComplete)
+void Session::requestTokens(const Endpoint &endpoint, const QJsonObject &body, const Done &onComplete)
 {
-    exchange({type, Verb::Post, toText(body)}, [this, type, onComplete](Outcome &outcome) {
-        if (!outcome.failed) {
-            outcome.error.errorMessage = outcome.body.toStdString();
-            acceptTokens(type, outcome.body);
+    m_rest.exchange({endpoint, Verb::Post, toText(body)}, [this, &endpoint, onComplete](const Outcome &outcome) {
+        ApiError error = operationError(outcome, endpoint.title);
+        if (!outcome.isRefused()) {
+            error.errorMessage = outcome.body.toStdString();
+            acceptTokens(endpoint, outcome.body);
         }
-        deliver(onComplete, outcome.error);
+        m_rest.deliver(onComplete, error);
     });
 }
 
-void CloudAPIImpl::acceptTokens(RequestType type, const QByteArray &body)
+void Session::acceptTokens(const Endpoint &endpoint, const QByteArray &body)
 {
     const QJsonObject tokens = QJsonDocument::fromJson(body).object();
-    m_idToken = tokens.value(QLatin1String("idToken")).toString();
-    if (type == RequestType::Login) // a renewal never replaces it
+    setIdToken(tokens.value(QLatin1String("idToken")).toString());
+    if (endpoint.code == Endpoints::Login.code) // a renewal never replaces it
         m_refreshToken = tokens.value(QLatin1String("refreshToken")).toString();
-    m_tokenLifetime = tokens.value(QLatin1String("expiresIn")).toInt();
-    if (!m_refreshTimer) {
-        m_refreshTimer = std::make_unique<QTimer>();
-        m_refreshTimer->setSingleShot(true);
-        connect(m_refreshTimer.get(), &QTimer::timeout, this, [this] { renewToken({}); });
-    }
-    m_refreshTimer->start(renewalInterval(m_tokenLifetime));
+    m_renewalTimer.stop();
+    m_renewalTimer.setInterval(renewalInterval(tokens.value(QLatin1String("expiresIn")).toInt()));
+    if (m_renewalTimer.interval() >= 0) // else the token has run out already
+        m_renewalTimer.start();
     m_loggedIn = true;
-    m_sockets->updateCognitoToken(m_idToken);
+    Q_EMIT tokenChanged(m_idToken);
 }
 
-void CloudAPIImpl::checkMFAEnabled(const std::string &emailAddress, const ResultDone<bool> &onComplete)
+void Session::clear()
 {
-    call<bool>(
-        {RequestType::HasMfa, Verb::Post, bodyOf({{"emailAddress", emailAddress}})},
-        [](const QByteArray &body) { return body == "true"; }, onComplete);
-}
-
-void CloudAPIImpl::clearActiveAccount()
-{
-    m_loggedIn = false;
-    m_idToken.clear();
+    setIdToken({});
     m_refreshToken.clear();
+    m_loggedIn = false;
+}
+
+void Session::setIdToken(const QString &idToken)
+{
+    m_idToken = idToken;
+    m_rest.setIdToken(idToken);
 }
 
 } // namespace Velmora

@@ -1,6 +1,6 @@
 // A host without a QCoreApplication of its own: the library makes one, and the host pumps.
 
-#include "support/Internals.h"
+#include "support/Parts.h"
 #include "support/Loopback.h"
 
 #include <QCoreApplication>

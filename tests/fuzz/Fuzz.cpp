@@ -3,14 +3,15 @@
 // through each: the suite does that with the corpus.
 
 #include "api/flat/Views.h"
+#include "crypto/FileCipher.h"
 #include "model/Json.h"
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
 #include "transfer/Address.h"
-#include "crypto/FileCipher.h"
 #include "transfer/Join.h"
 #include "transfer/PieceName.h"
 
+#include <velmora/CloudAPI.h>
 #include <velmora/CloudAPIFlat.h>
 #include <velmora/TarnCrypt.h>
 

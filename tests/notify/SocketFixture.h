@@ -7,8 +7,8 @@
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
 #include "notify/SocketManager.h"
-#include "support/Internals.h"
 #include "support/Loopback.h"
+#include "support/Parts.h"
 
 #include <QSignalSpy>
 #include <QWebSocket>
@@ -20,10 +20,6 @@ using Handshake = SocketServer::Handshake;
 using Drop = SocketServer::Drop;
 
 namespace {
-
-template struct Open<&CloudAPIImpl::m_sockets>;
-template struct Open<&SocketManager::m_heartbeat>;
-template struct Open<&SocketManager::m_connections>;
 
 using Texts = std::vector<std::string>;
 
@@ -62,12 +58,9 @@ struct Listener {
 
 class SocketFixture : public testing::Test {
 protected:
-    SocketManager &sockets() { return *inside<std::unique_ptr<SocketManager>>(implOf(*api)); }
-    QTimer *heartbeat() { return inside<std::unique_ptr<QTimer>>(sockets()).get(); }
-    auto connection(const char *job)
-    {
-        return inside<QMap<QString, SocketConnection *>>(sockets()).value(QString::fromLatin1(job));
-    }
+    SocketManager &sockets() { return partsOf(*api).sockets; }
+    QTimer *heartbeat() { return heartbeatOf(*api); }
+    auto connection(const char *job) { return sockets().findChild<SocketConnection *>(QString::fromLatin1(job)); }
     bool subscribed(const char *job = "J1") { return connection(job) != nullptr; }
     /// Null once the job's client has given up, or when the job is not subscribed.
     QWebSocket *socket(const char *job = "J1")

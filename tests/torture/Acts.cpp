@@ -1,20 +1,12 @@
 #include "Torture.h"
 
-#include "notify/SocketManager.h"
-#include "support/Internals.h"
+#include "support/Parts.h"
 
 #include <QEventLoop>
 #include <QThread>
 #include <QTimer>
 
 using namespace Velmora;
-
-namespace {
-
-template struct Open<&CloudAPIImpl::m_sockets>;
-template struct Open<&SocketManager::m_heartbeat>;
-
-} // namespace
 
 namespace Torture {
 
@@ -52,9 +44,8 @@ const std::vector<Act> &acts()
          [](Case &test, const Step &) { renewalTimerOf(*test.api)->start(0); }},
         {"beat", // often enough for sockets to be opened anew
          [](Case &test, const Step &) {
-             auto &sockets = *inside<std::unique_ptr<SocketManager>>(implOf(*test.api));
              for (int i = 0; i < 4; ++i) {
-                 if (QTimer *heartbeat = inside<std::unique_ptr<QTimer>>(sockets).get())
+                 if (QTimer *heartbeat = heartbeatOf(*test.api))
                      QMetaObject::invokeMethod(heartbeat, "timeout");
              }
          },

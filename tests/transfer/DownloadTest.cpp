@@ -40,7 +40,7 @@ TEST_F(TransferTest, PiecesInAnyOrderAndByAnyMethodJoinByTheirNumbers)
 TEST_F(TransferTest, HiddenFilesAreListedOnceAndAgainAfterThirtyMinutes)
 {
     qint64 now = 0;
-    implOf(*api).setClock([&now] { return now; });
+    partsOf(*api).grants.setClock([&now] { return now; });
     const QString hidden = "sim/rtg/x.bin";
     list({piece(pieceName(1, hidden), "content")}, hidden);
     for (const auto &[passed, listings] : {std::pair(0, 1), {1800000, 1}, {1, 2}}) {

@@ -2,7 +2,7 @@
 
 // A portal and its storage, scripted: one job "J1" with a key, an upload address and a listing.
 
-#include "support/Internals.h"
+#include "support/Parts.h"
 #include "support/Loopback.h"
 
 #include "crypto/FileCipher.h"

@@ -13,7 +13,7 @@ TEST_F(TransferTest, UploadArrivesEncryptedAndCompleteByEveryKindOfAddress)
     const QByteArray name = onWindows ? "b 'x'.trninp" : "b \"x\".trninp"; // no name holds the other there
     const std::string path = write(name, content);
     qint64 now = 0;
-    implOf(*api).setClock([&now] { return now += 3600000; }); // asks for the address again
+    partsOf(*api).grants.setClock([&now] { return now += 3600000; }); // asks for the address again
     for (const auto &[extra, verb, multipart] : kinds) {
         address = extra;
         address["uri"] = url("/s/up/#urlEncodedFileName#?n=#fileSize#");
@@ -66,7 +66,7 @@ TEST_F(TransferTest, UploadIsRefusedAtOnceWithoutPathOrJob)
 TEST_F(TransferTest, KeyAndAddressAreSharedAndTheAddressLivesThirtyMinutes)
 {
     qint64 now = 1000;
-    implOf(*api).setClock([&now] { return now; });
+    partsOf(*api).grants.setClock([&now] { return now; });
     for (const auto &[passed, count, addresses] : {std::tuple(0, 25, 1), {1800000, 1, 1}, {1, 1, 2}}) {
         now += passed;
         up = {};
@@ -78,6 +78,39 @@ TEST_F(TransferTest, KeyAndAddressAreSharedAndTheAddressLivesThirtyMinutes)
     EXPECT_EQ(seen("/s/up"), 27);
     EXPECT_EQ(loopback.server.requests().last().body.size(), 16) << "an empty file";
     EXPECT_EQ(seen(keyPath), 1);
+}
+
+TEST_F(TransferTest, sharedRequest_allItsTransfersCancelled_isAbortedAndAskedAnew)
+{
+    list({piece(pieceName(1), noise(10))});
+    const std::string paths[] = {write("one", noise(10)), write("two", noise(10))};
+    const FileDownloadDetails targets[] = {wanted("to/one"), wanted("elsewhere/two")};
+    qint64 now = 0;
+    partsOf(*api).grants.setClock([&now] { return now; });
+    for (const char *hung : {keyPath, addressPath, listPath}) {
+        now += 3600000; // what the last round asked for has run out
+        const bool uploads = hung != listPath;
+        const qint64 before = seen(hung);
+        faults = {{hung, silence()}};
+        up = {};
+        down = {};
+        for (int i = 0; i < 2; ++i)
+            uploads ? upload(paths[i]) : download(targets[i]);
+        ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 1; })) << hung;
+        const int open = loopback.server.openConnections();
+        for (int i = 0; i < 2; ++i) {
+            settle();
+            EXPECT_EQ(loopback.server.openConnections(), open) << "somebody still waits for " << hung;
+            EXPECT_TRUE(uploads ? api->cancelUpload({paths[i], "J1", 0}) : api->cancelDownload(targets[i]));
+        }
+        EXPECT_TRUE(waitUntil([&] { return loopback.server.openConnections() < open; })) << hung;
+        EXPECT_EQ(seen(hung), before + 1);
+        faults.clear();
+        uploads ? upload(paths[0]) : download(targets[0]);
+        EXPECT_TRUE(uploads ? up.wait(3) : down.wait(3));
+        EXPECT_EQ(uploads ? up.error.errorCode : down.error.errorCode, uploads ? 204 : 200) << hung;
+        EXPECT_EQ(seen(hung), before + 2);
+    }
 }
 
 TEST_F(TransferTest, BlockingUploadReturnsAfterItsCompletionOrDestruction)

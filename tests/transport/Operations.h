@@ -4,7 +4,7 @@
 // see, one good answer, and what becomes of it.
 
 #include "support/AnyCompletion.h"
-#include "support/Internals.h"
+#include "support/Parts.h"
 #include "support/Loopback.h"
 
 #include <gtest/gtest.h>

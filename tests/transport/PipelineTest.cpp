@@ -90,6 +90,23 @@ TEST_F(TransportTest, DestroyedBetweenFinishAndCallback)
     EXPECT_EQ(done.calls, 0);
 }
 
+TEST_F(TransportTest, smallAnswer_behindALargeOneBeingRead_completesAfterIt)
+{
+    const QByteArray job = R"({"jobId":"J1","fileDependencies":["a","b"],"simulations":[{"simulationId":"S"}]},)";
+    server.next(answer(200, '[' + job.repeated(50000).chopped(1) + ']')); // takes a tenth of a second or more to read
+    std::string order;
+    QObject context;
+    QObject::connect(&networkOf(*api), &QNetworkAccessManager::finished, &context, [&, sent = false]() mutable {
+        if (!std::exchange(sent, true))
+            api->getJobDetails("J1", [&](const ApiError &, const JobDetails &) { order += "small "; });
+    });
+    api->getAllJobDetails(
+        [&](const ApiError &, const std::list<JobDetails> &jobs) { order += std::to_string(jobs.size()) + ' '; });
+    EXPECT_TRUE(waitUntil([&] { return order.find("small") != std::string::npos; }));
+    settle();
+    EXPECT_EQ(order, "50000 small ");
+}
+
 TEST(Endpoints, EnvironmentWinsOverThePortalWhenNotEmpty)
 {
     const std::pair<int, const char *> portals[] = {{0, "https://test.velmora.example/api/"},
@@ -97,17 +114,17 @@ TEST(Endpoints, EnvironmentWinsOverThePortalWhenNotEmpty)
                                                     {2, "https://portal.velmora.example/api/"},
                                                     {3, "https:///api/"},
                                                     {-1, "https:///api/"}};
-    CloudAPIImpl impl;
+    RestClient rest;
     for (const QByteArray &value : {QByteArray(), QByteArray("")}) {
         const ScopedEnvironment address("VELMORA_API_URL", value);
-        EXPECT_EQ(CloudAPIImpl().baseUrl(), QStringLiteral("https://portal.velmora.example/api/")) << "the default";
+        EXPECT_EQ(RestClient().baseUrl(), QStringLiteral("https://portal.velmora.example/api/")) << "the default";
         for (const auto &[portal, url] : portals) {
-            impl.setAPIPortal(static_cast<PortalTarget>(portal));
-            EXPECT_EQ(impl.baseUrl().toStdString(), url);
+            rest.setPortal(static_cast<PortalTarget>(portal));
+            EXPECT_EQ(rest.baseUrl().toStdString(), url);
         }
     }
     const ScopedEnvironment address("VELMORA_API_URL", "h%1:99"); // substituted as it stands
-    EXPECT_EQ(impl.baseUrl().toStdString(), "https://h%1:99/api/");
+    EXPECT_EQ(rest.baseUrl().toStdString(), "https://h%1:99/api/");
 }
 
 TEST_F(TransportTest, CodeZeroWithoutAServerThatIsTrusted)

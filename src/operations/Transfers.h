@@ -1,0 +1,19 @@
+#pragma once
+
+#include <velmora/Callbacks.h>
+
+namespace Velmora {
+
+class FileTransferManager;
+
+/// Uploads of files, as the application names them.
+namespace Transfers {
+
+/// Returns false when the upload was refused; it has then completed.
+bool upload(FileTransferManager &transfers, const FileUploadDetails &file, const UploadProgress &onProgress,
+            const ResultDone<FileUploadDetails> &onComplete);
+bool cancelUpload(FileTransferManager &transfers, const FileUploadDetails &file);
+
+} // namespace Transfers
+
+} // namespace Velmora

@@ -1,0 +1,164 @@
+#include "transfer/JobGrants.h"
+
+#include "base/Log.h"
+#include "crypto/Cipher.h"
+#include "transfer/Titles.h"
+
+#include <QDateTime>
+
+namespace Velmora {
+
+namespace {
+
+QString downloadKey(const QString &jobId, const QString &fileName)
+{
+    return QStringLiteral("%1/%2").arg(jobId, fileName);
+}
+
+} // namespace
+
+JobGrants::JobGrants(RestClient &rest)
+    : m_rest(rest)
+    , m_clock(QDateTime::currentMSecsSinceEpoch)
+{
+}
+
+void JobGrants::handleAESKeyRequest(const std::string &jobId, const EncryptionKeyCB &onCompleteCB)
+{
+    const QString job = toQt(jobId);
+    if (const QByteArray key = m_keys.value(job); !key.isEmpty()) {
+        onCompleteCB({200, {}, {}}, key);
+        return;
+    }
+    m_keyRequests.join(job, onCompleteCB, [&] {
+        VELMORA_LOG() << "in CloudAPI::getEncryptionKey(): ZRV call being made for encryption key";
+        const Request request{Endpoints::JobKey, Verb::Post, bodyOf({{"jobId", jobId}})};
+        return m_rest.exchange(request, [this, job](const Outcome &outcome) {
+            ApiError error = transferError(outcome, Endpoints::JobKey.title);
+            const QJsonValue reply = QJsonDocument::fromJson(outcome.body).object().value(QLatin1String("key"));
+            const auto decoded = QByteArray::fromBase64Encoding(
+                reply[QLatin1String("plaintextKey")].toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+            const QByteArray key = decoded ? *decoded : QByteArray();
+            if (error.errorCode < 300 && !key.isEmpty() && key.size() <= cipherKeySize)
+                m_keys.insert(job, key);
+            else if (error.errorCode < 300)
+                error = {400, Endpoints::JobKey.title, "The service gave no usable encryption key for the job."};
+            for (const EncryptionKeyCB &waiter : m_keyRequests.finish(job))
+                waiter(error, m_keys.value(job));
+        });
+    });
+}
+
+void JobGrants::handleUploadURLRequest(const std::string &jobId, const UploadUrlCB &onCompleteCB)
+{
+    const QString job = toQt(jobId);
+    VELMORA_LOG() << "in CloudAPI::handleUploadURLRequest() for" << job;
+    if (const auto cached = m_uploadAddresses.find(job, m_clock())) {
+        onCompleteCB({200, {}, {}}, cached->toObject());
+        return;
+    }
+    VELMORA_LOG() << "Did not find cached upload request for job" << job;
+    m_uploadAddressRequests.join(job, onCompleteCB, [&] {
+        const Request request{Endpoints::JobFilesUpload, Verb::Get, {}, QStringLiteral("/uploadUrl/%1").arg(job)};
+        return m_rest.exchange(request, [this, job](const Outcome &outcome) {
+            const ApiError error = transferError(outcome, Endpoints::JobFilesUpload.title);
+            const QJsonObject address = QJsonDocument::fromJson(outcome.body).object();
+            if (error.errorCode < 300 && address.contains(QLatin1String("uri")))
+                m_uploadAddresses.store(job, address, m_clock());
+            for (const UploadUrlCB &waiter : m_uploadAddressRequests.finish(job))
+                waiter(error, address);
+        });
+    });
+}
+
+void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::string &fileName,
+                                         const DownloadUrlCB &onCompleteCB)
+{
+    const QString job = toQt(jobId);
+    const QString key = downloadKey(job, toQt(fileName));
+    VELMORA_LOG() << "in CloudAPI::handleDownloadURLRequest() for" << key;
+    if (answerDownload(key, onCompleteCB))
+        return;
+    VELMORA_LOG() << "Did not find cached download requests for job" << job;
+    m_listings.join(job, {onCompleteCB, key}, [&] {
+        VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
+        return requestFileList(QStringLiteral("/%1").arg(job), true, [this, job](const Outcome &outcome, FileList &&) {
+            const Endpoint &titled = outcome.isRefused() ? Endpoints::JobFilesList : Endpoints::JobFilesUpload;
+            const ApiError error = transferError(outcome, titled.title);
+            for (const DownloadWaiter &waiter : m_listings.finish(job)) {
+                if (error.errorCode >= 300)
+                    waiter(error, {});
+                else if (!answerDownload(waiter.key, waiter))
+                    waiter({404, Titles::DownloadFailed,
+                            waiter.key.mid(job.size() + 1).toStdString() + " is not among the files of job " +
+                                job.toStdString() + '.'},
+                           {});
+            }
+        });
+    });
+}
+
+struct JobGrants::FileList {
+    QJsonArray array;
+    std::list<CloudFile> shown;
+};
+
+JobGrants::FileList JobGrants::readFileList(const QByteArray &body, bool showAllFiles)
+{
+    const QJsonArray array = QJsonDocument::fromJson(body).array();
+    FileList list{array, readReplyList<CloudFile>(array)};
+    if (!showAllFiles)
+        list.shown.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
+    return list;
+}
+
+void JobGrants::listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete)
+{
+    requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, FileList &&files) {
+        m_rest.deliver(onComplete, operationError(outcome, Endpoints::JobFilesList.title), std::move(files.shown));
+    });
+}
+
+RestClient::Abort JobGrants::requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &then)
+{
+    const auto read = [showAllFiles](const QByteArray &body) { return readFileList(body, showAllFiles); };
+    return m_rest.exchange({Endpoints::JobFilesList, Verb::Get, {}, suffix}, read,
+                           [this, then](const Outcome &outcome, FileList &&files) {
+                               if (!outcome.isRefused()) {
+                                   VELMORA_LOG() << "Received list of" << files.shown.size() << "files.";
+                                   remember(files.array); // hidden files can be downloaded too
+                               }
+                               then(outcome, std::move(files));
+                           });
+}
+
+void JobGrants::remember(const QJsonArray &files)
+{
+    const qint64 now = m_clock();
+    if (const int removed = m_downloadAddresses.removeStale(now))
+        VELMORA_LOG() << "Cleared" << removed << "file download requests from cache.";
+    for (const QJsonValue &file : files) {
+        const QJsonValue chunks = file[QLatin1String("downloadRequest")];
+        if (chunks.isArray())
+            m_downloadAddresses.store(
+                downloadKey(file[QLatin1String("jobId")].toString(), file[QLatin1String("fileName")].toString()),
+                chunks, now);
+    }
+    // Downloads that wait for a listing of their own may find what they need in this one.
+    const auto isKnown = [&](const DownloadWaiter &waiter) {
+        return m_downloadAddresses.find(waiter.key, now).has_value();
+    };
+    for (const DownloadWaiter &waiter : m_listings.takeIf(isKnown))
+        answerDownload(waiter.key, waiter);
+}
+
+bool JobGrants::answerDownload(const QString &key, const DownloadUrlCB &waiter)
+{
+    const auto chunks = m_downloadAddresses.find(key, m_clock());
+    if (!chunks)
+        return false;
+    waiter({200, {}, {}}, {{QLatin1String("chunks"), *chunks}});
+    return true;
+}
+
+} // namespace Velmora

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "transfer/AddressCache.h"
+#include "transfer/SingleFlight.h"
+#include "transfer/Waiter.h"
+#include "transport/RestClient.h"
+
+#include <QJsonArray>
+#include <QMap>
+#include <QString>
+
+#include <functional>
+#include <list>
+
+namespace Velmora {
+
+/// What the portal grants for the transfers of a job: its key, the address for uploads, the addresses of its files.
+/// Keys are kept, addresses for 30 minutes. Transfers that need the same thing at the same time share one request.
+///
+/// Owned by the engine, used on its thread.
+class JobGrants {
+public:
+    explicit JobGrants(RestClient &rest);
+
+    void handleAESKeyRequest(const std::string &jobId, const EncryptionKeyCB &onCompleteCB);
+    void handleUploadURLRequest(const std::string &jobId, const UploadUrlCB &onCompleteCB);
+    void handleDownloadURLRequest(const std::string &jobId, const std::string &fileName,
+                                  const DownloadUrlCB &onCompleteCB);
+
+    /// Lists files, and keeps their addresses, those of hidden files included. @param suffix  which files, appended to
+    /// the endpoint's URL
+    void listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
+
+    /// Milliseconds since the epoch, for the age of addresses.
+    void setClock(std::function<qint64()> clock) { m_clock = std::move(clock); }
+
+private:
+    struct DownloadWaiter : DownloadUrlCB {
+        QString key; ///< "job/file"
+    };
+    struct FileList;
+    using FileListHandler = std::function<void(const Outcome &, FileList &&)>;
+
+    static FileList readFileList(const QByteArray &body, bool showAllFiles);
+    RestClient::Abort requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &then);
+    void remember(const QJsonArray &files);
+    bool answerDownload(const QString &key, const DownloadUrlCB &waiter);
+
+    RestClient &m_rest;
+    std::function<qint64()> m_clock;
+    QMap<QString, QByteArray> m_keys; ///< by job
+    AddressCache m_uploadAddresses;   ///< by job
+    AddressCache m_downloadAddresses; ///< by "job/file": the pieces of the latest listing
+    SingleFlight<QString, EncryptionKeyCB> m_keyRequests;
+    SingleFlight<QString, UploadUrlCB> m_uploadAddressRequests;
+    SingleFlight<QString, DownloadWaiter> m_listings;
+};
+
+} // namespace Velmora

@@ -1,0 +1,154 @@
+#pragma once
+
+#include "base/Later.h"
+#include "base/PoolWork.h"
+#include "transport/Call.h"
+#include "transport/Outcome.h"
+
+#include <velmora/Callbacks.h>
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QObject>
+#include <QPointer>
+#include <QThreadPool>
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <utility>
+#include <variant>
+
+namespace Velmora {
+
+class RequestBody;
+
+/// Sends requests, counts and logs them, reads their answers and completes operations with them.
+///
+///     call ─▶ send ─▶ answer arrived ─▶ read (a large body on another thread) ─▶ its turn ─▶ callback queued
+///
+/// Answers take turns in the order of their arrival: one that is still being read holds up those behind it. Callbacks
+/// of the application run from a clean stack (`deliver`) and may destroy this object. What is queued then dies with it.
+class RestClient : public QObject {
+    Q_OBJECT
+public:
+    /// Ends a request without its completion. Does nothing once the answer has arrived.
+    using Abort = std::function<void()>;
+
+    RestClient();
+    ~RestClient() override;
+
+    void setPortal(PortalTarget portal) { m_portal = portal; }
+    /// The value of "Authorization" in the requests that follow; none when empty.
+    void setIdToken(const QString &idToken) { m_idToken = idToken; }
+    /// Drops everything under way, without completions. Nothing may be sent after that.
+    void close();
+
+    /// Runs an operation: sends, classifies, reads the body of a success, completes with the error and the result,
+    /// which is otherwise a default one.
+    template <class Result> void call(const Call<Result> &call, const ResultDone<Result> &onComplete);
+    /// As above for an operation whose answer has no result: completes with the error and `values`.
+    template <class... Values>
+    void call(const Request &request, const std::function<void(const ApiError &, const Values &...)> &onComplete,
+              const Values &...values);
+
+    /// What the above are made of: sends, then calls `then(outcome, result)` once, in the answer's turn. `read(body)`
+    /// makes the result of a success, perhaps on another thread. `then` runs no code of the application: it hands that
+    /// to `deliver`.
+    template <class Read, class Then> Abort exchange(const Request &request, Read read, Then then);
+    /// As above without a result: `then(outcome)`.
+    template <class Then> Abort exchange(const Request &request, Then then);
+
+    /// Calls a callback of the application, if there is one, from a clean stack.
+    template <class... Parameters, class... Values>
+    void deliver(const std::function<void(Parameters...)> &callback, Values &&...values)
+    {
+        callLater(this, callback, std::forward<Values>(values)...);
+    }
+
+    // Requests to other addresses than the endpoints'. A body becomes the reply's.
+    QNetworkReply *sendGet(const QNetworkRequest &request);
+    QNetworkReply *sendMultipart(const QNetworkRequest &request, RequestBody *body);
+    QNetworkReply *sendStream(const QNetworkRequest &request, const QByteArray &verb, RequestBody *body);
+
+    QString baseUrl() const;
+
+private:
+    static constexpr int largeBody = 65536; ///< bytes; read in about a millisecond
+
+    /// What is left to do for an answer that has arrived; empty while its body is being read.
+    using Turn = std::function<void()>;
+
+    QNetworkRequest buildRequest(const Endpoint &endpoint, const QString &suffix) const;
+    QNetworkReply *send(const Request &request);
+    QNetworkReply *sendBody(const char *announcement, QNetworkRequest request, const QByteArray &verb,
+                            RequestBody *body);
+    void onRequestFinished();
+    Outcome take(QNetworkReply *reply);
+    void abort(QNetworkReply *reply);
+    void takeTurns();
+
+    std::unique_ptr<QNetworkAccessManager> m_network;
+    PortalTarget m_portal = PortalTarget::Production;
+    QString m_idToken;
+    int m_requestsInFlight = 0;
+    std::list<Turn> m_turns;       ///< in the order of arrival
+    QThreadPool m_readerPool;      ///< its own: a listing does not wait for gigabytes to be encrypted
+    std::list<PoolWork> m_readers; ///< large bodies being read
+};
+
+template <class Read, class Then> RestClient::Abort RestClient::exchange(const Request &request, Read read, Then then)
+{
+    QPointer<QNetworkReply> reply(send(request));
+    connect(reply, &QNetworkReply::finished, this, [=] {
+        using Result = decltype(read(QByteArray()));
+        const Outcome outcome = take(reply);
+        const auto turn = m_turns.insert(m_turns.end(), Turn());
+        const auto result = std::make_shared<Result>();
+        const auto finish = [=] {
+            *turn = [=] { then(outcome, std::move(*result)); };
+            takeTurns();
+        };
+        if (!outcome.isRefused() && outcome.body.size() >= largeBody) {
+            const auto reader = m_readers.emplace(m_readers.end(), &m_readerPool);
+            reader->start([=](const std::atomic<bool> &) { *result = read(outcome.body); },
+                          [=] {
+                              m_readers.erase(reader);
+                              finish();
+                          });
+            return;
+        }
+        if (!outcome.isRefused())
+            *result = read(outcome.body);
+        finish();
+    });
+    return [=] { abort(reply); };
+}
+
+template <class Then> RestClient::Abort RestClient::exchange(const Request &request, Then then)
+{
+    return exchange(
+        request, [](const QByteArray &) { return std::monostate(); },
+        [then = std::move(then)](const Outcome &outcome, std::monostate) { then(outcome); });
+}
+
+template <class Result> void RestClient::call(const Call<Result> &call, const ResultDone<Result> &onComplete)
+{
+    exchange(call.request, call.read,
+             [this, onComplete, title = call.request.endpoint.title](const Outcome &outcome, Result &&result) {
+                 deliver(onComplete, operationError(outcome, title), std::move(result));
+             });
+}
+
+template <class... Values>
+void RestClient::call(const Request &request,
+                      const std::function<void(const ApiError &, const Values &...)> &onComplete,
+                      const Values &...values)
+{
+    exchange(request, [=, title = request.endpoint.title](const Outcome &outcome) {
+        deliver(onComplete, operationError(outcome, title), values...);
+    });
+}
+
+} // namespace Velmora

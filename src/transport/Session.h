@@ -1,0 +1,51 @@
+#pragma once
+
+#include <velmora/Callbacks.h>
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+class QJsonObject;
+
+namespace Velmora {
+
+class RestClient;
+struct Endpoint;
+
+/// The signed-in user: the tokens, and their renewal before they run out.
+///
+///     signed out ── logIn() ─▶ signing in ─ token ─▶ signed in ─ timer ─▶ renewing ─ token ─▶ signed in
+///
+/// A refusal leads to signed out, and so does `clear()`.
+class Session : public QObject {
+    Q_OBJECT
+public:
+    explicit Session(RestClient &rest);
+
+    bool isLoggedIn() const { return m_loggedIn; }
+    const QString &idToken() const { return m_idToken; }
+
+    void logIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
+               const Done &onComplete);
+    /// Forgets the tokens. Nothing is sent.
+    void clear();
+
+Q_SIGNALS:
+    /// Emitted for each successful answer to a sign-in or renewal.
+    void tokenChanged(const QString &idToken);
+
+private:
+    void renew();
+    void requestTokens(const Endpoint &endpoint, const QJsonObject &body, const Done &onComplete);
+    void acceptTokens(const Endpoint &endpoint, const QByteArray &body);
+    void setIdToken(const QString &idToken);
+
+    RestClient &m_rest;
+    QString m_idToken;
+    QString m_refreshToken;
+    bool m_loggedIn = false;
+    QTimer m_renewalTimer; ///< tests find it by the name "renewal"
+};
+
+} // namespace Velmora
