@@ -49,8 +49,8 @@ template <class T> T readValue(const QJsonValue &value, Form form, Width width)
         return value.toString().toStdString();
     } else if constexpr (std::is_same_v<T, bool>) {
         return value.toBool();
-    } else if constexpr (std::is_same_v<T, int>) {
-        return value.toInt();
+    } else if constexpr (std::is_same_v<T, int> || std::is_enum_v<T>) {
+        return static_cast<T>(value.toInt());
     } else if constexpr (std::is_same_v<T, long long>) {
         return width == Width::Int32 ? value.toInt() : value.toVariant().toLongLong();
     } else if constexpr (std::is_same_v<T, double>) {
@@ -77,6 +77,8 @@ template <class T> QJsonValue writeValue(const T &value, Form form)
         return value;
     } else if constexpr (std::is_same_v<T, long long>) {
         return static_cast<qint64>(value);
+    } else if constexpr (std::is_enum_v<T>) {
+        return static_cast<int>(value);
     } else if constexpr (std::is_arithmetic_v<T>) {
         return value;
     } else if constexpr (IsList<T>::value) {
@@ -124,6 +126,18 @@ template <class Record> QJsonObject writeRecord(const Record &record, Form form)
         object.insert(QLatin1String(key), Detail::writeValue(record.*field.member, form));
     });
     return object;
+}
+
+/// The key of a member in one of the forms.
+template <class Record, class Value> QLatin1String keyOf(Value Record::*member, Form form)
+{
+    const char *key = nullptr;
+    forEachField<Record>([&](const auto &field) {
+        if constexpr (std::is_convertible_v<decltype(field.member), Value Record::*>)
+            if (field.member == member)
+                key = form == Form::Reply ? field.replyKey : field.hostKey;
+    });
+    return QLatin1String(key);
 }
 
 /// Reads the top-level object of a reply's body.
