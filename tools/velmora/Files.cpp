@@ -62,8 +62,9 @@ QString namesOf(const Batch &batch, Phase phase)
             continue;
         text += QStringLiteral("\n  ") + shown(transfer.file.fileName);
         if (phase == Phase::Failed)
-            text += QStringLiteral(": ") + (transfer.error.errorCode == 0 ? withoutMarkup(transfer.error.errorMessage)
-                                                                          : errorText(transfer.error));
+            text +=
+                QStringLiteral(": ") + (transfer.error.errorCode == 0 ? shown(plainText(transfer.error.errorMessage))
+                                                                      : errorText(transfer.error));
     }
     return named > MostNames ? text + QStringLiteral("\n  and %1 more").arg(named - MostNames) : text;
 }
@@ -118,14 +119,9 @@ void checkDownloadFolder(const Options &options)
 std::optional<QString> localPathOf(const QString &folder, const std::string &cloudName)
 {
     const QString name = QString::fromStdString(cloudName);
-    for (const QString &part : name.split(QLatin1Char('/'))) {
-        const bool strange = std::any_of(part.begin(), part.end(), [](QChar character) {
-            return character.category() == QChar::Other_Control || character == QLatin1Char('\\') ||
-                   character == QLatin1Char(':');
-        });
-        if (strange || part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
-            return std::nullopt;
-    }
+    // A name with control characters could send commands to the terminal that lists the folder.
+    if (!isSafePath(cloudName) || shown(cloudName) != name)
+        return std::nullopt;
     return folder.isEmpty() ? name : QDir(folder).filePath(name);
 }
 

@@ -137,7 +137,7 @@ int Follow::noteProgress(const std::string &simulationId, int progress)
 void Follow::onSocketEnd(const ApiError &error)
 {
     // A simulation of several may have ended, so the socket's word is a reason to look, not the end.
-    if (isSuccess(error)) {
+    if (succeeded(error)) {
         m_lastMessage.invalidate();
         resubscribeLater();
         pollSoon();
@@ -193,7 +193,7 @@ void Follow::poll()
     m_session.api().getJobProgress(m_jobId, [=](const ApiError &error, const JobProgress &progress) {
         if (!isCurrent())
             return;
-        if (isSuccess(error))
+        if (succeeded(error))
             for (const SimulationProgress &entry : progress.simulationProgressList)
                 self->noteProgress(entry.simulationId, entry.progress);
         self->onAnswer(number);
@@ -217,7 +217,7 @@ void Follow::onAnswer(int round)
 
 void Follow::evaluate()
 {
-    if (!isSuccess(m_round.detailsError) || m_round.details.jobId.empty()) {
+    if (!succeeded(m_round.detailsError) || m_round.details.jobId.empty()) {
         onFailedPoll(m_round.detailsError);
         return;
     }
@@ -265,7 +265,7 @@ void Follow::onFailedPoll(const ApiError &error)
         renewSession();
         return;
     }
-    if (!isSuccess(error) && !passesByItself(error)) {
+    if (!succeeded(error) && !passesByItself(error)) {
         finish(End::Refused);
         return;
     }
@@ -289,7 +289,7 @@ void Follow::renewSession()
     m_session.signInAgain([self](const ApiError &error) {
         if (!self || self->m_ended)
             return;
-        if (isSuccess(error)) {
+        if (succeeded(error)) {
             self->m_pollTimer.start(0);
         } else {
             self->m_renewed = !passesByItself(error);

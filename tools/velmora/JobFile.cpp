@@ -161,7 +161,7 @@ QStringList checkMessages(const JobSubmit &job, const std::list<JobSubmitError> 
 {
     QStringList messages;
     for (const JobSubmitError error : errors) {
-        QString message = withoutMarkup(JobSubmit::errorMessage(error));
+        QString message = shown(plainText(JobSubmit::errorMessage(error)));
         if (error == JobSubmitError::TooFewCores && job.operation == JobOperation::Mpi)
             message += QStringLiteral(" (an MPI job states its cores as numberOfParts)");
         messages << message;

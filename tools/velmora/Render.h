@@ -13,8 +13,6 @@ namespace Velmora::Cli {
 
 /// Text of the service's for a terminal: control characters, which could steer it, are replaced.
 QString shown(const std::string &text);
-/// A message without its "<b>" markup.
-QString withoutMarkup(const std::string &message);
 /// A time stamp in milliseconds as local date and time; "-" for 0.
 QString dateText(long long milliseconds);
 /// Bytes in three digits: "999 B", "1.23 kB", "45.6 MB", "789 GB".

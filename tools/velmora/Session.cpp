@@ -97,7 +97,7 @@ void Session::signIn()
     const auto answer = ask<bool>([this](const auto &done) {
         // The message of a success holds tokens; it ends here.
         m_api.logUserIn(m_user, m_password, m_mfaCode, [done](const ApiError &error) {
-            done({error.errorCode, error.errorTitle, isSuccess(error) ? std::string() : error.errorMessage}, true);
+            done({error.errorCode, error.errorTitle, succeeded(error) ? std::string() : error.errorMessage}, true);
         });
     });
     check(answer.error);
@@ -155,7 +155,7 @@ JobDetails Session::job(const std::string &jobId)
 
 void Session::check(const ApiError &error) const
 {
-    if (!isSuccess(error))
+    if (!succeeded(error))
         throw failureOf(error);
 }
 
@@ -178,9 +178,9 @@ Failure Session::noConnection() const
 
 QString errorText(const ApiError &error)
 {
-    QString text = withoutMarkup(error.errorTitle);
+    QString text = shown(plainText(error.errorTitle));
     if (!error.errorMessage.empty())
-        text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + withoutMarkup(error.errorMessage);
+        text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + shown(plainText(error.errorMessage));
     return QStringLiteral("%1 (status %2)").arg(text, QString::number(error.errorCode));
 }
 

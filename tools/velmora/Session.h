@@ -13,9 +13,6 @@
 
 namespace Velmora::Cli {
 
-/// Below 300, and an answer at all.
-inline bool isSuccess(const ApiError &error) { return error.errorCode > 0 && error.errorCode < 300; }
-
 /// A `CloudAPI` set up from the options, and a way to wait for its operations.
 class Session {
 public:

@@ -29,14 +29,14 @@ private:
 /// One file.
 ///
 ///     up:    waiting ─▶ encrypting ─▶ sending ─▶ confirming ─▶ done
-///     down:  waiting ─▶ receiving ─▶ decrypting ─▶ joining ─▶ done
+///     down:  waiting ─▶ receiving ─▶ joining ─▶ done
 ///
-/// The library reports bytes and the end, so the phases in between are read from the bytes: none sent
-/// yet, some sent, all sent; not all received yet, all received. Joining shows by the file that grows
-/// beside the target. Each phase but done may end in failed or, after Ctrl-C, in undone.
+/// The library reports bytes and the end. The bytes tell the phases in between: none sent, some sent,
+/// all sent; some received, all received. While a download is joining, the library decrypts the last
+/// pieces and puts the file together. Each phase except done may end in failed or, after Ctrl-C, in undone.
 struct Transfer {
     enum class Direction { Up, Down };
-    enum class Phase { Waiting, Encrypting, Sending, Confirming, Receiving, Decrypting, Joining, Done, Failed, Undone };
+    enum class Phase { Waiting, Encrypting, Sending, Confirming, Receiving, Joining, Done, Failed, Undone };
 
     static Transfer up(const QString &localPath, const std::string &jobId);
     static Transfer down(const CloudFile &file, const QString &localPath);
