@@ -31,7 +31,7 @@ QString unreadable(const QString &path)
 
 bool isHidden(const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; }
 
-/// Whether an argument of the user's means a file.
+/// Decides whether a command line argument selects a file.
 class Selector {
 public:
     explicit Selector(const std::string &argument)
@@ -188,7 +188,7 @@ void moveFiles(Session &session, const Options &options, const QString &heading,
     TransferQueue(session, view, options, batch).run();
 }
 
-std::optional<Failure> verdictOn(Session &session, const Batch &batch, const QString &remedy)
+std::optional<Failure> batchFailure(Session &session, const Batch &batch, const QString &hint)
 {
     const int failed = batch.count(Phase::Failed);
     const int undone = batch.count(Phase::Undone);
@@ -201,20 +201,20 @@ std::optional<Failure> verdictOn(Session &session, const Batch &batch, const QSt
     if (undone > 0)
         parts << (interrupted ? QStringLiteral("interrupted; left undone:") : QStringLiteral("left undone:")) +
                      namesOf(batch, Phase::Undone);
-    if (!remedy.isEmpty())
-        parts << remedy;
+    if (!hint.isEmpty())
+        parts << hint;
     const QString message = parts.join(QLatin1Char('\n'));
     if (interrupted)
         return Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), message);
     const auto first = std::find_if(batch.transfers.begin(), batch.transfers.end(),
                                     [](const Transfer &transfer) { return transfer.phase == Phase::Failed; });
-    // A transfer that lost its connection ends like one that failed on this machine.
+    // A lost connection and a failure on this machine have the same code.
     const ApiError error = first == batch.transfers.end() ? ApiError() : first->error;
     const bool lost = error.errorCode == 0 || (error.errorCode == 400 && !session.isReachable());
     return Failure(lost ? ExitCode::NoConnection : ExitCode::Refused, error, message);
 }
 
-QString remedyFor(const Options &options, const Batch &batch, const std::string &jobId)
+QString retryHint(const Options &options, const Batch &batch, const std::string &jobId)
 {
     QString names;
     int count = 0;

@@ -23,7 +23,6 @@ std::string lowerCase(std::string text)
 
 std::string orUnknown(const std::string &status) { return status.empty() ? Unknown : lowerCase(status); }
 
-/// The dates of the first and the last status; 0 when there is none.
 std::pair<long long, long long> datesOf(const JobDetails &job)
 {
     if (job.jobStatus.empty())

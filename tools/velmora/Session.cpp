@@ -39,7 +39,7 @@ void trust(const std::string &file)
     QSslConfiguration::setDefaultConfiguration(configuration);
 }
 
-/// Why no connection can be made; empty when it can.
+/// Why no connection is possible; empty when one is.
 QString connectionProblem(const std::string &host)
 {
     const QUrl url(QStringLiteral("https://") + QString::fromStdString(host));
@@ -95,7 +95,7 @@ void Session::signIn()
     if (needsMfa)
         m_mfaCode = readMfaCode();
     const auto answer = ask<bool>([this](const auto &done) {
-        // The message of a success holds tokens; it ends here.
+        // The message of a successful sign-in holds tokens, so it is dropped here.
         m_api.logUserIn(m_user, m_password, m_mfaCode, [done](const ApiError &error) {
             done({error.errorCode, error.errorTitle, succeeded(error) ? std::string() : error.errorMessage}, true);
         });
@@ -168,7 +168,7 @@ bool Session::isReachable() const { return connectionProblem(m_host).isEmpty(); 
 
 Failure Session::noConnection() const
 {
-    // The library reports only that no answer came.
+    // The library reports only that there was no answer.
     QString reason = connectionProblem(m_host);
     if (reason.isEmpty())
         reason = QStringLiteral("the connection ended before an answer came");

@@ -57,7 +57,7 @@ void TransferQueue::pump()
         m_loop.quit();
         return;
     }
-    // While the session renews its token, a request would go out without one.
+    // While the session renews its token, a request would be sent without one.
     if (m_stop == Stop::None && !m_session.api().isUserLoggedIn() && m_renewalWaits < MostRenewalWaits) {
         ++m_renewalWaits;
         m_pumpTimer.start(RenewalWaitMs);
@@ -130,7 +130,7 @@ bool TransferQueue::hasStalled() const
 {
     if (m_limitMs == 0 || m_active == 0)
         return false;
-    // Work on this machine reports no progress, and what counts as sent may wait in the socket's buffer.
+    // Work on this machine reports no progress, and bytes that count as sent may wait in the socket's buffer.
     qint64 silentMs = 0;
     for (const Transfer &transfer : m_batch.transfers) {
         if (transfer.isLocal())
@@ -151,7 +151,7 @@ void TransferQueue::stop(Stop reason)
             transfer.end(Phase::Undone, {}, now());
             ++m_ended;
         } else if (transfer.isActive()) {
-            // One that is over already completes by itself.
+            // A finished transfer completes by itself.
             if (transfer.direction == Transfer::Direction::Up)
                 m_session.api().cancelUpload(transfer.uploadDetails());
             else
