@@ -51,7 +51,7 @@ JobSubmit::JobSubmit(const std::string &hostJson)
     *this = readRecord<JobSubmit>(object, Form::HostInput);
     if (operation == JobOperation::Mpi)
         coresRequired = object.value(QLatin1String(Schema<JobSubmit>::partsKey)).toInt();
-    coreHourEstimate *= static_cast<double>(simulations.size()); // hosts state it per simulation
+    coreHourEstimate *= static_cast<double>(simulations.size()); // applications state it per simulation
 }
 
 bool JobSubmit::validate(std::list<JobSubmitError> *errors) const

@@ -20,13 +20,13 @@ namespace Velmora {
 /// The three JSON forms of a record differ in key names and in how wide integers are.
 enum class Form {
     Reply,     ///< what the service sends
-    HostInput, ///< what a host passes as text
-    Host,      ///< what hosts receive as text; flags are the strings "true" and "false"
+    HostInput, ///< what an application passes as text
+    Host,      ///< what applications receive as text; flags are the strings "true" and "false"
 };
 
 inline QString toQt(const std::string &text) { return QString::fromStdString(text); }
 
-/// A request body or host text: the indented form.
+/// A request body, or text for an application: the indented form.
 inline QByteArray toText(const QJsonObject &object) { return QJsonDocument(object).toJson(); }
 
 template <class Record> Record readRecord(const QJsonObject &object, Form form);
@@ -158,7 +158,7 @@ template <class Record> std::list<Record> readReplyList(const QByteArray &body)
     return readReplyList<Record>(QJsonDocument::fromJson(body).array());
 }
 
-/// Reads a record that a host passes as text.
+/// Reads a record that an application passes as text.
 template <class Record> Record readHostText(const QByteArray &text)
 {
     return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::HostInput);
@@ -170,13 +170,13 @@ inline QString bodyMessage(const QByteArray &body)
     return QJsonDocument::fromJson(body).object().value(QLatin1String("message")).toString();
 }
 
-/// The text that a host receives for one record.
+/// The text that an application receives for one record.
 template <class Record> std::string hostText(const Record &record)
 {
     return toText(writeRecord(record, Form::Host)).toStdString();
 }
 
-/// The text that a host receives for a list: one object whose only key names the list.
+/// The text that an application receives for a list: one object whose only key names the list.
 template <class Record> std::string hostText(const std::list<Record> &records)
 {
     return toText({{QLatin1String(Schema<Record>::listKey), Detail::writeValue(records, Form::Host)}}).toStdString();
