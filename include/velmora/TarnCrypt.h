@@ -9,6 +9,12 @@
 
 namespace Velmora {
 
+/// The initialisation vector that every job file is encrypted with. With the job's key it is all that
+/// `TarnCrypt::do_decode_binfile` needs for a file as the service stores it. It is the same for every
+/// file, so two files that begin alike have cipher texts that begin alike.
+inline constexpr unsigned char jobFileIv[16] = {0x5C, 0x19, 0xE3, 0x07, 0xA2, 0x4F, 0x6B, 0xD0,
+                                                0x91, 0x3E, 0x28, 0xC7, 0xF4, 0x0A, 0x66, 0xB5};
+
 /// Static helpers without state. All of them are re-entrant, may be called on any thread, need no
 /// application object, log nothing and report failures by their result alone.
 ///

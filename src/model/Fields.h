@@ -19,7 +19,7 @@ template <class Record, class Value> struct Field {
     const char *hostKey;
     const char *replyObject = nullptr; ///< the reply's member object that holds the key; null: the reply itself
     Width replyWidth = Width::Natural;
-    bool input = false; ///< read when a host passes the record as text
+    bool input = false; ///< read when an application passes the record as text
     Width inputWidth = Width::Natural;
     QString (*clean)(const QString &) = nullptr; ///< applied to text from a reply
 
@@ -50,7 +50,7 @@ template <class Record, class Value> struct Field {
     }
 };
 
-/// A field with different names in the reply and towards the host.
+/// A field with different names in the reply and towards the application.
 template <class Record, class Value>
 constexpr Field<Record, Value> field(Value Record::*member, const char *replyKey, const char *hostKey)
 {

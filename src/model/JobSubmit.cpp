@@ -36,10 +36,11 @@ constexpr Message messages[] = {
 
 constexpr const char *operationNames[] = {"mpi", "simulation", "review", "build"};
 
-QString operationName(JobOperation operation)
+/// Undefined, which a body leaves out, for an operation that has none.
+QJsonValue operationName(JobOperation operation)
 {
     const int index = static_cast<int>(operation);
-    return index >= 0 && index < 4 ? QLatin1String(operationNames[index]) : QString();
+    return index >= 0 && index < 4 ? QLatin1String(operationNames[index]) : QJsonValue(QJsonValue::Undefined);
 }
 
 } // namespace
@@ -48,11 +49,9 @@ JobSubmit::JobSubmit(const std::string &hostJson)
 {
     const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(hostJson)).object();
     *this = readRecord<JobSubmit>(object, Form::HostInput);
-    jobPrecision = object.value(QLatin1String("jobPrecision")).toInt();
-    operation = static_cast<JobOperation>(object.value(QLatin1String("operation")).toInt());
     if (operation == JobOperation::Mpi)
-        coresRequired = object.value(QLatin1String("numberOfParts")).toInt();
-    coreHourEstimate *= static_cast<double>(simulations.size()); // hosts state it per simulation
+        coresRequired = object.value(QLatin1String(Schema<JobSubmit>::partsKey)).toInt();
+    coreHourEstimate *= static_cast<double>(simulations.size()); // applications state it per simulation
 }
 
 bool JobSubmit::validate(std::list<JobSubmitError> *errors) const
@@ -97,19 +96,22 @@ std::string JobSubmit::toSubmissionJson() const
     if (!validate())
         return {};
     QJsonObject body = writeRecord(*this, Form::Reply);
+    const auto state = [&body](auto member, const QJsonValue &value) {
+        body.insert(keyOf(member, Form::Reply), value);
+    };
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("hhmmss-ddMMyy"));
-    body[QLatin1String("jobName")] = toQt(jobName) + QLatin1Char('-') + stamp;
-    if (const QString name = operationName(operation); !name.isEmpty())
-        body[QLatin1String("operation")] = name;
     QJsonArray sweep;
     for (const std::string &parameters : simulations)
-        sweep.append(QJsonObject{{QLatin1String("consoleParameters"), toQt(parameters)}});
-    body[QLatin1String("simulations")] = sweep;
-    body[QLatin1String("jobType")] = sweep.size() < 2 ? QLatin1String("Cloud Configuration - Single Simulation")
-                                                      : QLatin1String("Cloud Configuration - Simulation Sweep");
-    body[QLatin1String("precision")] = jobPrecision != 0 ? QLatin1String("double") : QLatin1String("single");
-    body[QLatin1String("coreHourEstimate")] = coreHourEstimate / sweep.size();
-    body[QLatin1String("numberOfParts")] = operation == JobOperation::Mpi ? coresRequired : 1;
+        sweep.append(QJsonObject{{keyOf(&SimulationDetails::consoleParameters, Form::Reply), toQt(parameters)}});
+    state(&JobSubmit::jobName, toQt(jobName) + QLatin1Char('-') + stamp);
+    state(&JobSubmit::operation, operationName(operation));
+    state(&JobSubmit::simulations, sweep);
+    state(&JobSubmit::jobPrecision, jobPrecision != 0 ? QLatin1String("double") : QLatin1String("single"));
+    state(&JobSubmit::coreHourEstimate, coreHourEstimate / sweep.size());
+    body[QLatin1String(Schema<JobSubmit>::partsKey)] = operation == JobOperation::Mpi ? coresRequired : 1;
+    body[keyOf(&JobDetails::jobType, Form::Reply)] = sweep.size() < 2
+                                                         ? QLatin1String("Cloud Configuration - Single Simulation")
+                                                         : QLatin1String("Cloud Configuration - Simulation Sweep");
     return toText(body).toStdString();
 }
 

@@ -20,13 +20,13 @@ namespace Velmora {
 /// The three JSON forms of a record differ in key names and in how wide integers are.
 enum class Form {
     Reply,     ///< what the service sends
-    HostInput, ///< what a host passes as text
-    Host,      ///< what hosts receive as text; flags are the strings "true" and "false"
+    HostInput, ///< what an application passes as text
+    Host,      ///< what applications receive as text; flags are the strings "true" and "false"
 };
 
 inline QString toQt(const std::string &text) { return QString::fromStdString(text); }
 
-/// A request body or host text: the indented form.
+/// A request body, or text for an application: the indented form.
 inline QByteArray toText(const QJsonObject &object) { return QJsonDocument(object).toJson(); }
 
 template <class Record> Record readRecord(const QJsonObject &object, Form form);
@@ -49,8 +49,8 @@ template <class T> T readValue(const QJsonValue &value, Form form, Width width)
         return value.toString().toStdString();
     } else if constexpr (std::is_same_v<T, bool>) {
         return value.toBool();
-    } else if constexpr (std::is_same_v<T, int>) {
-        return value.toInt();
+    } else if constexpr (std::is_same_v<T, int> || std::is_enum_v<T>) {
+        return static_cast<T>(value.toInt());
     } else if constexpr (std::is_same_v<T, long long>) {
         return width == Width::Int32 ? value.toInt() : value.toVariant().toLongLong();
     } else if constexpr (std::is_same_v<T, double>) {
@@ -77,6 +77,8 @@ template <class T> QJsonValue writeValue(const T &value, Form form)
         return value;
     } else if constexpr (std::is_same_v<T, long long>) {
         return static_cast<qint64>(value);
+    } else if constexpr (std::is_enum_v<T>) {
+        return static_cast<int>(value);
     } else if constexpr (std::is_arithmetic_v<T>) {
         return value;
     } else if constexpr (IsList<T>::value) {
@@ -126,6 +128,18 @@ template <class Record> QJsonObject writeRecord(const Record &record, Form form)
     return object;
 }
 
+/// The key of a member in one of the forms.
+template <class Record, class Value> QLatin1String keyOf(Value Record::*member, Form form)
+{
+    const char *key = nullptr;
+    forEachField<Record>([&](const auto &field) {
+        if constexpr (std::is_convertible_v<decltype(field.member), Value Record::*>)
+            if (field.member == member)
+                key = form == Form::Reply ? field.replyKey : field.hostKey;
+    });
+    return QLatin1String(key);
+}
+
 /// Reads the top-level object of a reply's body.
 template <class Record> Record readReply(const QByteArray &body)
 {
@@ -144,7 +158,7 @@ template <class Record> std::list<Record> readReplyList(const QByteArray &body)
     return readReplyList<Record>(QJsonDocument::fromJson(body).array());
 }
 
-/// Reads a record that a host passes as text.
+/// Reads a record that an application passes as text.
 template <class Record> Record readHostText(const QByteArray &text)
 {
     return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::HostInput);
@@ -156,13 +170,13 @@ inline QString bodyMessage(const QByteArray &body)
     return QJsonDocument::fromJson(body).object().value(QLatin1String("message")).toString();
 }
 
-/// The text that a host receives for one record.
+/// The text that an application receives for one record.
 template <class Record> std::string hostText(const Record &record)
 {
     return toText(writeRecord(record, Form::Host)).toStdString();
 }
 
-/// The text that a host receives for a list: one object whose only key names the list.
+/// The text that an application receives for a list: one object whose only key names the list.
 template <class Record> std::string hostText(const std::list<Record> &records)
 {
     return toText({{QLatin1String(Schema<Record>::listKey), Detail::writeValue(records, Form::Host)}}).toStdString();

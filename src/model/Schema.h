@@ -202,9 +202,10 @@ template <> struct Schema<SimulationAbortState> {
     }
 };
 
-/// The fields that the service takes as they are; what is derived from several is in JobSubmit.cpp.
-/// Here the "reply" key is the one of the submission body.
+/// Here the "reply" key is the one of the submission body, where some values take another form: see JobSubmit.cpp.
 template <> struct Schema<JobSubmit> {
+    /// An MPI job states its cores under this key instead, and the body states them under both.
+    static constexpr const char *partsKey = "numberOfParts";
     static constexpr auto fields()
     {
         return std::make_tuple(
@@ -215,9 +216,11 @@ template <> struct Schema<JobSubmit> {
             field(&JobSubmit::coreHourEstimate, "coreHourEstimate").fromHost(),
             field(&JobSubmit::ramEstimate, "ramEstimate").fromHost(),
             field(&JobSubmit::mainFile, "mainFile").fromHost(),
+            field(&JobSubmit::jobPrecision, "precision", "jobPrecision").fromHost(),
             field(&JobSubmit::solverTag, "dockerTag", "solverTag").fromHost(),
             field(&JobSubmit::dependentFilesList, "fileDependencies", "dependentFilesList").fromHost(),
             field(&JobSubmit::dependentFilesAliasList, "fileAliases", "dependentFilesAliasList").fromHost(),
+            field(&JobSubmit::operation, "operation").fromHost(),
             field(&JobSubmit::simulations, "simulations").fromHost(),
             field(&JobSubmit::originApplication, "application", "originApplication").fromHost());
     }

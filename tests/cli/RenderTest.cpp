@@ -70,7 +70,7 @@ TEST(RenderTest, frames_anyTerminal_fitAndHideNothing)
         }
     Transfer transfer = batch.transfers[10];
     transfer.progress(1300000);
-    EXPECT_EQ(transfer.phase, Phase::Decrypting);
+    EXPECT_EQ(transfer.phase, Phase::Joining);
     EXPECT_EQ(transfer.share(), 100);
     transfer = batch.transfers[10];
     transfer.direction = Transfer::Direction::Up;

@@ -90,8 +90,8 @@ TEST(Records, NameEveryFieldInItsOrder)
     checkTable<SimulationAbortState>("jobId=jobID simulationId=simID status");
     checkTable<JobSubmit>(
         "jobId=jobID* accountId=accountID* jobName* coresRequired* coreHourEstimate* ramEstimate* mainFile* "
-        "dockerTag=solverTag* fileDependencies=dependentFilesList* fileAliases=dependentFilesAliasList* "
-        "simulations* application=originApplication*");
+        "precision=jobPrecision* dockerTag=solverTag* fileDependencies=dependentFilesList* "
+        "fileAliases=dependentFilesAliasList* operation* simulations* application=originApplication*");
 }
 
 TEST(Records, AreViewedFieldByField)

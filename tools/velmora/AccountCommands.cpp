@@ -69,7 +69,7 @@ void me(const Options &options)
     Session session(options);
     session.signIn();
     auto user = session.get<UserDetails>([&](const auto &done) { session.api().getCurrentUserDetails(done); });
-    // The service replaces all three at once.
+    // The service replaces all three values at once.
     if (options.firstName || options.lastName || options.company)
         user = session.get<UserDetails>([&](const auto &done) {
             session.api().modifyCurrentUserDetails(options.lastName.value_or(user.surname),

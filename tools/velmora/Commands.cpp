@@ -83,7 +83,7 @@ void progress(const Options &options)
     const auto result =
         session.get<JobProgress>([&](const auto &done) { session.api().getJobProgress(options.jobId, done); });
     print(options, toJson(result), [&] {
-        const BarStyle style = BarStyle::forTerminal(Terminal::speaksUtf8());
+        const BarStyle style = BarStyle::forTerminal(Terminal::supportsUtf8());
         Table table({{QStringLiteral("SIMULATION"), Align::Left},
                      {QStringLiteral("DONE"), Align::Right},
                      {QString(), Align::Left}});

@@ -26,7 +26,7 @@ Table transferTable(const Batch &batch, const QString &localTitle)
     return table;
 }
 
-/// A request's address ends at these; in a file's name they must not.
+/// Percent-encodes what would end the request's address.
 std::string addressable(const std::string &fileName)
 {
     QString name = QString::fromStdString(fileName);
@@ -79,7 +79,7 @@ void upload(const Options &options)
     moveFiles(session, options, QStringLiteral("uploading %1 to %2").arg(countText(batch), shown(options.jobId)),
               batch);
     const QJsonObject document = documentOf(options.jobId, "uploads", batch);
-    if (auto failure = verdictOn(session, batch, remedyFor(options, batch, options.jobId)))
+    if (auto failure = batchFailure(session, batch, retryHint(options, batch, options.jobId)))
         throw failure->with(document);
     print(options, document, [&] { return fitted(transferTable(batch, QStringLiteral("SENT FROM"))); });
 }
@@ -89,7 +89,7 @@ void download(const Options &options)
     checkDownloadFolder(options);
     Session session(options);
     session.signIn();
-    // A hidden file that is named is meant.
+    // A name or pattern may select hidden files.
     const bool all = options.allFiles || !options.files.empty();
     const auto listing = session.get<std::list<CloudFile>>(
         [&](const auto &done) { session.api().getJobFileList(options.jobId, all, done); });
@@ -101,7 +101,7 @@ void download(const Options &options)
                       .arg(countText(batch), shown(options.jobId), shown(folder.toStdString())),
                   batch);
     const QJsonObject document = documentOf(options.jobId, "downloads", batch);
-    if (auto failure = verdictOn(session, batch, remedyFor(options, batch, options.jobId)))
+    if (auto failure = batchFailure(session, batch, retryHint(options, batch, options.jobId)))
         throw failure->with(document);
     print(options, document, [&] { return fitted(transferTable(batch, QStringLiteral("SAVED AS"))); });
 }

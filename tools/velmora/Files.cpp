@@ -31,7 +31,7 @@ QString unreadable(const QString &path)
 
 bool isHidden(const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; }
 
-/// Whether an argument of the user's means a file.
+/// Decides whether a command line argument selects a file.
 class Selector {
 public:
     explicit Selector(const std::string &argument)
@@ -62,8 +62,9 @@ QString namesOf(const Batch &batch, Phase phase)
             continue;
         text += QStringLiteral("\n  ") + shown(transfer.file.fileName);
         if (phase == Phase::Failed)
-            text += QStringLiteral(": ") + (transfer.error.errorCode == 0 ? withoutMarkup(transfer.error.errorMessage)
-                                                                          : errorText(transfer.error));
+            text +=
+                QStringLiteral(": ") + (transfer.error.errorCode == 0 ? shown(plainText(transfer.error.errorMessage))
+                                                                      : errorText(transfer.error));
     }
     return named > MostNames ? text + QStringLiteral("\n  and %1 more").arg(named - MostNames) : text;
 }
@@ -118,14 +119,9 @@ void checkDownloadFolder(const Options &options)
 std::optional<QString> localPathOf(const QString &folder, const std::string &cloudName)
 {
     const QString name = QString::fromStdString(cloudName);
-    for (const QString &part : name.split(QLatin1Char('/'))) {
-        const bool strange = std::any_of(part.begin(), part.end(), [](QChar character) {
-            return character.category() == QChar::Other_Control || character == QLatin1Char('\\') ||
-                   character == QLatin1Char(':');
-        });
-        if (strange || part.isEmpty() || part == QLatin1String(".") || part == QLatin1String(".."))
-            return std::nullopt;
-    }
+    // A name with control characters could send commands to the terminal that lists the folder.
+    if (!isSafePath(cloudName) || shown(cloudName) != name)
+        return std::nullopt;
     return folder.isEmpty() ? name : QDir(folder).filePath(name);
 }
 
@@ -192,7 +188,7 @@ void moveFiles(Session &session, const Options &options, const QString &heading,
     TransferQueue(session, view, options, batch).run();
 }
 
-std::optional<Failure> verdictOn(Session &session, const Batch &batch, const QString &remedy)
+std::optional<Failure> batchFailure(Session &session, const Batch &batch, const QString &hint)
 {
     const int failed = batch.count(Phase::Failed);
     const int undone = batch.count(Phase::Undone);
@@ -205,20 +201,20 @@ std::optional<Failure> verdictOn(Session &session, const Batch &batch, const QSt
     if (undone > 0)
         parts << (interrupted ? QStringLiteral("interrupted; left undone:") : QStringLiteral("left undone:")) +
                      namesOf(batch, Phase::Undone);
-    if (!remedy.isEmpty())
-        parts << remedy;
+    if (!hint.isEmpty())
+        parts << hint;
     const QString message = parts.join(QLatin1Char('\n'));
     if (interrupted)
         return Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), message);
     const auto first = std::find_if(batch.transfers.begin(), batch.transfers.end(),
                                     [](const Transfer &transfer) { return transfer.phase == Phase::Failed; });
-    // A transfer that lost its connection ends like one that failed on this machine.
+    // A lost connection and a failure on this machine have the same code.
     const ApiError error = first == batch.transfers.end() ? ApiError() : first->error;
     const bool lost = error.errorCode == 0 || (error.errorCode == 400 && !session.isReachable());
     return Failure(lost ? ExitCode::NoConnection : ExitCode::Refused, error, message);
 }
 
-QString remedyFor(const Options &options, const Batch &batch, const std::string &jobId)
+QString retryHint(const Options &options, const Batch &batch, const std::string &jobId)
 {
     QString names;
     int count = 0;

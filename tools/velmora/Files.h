@@ -1,5 +1,5 @@
 /// @file Files.h
-/// Which local and cloud files a command means, and moving them.
+/// The local and cloud files that a command selects, and their transfer.
 #ifndef VELMORA_CLI_FILES_H
 #define VELMORA_CLI_FILES_H
 
@@ -14,17 +14,17 @@
 
 namespace Velmora::Cli {
 
-/// The files without those named twice. Throws `Failure` naming every one that cannot be read, and
-/// those that the storage, which knows no folders, could not tell apart.
+/// The files without duplicates. Throws `Failure` that names every file that cannot be read, and files
+/// with the same name: the storage has no folders, so one would replace the other.
 QStringList checkedInputs(const QStringList &paths);
 
 /// The folder for a job's files: `--to`, or one named after the job in the working directory.
 QString downloadFolder(const Options &options, const std::string &jobId);
-/// Throws `Failure` when nothing could be written there. Makes nothing.
+/// Throws `Failure` when the folder is not writable. Creates nothing.
 void checkDownloadFolder(const Options &options);
 
-/// Where a cloud file goes: its path below the job, below `folder`. No value for a name that would
-/// lead out of it.
+/// The local path of a cloud file: its path below the job, below `folder`. No value for a name that
+/// leads out of the folder, or that holds control characters.
 std::optional<QString> localPathOf(const QString &folder, const std::string &cloudName);
 
 /// Uploads of all paths to the job.
@@ -32,17 +32,17 @@ Batch uploadsOf(const QStringList &paths, const std::string &jobId);
 /// Downloads of all files of the listing, in its order; folders and repeated names are left out.
 Batch downloadsOf(const std::list<CloudFile> &listing, const QString &folder);
 /// Downloads of the files that the options name: by name, by folder, or by a pattern for the whole
-/// name or its last part. What matches nothing is in the batch as failed.
+/// name or its last part. An argument that matches nothing becomes a failed transfer.
 Batch selectedDownloads(const std::list<CloudFile> &listing, const Options &options, const QString &folder);
 
 /// Moves the files, showing progress under a heading.
 void moveFiles(Session &session, const Options &options, const QString &heading, Batch &batch);
 
-/// What became of a batch that is not done in full, and which words to give the user; no value for one
-/// that is. `remedy` follows the names, on lines of its own.
-std::optional<Failure> verdictOn(Session &session, const Batch &batch, const QString &remedy);
-/// The command that moves what the batch left behind; empty when none would.
-QString remedyFor(const Options &options, const Batch &batch, const std::string &jobId);
+/// The error of a batch that is not complete, with the names of the files; no value for a complete one.
+/// `hint` follows the names, on lines of its own.
+std::optional<Failure> batchFailure(Session &session, const Batch &batch, const QString &hint);
+/// A hint with the command that transfers the remaining files; empty when there is none.
+QString retryHint(const Options &options, const Batch &batch, const std::string &jobId);
 
 /// "3 files (812 MB)".
 QString countText(const Batch &batch);

@@ -108,27 +108,27 @@ bool Follow::applyProgress(const std::string &text)
     QJsonArray entries = message.value(QLatin1String("simulationProgressList")).toArray();
     if (message.contains(QLatin1String("simulationId")))
         entries.append(message);
-    bool allSaid = !entries.isEmpty();
+    bool unchanged = !entries.isEmpty();
     for (const QJsonValue &value : entries) {
         const QJsonObject entry = value.toObject();
         const std::string id = entry.value(QLatin1String("simulationId")).toString().toStdString();
         const QString status = entry.value(QLatin1String("status")).toString().toLower();
         const int before = m_state.progress[id];
         const int progress = noteProgress(id, entry.value(QLatin1String("progress")).toInt());
-        // A status goes with the job's records; without one, both ends of the progress hint at a change.
+        // Without a status in the message, the first progress and 100 percent mean that the status may have changed.
         if (status.isEmpty())
-            allSaid = allSaid && (before > 0 || progress == 0) && (before >= 100 || progress < 100);
+            unchanged = unchanged && (before > 0 || progress == 0) && (before >= 100 || progress < 100);
         else
-            allSaid = allSaid && status.toStdString() == statusOf(m_state.job, id);
+            unchanged = unchanged && status.toStdString() == statusOf(m_state.job, id);
     }
     if (!entries.isEmpty())
         m_view.update(m_state);
-    return allSaid;
+    return unchanged;
 }
 
 int Follow::noteProgress(const std::string &simulationId, int progress)
 {
-    // An answer and a message may overtake each other.
+    // Answers and messages may arrive out of order.
     int &known = m_state.progress[simulationId];
     known = std::max(known, progress);
     return known;
@@ -136,8 +136,8 @@ int Follow::noteProgress(const std::string &simulationId, int progress)
 
 void Follow::onSocketEnd(const ApiError &error)
 {
-    // A simulation of several may have ended, so the socket's word is a reason to look, not the end.
-    if (isSuccess(error)) {
+    // It may be one of several simulations that ended: only the job's records decide that the job has.
+    if (succeeded(error)) {
         m_lastMessage.invalidate();
         resubscribeLater();
         pollSoon();
@@ -174,7 +174,7 @@ void Follow::poll()
     m_pollTimer.stop();
     if (m_ended || m_round.unanswered > 0)
         return;
-    // While the session renews its token, a request would go out without one.
+    // While the session renews its token, a request would be sent without one.
     if (!m_session.api().isUserLoggedIn() && m_renewalWaits < MostRenewalWaits) {
         ++m_renewalWaits;
         m_pollTimer.start(RenewalWaitMs);
@@ -193,7 +193,7 @@ void Follow::poll()
     m_session.api().getJobProgress(m_jobId, [=](const ApiError &error, const JobProgress &progress) {
         if (!isCurrent())
             return;
-        if (isSuccess(error))
+        if (succeeded(error))
             for (const SimulationProgress &entry : progress.simulationProgressList)
                 self->noteProgress(entry.simulationId, entry.progress);
         self->onAnswer(number);
@@ -217,7 +217,7 @@ void Follow::onAnswer(int round)
 
 void Follow::evaluate()
 {
-    if (!isSuccess(m_round.detailsError) || m_round.details.jobId.empty()) {
+    if (!succeeded(m_round.detailsError) || m_round.details.jobId.empty()) {
         onFailedPoll(m_round.detailsError);
         return;
     }
@@ -240,7 +240,7 @@ void Follow::evaluate()
     case JobEnd::Going:
         break;
     }
-    // A socket that the service closed in good order says nothing more, and no loss is reported.
+    // After the service has closed the socket normally it stays silent, and no loss is reported.
     if (moved && m_lastMessage.isValid() && m_lastMessage.elapsed() > SilentMs && !m_resubscribeTimer.isActive()) {
         m_lastMessage.invalidate();
         resubscribeLater();
@@ -265,7 +265,7 @@ void Follow::onFailedPoll(const ApiError &error)
         renewSession();
         return;
     }
-    if (!isSuccess(error) && !passesByItself(error)) {
+    if (!succeeded(error) && !passesByItself(error)) {
         finish(End::Refused);
         return;
     }
@@ -289,7 +289,7 @@ void Follow::renewSession()
     m_session.signInAgain([self](const ApiError &error) {
         if (!self || self->m_ended)
             return;
-        if (isSuccess(error)) {
+        if (succeeded(error)) {
             self->m_pollTimer.start(0);
         } else {
             self->m_renewed = !passesByItself(error);

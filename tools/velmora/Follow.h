@@ -1,5 +1,5 @@
 /// @file Follow.h
-/// Following one job to its end.
+/// Follows one job to its end.
 #ifndef VELMORA_CLI_FOLLOW_H
 #define VELMORA_CLI_FOLLOW_H
 
@@ -16,40 +16,40 @@
 
 namespace Velmora::Cli {
 
-/// Follows a job by its live messages and by asking for its state.
+/// Follows a job by its live messages and by polling its state.
 ///
 ///      subscribe ┌──────────┐  message   ┌──────────┐
 ///     ──────────>│ untested ├───────────>│   live   │
 ///                └──┬────▲──┘            └────┬─────┘
 ///              lost │    │ after 1, 2, 4 …    │ lost, or the job
-///                   │    │ 30 s               │ moves unannounced
+///                   │    │ 30 s               │ changes silently
 ///                ┌──▼────┴──┐                 │
 ///                │   lost   │<────────────────┘
 ///                └──────────┘
 ///
-/// In every state the job's own records are asked for: seldom when messages come, more often when
-/// none do, and soon after each message that is not plain progress. They alone decide that the job
-/// has ended. A service that does not answer is asked again, ever less often, until the user's
-/// patience is over; a session that has run out is renewed when the credentials allow it.
+/// The job's records are polled in every state: rarely while messages arrive, more often without
+/// them, and soon after each message that is more than progress. Only the records decide that the job
+/// has ended. While the service does not answer, polls are repeated with growing delays until the
+/// user's patience expires. An expired session is renewed when the credentials allow it.
 class Follow : public QObject {
     Q_OBJECT
 public:
     enum class End { Finished, NotFinished, Refused, Unreachable, Interrupted };
 
-    /// The first three must outlive the follower. `state` is where the job stands and is kept up to date.
+    /// The first three must outlive the follower. `state` is kept up to date.
     Follow(Session &session, JobState &state, ProgressView &view, const Options &options);
     ~Follow() override;
 
-    /// Runs the event loop until the job has ended or following it makes no sense any more.
+    /// Runs the event loop until the job has ended or can no longer be followed.
     End run();
-    /// The service's last refusal.
+    /// The service's last error.
     const ApiError &error() const { return m_error; }
 
 private:
     void subscribe();
     void onMessage(const std::string &text);
     void onSocketEnd(const ApiError &error);
-    /// @return false when the job's records should be looked at.
+    /// @return false when the job's records should be polled.
     bool applyProgress(const std::string &text);
     int noteProgress(const std::string &simulationId, int progress);
     void resubscribeLater();
@@ -74,7 +74,7 @@ private:
     ApiError m_error;
 
     QTimer m_resubscribeTimer;
-    QElapsedTimer m_lastMessage; ///< valid once a message came
+    QElapsedTimer m_lastMessage; ///< valid once a message was received
     bool m_lost = false;
     int m_resubscribeMs;
 

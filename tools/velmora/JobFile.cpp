@@ -2,12 +2,17 @@
 
 #include "Output.h"
 
+#include "model/Json.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <map>
+#include <type_traits>
+#include <utility>
 
 namespace Velmora::Cli {
 
@@ -15,28 +20,27 @@ namespace {
 
 enum class Kind { Text, Texts, Whole, Number };
 
-struct Key {
-    const char *name;
-    Kind kind;
-};
+template <class Value> constexpr Kind kindOf()
+{
+    if constexpr (std::is_same_v<Value, std::string>)
+        return Kind::Text;
+    else if constexpr (std::is_same_v<Value, std::list<std::string>>)
+        return Kind::Texts;
+    else if constexpr (std::is_floating_point_v<Value>)
+        return Kind::Number;
+    else
+        return Kind::Whole;
+}
 
-constexpr Key knownKeys[] = {
-    {"jobID", Kind::Text},
-    {"accountID", Kind::Text},
-    {"jobName", Kind::Text},
-    {"mainFile", Kind::Text},
-    {"solverTag", Kind::Text},
-    {"dependentFilesList", Kind::Texts},
-    {"dependentFilesAliasList", Kind::Texts},
-    {"operation", Kind::Whole},
-    {"simulations", Kind::Texts},
-    {"coresRequired", Kind::Whole},
-    {"coreHourEstimate", Kind::Number},
-    {"jobPrecision", Kind::Whole},
-    {"ramEstimate", Kind::Whole},
-    {"numberOfParts", Kind::Whole},
-    {"originApplication", Kind::Text},
-};
+std::map<QString, Kind> knownKeys()
+{
+    std::map<QString, Kind> keys{{QLatin1String(Schema<JobSubmit>::partsKey), Kind::Whole}};
+    forEachField<JobSubmit>([&keys](const auto &field) {
+        using Value = std::decay_t<decltype(std::declval<JobSubmit>().*field.member)>;
+        keys.emplace(QLatin1String(field.hostKey), kindOf<Value>());
+    });
+    return keys;
+}
 
 bool fits(const QJsonValue &value, Kind kind)
 {
@@ -71,23 +75,22 @@ QString expectation(Kind kind)
     return QString();
 }
 
-QStringList unheeded(const QJsonObject &object)
+QStringList warningsOf(const QJsonObject &object, const JobSubmit &job)
 {
+    const std::map<QString, Kind> known = knownKeys();
     QStringList warnings;
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        const auto *key = std::find_if(std::begin(knownKeys), std::end(knownKeys),
-                                       [&](const Key &known) { return entry.key() == QLatin1String(known.name); });
+        const auto key = known.find(entry.key());
         const QString name = shown(entry.key().toStdString());
-        if (key == std::end(knownKeys))
+        if (key == known.end())
             warnings << QStringLiteral("unknown key \"%1\" is ignored").arg(name);
-        else if (!fits(entry.value(), key->kind))
-            warnings << QStringLiteral("\"%1\" is not %2 and reads as empty").arg(name, expectation(key->kind));
+        else if (!fits(entry.value(), key->second))
+            warnings << QStringLiteral("\"%1\" is not %2 and reads as empty").arg(name, expectation(key->second));
     }
-    const int operation = object.value(QLatin1String("operation")).toInt();
-    if (operation < 0 || operation > 3)
+    if (job.operation < JobOperation::Mpi || job.operation > JobOperation::Build)
         warnings << QStringLiteral("\"operation\" is not 0 (MPI), 1 (simulation), 2 (review) or 3 (build)");
-    const int files = object.value(QLatin1String("dependentFilesList")).toArray().size();
-    const int aliases = object.value(QLatin1String("dependentFilesAliasList")).toArray().size();
+    const auto files = job.dependentFilesList.size();
+    const auto aliases = job.dependentFilesAliasList.size();
     if (files != aliases)
         warnings << QStringLiteral("%1 dependent files have %2 aliases").arg(files).arg(aliases);
     return warnings;
@@ -122,7 +125,7 @@ JobFile readJobFile(const Options &options)
     result.inputs << folder.filePath(QString::fromStdString(result.job.mainFile));
     for (const std::string &name : result.job.dependentFilesList)
         result.inputs << folder.filePath(QString::fromStdString(name));
-    result.warnings = unheeded(document.object());
+    result.warnings = warningsOf(document.object(), result.job);
     if (result.job.originApplication.empty())
         result.job.originApplication = "velmora";
     if (!options.accountId.empty())
@@ -158,7 +161,7 @@ QStringList checkMessages(const JobSubmit &job, const std::list<JobSubmitError> 
 {
     QStringList messages;
     for (const JobSubmitError error : errors) {
-        QString message = withoutMarkup(JobSubmit::errorMessage(error));
+        QString message = shown(plainText(JobSubmit::errorMessage(error)));
         if (error == JobSubmitError::TooFewCores && job.operation == JobOperation::Mpi)
             message += QStringLiteral(" (an MPI job states its cores as numberOfParts)");
         messages << message;

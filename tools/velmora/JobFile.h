@@ -16,18 +16,18 @@ namespace Velmora::Cli {
 
 struct JobFile {
     JobSubmit job;
-    QStringList inputs;   ///< paths of the main file, then of what it depends on
-    QStringList warnings; ///< what the file says that will not be heeded
+    QStringList inputs;   ///< paths of the main file, then of its dependencies
+    QStringList warnings; ///< keys and values of the file that are ignored
 };
 
-/// Reads a job file. The origin defaults to "velmora"; `--account` wins over the file's account.
+/// Reads a job file. The origin defaults to "velmora"; `--account` overrides the file's account.
 /// Throws `Failure` when the file cannot be read or is not a JSON object.
 JobFile readJobFile(const Options &options);
 
-/// Reads a job file, warns of what will not be heeded, and throws `Failure` unless all checks hold.
+/// Reads a job file, prints its warnings, and throws `Failure` unless all checks pass.
 JobFile checkedJobFile(const Options &options);
 
-/// The checks that fail; the job id, which the service gives out later, is not asked for.
+/// The checks that fail, without the one for the job id, which the service assigns later.
 std::list<JobSubmitError> failedChecks(const JobSubmit &job);
 /// One line per failed check.
 QStringList checkMessages(const JobSubmit &job, const std::list<JobSubmitError> &errors);

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <vector>
+#include <utility>
 
 namespace Velmora::Cli {
 
@@ -15,43 +15,29 @@ constexpr const char *Unknown = "unknown";
 constexpr const char *Archived = "archived";
 constexpr const char *Finished = "finished";
 
-struct Step {
-    std::string status;
-    long long date;
-};
-
 std::string lowerCase(std::string text)
 {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
     return text;
 }
 
-/// Oldest first, whatever the order in which the service lists them; its order where dates are equal.
-std::vector<Step> historyOf(const JobDetails &job)
+std::string orUnknown(const std::string &status) { return status.empty() ? Unknown : lowerCase(status); }
+
+std::pair<long long, long long> datesOf(const JobDetails &job)
 {
-    std::vector<Step> steps;
-    for (const JobStatusEntry &entry : job.jobStatus)
-        steps.push_back({lowerCase(entry.jobStatus), entry.jobStatusDate});
-    std::stable_sort(steps.begin(), steps.end(), [](const Step &a, const Step &b) { return a.date < b.date; });
-    return steps;
+    if (job.jobStatus.empty())
+        return {0, 0};
+    const auto [first, last] =
+        std::minmax_element(job.jobStatus.begin(), job.jobStatus.end(),
+                            [](const auto &a, const auto &b) { return a.jobStatusDate < b.jobStatusDate; });
+    return {first->jobStatusDate, last->jobStatusDate};
 }
 
 } // namespace
 
-std::string statusOf(const JobDetails &job)
-{
-    const std::vector<Step> steps = historyOf(job);
-    return steps.empty() ? Unknown : steps.back().status;
-}
+std::string statusOf(const JobDetails &job) { return orUnknown(latestStatus(job)); }
 
-std::string statusOf(const SimulationDetails &simulation)
-{
-    const SimulationStatusEntry *latest = nullptr;
-    for (const SimulationStatusEntry &entry : simulation.simulationStatus)
-        if (latest == nullptr || entry.simulationStatusDate >= latest->simulationStatusDate)
-            latest = &entry;
-    return latest == nullptr ? Unknown : lowerCase(latest->simulationStatus);
-}
+std::string statusOf(const SimulationDetails &simulation) { return orUnknown(latestStatus(simulation)); }
 
 std::string statusOf(const JobDetails &job, const std::string &simulationId)
 {
@@ -62,10 +48,10 @@ std::string statusOf(const JobDetails &job, const std::string &simulationId)
 
 std::string outcomeOf(const JobDetails &job)
 {
-    const std::vector<Step> steps = historyOf(job);
-    const auto found =
-        std::find_if(steps.rbegin(), steps.rend(), [](const Step &step) { return step.status != Archived; });
-    return found == steps.rend() ? statusOf(job) : found->status;
+    JobDetails active;
+    active.jobStatus = job.jobStatus;
+    active.jobStatus.remove_if([](const JobStatusEntry &entry) { return lowerCase(entry.jobStatus) == Archived; });
+    return statusOf(active.jobStatus.empty() ? job : active);
 }
 
 JobEnd endOf(const JobDetails &job)
@@ -79,17 +65,9 @@ JobEnd endOf(const JobDetails &job)
     return failed ? JobEnd::NotFinished : JobEnd::Going;
 }
 
-long long submittedAt(const JobDetails &job)
-{
-    const std::vector<Step> steps = historyOf(job);
-    return steps.empty() ? 0 : steps.front().date;
-}
+long long submittedAt(const JobDetails &job) { return datesOf(job).first; }
 
-long long changedAt(const JobDetails &job)
-{
-    const std::vector<Step> steps = historyOf(job);
-    return steps.empty() ? 0 : steps.back().date;
-}
+long long changedAt(const JobDetails &job) { return datesOf(job).second; }
 
 int JobState::progressOf(const SimulationDetails &simulation) const
 {

@@ -1,5 +1,5 @@
 /// @file JobState.h
-/// How far a job is, read from its records.
+/// The state of a job, read from its records.
 #ifndef VELMORA_CLI_JOBSTATE_H
 #define VELMORA_CLI_JOBSTATE_H
 
@@ -15,7 +15,7 @@ struct JobState {
     JobDetails job;
     std::map<std::string, int> progress;
 
-    /// In percent, from 0 to 100; 100 for a simulation whose status says that it finished.
+    /// In percent, from 0 to 100; 100 for a finished simulation.
     int progressOf(const SimulationDetails &simulation) const;
 };
 
@@ -25,11 +25,11 @@ enum class JobEnd { Going, Finished, NotFinished };
 std::string statusOf(const JobDetails &job);
 std::string statusOf(const SimulationDetails &simulation);
 std::string statusOf(const JobDetails &job, const std::string &simulationId);
-/// The status that the job ended with: the latest one before it was archived.
+/// The status with which the job ended: the latest one before it was archived.
 std::string outcomeOf(const JobDetails &job);
 JobEnd endOf(const JobDetails &job);
 
-/// When the job came to the service, and when it was last heard of; 0 when not known.
+/// The dates of the job's first and last status; 0 when there is none.
 long long submittedAt(const JobDetails &job);
 long long changedAt(const JobDetails &job);
 

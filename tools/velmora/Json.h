@@ -1,25 +1,14 @@
 /// @file Json.h
-/// Records as JSON, under the key names of the library's host form.
+/// Records as JSON, by the library's field tables.
 #ifndef VELMORA_CLI_JSON_H
 #define VELMORA_CLI_JSON_H
 
-#include <velmora/Records.h>
-
-#include <QJsonArray>
-#include <QJsonObject>
+#include "model/Json.h"
 
 namespace Velmora::Cli {
 
-QJsonObject toJson(const ApiError &error);
-QJsonObject toJson(const JobDetails &job);
-QJsonObject toJson(const JobProgress &progress);
-QJsonObject toJson(const SimulationAbortState &state);
-QJsonObject toJson(const CloudFile &file);
-QJsonObject toJson(const AccountDetails &account);
-QJsonObject toJson(const AccountBalance &balance);
-QJsonObject toJson(const HpcDetails &cluster);
-QJsonObject toJson(const UserDetails &user);
-QJsonObject toJson(const ItemTag &tag);
+/// The form in which an application passes a record to the library: its key names, and flags that are booleans.
+template <class Record> QJsonObject toJson(const Record &record) { return writeRecord(record, Form::HostInput); }
 
 template <class List> QJsonArray toJsonArray(const List &records)
 {

@@ -10,7 +10,7 @@ namespace Velmora::Cli {
 
 namespace {
 
-/// Text as roff takes it: nothing in it is a request or an escape.
+/// Escapes text for roff, so that it holds no requests.
 std::string plain(const std::string &text)
 {
     std::string result;
@@ -36,7 +36,7 @@ std::string upper(std::string text)
     return text;
 }
 
-std::string asItStands(const std::string &text)
+std::string preformatted(const std::string &text)
 {
     return text.empty() ? std::string() : ".PP\n.nf\n" + plain(text) + "\n.fi\n";
 }
@@ -71,7 +71,7 @@ std::string entry(const CLI::Option &option)
     return text + '\n' + plain(option.get_description()) + '\n';
 }
 
-/// Paragraphs, those that begin with a title such as "Environment:" as sections.
+/// A section for each paragraph; a first line such as "Environment:" is its title.
 std::string sections(const std::string &footer)
 {
     std::string text;
@@ -81,9 +81,9 @@ std::string sections(const std::string &footer)
         const std::size_t firstEnd = paragraph.find(":\n");
         if (firstEnd < paragraph.find('\n'))
             text += ".SH " + upper(plain(paragraph.substr(0, firstEnd))) + '\n' +
-                    asItStands(paragraph.substr(firstEnd + 2));
+                    preformatted(paragraph.substr(firstEnd + 2));
         else
-            text += ".SH NOTES\n" + asItStands(paragraph);
+            text += ".SH NOTES\n" + preformatted(paragraph);
         begin = end + 2;
     }
     return text;
@@ -105,7 +105,7 @@ std::string manualPage(const CLI::App &app, const std::string &sharedGroup)
         for (const CLI::Option *option : command->get_options())
             if (option->get_group() != sharedGroup && option != command->get_help_ptr())
                 page << entry(*option);
-        page << asItStands(command->get_footer());
+        page << preformatted(command->get_footer());
     }
     page << sections(app.get_footer());
     return page.str();

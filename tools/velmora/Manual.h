@@ -1,5 +1,5 @@
 /// @file Manual.h
-/// The manual page, made of what the help says.
+/// The manual page, generated from the help texts.
 #ifndef VELMORA_CLI_MANUAL_H
 #define VELMORA_CLI_MANUAL_H
 
@@ -12,7 +12,7 @@ class App;
 namespace Velmora::Cli {
 
 /// The page of section 1 for man(1), in roff.
-/// @param sharedGroup the group of options that every command takes; they are told once.
+/// @param sharedGroup the group of options that every command takes; they are listed once.
 std::string manualPage(const CLI::App &app, const std::string &sharedGroup);
 
 } // namespace Velmora::Cli

@@ -1,5 +1,5 @@
 /// @file Options.h
-/// What the user asked for, and how the program ends.
+/// Command line options, exit codes, and the error that ends a command.
 #ifndef VELMORA_CLI_OPTIONS_H
 #define VELMORA_CLI_OPTIONS_H
 
@@ -17,11 +17,11 @@ namespace Velmora::Cli {
 /// The program's exit codes; `velmora --help` documents them.
 enum class ExitCode : int {
     Done = 0,
-    Refused = 1,      ///< the service answered and said no, or a file was not transferred
+    Refused = 1,      ///< the service refused, or a file was not transferred
     WrongUse = 2,     ///< bad arguments, a job file that is not valid, or a local file that cannot be read
     NoConnection = 3, ///< no answer came
-    NotFinished = 4,  ///< the job ended otherwise than finished
-    Interrupted = 130 ///< Ctrl-C; what runs at the service goes on
+    NotFinished = 4,  ///< the job ended without finishing
+    Interrupted = 130 ///< Ctrl-C; jobs at the service keep running
 };
 
 /// The arguments of every command, filled by the command line and the environment.
@@ -35,8 +35,8 @@ struct Options {
     bool json = false;
     bool verbose = false;
     bool quiet = false;
-    int timeoutSeconds = 60;   ///< for one answer; 0 waits for ever
-    int patienceSeconds = 300; ///< how long following a job outlasts a lost connection
+    int timeoutSeconds = 60;   ///< for one answer; 0 for no limit
+    int patienceSeconds = 300; ///< how long to follow a job without an answer
 
     std::string jobFile;
     std::string jobId;
@@ -46,7 +46,7 @@ struct Options {
 
     std::vector<std::string> files; ///< local paths, or names and patterns of cloud files
     std::string folder;             ///< where downloads go; empty: one named after the job
-    bool allFiles = false;          ///< hidden files, too
+    bool allFiles = false;          ///< include hidden files
     bool noUpload = false;
     bool noDownload = false;
 
@@ -60,23 +60,23 @@ struct Options {
     std::vector<std::string> tags;
 };
 
-/// Fills what the arguments left open from VELMORA_USER, VELMORA_PASSWORD and VELMORA_MFA.
+/// Fills empty options from VELMORA_USER, VELMORA_PASSWORD and VELMORA_MFA.
 void fillFromEnvironment(Options &options);
 
 /// The host that requests go to with these options.
 std::string hostOf(const Options &options);
 
-/// An argument as it is typed in a shell.
+/// An argument, quoted for a shell where needed.
 QString quoted(const std::string &argument);
-/// The options, as typed again, that reach the same service as the same user.
+/// The options that select the same service and user, as typed in a shell.
 QString sameOptions(const Options &options);
 
-/// Ends a command. Thrown outside of event loops only; `main` shows it.
+/// Ends a command. Thrown outside event loops only; `main` prints it.
 class Failure {
 public:
-    /// The client's own verdict.
+    /// An error that the client found.
     Failure(ExitCode code, const QString &title, const QString &message);
-    /// A verdict of the service's.
+    /// An error that the library reported.
     Failure(ExitCode code, ApiError error, const QString &message);
 
     /// Adds a member to the JSON document, beside "error".

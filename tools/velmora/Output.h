@@ -1,5 +1,5 @@
 /// @file Output.h
-/// What commands print.
+/// Printing of results.
 #ifndef VELMORA_CLI_OUTPUT_H
 #define VELMORA_CLI_OUTPUT_H
 
@@ -13,13 +13,13 @@
 
 namespace Velmora::Cli {
 
-/// A command's result: the JSON document, or text made only when asked for.
+/// Prints a command's result: the JSON document, or the text, which is then built.
 void print(const Options &options, const QJsonObject &document, const std::function<QString()> &text);
 
 /// The table, fitted to the terminal if standard output is one.
 QString fitted(const Table &table);
 
-/// Names and their values, one pair a line.
+/// Names and their values, one pair per line.
 using Facts = std::vector<std::pair<const char *, QString>>;
 QString fitted(const Facts &facts);
 

@@ -161,7 +161,7 @@ void ProgressView::draw()
 {
     Terminal::Size size = Terminal::size(Terminal::Stream::Error);
     --size.rows; // the cursor's own line
-    m_block.show(jobFrame(m_state, m_start.elapsed() / 1000, size, BarStyle::forTerminal(Terminal::speaksUtf8())),
+    m_block.show(jobFrame(m_state, m_start.elapsed() / 1000, size, BarStyle::forTerminal(Terminal::supportsUtf8())),
                  size.columns);
 }
 

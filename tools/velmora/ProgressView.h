@@ -19,33 +19,33 @@
 
 namespace Velmora::Cli {
 
-/// A block of lines at the bottom of a terminal that is drawn again and again in one place.
+/// A block of lines at the bottom of a terminal that is redrawn in place.
 class LiveBlock {
 public:
     using Write = std::function<void(const QString &)>;
     explicit LiveBlock(Write write);
-    /// Every line must fit the terminal's columns. What stands there is taken to have been wrapped
-    /// anew if the terminal has become narrower since.
+    /// Every line must fit the terminal's columns. If the terminal has become narrower
+    /// since, the drawn lines are assumed to have wrapped.
     void show(const QStringList &lines, int columns);
-    /// Takes the block away, so that other text can follow.
+    /// Erases the block, so that other text can follow.
     void clear(int columns);
-    /// Leaves the block where it stands.
+    /// Keeps the block as it is; the next one is drawn below it.
     void leave() { m_drawn.clear(); }
 
 private:
     QString toTop(int columns) const;
 
     Write m_write;
-    std::vector<int> m_drawn; ///< widths of the lines that stand there
+    std::vector<int> m_drawn; ///< widths of the lines on the terminal
 };
 
 enum class ProgressMode { Bars, Lines, None };
 
-/// Bars on a terminal, unless log lines would tear them; nothing when quiet.
+/// Bars on a terminal, unless log lines would break them; nothing when quiet.
 ProgressMode progressMode(const Options &options);
 
 /// The lines that show a job: a heading, then a bar for each simulation, at most `size.rows` in all.
-/// Where that is not enough, those that are under way come first and the last line sums up the rest.
+/// Where that is not enough, running simulations come first and the last line sums up the rest.
 QStringList jobFrame(const JobState &state, long long elapsedSeconds, Terminal::Size size, BarStyle style);
 
 /// Shows a job while it is followed.
@@ -57,7 +57,7 @@ public:
     ProgressView &operator=(const ProgressView &) = delete;
 
     void update(const JobState &state);
-    /// Draws the bars again, for the time that has passed.
+    /// Redraws the bars, which show the elapsed time.
     void tick();
     /// One line that stays; nothing when quiet.
     void notice(const QString &text);

@@ -50,15 +50,6 @@ QString shown(const std::string &text)
     return result;
 }
 
-QString withoutMarkup(const std::string &message)
-{
-    std::string text = message;
-    for (const char *mark : {"<b>", "</b>"})
-        for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at))
-            text.erase(at, std::char_traits<char>::length(mark));
-    return shown(text);
-}
-
 QString dateText(long long milliseconds)
 {
     if (milliseconds == 0)

@@ -1,5 +1,5 @@
 /// @file Render.h
-/// Text for people: columns that line up, bars, dates.
+/// Text output: aligned columns, bars, dates.
 #ifndef VELMORA_CLI_RENDER_H
 #define VELMORA_CLI_RENDER_H
 
@@ -11,10 +11,8 @@
 
 namespace Velmora::Cli {
 
-/// Text of the service's for a terminal: control characters, which could steer it, are replaced.
+/// Text of the service, safe for a terminal: control characters are replaced.
 QString shown(const std::string &text);
-/// A message without its "<b>" markup.
-QString withoutMarkup(const std::string &message);
 /// A time stamp in milliseconds as local date and time; "-" for 0.
 QString dateText(long long milliseconds);
 /// Bytes in three digits: "999 B", "1.23 kB", "45.6 MB", "789 GB".
@@ -22,7 +20,7 @@ QString sizeText(long long bytes);
 /// Seconds as "0:07", "12:30" or "2:05:09".
 QString durationText(long long seconds);
 
-/// The columns that the text takes on a terminal: none for marks, two for wide characters.
+/// The columns that the text takes on a terminal: none for combining marks, two for wide characters.
 int displayWidth(const QString &text);
 /// The text cut to a width, its last column an ellipsis where something was cut.
 QString elided(const QString &text, int width);
@@ -30,7 +28,7 @@ QString elided(const QString &text, int width);
 enum class Align { Left, Right };
 QString padded(const QString &text, int width, Align align = Align::Left);
 
-/// The share of a whole, from 0 to 100 whatever came in.
+/// The value, limited to 0 to 100.
 int percent(int value);
 
 struct BarStyle {
@@ -47,7 +45,7 @@ public:
     struct Column {
         QString title;
         Align align = Align::Left;
-        bool elastic = false; ///< gives way when the table is too wide
+        bool elastic = false; ///< shrinks when the table is too wide
     };
 
     explicit Table(std::vector<Column> columns);

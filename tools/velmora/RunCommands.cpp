@@ -35,7 +35,7 @@ QString statusText(const JobState &state)
              fitted(simulationTable(state)));
 }
 
-/// The account to charge when neither the file nor the arguments name one: the only one there is.
+/// The account to charge when neither the file nor the arguments name one: the user's only one.
 std::string onlyAccount(Session &session)
 {
     const auto accounts =
@@ -60,7 +60,7 @@ Failure failedUploads(const Failure &failure, const Batch &uploads, const std::s
         .with(QStringLiteral("uploads"), uploads.toJson());
 }
 
-/// Uploads the inputs under a new job id, then submits. `uploads` receives what became of the inputs.
+/// Uploads the inputs under a new job id, then submits. `uploads` receives the outcome of each upload.
 JobDetails submit(Session &session, const Options &options, JobSubmit job, const QStringList &inputs, Batch &uploads)
 {
     if (job.accountID.empty())
@@ -74,9 +74,9 @@ JobDetails submit(Session &session, const Options &options, JobSubmit job, const
         uploads = uploadsOf(inputs, job.jobID);
         moveFiles(session, options, QStringLiteral("uploading %1 to %2").arg(countText(uploads), shown(job.jobID)),
                   uploads);
-        if (const auto failure = verdictOn(session, uploads, QStringLiteral("no job was submitted")))
+        if (const auto failure = batchFailure(session, uploads, QStringLiteral("no job was submitted")))
             throw failedUploads(*failure, uploads, job.jobID);
-        // The storage knows no folders.
+        // The storage has no folders.
         job.mainFile = baseName(job.mainFile);
         for (std::string &name : job.dependentFilesList)
             name = baseName(name);
@@ -97,7 +97,7 @@ JobDetails submit(Session &session, const Options &options, JobSubmit job, const
     }
 }
 
-/// Follows the job to its end, finished or not. Throws `Failure` when it cannot be followed any longer.
+/// Follows the job to its end, finished or not. Throws `Failure` when it can no longer be followed.
 Follow::End follow(Session &session, const Options &options, JobState &state, const QString &notice = QString())
 {
     ProgressView view(progressMode(options));
@@ -128,7 +128,7 @@ Follow::End follow(Session &session, const Options &options, JobState &state, co
     return end;
 }
 
-/// Downloads what the job made. @return why not all of it arrived, if so.
+/// Downloads the job's results. @return the error, if not all of them arrived.
 std::optional<Failure> fetchResults(Session &session, const Options &options, const JobDetails &job, Batch &downloads)
 {
     std::list<CloudFile> listing;
@@ -154,7 +154,7 @@ std::optional<Failure> fetchResults(Session &session, const Options &options, co
         return std::nullopt;
     moveFiles(session, options,
               QStringLiteral("downloading %1 to %2").arg(countText(downloads), shown(folder.toStdString())), downloads);
-    return verdictOn(session, downloads, remedyFor(options, downloads, job.jobId));
+    return batchFailure(session, downloads, retryHint(options, downloads, job.jobId));
 }
 
 Failure notFinished(const JobDetails &job, const QString &more)
@@ -181,7 +181,7 @@ void run(const Options &options)
     state.job = submit(session, options, file.job, inputs, uploads);
     const Follow::End end = follow(session, options, state, QStringLiteral("submitted %1").arg(shown(state.job.jobId)));
 
-    // What a job has left behind that did not finish may say why.
+    // The results of a job that did not finish may show why.
     Batch downloads;
     std::optional<Failure> problem;
     if (!options.noDownload)

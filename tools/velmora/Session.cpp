@@ -39,7 +39,7 @@ void trust(const std::string &file)
     QSslConfiguration::setDefaultConfiguration(configuration);
 }
 
-/// Why no connection can be made; empty when it can.
+/// Why no connection is possible; empty when one is.
 QString connectionProblem(const std::string &host)
 {
     const QUrl url(QStringLiteral("https://") + QString::fromStdString(host));
@@ -95,9 +95,9 @@ void Session::signIn()
     if (needsMfa)
         m_mfaCode = readMfaCode();
     const auto answer = ask<bool>([this](const auto &done) {
-        // The message of a success holds tokens; it ends here.
+        // The message of a successful sign-in holds tokens, so it is dropped here.
         m_api.logUserIn(m_user, m_password, m_mfaCode, [done](const ApiError &error) {
-            done({error.errorCode, error.errorTitle, isSuccess(error) ? std::string() : error.errorMessage}, true);
+            done({error.errorCode, error.errorTitle, succeeded(error) ? std::string() : error.errorMessage}, true);
         });
     });
     check(answer.error);
@@ -155,7 +155,7 @@ JobDetails Session::job(const std::string &jobId)
 
 void Session::check(const ApiError &error) const
 {
-    if (!isSuccess(error))
+    if (!succeeded(error))
         throw failureOf(error);
 }
 
@@ -168,7 +168,7 @@ bool Session::isReachable() const { return connectionProblem(m_host).isEmpty(); 
 
 Failure Session::noConnection() const
 {
-    // The library reports only that no answer came.
+    // The library reports only that there was no answer.
     QString reason = connectionProblem(m_host);
     if (reason.isEmpty())
         reason = QStringLiteral("the connection ended before an answer came");
@@ -178,9 +178,9 @@ Failure Session::noConnection() const
 
 QString errorText(const ApiError &error)
 {
-    QString text = withoutMarkup(error.errorTitle);
+    QString text = shown(plainText(error.errorTitle));
     if (!error.errorMessage.empty())
-        text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + withoutMarkup(error.errorMessage);
+        text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + shown(plainText(error.errorMessage));
     return QStringLiteral("%1 (status %2)").arg(text, QString::number(error.errorCode));
 }
 

@@ -13,14 +13,11 @@
 
 namespace Velmora::Cli {
 
-/// Below 300, and an answer at all.
-inline bool isSuccess(const ApiError &error) { return error.errorCode > 0 && error.errorCode < 300; }
-
 /// A `CloudAPI` set up from the options, and a way to wait for its operations.
 class Session {
 public:
     /// Applies portal, host and certificate authority to the whole process. Throws `Failure` when
-    /// they make no sense.
+    /// they are invalid.
     explicit Session(const Options &options);
 
     CloudAPI &api() { return m_api; }
@@ -28,9 +25,9 @@ public:
     const std::string &user() const { return m_user; }
     bool usedMfa() const { return !m_mfaCode.empty(); }
 
-    /// Signs in, asking on the terminal for what is missing. Throws `Failure`.
+    /// Signs in and prompts on the terminal for missing credentials. Throws `Failure`.
     void signIn();
-    /// Signs in with the credentials used before, without asking; not possible with a one-time code.
+    /// Signs in with the same credentials, without a prompt; not possible with a one-time code.
     bool canSignInAgain() const { return !m_password.empty() && m_mfaCode.empty(); }
     void signInAgain(const CloudAPI::Done &onComplete);
 
@@ -63,7 +60,7 @@ public:
     /// The job's records. Throws `Failure`.
     JobDetails job(const std::string &jobId);
 
-    /// Throws what an outcome stands for, unless it is a success.
+    /// Throws `Failure` unless the operation succeeded.
     void check(const ApiError &error) const;
     Failure failureOf(const ApiError &error) const;
     Failure noConnection() const;
@@ -87,7 +84,7 @@ private:
     CloudAPI m_api;
 };
 
-/// What a person is told about an error of the service's.
+/// An error of the service as text for the user.
 QString errorText(const ApiError &error);
 
 } // namespace Velmora::Cli

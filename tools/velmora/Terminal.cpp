@@ -89,7 +89,7 @@ Size size(Stream stream)
     return result;
 }
 
-bool speaksUtf8() { return QByteArray(::nl_langinfo(CODESET)).toUpper() == "UTF-8"; }
+bool supportsUtf8() { return QByteArray(::nl_langinfo(CODESET)).toUpper() == "UTF-8"; }
 
 void write(Stream stream, const QString &text)
 {

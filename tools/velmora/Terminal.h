@@ -1,6 +1,6 @@
 /// @file Terminal.h
-/// All that touches the operating system's terminal, arguments and signals. Terminal.cpp is written for
-/// POSIX, TerminalWindows.cpp for Windows.
+/// Access to the operating system's terminal, arguments and signals. Terminal.cpp is for POSIX,
+/// TerminalWindows.cpp for Windows.
 #ifndef VELMORA_CLI_TERMINAL_H
 #define VELMORA_CLI_TERMINAL_H
 
@@ -16,9 +16,9 @@ namespace Velmora::Cli {
 
 namespace Terminal {
 
-/// The program's arguments without its own name; texts here and below are UTF-8 where files' names are.
+/// The program's arguments without its own name. Text here and below is UTF-8 where file names are.
 std::vector<std::string> arguments(int argc, char *argv[]);
-/// A variable of the environment; empty when it is not set.
+/// An environment variable; empty when it is not set.
 std::string environment(const char *name);
 
 enum class Stream { Output, Error };
@@ -31,14 +31,14 @@ struct Size {
 
 /// True when the stream is a terminal that can move its cursor.
 bool isTerminal(Stream stream);
-/// Asked afresh each time, so that a resized window is seen.
+/// Queried on each call, because the window may be resized.
 Size size(Stream stream);
 /// True when more than ASCII can be shown.
-bool speaksUtf8();
+bool supportsUtf8();
 void write(Stream stream, const QString &text);
 
 /// Asks on the controlling terminal, whatever standard input and output are connected to. The
-/// terminal's settings are restored however the question ends.
+/// terminal's settings are always restored.
 /// @return nothing when there is no terminal, at its end of input and when interrupted.
 std::optional<QString> ask(const QString &question, Echo echo);
 
@@ -46,7 +46,7 @@ std::optional<QString> ask(const QString &question, Echo echo);
 
 /// Ctrl-C and requests to terminate, delivered through the event loop. From the first call of
 /// `instance` the first signal is caught; a second one ends the process at once. Needs an
-/// application object and lives as long.
+/// application object, which owns it.
 class Interrupt : public QObject {
     Q_OBJECT
 public:

@@ -12,7 +12,7 @@ namespace Velmora::Cli {
 
 namespace {
 
-constexpr DWORD interruptDelay = 1000; // milliseconds until the handler's thread has surely run
+constexpr DWORD interruptDelay = 1000; // milliseconds to let the handler's thread run
 
 HANDLE consoleOf(Terminal::Stream stream)
 {
@@ -131,7 +131,7 @@ Size size(Stream stream)
     return result;
 }
 
-bool speaksUtf8() { return true; } // to a console as UTF-16, see write()
+bool supportsUtf8() { return true; } // to a console as UTF-16, see write()
 
 void write(Stream stream, const QString &text)
 {

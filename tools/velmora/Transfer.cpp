@@ -63,10 +63,7 @@ Transfer Transfer::failed(const CloudFile &file, const ApiError &error)
     return transfer;
 }
 
-bool Transfer::isLocal() const
-{
-    return phase == Phase::Encrypting || phase == Phase::Decrypting || phase == Phase::Joining;
-}
+bool Transfer::isLocal() const { return phase == Phase::Encrypting || phase == Phase::Joining; }
 
 void Transfer::begin(qint64 now)
 {
@@ -79,11 +76,10 @@ void Transfer::progress(qint64 bytes)
     if (!isActive())
         return;
     moved = std::clamp(bytes, moved, std::max(moved, total));
-    const bool all = moved >= total;
     if (direction == Direction::Up)
-        phase = all ? Phase::Confirming : Phase::Sending;
-    else if (all && phase == Phase::Receiving)
-        phase = Phase::Decrypting;
+        phase = moved >= total ? Phase::Confirming : Phase::Sending;
+    else if (hasReceivedAll(downloadDetails(), moved))
+        phase = Phase::Joining;
 }
 
 void Transfer::end(Phase how, const ApiError &why, qint64 now)
@@ -123,8 +119,6 @@ QString phaseText(Phase phase)
         return QStringLiteral("confirming");
     case Phase::Receiving:
         return QStringLiteral("receiving");
-    case Phase::Decrypting:
-        return QStringLiteral("decrypting");
     case Phase::Joining:
         return QStringLiteral("joining");
     case Phase::Done:

@@ -1,5 +1,5 @@
 /// @file Transfer.h
-/// Files on their way up or down: where each of them stands.
+/// Uploads and downloads, and their states.
 #ifndef VELMORA_CLI_TRANSFER_H
 #define VELMORA_CLI_TRANSFER_H
 
@@ -15,40 +15,40 @@
 
 namespace Velmora::Cli {
 
-/// Bytes a second over the last few seconds. Times are in milliseconds.
+/// Bytes per second over the last few seconds. Times are in milliseconds.
 class Meter {
 public:
     void note(qint64 now, qint64 bytes);
-    /// 0 as long as it is not known.
+    /// 0 while it is unknown.
     double rate() const;
 
 private:
     std::deque<std::pair<qint64, qint64>> m_samples;
 };
 
-/// One file.
+/// The transfer of one file.
 ///
 ///     up:    waiting ─▶ encrypting ─▶ sending ─▶ confirming ─▶ done
-///     down:  waiting ─▶ receiving ─▶ decrypting ─▶ joining ─▶ done
+///     down:  waiting ─▶ receiving ─▶ joining ─▶ done
 ///
-/// The library reports bytes and the end, so the phases in between are read from the bytes: none sent
-/// yet, some sent, all sent; not all received yet, all received. Joining shows by the file that grows
-/// beside the target. Each phase but done may end in failed or, after Ctrl-C, in undone.
+/// The library reports bytes and the end. The bytes tell the phases in between: none sent, some sent,
+/// all sent; some received, all received. While a download is joining, the library decrypts the last
+/// pieces and puts the file together. Each phase except done may end in failed or, after Ctrl-C, in undone.
 struct Transfer {
     enum class Direction { Up, Down };
-    enum class Phase { Waiting, Encrypting, Sending, Confirming, Receiving, Decrypting, Joining, Done, Failed, Undone };
+    enum class Phase { Waiting, Encrypting, Sending, Confirming, Receiving, Joining, Done, Failed, Undone };
 
     static Transfer up(const QString &localPath, const std::string &jobId);
     static Transfer down(const CloudFile &file, const QString &localPath);
-    /// One that has failed before it could begin.
+    /// A transfer that failed before it began.
     static Transfer failed(const CloudFile &file, const ApiError &error);
 
     bool isActive() const { return phase > Phase::Waiting && phase < Phase::Done; }
     bool hasEnded() const { return phase >= Phase::Done; }
-    /// Only this machine works on it.
+    /// The work is on this machine: no bytes are transferred.
     bool isLocal() const;
     void begin(qint64 now);
-    /// @param bytes counts what a form adds, too; beyond the file's own bytes it is ignored
+    /// @param bytes may include the overhead of a form; what exceeds the file's own bytes is ignored
     void progress(qint64 bytes);
     void end(Phase phase, const ApiError &error, qint64 now);
     /// In percent, from 0 to 100.
@@ -65,23 +65,23 @@ struct Transfer {
     Phase phase = Phase::Waiting;
     ApiError error;
     Meter meter;
-    qint64 begun = 0; ///< when
+    qint64 begun = 0; ///< in milliseconds, as passed to `begin`
     qint64 ended = 0;
 };
 
 /// "encrypting", "done", …
 QString phaseText(Transfer::Phase phase);
 
-/// Several files, as one piece of work.
+/// Several transfers that run together.
 struct Batch {
     std::vector<Transfer> transfers;
     Meter meter;
-    qint64 ended = 0; ///< when, in milliseconds from the start; 0 while it lasts
+    qint64 ended = 0; ///< in milliseconds from the start; 0 while it runs
 
     int count(Transfer::Phase phase) const;
     qint64 total() const;
     qint64 moved() const;
-    /// Of files that may still arrive.
+    /// The missing bytes of transfers that have not ended.
     qint64 left() const;
     QJsonArray toJson() const;
 };

@@ -2,7 +2,6 @@
 
 #include "Terminal.h"
 
-#include <QFileInfo>
 #include <QPointer>
 
 #include <algorithm>
@@ -20,14 +19,6 @@ constexpr int MostRenewalWaits = 40;
 constexpr qint64 SlowDiskBytesPerMs = 4000;
 constexpr qint64 SlowLinkBytesPerMs = 64;
 constexpr qint64 SocketBufferBytes = 4000000;
-
-/// The library joins a download in this file before it takes the target's place.
-bool isJoining(const Transfer &transfer)
-{
-    const QFileInfo target(transfer.localPath);
-    return QFileInfo::exists(
-        QStringLiteral("%1/UNCONFIRMED_JOIN.%2.VELMORA").arg(target.absolutePath(), target.fileName()));
-}
 
 } // namespace
 
@@ -66,7 +57,7 @@ void TransferQueue::pump()
         m_loop.quit();
         return;
     }
-    // While the session renews its token, a request would go out without one.
+    // While the session renews its token, a request would be sent without one.
     if (m_stop == Stop::None && !m_session.api().isUserLoggedIn() && m_renewalWaits < MostRenewalWaits) {
         ++m_renewalWaits;
         m_pumpTimer.start(RenewalWaitMs);
@@ -108,7 +99,7 @@ void TransferQueue::onProgress(size_t index, qint64 bytes)
 void TransferQueue::onComplete(size_t index, const ApiError &error)
 {
     Transfer &transfer = m_batch.transfers[index];
-    if (isSuccess(error))
+    if (succeeded(error))
         transfer.end(Phase::Done, {}, now());
     else if (m_stop == Stop::Interrupted)
         transfer.end(Phase::Undone, error, now());
@@ -126,8 +117,6 @@ void TransferQueue::onComplete(size_t index, const ApiError &error)
 void TransferQueue::tick()
 {
     for (Transfer &transfer : m_batch.transfers) {
-        if (transfer.phase == Phase::Decrypting && isJoining(transfer))
-            transfer.phase = Phase::Joining;
         if (transfer.phase == Phase::Sending || transfer.phase == Phase::Receiving)
             transfer.meter.note(now(), transfer.moved);
     }
@@ -141,7 +130,7 @@ bool TransferQueue::hasStalled() const
 {
     if (m_limitMs == 0 || m_active == 0)
         return false;
-    // Work on this machine reports no progress, and what counts as sent may wait in the socket's buffer.
+    // Work on this machine reports no progress, and bytes that count as sent may wait in the socket's buffer.
     qint64 silentMs = 0;
     for (const Transfer &transfer : m_batch.transfers) {
         if (transfer.isLocal())
@@ -162,7 +151,7 @@ void TransferQueue::stop(Stop reason)
             transfer.end(Phase::Undone, {}, now());
             ++m_ended;
         } else if (transfer.isActive()) {
-            // One that is over already completes by itself.
+            // A finished transfer completes by itself.
             if (transfer.direction == Transfer::Direction::Up)
                 m_session.api().cancelUpload(transfer.uploadDetails());
             else

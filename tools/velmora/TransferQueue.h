@@ -1,5 +1,5 @@
 /// @file TransferQueue.h
-/// Moving several files, a few at a time.
+/// Transfers several files, a few at a time.
 #ifndef VELMORA_CLI_TRANSFERQUEUE_H
 #define VELMORA_CLI_TRANSFERQUEUE_H
 
@@ -14,9 +14,9 @@
 
 namespace Velmora::Cli {
 
-/// Moves a batch of files. One that fails does not keep the others from going on. Ctrl-C cancels those
-/// on their way and begins no others; so does a standstill of all for as long as the user's time limit,
-/// which the library, having none of its own, would sit out for ever.
+/// Transfers a batch of files. A failed transfer does not stop the others. Ctrl-C cancels the active
+/// transfers and starts no more. So does the user's time limit when no transfer moves for that long:
+/// by itself the library would wait without limit.
 class TransferQueue : public QObject {
     Q_OBJECT
 public:

@@ -42,7 +42,7 @@ double averageOf(qint64 bytes, qint64 milliseconds)
 
 QString tookText(qint64 milliseconds) { return QStringLiteral("in %1").arg(durationText((milliseconds + 500) / 1000)); }
 
-/// What a line says behind its bar.
+/// The figures behind a bar.
 struct Figures {
     int percent = 0;
     QString rate;
@@ -125,7 +125,7 @@ QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle styl
     const bool several = batch.transfers.size() > 1;
     std::vector<const Transfer *> transfers;
     int nameWidth = 0;
-    if (several) // as wide as it may get, so that the columns stand still
+    if (several) // the widest text, so that the columns do not move
         nameWidth =
             displayWidth(totalText(batch)) - displayWidth(sizeText(batch.moved())) + SizeWidth - PhaseWidth - Gap;
     for (const Transfer &transfer : batch.transfers) {
@@ -189,7 +189,7 @@ void TransferView::update(const Batch &batch, qint64 now)
     if (m_mode == ProgressMode::Bars) {
         Terminal::Size size = Terminal::size(Terminal::Stream::Error);
         --size.rows; // the cursor's own line
-        m_block.show(transferFrame(batch, size, BarStyle::forTerminal(Terminal::speaksUtf8())), size.columns);
+        m_block.show(transferFrame(batch, size, BarStyle::forTerminal(Terminal::supportsUtf8())), size.columns);
     } else if (m_mode == ProgressMode::Lines) {
         writeChanges(batch, now);
     }
@@ -208,7 +208,7 @@ void TransferView::writeChanges(const Batch &batch, qint64 now)
         const Transfer &transfer = batch.transfers[index];
         Written &written = m_written[index];
         const bool moved = transfer.phase != written.phase;
-        // A phase that is over in a moment is not worth a line.
+        // A short phase gets no line.
         const bool due = transfer.hasEnded() ? moved
                          : transfer.isActive()
                              ? now - std::max(written.at, transfer.begun) >= (moved ? BriefMs : LineIntervalMs)

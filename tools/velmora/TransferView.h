@@ -1,5 +1,5 @@
 /// @file TransferView.h
-/// Files on their way, on standard error: a bar each that redraws in place, or plain lines.
+/// Transfers on standard error: one bar each that redraws in place, or plain lines.
 #ifndef VELMORA_CLI_TRANSFERVIEW_H
 #define VELMORA_CLI_TRANSFERVIEW_H
 
@@ -10,11 +10,11 @@
 
 namespace Velmora::Cli {
 
-/// The lines that show files: a bar each, and one for all where there are several; at most `size.rows`
-/// in all. Where that is not enough, those on their way come first and one line sums up the rest.
+/// The lines that show transfers: a bar each, and one for all where there are several; at most `size.rows`
+/// in all. Where that is not enough, active transfers come first and one line sums up the rest.
 QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle style);
 
-/// Shows a batch while it lasts.
+/// Shows a batch while it runs.
 class TransferView {
 public:
     explicit TransferView(ProgressMode mode);
@@ -22,7 +22,7 @@ public:
     TransferView(const TransferView &) = delete;
     TransferView &operator=(const TransferView &) = delete;
 
-    /// What the batch is, in a line that stays.
+    /// Prints a line above the bars.
     void heading(const QString &text);
     void update(const Batch &batch, qint64 now);
 
@@ -31,7 +31,7 @@ private:
 
     struct Written {
         Transfer::Phase phase = Transfer::Phase::Waiting;
-        qint64 at = 0; ///< the time of the last line, or of the first phase
+        qint64 at = 0; ///< the time of the last line
     };
 
     ProgressMode m_mode;

@@ -2,8 +2,8 @@
 # finds it; without that package, source this file.
 
 # Fills `kinds` with the words that may follow: what kind of value each takes, nothing for one without.
-# The program tells them, so that no second list can go stale. "-" stands for arguments that are files.
-_velmora_learn()
+# The program prints them, so that there is no second list to maintain. "-" stands for arguments that are files.
+_velmora_load_words()
 {
     local word kind
     kinds=()
@@ -17,14 +17,14 @@ _velmora()
     local program=${1/#\~\//$HOME/} current=${COMP_WORDS[COMP_CWORD]} before=$1 command= kind word i
     local -A kinds
     COMPREPLY=()
-    _velmora_learn
+    _velmora_load_words
     # Bash splits "--portal=test" into three words.
     for ((i = 1; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         [[ $word == = ]] && continue
         if [[ -z $command && $word != -* && ${kinds[$word]+known} && -z ${kinds[$before]-} ]]; then
             command=$word
-            _velmora_learn "$command"
+            _velmora_load_words "$command"
         fi
         before=$word
     done

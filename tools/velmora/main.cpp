@@ -57,39 +57,40 @@ constexpr const char *RunHelp = R"(JOB.json is an object with these keys:
   accountID                account to charge; --account wins over it
   originApplication        submitting application, "velmora" unless given
 The job id is filled in. The main file and the further input files are uploaded first, and the job is
-submitted when all of them have arrived. When it has ended, finished or not, what it made is downloaded,
-each simulation's files into a folder of their own. Ctrl-C cancels transfers and says what was left
-undone, but leaves a submitted job running and says how to watch it again.
+submitted when all of them have arrived. When it has ended, finished or not, its results are downloaded,
+each simulation's files into a folder of their own. Ctrl-C cancels transfers and lists what is left, but
+leaves a submitted job running and prints the command to watch it again.
 
 Example:
   velmora run examples/jobs/beam-single.json --account ACCOUNT)";
 
-constexpr const char *WatchHelp = R"(Follows a job that was submitted before until it ends, as run does. Its results
-stay at the service; "velmora download JOB" fetches them. Ctrl-C leaves the job running.)";
+constexpr const char *WatchHelp = R"(Follows a submitted job until it ends, as run does. Its results stay at the
+service; "velmora download JOB" downloads them. Ctrl-C leaves the job running.)";
 
-constexpr const char *FilesHelp = R"(Without JOB the files of all your jobs, with SIMULATION those that it made.)";
+constexpr const char *FilesHelp =
+    R"(Without JOB: the files of all your jobs. With SIMULATION: the files of that simulation only.)";
 
 constexpr const char *UploadHelp =
-    R"(Files are encrypted with the job's key on this machine. A file of the same name that the job has
-already is replaced; folders are left out of the names.)";
+    R"(Files are encrypted with the job's key on this machine. The name in the cloud is the file's name
+without its folder. A file of the same name that the job already has is replaced.)";
 
 constexpr const char *DownloadHelp =
     R"(FILE is a name as "velmora files JOB" lists it, a folder such as a simulation, or a pattern with *, ?
-or [...] for the whole name or its last part; put patterns in quotes. Without FILE all files are fetched,
-the inputs too. They keep their paths below the job, so that files of one name in several simulations
-stay apart. A local file of that name is replaced when its download is complete.
+or [...] for the whole name or its last part; put patterns in quotes. Without FILE all files are downloaded,
+including the inputs. They keep their paths below the job, so that files of the same name in several
+simulations stay separate. A local file of that name is replaced when its download is complete.
 
 Examples:
   velmora download job-1f2e3d4c
   velmora download job-1f2e3d4c sim-1 'summary.*' --to results)";
 
-constexpr const char *StopHelp = R"(Without SIMULATION every simulation of the job is stopped.)";
+constexpr const char *StopHelp = R"(Without SIMULATION: every simulation of the job is stopped.)";
 
 constexpr const char *ValidateHelp = R"(Runs every check on a job file and names each one that fails. Nothing is sent.
-Exit code 0 when all hold, 2 otherwise.)";
+Exit code 0 when all pass, 2 otherwise.)";
 
 constexpr const char *MeHelp =
-    R"(With one of the options the details are changed first; what is not given stays as it is.
+    R"(With one of the options the details are changed first; the others stay as they are.
 
 Example:
   velmora me --company 'Field Aerodynamics')";
@@ -97,7 +98,7 @@ Example:
 constexpr const char *EventHelp =
     R"(Events tell the service what its users do, such as TYPE "open" of SOURCE "mesher".)";
 
-constexpr const char *TagsHelp = R"(Without JOB and --account the tags in every account of yours.)";
+constexpr const char *TagsHelp = R"(Without JOB and --account: the tags of all your accounts.)";
 
 constexpr const char *FindHelp = R"(Lists your jobs that carry all of these tags.)";
 
@@ -121,17 +122,17 @@ void addCommonOptions(CLI::App &app, Options &options)
         ->type_name("FILE")
         ->group(SharedGroup);
     app.add_option("--timeout", options.timeoutSeconds,
-                   "Seconds to wait for an answer, or for a file to move; 60 unless given, 0 for ever")
+                   "Seconds to wait for an answer or for bytes to move; 60 unless given, 0 for no limit")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, 86400).description(""))
         ->group(SharedGroup);
     app.add_flag("--json", options.json, "One JSON document on standard output, also for a failure")
         ->group(SharedGroup);
-    app.add_flag("--verbose", options.verbose, "Log what goes on to standard error")->group(SharedGroup);
+    app.add_flag("--verbose", options.verbose, "Write the library's log to standard error")->group(SharedGroup);
     app.add_flag("--quiet", options.quiet, "No progress and no notices")->group(SharedGroup);
 }
 
-/// Wires the commands: each is one entry here and one function.
+/// Defines the commands: each is one entry here and one function.
 class CommandLine {
 public:
     explicit CommandLine(Options &options)
@@ -139,7 +140,7 @@ public:
     {
         m_app.name("velmora");
         m_app.set_version_flag("--version", std::string("velmora ") + VELMORA_VERSION, "Print the version");
-        m_app.allow_windows_style_options(false); // a path may begin with a slash there, too
+        m_app.allow_windows_style_options(false); // a path may begin with a slash on Windows, too
         m_app.require_subcommand(1);
         m_app.footer(ProgramHelp);
         addCommonOptions(m_app, m_options);
@@ -157,16 +158,16 @@ public:
         addJobId(*watch);
         addPatience(*watch);
         add("jobs", "List your jobs, newest first", "", Velmora::Cli::jobs);
-        addJobId(*add("job", "Show all that is known about a job", "", Velmora::Cli::job));
-        addJobId(*add("progress", "Show how far a job's simulations are", "", Velmora::Cli::progress));
+        addJobId(*add("job", "Show a job's details", "", Velmora::Cli::job));
+        addJobId(*add("progress", "Show the progress of a job's simulations", "", Velmora::Cli::progress));
         CLI::App *stop = add("stop", "Stop a job, or one of its simulations", StopHelp, Velmora::Cli::stop);
         addJobId(*stop);
         stop->add_option("SIMULATION", m_options.simulationId, "Simulation id")->type_name("");
-        addJobId(*add("archive", "Archive a job and list the jobs after that", "", Velmora::Cli::archive));
+        addJobId(*add("archive", "Archive a job, then list your jobs", "", Velmora::Cli::archive));
         CLI::App *files = add("files", "List files in the cloud", FilesHelp, Velmora::Cli::files);
         addJobId(*files)->required(false);
         files->add_option("SIMULATION", m_options.simulationId, "Simulation id")->type_name("");
-        files->add_flag("--all", m_options.allFiles, "Hidden files, too");
+        files->add_flag("--all", m_options.allFiles, "Include hidden files");
         CLI::App *upload = add("upload", "Upload files to a job", UploadHelp, Velmora::Cli::upload);
         m_localFiles.push_back(
             upload->add_option("FILE", m_options.files, "Files to upload")->type_name("")->required());
@@ -175,7 +176,7 @@ public:
         addJobId(*download);
         download->add_option("FILE", m_options.files, "Names or patterns of files")->type_name("");
         addFolder(*download);
-        download->add_flag("--all", m_options.allFiles, "Hidden files, too");
+        download->add_flag("--all", m_options.allFiles, "Include hidden files");
         CLI::App *rm = add("rm", "Delete a job's file", "", Velmora::Cli::rm);
         addJobId(*rm);
         rm->add_option("FILE", m_options.files, "Name as \"velmora files JOB\" lists it")
@@ -204,7 +205,7 @@ public:
 private:
     void addAccountCommands()
     {
-        add("accounts", "List the accounts that you may work under", "", Velmora::Cli::accounts);
+        add("accounts", "List your accounts", "", Velmora::Cli::accounts);
         addAccountId(
             *add("balance", "Show an account's core hours and recent transactions", "", Velmora::Cli::balance));
         CLI::App *me = add("me", "Show your own details, or change them", MeHelp, Velmora::Cli::me);
@@ -216,15 +217,15 @@ private:
         hpc->add_flag("--preferred", m_options.preferred, "Preferred clusters only");
         CLI::App *event = add("event", "Report an event to the service", EventHelp, Velmora::Cli::event);
         event->add_option("TYPE", m_options.eventType, "Kind of event")->type_name("")->required();
-        event->add_option("SOURCE", m_options.eventSource, "Where it comes from")->type_name("")->required();
-        event->add_option("VALUE", m_options.eventValue, "More about it")->type_name("");
+        event->add_option("SOURCE", m_options.eventSource, "Source of the event")->type_name("")->required();
+        event->add_option("VALUE", m_options.eventValue, "Details of the event")->type_name("");
     }
     void addTagCommands()
     {
         CLI::App *tag = add("tag", "Tag a job", "", Velmora::Cli::tag);
         addJobId(*tag);
         addTag(*tag)->expected(1);
-        CLI::App *untag = add("untag", "Take a tag off a job", "", Velmora::Cli::untag);
+        CLI::App *untag = add("untag", "Remove a tag from a job", "", Velmora::Cli::untag);
         addJobId(*untag);
         addTag(*untag)->expected(1);
         CLI::App *tags = add("tags", "List the tags of a job or an account", TagsHelp, Velmora::Cli::tags);
@@ -276,7 +277,7 @@ private:
             ->check(CLI::Range(0, 86400).description(""));
     }
 
-    /// One line for each word, and behind it what an option's value is; "- FILE" where arguments are local files.
+    /// One line for each word, with the kind of an option's value; "- FILE" where arguments are local files.
     void printWords() const
     {
         const CLI::App *app = m_wordsAfter.empty() ? &m_app : m_app.get_subcommand(m_wordsAfter);
@@ -301,7 +302,7 @@ private:
     std::string m_wordsAfter;
 };
 
-/// The arguments in the order that CLI11 takes them, the last one first.
+/// The arguments in the order that CLI11 expects, the last one first.
 std::vector<std::string> inOrder(const std::vector<std::string> &given)
 {
     std::vector<std::string> arguments;
@@ -323,7 +324,7 @@ int fail(const Failure &failure, bool json)
 {
     if (json)
         Terminal::write(Terminal::Stream::Output, QString::fromUtf8(QJsonDocument(failure.toJson()).toJson()));
-    // The terminal has put its "^C" where the cursor stood.
+    // The terminal has written its "^C" at the cursor.
     const bool midLine = failure.code() == ExitCode::Interrupted && Terminal::isTerminal(Terminal::Stream::Error);
     Terminal::write(
         Terminal::Stream::Error,
