@@ -126,10 +126,10 @@ void SignInDialog::setBusy(bool busy)
     showError(m_error, QString());
 }
 
-void SignInDialog::stay(const QString &problem, QLineEdit *toMend)
+void SignInDialog::stay(const QString &problem, QLineEdit *field)
 {
     setBusy(false);
     showError(m_error, problem);
-    toMend->setFocus();
-    toMend->selectAll();
+    field->setFocus();
+    field->selectAll();
 }
