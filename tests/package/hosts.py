@@ -108,6 +108,11 @@ class Hosts(unittest.TestCase):
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         code, output = self.host(*command, "ACC-NONE", **library)
         self.assertEqual((code, "Error Requesting Job ID" in output), (1, True), output)
+        without_upload = f"import sys; sys.path.insert(0, '{SOURCE}/examples/python_host')\n" \
+            "import main; main.Session.upload = lambda *_: None; main.run(*sys.argv[1:])"
+        code, output = self.host(sys.executable, "-c", without_upload, source, self.folder,
+                                 **self.start_portal("--require-inputs"), **library)
+        self.assertEqual((code, output.count("did not finish: its last status is FAILED")), (1, 1), output)
 
     def test_desktop(self):
         program = os.path.dirname(self.by_cmake("desktop", "tests/package")) + "/drive"
