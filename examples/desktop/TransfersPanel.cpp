@@ -79,7 +79,7 @@ void TransfersPanel::downloadResults(const std::string &jobId, const QString &jo
 {
     TaskRow *row = addRow(tr("Results of %1").arg(jobName));
     const auto onList = [=](const ApiError &error, std::list<Velmora::CloudFile> files) {
-        // What lies below a simulation is a result, everything else an input.
+        // Files of a simulation are results, all others are inputs.
         files.remove_if(
             [](const auto &file) { return file.directory || file.fileName.find('/') == std::string::npos; });
         if (succeeded(error) && files.empty())
