@@ -5,8 +5,8 @@
 /// flags start as zero and false. Time stamps are passed through as the service sends them (today's
 /// service: milliseconds since 1970, UTC).
 ///
-/// The functions below the records answer what every application asks of them. They are inline, keep
-/// no state and may be called on any thread.
+/// The functions after the records read them. They are inline, keep no state and may be called on any
+/// thread.
 #ifndef VELMORA_RECORDS_H
 #define VELMORA_RECORDS_H
 
@@ -17,51 +17,59 @@
 
 namespace Velmora {
 
-/// Which of the service's portals to talk to. Any other value leaves the host empty, so that every
-/// request fails, unless the environment variable VELMORA_API_URL names a host.
+/// The portals of the service. With any other value every request fails, unless the environment variable
+/// VELMORA_API_URL names a host.
 enum class PortalTarget : std::int32_t {
     Test = 0,
     Development = 1,
     Production = 2,
 };
 
-/// The outcome of an operation; the first argument of every completion callback, on success too.
+/// The outcome of an operation: the first argument of every completion callback, on success too. Use
+/// `succeeded` to read it.
 struct ApiError {
-    /// The HTTP status as received. Below 300 is success, but 0 means that no answer came at all
-    /// (refused, reset, certificate not trusted): treat 0 as a failure. The library's own refusals
-    /// use 400.
+    /// The HTTP status as received; below 300 is success. 0 means that no answer came at all (connection
+    /// refused or broken, certificate not trusted): a failure. The library's own refusals and broken
+    /// transfers have the code 400.
     int errorCode = 0;
-    std::string errorTitle;   ///< short title of the failed operation; empty on success
-    std::string errorMessage; ///< the service's own explanation; empty on success, but see `CloudAPI::logUserIn`
+    /// On failure, the operation that failed; empty with code 0. On success empty, except that a download
+    /// has "Download Success", and job messages have "Socket Message Success" or "Simulation Finished".
+    std::string errorTitle;
+    /// On failure, the explanation of the service or the library; may be empty, may contain the markup that
+    /// `plainText` removes. On success empty, except that `CloudAPI::logUserIn` puts the whole answer here,
+    /// tokens included.
+    std::string errorMessage;
 };
 
 /// One file or directory stored in the cloud under a job.
 struct CloudFile {
     std::string jobId;
-    std::string fileName;   ///< name, with its path below the job or simulation
-    long long fileSize = 0; ///< bytes
+    std::string fileName;   ///< name, with its path below the job
+    long long fileSize = 0; ///< bytes as stored, that is, encrypted
     long long fileDate = 0;
     std::string fileHash; ///< content hash as the service reports it
     bool directory = false;
 };
 
-/// One download: the request, what its callbacks receive, and the key for `CloudAPI::cancelDownload`.
+/// One download: what `CloudAPI::downloadFile` takes, what its callbacks receive, and what
+/// `CloudAPI::cancelDownload` finds it by.
 struct FileDownloadDetails {
     std::string localFileLocation; ///< full path of the file to write
     CloudFile cloudFileDetails;    ///< the file to fetch
 };
 
-/// One upload: the request, what its callbacks receive, and the key for `CloudAPI::cancelUpload`.
+/// One upload: what `CloudAPI::uploadFile` takes, what its callbacks receive, and what
+/// `CloudAPI::cancelUpload` finds it by.
 struct FileUploadDetails {
     std::string localFileLocation; ///< full path of the file to send
     std::string cloudFileJobID;    ///< job to upload into
-    long long totalFileSize = 0;   ///< bytes; callbacks receive the size found on disk
+    long long totalFileSize = 0;   ///< bytes; ignored in a request, callbacks receive the size found on disk
 };
 
-/// Names one cloud file to delete.
+/// The cloud file to delete.
 struct DeleteFileDetails {
     std::string jobId;
-    std::string simulationId; ///< empty when the file lies directly under the job
+    std::string simulationId; ///< empty if the file is directly under the job
     std::string fileName;
 };
 

