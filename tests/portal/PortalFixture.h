@@ -2,7 +2,7 @@
 
 // The portal seen by clients of another make: bare TLS sockets and `openssl enc`.
 
-#include "Portal.h"
+#include "portal/Portal.h"
 #include "support/Loopback.h"
 
 #include <QDeadlineTimer>

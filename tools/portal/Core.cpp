@@ -1,6 +1,6 @@
-#include "Core.h"
+#include "portal/Core.h"
 
-#include "Text.h"
+#include "portal/http/Text.h"
 
 #include <algorithm>
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Control.h"
-#include "Directory.h"
-#include "FaultList.h"
-#include "Journal.h"
-#include "Records.h"
-#include "Server.h"
-#include "Service.h"
-#include "StorageService.h"
+#include "portal/control/Control.h"
+#include "portal/control/FaultList.h"
+#include "portal/control/Journal.h"
+#include "portal/http/Server.h"
+#include "portal/os/Directory.h"
+#include "portal/service/Records.h"
+#include "portal/service/Service.h"
+#include "portal/storage/StorageService.h"
 
 #include <map>
 

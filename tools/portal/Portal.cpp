@@ -1,7 +1,7 @@
-#include "Portal.h"
+#include "portal/Portal.h"
 
-#include "Core.h"
-#include "Records.h"
+#include "portal/Core.h"
+#include "portal/service/Records.h"
 
 #include <algorithm>
 #include <fstream>

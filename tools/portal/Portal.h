@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Http.h"
+#include "portal/http/Http.h"
 
 #include <chrono>
 #include <cstdint>

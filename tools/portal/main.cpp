@@ -1,5 +1,5 @@
-#include "Control.h"
-#include "Portal.h"
+#include "portal/Portal.h"
+#include "portal/control/Control.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "portal/Portal.h"
+#include "portal/json/Body.h"
+#include "portal/storage/Store.h"
+
+namespace VelmoraPortal {
+
+/// What the control paths can do; the portal implements it on its own thread.
+class Controlled {
+public:
+    virtual ~Controlled() = default;
+    virtual void addFault(const Fault &fault) = 0;
+    virtual void dropFaults() = 0;
+    virtual Json faultsJson() const = 0;
+    virtual Json stateOf() const = 0;
+    virtual Json requestsJson() const = 0;
+    virtual void dropRequests() = 0;
+    virtual Json socketsJson() const = 0;
+    virtual void invalidateTokens() = 0;
+    virtual void changeTokenLifetime(std::chrono::seconds lifetime) = 0;
+    virtual void changeJobDuration(std::chrono::milliseconds duration) = 0;
+    virtual StorageOptions storageOptions() const = 0;
+    virtual void changeStorage(const StorageOptions &options) = 0;
+    virtual Store &fileStore() = 0;
+    /// "send", "close", "drop" or "silence"; returns how many sockets were open.
+    virtual std::size_t touchSockets(const std::string &action, const std::string &jobId, const std::string &text,
+                                     int code) = 0;
+};
+
+/// Answers a request under /control/; 4xx with a message when it is not as it should be.
+HttpResponse control(const HttpRequest &request, Controlled &portal);
+
+Json toJson(const Fault &fault);
+Json toJson(const SeenRequest &request);
+Json toJson(const SeenSocket &socket);
+
+/// One line a control path, for help texts.
+extern const char *const controlHelp;
+
+} // namespace VelmoraPortal

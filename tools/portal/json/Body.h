@@ -1,0 +1,52 @@
+#pragma once
+
+#include "portal/http/Http.h"
+
+#include <set>
+#include <stdexcept>
+
+#include <nlohmann/json.hpp>
+
+namespace VelmoraPortal {
+
+using Json = nlohmann::json;
+
+/// A request that the service turns down, with the status and the message of its answer.
+struct Refusal : std::runtime_error {
+    Refusal(int code, const std::string &message)
+        : std::runtime_error(message)
+        , status(code)
+    {
+    }
+    int status;
+};
+
+/// Reads the members of a JSON object and turns it down (400) when one is missing, of another type, out
+/// of range, or not known at all.
+class Body {
+public:
+    explicit Body(const Json &object, std::string where = {});
+
+    std::string text(const char *key, bool mayBeEmpty = false, std::size_t longest = 65536);
+    std::string text(const char *key, const std::set<std::string> &allowed);
+    long long integer(const char *key, long long least, long long most);
+    double positive(const char *key);
+    const Json &array(const char *key);
+    std::vector<std::string> texts(const char *key);
+    bool has(const char *key) const { return m_object.contains(key); }
+    /// To be called last: refuses members that were not asked for.
+    void end() const;
+
+private:
+    const Json &member(const char *key, const char *type, bool (Json::*is)() const noexcept);
+    [[noreturn]] void refuse(const char *key, const std::string &problem) const;
+
+    const Json &m_object;
+    std::string m_where;
+    std::set<std::string> m_known;
+};
+
+/// The object in a request's body, or a refusal.
+Json parseObject(const std::string &text);
+
+} // namespace VelmoraPortal
