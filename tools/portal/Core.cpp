@@ -211,7 +211,7 @@ std::optional<Answer> Core::refusal(const HttpRequest &request, std::uint64_t id
         note(request, 101, true, 0);
         return {};
     } catch (const Refusal &refusal) {
-        answer.response = {refusal.status, "application/json", dump({{"message", refusal.what()}}), {}, nullptr};
+        answer.response = messageResponse(refusal.status, refusal.what());
         answer.delay = delay;
         note(request, refusal.status, true, 0);
         return answer;

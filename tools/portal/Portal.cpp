@@ -1,7 +1,6 @@
 #include "portal/Portal.h"
 
 #include "portal/Core.h"
-#include "portal/service/Records.h"
 
 #include <algorithm>
 #include <fstream>

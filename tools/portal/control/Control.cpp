@@ -1,6 +1,7 @@
 #include "portal/control/Control.h"
 
 #include "portal/http/Text.h"
+#include "portal/json/Body.h"
 #include "portal/service/Records.h"
 
 #include <algorithm>
@@ -329,9 +330,6 @@ Json toJson(const SeenSocket &socket)
 
 HttpResponse control(const HttpRequest &request, Controlled &portal)
 {
-    const auto answer = [](int status, const Json &body) {
-        return HttpResponse{status, "application/json", dump(body), {}, nullptr};
-    };
     const std::string path = pathOf(request.target).substr(std::string("/control/").size());
     bool known = false;
     try {
@@ -341,16 +339,16 @@ HttpResponse control(const HttpRequest &request, Controlled &portal)
         for (const ControlRoute &route : controlRoutes) {
             known = known || path == route.path;
             if (path == route.path && request.method == route.verb)
-                return answer(200, route.answer(request, portal));
+                return {200, "application/json", dump(route.answer(request, portal)), {}, nullptr};
         }
     } catch (const Refusal &refusal) {
-        return answer(refusal.status, {{"message", refusal.what()}});
+        return messageResponse(refusal.status, refusal.what());
     } catch (const std::exception &error) {
-        return answer(500, {{"message", error.what()}});
+        return messageResponse(500, error.what());
     }
     if (known)
-        return answer(405, {{"message", "Not with " + request.method}});
-    return answer(404, {{"message", "There is no control path \"" + path + "\""}});
+        return messageResponse(405, "Not with " + request.method);
+    return messageResponse(404, "There is no control path \"" + path + "\"");
 }
 
 } // namespace VelmoraPortal

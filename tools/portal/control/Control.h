@@ -1,7 +1,9 @@
 #pragma once
 
-#include "portal/Portal.h"
-#include "portal/json/Body.h"
+#include "portal/control/Fault.h"
+#include "portal/control/Journal.h"
+#include "portal/json/Json.h"
+#include "portal/storage/StorageOptions.h"
 #include "portal/storage/Store.h"
 
 namespace VelmoraPortal {

@@ -1,5 +1,7 @@
 #include "portal/control/FaultList.h"
 
+#include "portal/http/Text.h"
+
 namespace VelmoraPortal {
 namespace {
 
@@ -60,7 +62,7 @@ std::optional<Fault> FaultList::take(Moment moment, const std::string &path)
 
 std::string faultPath(const std::string &target)
 {
-    std::string path = target.substr(0, target.find('?'));
+    std::string path = pathOf(target);
     path.erase(0, path.find_first_not_of('/'));
     if (path.compare(0, 4, "api/") == 0)
         path.erase(0, 4);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "portal/Portal.h"
+#include "portal/control/Fault.h"
 
 #include <list>
 #include <optional>

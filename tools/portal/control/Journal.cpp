@@ -11,18 +11,7 @@ constexpr std::size_t maxSockets = 1000;
 constexpr std::size_t maxTexts = 1000;
 constexpr std::size_t maxTextBytes = 1024;
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
 } // namespace
-
-const std::string *findHeader(const Headers &headers, std::string_view name)
-{
-    const auto same = [](char a, char b) { return lower(a) == lower(b); };
-    for (const auto &[key, value] : headers)
-        if (std::equal(key.begin(), key.end(), name.begin(), name.end(), same))
-            return &value;
-    return nullptr;
-}
 
 std::string SeenRequest::header(const std::string &name) const
 {

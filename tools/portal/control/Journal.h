@@ -1,11 +1,41 @@
 #pragma once
 
-#include "portal/Portal.h"
+#include "portal/http/Http.h"
 
 #include <deque>
 #include <map>
 
 namespace VelmoraPortal {
+
+/// A request as it was received, in the order of arrival.
+struct SeenRequest {
+    std::string method;
+    std::string target;
+    Headers headers;              ///< in order, names as sent
+    std::string body;             ///< of what goes to the storage only the first 64 KiB
+    std::uint64_t bodySize = 0;   ///< all of it that was read
+    std::uint64_t connection = 0; ///< the same number means the same connection
+    int status = 0;               ///< what was answered; 0: nothing
+    bool processed = false;       ///< false when a fault kept the service from it
+
+    /// The first value of that header (any letter case), or "".
+    std::string header(const std::string &name) const;
+    bool hasHeader(const std::string &name) const;
+};
+
+/// A socket that was accepted, open or not any more.
+struct SeenSocket {
+    std::uint64_t id = 0;
+    std::string jobId;
+    Headers headers;                ///< of the handshake
+    std::vector<std::string> pings; ///< payloads, the latest thousand
+    std::vector<std::string> texts; ///< received, the latest thousand
+    std::uint64_t sent = 0;         ///< texts sent
+    bool open = true;
+    bool silent = false;
+    int closeCode = 0; ///< of the client's close frame, 0 when there was none
+    std::string closeReason;
+};
 
 /// What the portal has seen: requests and sockets, the oldest dropped once there are too many.
 class Journal {

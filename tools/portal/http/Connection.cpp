@@ -1,5 +1,4 @@
 #include "portal/http/ServerImpl.h"
-#include "portal/storage/CipherFile.h"
 
 #include <algorithm>
 #include <cstdlib>

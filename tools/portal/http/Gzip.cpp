@@ -1,4 +1,4 @@
-#include "portal/storage/CipherFile.h"
+#include "portal/http/Http.h"
 
 #include <algorithm>
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,12 +34,26 @@ public:
     virtual std::size_t give(char *to, std::size_t room) = 0;
 };
 
+std::shared_ptr<BodySource> textBytes(std::string text);
+/// The same body as gzip (without compression, for speed and a length known at the start).
+std::shared_ptr<BodySource> gzipped(std::shared_ptr<BodySource> source);
+
 struct HttpResponse {
     int status = 200;
     std::string contentType = "application/json";
     std::string body;
     Headers headers;
     std::shared_ptr<BodySource> source; ///< sent in place of `body`
+};
+
+/// A request that the service turns down, with the status and the message of its answer.
+struct Refusal : std::runtime_error {
+    Refusal(int code, const std::string &message)
+        : std::runtime_error(message)
+        , status(code)
+    {
+    }
+    int status;
 };
 
 /// A response and how it goes out.
@@ -75,5 +90,8 @@ public:
     /// The connection is reset after so many bytes of the body; below 0: never.
     virtual long long resetAfter() const { return -1; }
 };
+
+/// Takes a body and forgets it, then gives that answer.
+std::unique_ptr<BodySink> discarding(Answer answer);
 
 } // namespace VelmoraPortal

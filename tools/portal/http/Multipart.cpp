@@ -1,6 +1,7 @@
 #include "portal/http/Multipart.h"
 
-#include "portal/json/Body.h"
+#include "portal/http/Http.h"
+#include "portal/http/Text.h"
 
 #include <algorithm>
 
@@ -13,19 +14,6 @@ constexpr int maxParts = 32;
 const std::string lineEnd = "\r\n";
 
 [[noreturn]] void refuse(const std::string &problem) { throw Refusal(400, "The form is not valid: " + problem); }
-
-std::string lowered(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
-    return text;
-}
-
-std::string trimmed(const std::string &text)
-{
-    const auto from = text.find_first_not_of(" \t");
-    return from == std::string::npos ? "" : text.substr(from, text.find_last_not_of(" \t") + 1 - from);
-}
 
 /// The bytes that a form's quoted names cannot hold as they are.
 std::string unquoted(std::string text)

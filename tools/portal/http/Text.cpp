@@ -1,7 +1,5 @@
 #include "portal/http/Text.h"
 
-#include "portal/os/Crypto.h"
-
 #include <algorithm>
 
 namespace VelmoraPortal {
@@ -83,6 +81,17 @@ long long numberOf(const std::string &text)
     return std::stoll(text);
 }
 
-std::string randomHex(std::size_t bytes) { return hexOf(randomBytes(bytes)); }
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
+    return text;
+}
+
+std::string trimmed(const std::string &text)
+{
+    const auto from = text.find_first_not_of(" \t");
+    return from == std::string::npos ? "" : text.substr(from, text.find_last_not_of(" \t") + 1 - from);
+}
 
 } // namespace VelmoraPortal

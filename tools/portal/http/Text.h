@@ -18,7 +18,9 @@ std::map<std::string, std::string> queryOf(const std::string &target);
 std::string pathOf(const std::string &target);
 /// A number of decimal digits only, or -1 (also when it is beyond 18 digits).
 long long numberOf(const std::string &text);
-/// Random lower-case hexadecimal digits, two a byte.
-std::string randomHex(std::size_t bytes);
+/// ASCII letters in lower case.
+std::string lowered(std::string text);
+/// Without blanks and tabs at its ends.
+std::string trimmed(const std::string &text);
 
 } // namespace VelmoraPortal

@@ -95,16 +95,4 @@ void Body::end() const
             refuse(item.key().c_str(), "is not a known key here");
 }
 
-Json parseObject(const std::string &text)
-{
-    if (text.empty())
-        throw Refusal(400, "The body is empty, but must be a JSON object");
-    Json value = Json::parse(text, nullptr, false);
-    if (value.is_discarded())
-        throw Refusal(400, "The body is not valid JSON");
-    if (!value.is_object())
-        throw Refusal(400, "The body must be a JSON object");
-    return value;
-}
-
 } // namespace VelmoraPortal

@@ -1,25 +1,12 @@
 #pragma once
 
-#include "portal/http/Http.h"
+#include "portal/json/Json.h"
 
 #include <set>
-#include <stdexcept>
-
-#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
 
 namespace VelmoraPortal {
-
-using Json = nlohmann::json;
-
-/// A request that the service turns down, with the status and the message of its answer.
-struct Refusal : std::runtime_error {
-    Refusal(int code, const std::string &message)
-        : std::runtime_error(message)
-        , status(code)
-    {
-    }
-    int status;
-};
 
 /// Reads the members of a JSON object and turns it down (400) when one is missing, of another type, out
 /// of range, or not known at all.
@@ -45,8 +32,5 @@ private:
     std::string m_where;
     std::set<std::string> m_known;
 };
-
-/// The object in a request's body, or a refusal.
-Json parseObject(const std::string &text);
 
 } // namespace VelmoraPortal

@@ -106,6 +106,8 @@ std::string hexOf(const std::string &bytes)
     return text;
 }
 
+std::string randomHex(std::size_t bytes) { return hexOf(randomBytes(bytes)); }
+
 std::string base64(const std::string &bytes)
 {
     std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0'); // the encoder closes with a zero

@@ -60,6 +60,7 @@ std::string hmacHex(const std::string &key, const std::string &text);
 bool sameSecret(const std::string &a, const std::string &b);
 std::string randomBytes(std::size_t count);
 std::string hexOf(const std::string &bytes);
+std::string randomHex(std::size_t bytes); ///< two digits a byte
 std::string base64(const std::string &bytes);
 /// Empty when it is not base64.
 std::string fromBase64(const std::string &text);

@@ -164,6 +164,4 @@ Json toJson(const State &state, const Store &store)
             {"events", std::move(events)}};
 }
 
-std::string dump(const Json &value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
 } // namespace VelmoraPortal

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "portal/json/Body.h"
+#include "portal/json/Json.h"
 #include "portal/service/State.h"
 #include "portal/storage/Store.h"
 
@@ -18,8 +18,5 @@ Json toJson(const std::string &jobId, const StoredFile &file);
 
 /// The whole state, without passwords and codes.
 Json toJson(const State &state, const Store &store);
-
-/// Compact text; what is not UTF-8 in it is replaced.
-std::string dump(const Json &value);
 
 } // namespace VelmoraPortal

@@ -1,5 +1,5 @@
-#include "portal/Portal.h"
 #include "portal/service/Lifecycle.h"
+#include "portal/service/Options.h"
 #include "portal/service/State.h"
 #include "portal/storage/Store.h"
 

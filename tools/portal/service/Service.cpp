@@ -1,6 +1,7 @@
 #include "portal/service/Service.h"
 
 #include "portal/http/Text.h"
+#include "portal/json/Body.h"
 #include "portal/service/Records.h"
 
 #include <algorithm>
@@ -11,11 +12,6 @@ namespace {
 constexpr std::size_t maxTokens = 10000;
 constexpr std::size_t maxEvents = 1000;
 const std::string socketPath = "/socket/job/progress/";
-
-HttpResponse refused(int status, const std::string &message)
-{
-    return {status, "application/json", dump({{"message", message}}), {}, nullptr};
-}
 
 } // namespace
 
@@ -120,15 +116,15 @@ HttpResponse Service::handle(const HttpRequest &request)
         advance();
         return {200, "application/json", dump(respond(request)), {}, nullptr};
     } catch (const Refusal &refusal) {
-        return refused(refusal.status, refusal.what());
+        return messageResponse(refusal.status, refusal.what());
     } catch (const std::exception &error) {
-        return refused(500, error.what());
+        return messageResponse(500, error.what());
     }
 }
 
 Json Service::respond(const HttpRequest &request)
 {
-    const std::string target = request.target.substr(0, request.target.find('?'));
+    const std::string target = pathOf(request.target);
     if (target.compare(0, 5, "/api/") != 0)
         throw Refusal(404, "There is no path \"" + target + "\"");
     const std::string path = target.substr(5);
@@ -325,7 +321,7 @@ Json Service::notOffered(Call &call) { throw Refusal(501, "The local portal does
 
 std::string Service::socketJob(const HttpRequest &request)
 {
-    const std::string target = request.target.substr(0, request.target.find('?'));
+    const std::string target = pathOf(request.target);
     if (target.compare(0, socketPath.size(), socketPath) != 0)
         throw Refusal(404, "There is no socket \"" + target + "\"");
     const User *user = userOf(request);

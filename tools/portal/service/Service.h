@@ -1,8 +1,8 @@
 #pragma once
 
-#include "portal/Portal.h"
-#include "portal/json/Body.h"
+#include "portal/json/Json.h"
 #include "portal/service/Lifecycle.h"
+#include "portal/service/Options.h"
 #include "portal/service/Solver.h"
 #include "portal/service/State.h"
 #include "portal/storage/Addresses.h"

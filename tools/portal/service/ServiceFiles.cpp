@@ -1,4 +1,5 @@
 #include "portal/http/Text.h"
+#include "portal/json/Body.h"
 #include "portal/service/Records.h"
 #include "portal/service/Service.h"
 

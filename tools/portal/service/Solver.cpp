@@ -1,6 +1,6 @@
 #include "portal/service/Solver.h"
 
-#include "portal/service/Records.h"
+#include "portal/json/Json.h"
 
 #include <stdexcept>
 #include <utility>

@@ -1,7 +1,6 @@
 #include "portal/storage/Addresses.h"
 
 #include "portal/http/Text.h"
-#include "portal/service/Records.h"
 
 #include <algorithm>
 #include <ctime>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "portal/Portal.h"
-#include "portal/json/Body.h"
+#include "portal/json/Json.h"
+#include "portal/storage/StorageOptions.h"
 #include "portal/storage/Store.h"
 
 #include <map>

@@ -205,25 +205,6 @@ private:
     std::string m_plain;
 };
 
-class TextBytes : public BodySource {
-public:
-    explicit TextBytes(std::string text)
-        : m_text(std::move(text))
-    {
-    }
-    std::uint64_t size() const override { return m_text.size(); }
-    std::size_t give(char *to, std::size_t room) override
-    {
-        const std::size_t count = m_text.copy(to, room, m_given);
-        m_given += count;
-        return count;
-    }
-
-private:
-    std::string m_text;
-    std::size_t m_given = 0;
-};
-
 } // namespace
 
 std::shared_ptr<BodySource> storedBytes(const std::string &path) { return std::make_shared<StoredBytes>(path); }
@@ -237,7 +218,5 @@ std::shared_ptr<BodySource> encryptedRange(const std::string &path, const Key &k
 {
     return std::make_shared<EncryptedRange>(path, key, from, size);
 }
-
-std::shared_ptr<BodySource> textBytes(std::string text) { return std::make_shared<TextBytes>(std::move(text)); }
 
 } // namespace VelmoraPortal

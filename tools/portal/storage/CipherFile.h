@@ -71,8 +71,5 @@ std::shared_ptr<BodySource> storedBytes(const std::string &path);
 std::shared_ptr<BodySource> plainBytes(const std::string &path, const Key &key, long long from, long long size);
 /// A range of its plain bytes, encrypted as a cipher text of its own.
 std::shared_ptr<BodySource> encryptedRange(const std::string &path, const Key &key, long long from, long long size);
-std::shared_ptr<BodySource> textBytes(std::string text);
-/// The same body as gzip (without compression, for speed and a length known at the start).
-std::shared_ptr<BodySource> gzipped(std::shared_ptr<BodySource> source);
 
 } // namespace VelmoraPortal

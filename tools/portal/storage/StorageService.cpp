@@ -2,7 +2,6 @@
 
 #include "portal/http/Multipart.h"
 #include "portal/http/Text.h"
-#include "portal/service/Records.h"
 
 #include <optional>
 #include <system_error>
@@ -17,15 +16,8 @@ constexpr std::size_t maxField = 16 * 1024;
 Answer refused(int status, const std::string &message)
 {
     Answer answer;
-    answer.response = {status, "application/json", dump({{"message", message}}), {}, nullptr};
+    answer.response = messageResponse(status, message);
     return answer;
-}
-
-/// A header's value has no blanks at its ends, whatever its sender put there.
-std::string trimmed(const std::string &text)
-{
-    const auto from = text.find_first_not_of(" \t");
-    return from == std::string::npos ? "" : text.substr(from, text.find_last_not_of(" \t") + 1 - from);
 }
 
 /// The header's number, or a refusal.
@@ -281,20 +273,6 @@ private:
     std::string m_signature;
 };
 
-class Discarding : public BodySink {
-public:
-    explicit Discarding(Answer answer)
-        : m_answer(std::move(answer))
-    {
-    }
-    void take(const char *, std::size_t) override {}
-    Answer finish() override { return std::move(m_answer); }
-    bool isRefused() const override { return true; }
-
-private:
-    Answer m_answer;
-};
-
 } // namespace
 
 StorageService::StorageService(Store &store, const Addresses &addresses, std::function<std::int64_t()> now)
@@ -336,7 +314,5 @@ void checkFileName(const std::string &name)
 }
 
 bool isStoragePath(const std::string &target) { return target.compare(0, storagePath.size(), storagePath) == 0; }
-
-std::unique_ptr<BodySink> discarding(Answer answer) { return std::make_unique<Discarding>(std::move(answer)); }
 
 } // namespace VelmoraPortal

@@ -33,7 +33,4 @@ void checkFileName(const std::string &name);
 
 bool isStoragePath(const std::string &target);
 
-/// Takes a body and forgets it, then gives that answer.
-std::unique_ptr<BodySink> discarding(Answer answer);
-
 } // namespace VelmoraPortal
