@@ -8,7 +8,7 @@
 
 namespace VelmoraPortal {
 
-/// What the control paths can do; the portal implements it on its own thread.
+/// The operations of the control paths; called on the portal's thread.
 class Controlled {
 public:
     virtual ~Controlled() = default;
@@ -30,14 +30,13 @@ public:
                                      int code) = 0;
 };
 
-/// Answers a request under /control/; 4xx with a message when it is not as it should be.
+/// Answers a request under /control/; a bad one with 4xx and a message.
 HttpResponse control(const HttpRequest &request, Controlled &portal);
 
-Json toJson(const Fault &fault);
 Json toJson(const SeenRequest &request);
 Json toJson(const SeenSocket &socket);
 
-/// One line a control path, for help texts.
-extern const char *const controlHelp;
+/// The control paths and the kinds of fault, for the help text.
+std::string controlHelp();
 
 } // namespace VelmoraPortal

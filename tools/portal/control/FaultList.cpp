@@ -3,54 +3,20 @@
 #include "portal/http/Text.h"
 
 namespace VelmoraPortal {
-namespace {
-
-bool fits(FaultKind kind, FaultList::Moment moment)
-{
-    using Moment = FaultList::Moment;
-    switch (kind) {
-    case FaultKind::ResetBefore:
-        return moment == Moment::Connection;
-    case FaultKind::SocketDrop:
-    case FaultKind::SocketSilence:
-    case FaultKind::SocketClose:
-    case FaultKind::SocketRaw:
-        return moment == Moment::Socket;
-    case FaultKind::Status:
-    case FaultKind::Delay:
-    case FaultKind::HangUp:
-    case FaultKind::Silence:
-        return moment == Moment::Request || moment == Moment::Handshake;
-    case FaultKind::CutHead:
-    case FaultKind::CutBody:
-    case FaultKind::ResetAfter:
-    case FaultKind::SlowRead:
-    case FaultKind::SlowWrite:
-    case FaultKind::CutUpload:
-    case FaultKind::Gzip:
-    case FaultKind::NoLength:
-    case FaultKind::Raw:
-    case FaultKind::Drip:
-        return moment == Moment::Request;
-    }
-    return false;
-}
-
-} // namespace
 
 void FaultList::add(Fault fault)
 {
-    if (fault.path.empty() && fits(fault.kind, Moment::Socket))
+    if (fault.path.empty() && (rowOf(fault.kind).moments & OnSocket) != 0)
         fault.path = "socket";
     m_faults.push_back(std::move(fault));
 }
 
-std::optional<Fault> FaultList::take(Moment moment, const std::string &path)
+std::optional<Fault> FaultList::take(FaultMoment moment, const std::string &path)
 {
     for (auto it = m_faults.begin(); it != m_faults.end(); ++it) {
-        const bool matches = moment == Moment::Connection || it->path == "*" ||
+        const bool matches = moment == OnConnection || it->path == "*" ||
                              (!it->path.empty() && path.compare(0, it->path.size(), it->path) == 0);
-        if (!matches || !fits(it->kind, moment))
+        if (!matches || (rowOf(it->kind).moments & moment) == 0)
             continue;
         Fault fault = *it;
         if (it->times > 0 && --it->times == 0)

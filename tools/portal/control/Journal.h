@@ -12,18 +12,18 @@ struct SeenRequest {
     std::string method;
     std::string target;
     Headers headers;              ///< in order, names as sent
-    std::string body;             ///< of what goes to the storage only the first 64 KiB
-    std::uint64_t bodySize = 0;   ///< all of it that was read
+    std::string body;             ///< for the storage only the first 64 KiB
+    std::uint64_t bodySize = 0;   ///< bytes that were read
     std::uint64_t connection = 0; ///< the same number means the same connection
-    int status = 0;               ///< what was answered; 0: nothing
-    bool processed = false;       ///< false when a fault kept the service from it
+    int status = 0;               ///< of the answer; 0: no answer
+    bool processed = false;       ///< false when the service did not see it, because of a fault
 
     /// The first value of that header (any letter case), or "".
     std::string header(const std::string &name) const;
     bool hasHeader(const std::string &name) const;
 };
 
-/// A socket that was accepted, open or not any more.
+/// An accepted socket, open or closed.
 struct SeenSocket {
     std::uint64_t id = 0;
     std::string jobId;
@@ -37,7 +37,7 @@ struct SeenSocket {
     std::string closeReason;
 };
 
-/// What the portal has seen: requests and sockets, the oldest dropped once there are too many.
+/// Requests and sockets that the portal has seen. The oldest are removed when there are too many.
 class Journal {
 public:
     void add(SeenRequest request);

@@ -35,14 +35,14 @@ HttpRequest plainRequest(const http::request<http::string_body> &request, std::u
     return plain;
 }
 
-/// The content length, which the parser has checked.
+/// The Content-Length; the parser has checked it.
 std::uint64_t lengthOf(const http::request<http::string_body> &request)
 {
     const std::string text(request[http::field::content_length]);
     return text.empty() ? 0 : std::strtoull(text.c_str(), nullptr, 10);
 }
 
-/// How much goes at a time: twenty times a second when there is a rate to be kept.
+/// The bytes of one read or write: with a rate, a twentieth of a second's.
 std::size_t slice(long long rate, std::size_t most)
 {
     return rate > 0 ? std::min(most, static_cast<std::size_t>(std::max(rate / 20, 1LL))) : most;
@@ -70,7 +70,7 @@ public:
         m_stream.async_handshake(net::ssl::stream_base::server, [self = shared_from_this()](error_code error) {
             if (error)
                 return;
-            // Not at once when accepted: some clients quietly connect again when a connection attempt fails.
+            // Not on accept: some clients silently connect again when a connection attempt fails.
             if (self->m_server.handler.resetsConnection())
                 return reset(self->lowest().socket());
             self->readHead();
@@ -84,7 +84,7 @@ private:
     {
         m_parser.emplace();
         m_parser->header_limit(maxHead);
-        m_parser->body_limit(std::numeric_limits<std::uint64_t>::max()); // what may come is known with the head
+        m_parser->body_limit(std::numeric_limits<std::uint64_t>::max()); // the head decides
         lowest().expires_after(idleTime);
         http::async_read_header(m_stream, m_buffer, *m_parser, [self = shared_from_this()](error_code error, auto) {
             if (error)
@@ -110,7 +110,7 @@ private:
             return refuse(411, "The length of the body must be known");
         if (!m_sink && m_bodyLeft > maxBody)
             return readFailed(http::error::body_limit);
-        m_parser->body_limit(maxBody); // what is left to limit is a chunked body
+        m_parser->body_limit(maxBody); // a chunked body is still unlimited
         if (!beast::iequals(head[http::field::expect], "100-continue"))
             return takeBody();
         if (m_sink && m_sink->isRefused()) {
@@ -138,7 +138,7 @@ private:
         streamBody();
     }
 
-    /// Hands bytes of the body on; false when the connection was reset instead.
+    /// Passes bytes of the body on; false when the connection was reset instead.
     bool sink(const char *data, std::size_t size)
     {
         const long long most = m_sink->resetAfter() - m_received;
@@ -187,7 +187,7 @@ private:
             return shutDown();
         if (error.category() != make_error_code(http::error::end_of_stream).category() ||
             error == http::error::partial_message)
-            return; // the client is gone: nobody to answer
+            return; // the client has disconnected
         refuse(error == http::error::body_limit     ? 413
                : error == http::error::header_limit ? 431
                                                     : 400,
@@ -318,7 +318,7 @@ private:
                 m_chunk.clear();
             }
             if (m_chunk.empty())
-                return hangUp(lowest()); // the length is out already: only an early end tells
+                return hangUp(lowest()); // the length was sent already: an early end is the only sign left
         }
         const std::size_t ready = std::min<std::uint64_t>(m_left, m_chunk.size() - m_chunkSent);
         const std::size_t count = m_answer.drip ? 1 : slice(m_answer.rate, ready);
@@ -351,7 +351,7 @@ private:
     {
         lowest().expires_after(closingTime);
         m_stream.async_shutdown([self = shared_from_this()](error_code) { hangUp(self->lowest()); });
-        // Some clients take the end of the connection, not that of TLS, for the end of a body without a length.
+        // For some clients a body without a length ends with the connection, not with TLS.
         m_timer.expires_after(goodbyeTime);
         m_timer.async_wait([self = shared_from_this()](error_code error) {
             error_code ignored;
@@ -361,7 +361,7 @@ private:
         });
     }
 
-    /// Closing on unread input would reset the connection and lose the answer on its way.
+    /// A close with unread input would reset the connection and lose the answer.
     void drain()
     {
         error_code ignored;
@@ -381,7 +381,7 @@ private:
         });
     }
 
-    /// Keeps the connection without a word until the client gives up.
+    /// Keeps the connection, silent, until the client closes it.
     void discard()
     {
         lowest().expires_never();
@@ -403,11 +403,11 @@ private:
     std::string m_out;
     std::string m_rest;
     std::unique_ptr<BodySink> m_sink;
-    std::uint64_t m_bodyLeft = 0; ///< of the request's, still to be read
+    std::uint64_t m_bodyLeft = 0; ///< of the request's body, not read yet
     long long m_received = 0;
     std::string m_chunk;
     std::size_t m_chunkSent = 0;
-    std::uint64_t m_left = 0; ///< of the answer's body, still to be sent
+    std::uint64_t m_left = 0; ///< of the answer's body, not sent yet
     bool m_used = false;
     bool m_keepAlive = false;
     bool m_head = false;

@@ -7,7 +7,7 @@
 namespace VelmoraPortal {
 namespace {
 
-constexpr std::size_t maxStored = 65535; // of one stored deflate block
+constexpr std::size_t maxStored = 65535; // bytes of one stored deflate block
 constexpr std::size_t blockHead = 5;
 
 void append(std::string &text, std::uint32_t value, int bytes)
@@ -19,7 +19,7 @@ void append(std::string &text, std::uint32_t value, int bytes)
 /*
  * header | stored block … | last stored block | CRC-32 and size
  *
- * Every block but the last is full, so that the whole size follows from the body's; an empty body has
+ * Every block but the last is full, so the whole size follows from the body's size. An empty body has
  * one empty block.
  */
 class Gzipped : public BodySource {
@@ -58,7 +58,7 @@ private:
         std::string block(size, '\0');
         std::string piece(size + 1024, '\0');
         for (std::size_t filled = 0; filled < size;) {
-            // A source needs some room whatever is left of the block.
+            // A source needs its minimal room even when the block has less left.
             if (m_over.empty()) {
                 const std::size_t count = m_source->give(piece.data(), piece.size());
                 if (count == 0)

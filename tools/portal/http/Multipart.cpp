@@ -15,7 +15,7 @@ const std::string lineEnd = "\r\n";
 
 [[noreturn]] void refuse(const std::string &problem) { throw Refusal(400, "The form is not valid: " + problem); }
 
-/// The bytes that a form's quoted names cannot hold as they are.
+/// Decodes the three characters that a quoted name of a form holds encoded.
 std::string unquoted(std::string text)
 {
     const std::pair<const char *, const char *> marks[] = {{"%22", "\""}, {"%0D", "\r"}, {"%0A", "\n"}};
@@ -25,7 +25,7 @@ std::string unquoted(std::string text)
     return text;
 }
 
-/// Takes `; name="value"` off the front.
+/// Removes `; name="value"` from the front.
 bool takeParameter(std::string &text, std::string &name, std::string &value)
 {
     if (text.empty())
@@ -62,7 +62,7 @@ std::string Multipart::boundaryOf(const std::string &contentType)
 Multipart::Multipart(const std::string &boundary, MultipartEvents &events)
     : m_delimiter(lineEnd + "--" + boundary)
     , m_events(events)
-    , m_rest(lineEnd) // the first delimiter has no line in front of it
+    , m_rest(lineEnd) // no line end precedes the first delimiter
 {
 }
 

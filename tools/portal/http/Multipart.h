@@ -5,11 +5,11 @@
 
 namespace VelmoraPortal {
 
-/// What a form's body holds, told while it arrives. Members may throw; the parser is done for then.
+/// Receives the parts of a form while its body arrives. After a member threw, the parser cannot be used any more.
 class MultipartEvents {
 public:
     virtual ~MultipartEvents() = default;
-    /// A part begins. `fileName` is only looked at when `isFile`.
+    /// A part begins. `fileName` counts only with `isFile`.
     virtual void part(const std::string &name, bool isFile, const std::string &fileName) = 0;
     virtual void data(const char *bytes, std::size_t size) = 0;
     virtual void partEnd() = 0;
@@ -17,20 +17,20 @@ public:
 
 /*
  * The body of a multipart/form-data request, parsed in bounded memory. Throws a refusal (400) at the
- * first thing that is not as it should be.
+ * first error.
  *
  *   Body ("--boundary" seen) --> AfterDelimiter --line end--> Head --empty line--> Body
  *                                      \--"--"--> End
- * The parser begins in Body, in front of the first delimiter, where nothing but the delimiter may stand.
+ * The parser begins in Body, before the first delimiter; other bytes are an error there.
  */
 class Multipart {
 public:
-    /// The boundary in a request's content type; a refusal when it is no form's or names none.
+    /// The boundary in a request's content type. Throws a refusal when the type is no form's or has no boundary.
     static std::string boundaryOf(const std::string &contentType);
 
     Multipart(const std::string &boundary, MultipartEvents &events);
     void take(const char *bytes, std::size_t size);
-    /// The body is over: a refusal unless the closing delimiter has come.
+    /// The body is complete. Throws a refusal when the closing delimiter is missing.
     void finish() const;
 
 private:

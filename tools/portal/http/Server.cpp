@@ -32,7 +32,7 @@ void Server::Impl::accept()
     acceptor.async_accept([this](error_code error, tcp::socket socket) {
         if (!acceptor.is_open())
             return;
-        if (error) { // out of descriptors, most likely: let some go first
+        if (error) { // most likely out of descriptors: wait until some are closed
             pause.expires_after(std::chrono::milliseconds(50));
             pause.async_wait([this](error_code cancelled) {
                 if (!cancelled)

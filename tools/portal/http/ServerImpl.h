@@ -14,7 +14,7 @@
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
 
-// The insides of the server, for its own sources only: Boost stays within them.
+// Internals of the server. Only the sources in this folder include it, so that no other source needs Boost.
 
 namespace VelmoraPortal {
 
@@ -27,7 +27,7 @@ using Stream = beast::ssl_stream<beast::tcp_stream>;
 
 constexpr auto handshakeTime = std::chrono::seconds(30);
 
-/// Counts a connection for as long as it lives; owns the count jointly, as it may outlive the server.
+/// Counts a connection while it exists. It shares the count, as it may outlive the server.
 class Place {
 public:
     explicit Place(std::shared_ptr<std::size_t> count)
@@ -43,7 +43,7 @@ private:
     std::shared_ptr<std::size_t> m_count;
 };
 
-/// An accepted socket, as the server steers it.
+/// An accepted socket, as the server controls it.
 class OpenSocket {
 public:
     virtual ~OpenSocket() = default;
@@ -75,9 +75,9 @@ struct Server::Impl {
     std::uint16_t port = 0;
 };
 
-/// Serves HTTP on a connection that was accepted, until it ends.
+/// Serves HTTP on an accepted connection until it ends.
 void serve(tcp::socket &&socket, Server::Impl &server);
-/// Goes on with a connection whose upgrade to a socket is granted.
+/// Serves a connection whose upgrade to a socket was accepted.
 void serveSocket(Stream &&stream, Server::Impl &server, std::shared_ptr<Place> place, std::uint64_t number,
                  http::request<http::string_body> request);
 

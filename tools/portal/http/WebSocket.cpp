@@ -88,7 +88,7 @@ private:
                     self->next();
             });
         } else if (m_raw) {
-            m_writing = true; // for good
+            m_writing = true; // from now on: nothing may follow
             net::async_write(m_stream.next_layer(), net::buffer(*m_raw),
                              [self = shared_from_this()](error_code, auto) {});
         } else if (m_closing) {

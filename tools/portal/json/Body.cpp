@@ -95,4 +95,12 @@ void Body::end() const
             refuse(item.key().c_str(), "is not a known key here");
 }
 
+std::string onlyText(const Json &object, const char *key)
+{
+    Body body(object);
+    auto value = body.text(key);
+    body.end();
+    return value;
+}
+
 } // namespace VelmoraPortal

@@ -110,7 +110,7 @@ std::string randomHex(std::size_t bytes) { return hexOf(randomBytes(bytes)); }
 
 std::string base64(const std::string &bytes)
 {
-    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0'); // the encoder closes with a zero
+    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0'); // the encoder adds a zero
     text.resize(static_cast<std::size_t>(
         EVP_EncodeBlock(bytesOf(text.data()), bytesOf(bytes.data()), static_cast<int>(bytes.size()))));
     return text;

@@ -1,6 +1,6 @@
 #pragma once
 
-// All that needs the operating system for files. File.cpp is written for POSIX, FileWindows.cpp for Windows.
+// The file operations that need the operating system: File.cpp for POSIX, FileWindows.cpp for Windows.
 
 #include <cstddef>
 #include <cstdint>
@@ -21,21 +21,21 @@ public:
     /// Short only at the file's end.
     std::size_t read(char *to, std::size_t size, long long offset) const;
     void write(const char *data, std::size_t size);
-    /// Reports what a delayed write may have failed with.
+    /// Reports the failure of a delayed write.
     void close();
 
 private:
     std::intptr_t m_handle; ///< -1: closed
 };
 
-/// Whoever reads it still can.
+/// A reader that has the file open can still read it.
 void removeFile(const std::string &path);
-/// With all that is in it, as far as that can be removed.
+/// With its content, as far as possible.
 void removeFolder(const std::string &path);
 
-/// A new folder that is its owner's alone; false when there is one already, or none can be made.
+/// Creates a folder that only its owner can use; false when it exists or cannot be created.
 bool makePrivateFolder(const std::string &path);
-/// The same, of a name that begins so and is not taken. Empty when none can be made.
+/// The same with a free name that begins so; empty when it cannot be created.
 std::string makeTemporaryFolder(const std::string &beginning);
 enum class Ownership { NoFolder, Shared, Private };
 Ownership ownershipOf(const std::string &folder);

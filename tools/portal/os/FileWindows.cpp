@@ -27,7 +27,7 @@ DWORD step(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(s
 } // namespace
 
 File::File(const std::string &path, Mode mode)
-    // Shared with whoever removes it, as POSIX does always.
+    // Others may remove an open file, as on POSIX.
     : m_handle(reinterpret_cast<std::intptr_t>(
           ::CreateFileW(fs::path(path).c_str(), mode == Mode::Read ? GENERIC_READ : GENERIC_WRITE,
                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -91,7 +91,7 @@ void removeFile(const std::string &path) { ::DeleteFileW(fs::path(path).c_str())
 
 void removeFolder(const std::string &path)
 {
-    // remove_all tries again for ever while a file that was removed is still open.
+    // remove_all repeats forever while a removed file is still open.
     std::error_code ignored;
     std::vector<fs::path> found = {path};
     for (fs::recursive_directory_iterator each(path, ignored), end; each != end; each.increment(ignored))
@@ -99,7 +99,7 @@ void removeFolder(const std::string &path)
     std::for_each(found.rbegin(), found.rend(), [&](const fs::path &each) { fs::remove(each, ignored); });
 }
 
-// Private to the user is what lies below the user's own folders.
+// Folders below the user's own are private to the user.
 bool makePrivateFolder(const std::string &path)
 {
     std::error_code error;

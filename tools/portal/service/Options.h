@@ -8,16 +8,16 @@
 
 namespace VelmoraPortal {
 
-/// A user that every portal knows from its start.
+/// A user that every portal has from its start.
 struct SeededUser {
     std::string email;
     std::string password;
-    std::string mfaCode; ///< empty when the user signs in without one
+    std::string mfaCode; ///< empty: the user signs in without one
 };
 const std::vector<SeededUser> &seededUsers();
 
 struct Options {
-    std::uint16_t port = 0;                       ///< 0: a free one
+    std::uint16_t port = 0;                       ///< 0: any free port
     std::string directory;                        ///< private directory; empty: a temporary one, removed at the end
     std::chrono::milliseconds jobDuration{20000}; ///< from submission to finish
     std::chrono::seconds tokenLifetime{3600};     ///< of an id token

@@ -6,7 +6,7 @@
 
 namespace VelmoraPortal {
 
-/// The records as the service sends them.
+/// The records in the form that the service sends.
 Json toJson(const User &user);
 Json toJson(const Account &account, const User &user);
 Json balanceJson(const Account &account, const std::vector<User> &users);

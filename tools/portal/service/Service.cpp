@@ -39,7 +39,7 @@ const std::vector<Service::Route> &Service::routes()
     constexpr auto token = R::Token::Needed;
     constexpr auto open = R::Token::Unneeded;
     constexpr std::size_t any = 100;
-    // A path with a tail stands behind the longer paths that it would swallow.
+    // The first match wins, so a path with a tail follows the longer paths that begin with it.
     static const std::vector<Route> table = {
         {"POST", "auth/login", json, object, open, &Service::login},
         {"POST", "auth/refresh", json, object, open, &Service::refresh},
@@ -149,7 +149,7 @@ Json Service::respond(const HttpRequest &request)
 
 Milliseconds Service::now()
 {
-    // Steady from the start of the process: a clock set back must not turn a job's history round.
+    // Steady since the start of the process: a job's history must stay in order when the clock is set back.
     using namespace std::chrono;
     static const auto epoch = system_clock::now().time_since_epoch() - steady_clock::now().time_since_epoch();
     return duration_cast<milliseconds>(epoch + steady_clock::now().time_since_epoch()).count();
@@ -228,9 +228,7 @@ Json Service::login(Call &call)
 
 Json Service::refresh(Call &call)
 {
-    Body body(call.body);
-    const auto found = m_refreshTokens.find(body.text("refreshToken"));
-    body.end();
+    const auto found = m_refreshTokens.find(onlyText(call.body, "refreshToken"));
     if (found == m_refreshTokens.end())
         throw Refusal(401, "The refresh token is not valid");
     return tokens(*findUser(found->second));
@@ -238,9 +236,7 @@ Json Service::refresh(Call &call)
 
 Json Service::hasMfa(Call &call)
 {
-    Body body(call.body);
-    const std::string email = body.text("emailAddress");
-    body.end();
+    const std::string email = onlyText(call.body, "emailAddress");
     const User *user = findUser(email);
     if (!user)
         throw Refusal(404, "There is no user \"" + email + "\"");
@@ -285,18 +281,12 @@ Json Service::accountList(Call &call)
 
 Json Service::accountBalance(Call &call)
 {
-    Body body(call.body);
-    const std::string id = body.text("accountId");
-    body.end();
-    return balanceJson(account(id, *call.user), m_state.users);
+    return balanceJson(account(onlyText(call.body, "accountId"), *call.user), m_state.users);
 }
 
 Json Service::hpcList(Call &call)
 {
-    Body body(call.body);
-    const std::string id = body.text("accountId");
-    body.end();
-    const Account &owner = account(id, *call.user);
+    const Account &owner = account(onlyText(call.body, "accountId"), *call.user);
     Json list = Json::array();
     for (const Cluster &cluster : m_state.clusters)
         list.push_back(toJson(cluster, owner));
@@ -305,10 +295,7 @@ Json Service::hpcList(Call &call)
 
 Json Service::hpcPreference(Call &call)
 {
-    Body body(call.body);
-    const std::string id = body.text("accountId");
-    body.end();
-    const Account &owner = account(id, *call.user);
+    const Account &owner = account(onlyText(call.body, "accountId"), *call.user);
     Json list = Json::array();
     for (const std::string &preferred : owner.preferredClusters)
         for (const Cluster &cluster : m_state.clusters)

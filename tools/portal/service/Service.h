@@ -11,28 +11,28 @@
 
 namespace VelmoraPortal {
 
-/// The cloud service itself: users, accounts, jobs. Knows neither connections nor faults. Not thread
-/// safe; the portal's thread owns it.
+/// The cloud service itself: users, accounts, jobs. Does not know connections and faults. Not thread-safe:
+/// it belongs to the portal's thread.
 class Service {
 public:
-    /// What the sockets of a job are to be told.
+    /// Receives what the sockets of a job must send.
     struct Listener {
-        std::function<void(const std::string &jobId, const std::string &text)> tell;
-        std::function<void(const std::string &jobId, const std::string &reason)> end; ///< close with 1000
+        std::function<void(const std::string &jobId, const std::string &text)> notify;
+        std::function<void(const std::string &jobId, const std::string &reason)> finish; ///< close with 1000
     };
 
     Service(const Options &options, Store &store, const Addresses &addresses, Listener listener);
 
-    /// Answers any request under /api/; 4xx with a message when it is not as it should be.
+    /// Answers any request under /api/; a bad one with 4xx and a message.
     HttpResponse handle(const HttpRequest &request);
-    /// Brings all jobs up to now and tells the listener.
+    /// Brings all jobs up to date and notifies the listener.
     void advance();
 
-    /// The job id of a socket's handshake, or a refusal (401, 403, 404).
+    /// The job id of a socket's handshake. Throws a refusal (401, 403, 404).
     std::string socketJob(const HttpRequest &request);
-    /// What a socket that opens now is told first: the job's state.
+    /// The first texts of a new socket: the job's state.
     std::vector<std::string> snapshot(const std::string &jobId) const;
-    /// "Job status is …" when the job has ended, else empty.
+    /// "Job status is …" when the job has finished, else empty.
     std::string endReason(const std::string &jobId) const;
 
     void expireTokens() { m_idTokens.clear(); }
@@ -48,7 +48,7 @@ private:
         const HttpRequest &request;
         User *user;                    ///< null on the paths that need no token
         Json body;                     ///< null when the path takes none
-        std::vector<std::string> tail; ///< decoded segments behind the path
+        std::vector<std::string> tail; ///< decoded segments after the path
     };
     struct Route;
     static const std::vector<Route> &routes();
@@ -91,12 +91,12 @@ private:
     Account &account(const std::string &id, const User &user);
     Job *findJob(const std::string &id);
     Job &job(const std::string &id, const User &user);
-    /// A refusal unless the job, submitted or not, is the user's.
+    /// Throws a refusal unless the job, submitted or not, is the user's.
     void requireOwned(const std::string &id, const User &user);
     Job &onlyJob(Call &call, const char *key = "jobId");
     Json jobsOf(const User &user) const;
     Json tokens(User &user);
-    void tell(const Job &job, const std::vector<JobEvent> &events);
+    void notify(const Job &job, const std::vector<JobEvent> &events);
     void charge(const Job &job);
     void solve(const Job &job, Simulation &simulation);
     void takeResults();

@@ -8,7 +8,7 @@
 namespace VelmoraPortal {
 namespace {
 
-/// The host by which the client reached the portal: addresses lead back the same way.
+/// The host name that the client used; the addresses use it too.
 std::string hostOf(const HttpRequest &request)
 {
     const std::string *host = findHeader(request.headers, "Host");
@@ -29,9 +29,7 @@ bool contains(const std::vector<StoredFile> &files, const std::string &name)
 
 Json Service::jobKey(Call &call)
 {
-    Body body(call.body);
-    const std::string id = body.text("jobId");
-    body.end();
+    const std::string id = onlyText(call.body, "jobId");
     requireOwned(id, *call.user);
     const Key &key = m_store.key(id);
     return {{"key", {{"plaintextKey", base64(std::string(key.begin(), key.end()))}}}};
@@ -106,7 +104,7 @@ void Service::solve(const Job &job, Simulation &simulation)
         if (file && !contains(task.inputs, file->name))
             task.inputs.push_back(*file);
     }
-    // Uploads have no folders; what has one was made by a simulation.
+    // A name with a folder belongs to a simulation's result.
     for (const auto &[name, file] : m_store.files(job.id))
         if (name.find('/') == std::string::npos && !contains(task.inputs, name))
             task.inputs.push_back(file);
@@ -124,7 +122,7 @@ void Service::takeResults()
             return candidate.id == result.simulationId;
         });
         if (!isActive(*owner) || simulation == simulations.end() ||
-            simulation->history.back().status != Status::running) { // stopped meanwhile
+            simulation->history.back().status != Status::running) { // stopped in the meantime
             for (const auto &file : result.files)
                 removeFile(file.second);
             continue;

@@ -54,7 +54,7 @@ Json listOf(const std::vector<Tag> &tags)
     return list;
 }
 
-/// Reads and checks a whole submission; the job is not planned yet.
+/// Reads and checks a submission; the job has no schedule yet.
 Job submission(const Json &object)
 {
     Body body(object);
@@ -123,13 +123,7 @@ void Service::requireOwned(const std::string &id, const User &user)
         job(id, user);
 }
 
-Job &Service::onlyJob(Call &call, const char *key)
-{
-    Body body(call.body);
-    const std::string id = body.text(key);
-    body.end();
-    return job(id, *call.user);
-}
+Job &Service::onlyJob(Call &call, const char *key) { return job(onlyText(call.body, key), *call.user); }
 
 Json Service::jobsOf(const User &user) const
 {
@@ -147,24 +141,24 @@ void Service::advance()
     for (Job &candidate : m_state.jobs) {
         if (!isActive(candidate))
             continue;
-        tell(candidate, VelmoraPortal::advance(candidate, time));
+        notify(candidate, VelmoraPortal::advance(candidate, time));
         for (Simulation &simulation : candidate.simulations)
             if (!simulation.asked && simulation.history.back().status == Status::running)
                 solve(candidate, simulation);
     }
 }
 
-void Service::tell(const Job &job, const std::vector<JobEvent> &events)
+void Service::notify(const Job &job, const std::vector<JobEvent> &events)
 {
     for (const JobEvent &event : events) {
         if (event.simulation) {
-            m_listener.tell(job.id, socketText(job, *event.simulation, event.progress, event.status));
+            m_listener.notify(job.id, socketText(job, *event.simulation, event.progress, event.status));
             continue;
         }
-        m_listener.tell(job.id, socketText(job, event.status));
+        m_listener.notify(job.id, socketText(job, event.status));
         if (!isActive(job)) {
             charge(job);
-            m_listener.end(job.id, statusText(event.status));
+            m_listener.finish(job.id, statusText(event.status));
         }
     }
 }
@@ -249,7 +243,7 @@ Json Service::jobSubmit(Call &call)
     m_state.reservations.erase(reserved);
     m_state.jobs.push_back(std::move(fresh));
     const Job &kept = m_state.jobs.back();
-    m_listener.tell(kept.id, socketText(kept, kept.status()));
+    m_listener.notify(kept.id, socketText(kept, kept.status()));
     return toJson(kept);
 }
 
@@ -264,7 +258,7 @@ Json Service::jobStop(Call &call)
     Job &stopped = onlyJob(call);
     std::vector<JobEvent> events;
     stop(stopped, now(), events);
-    tell(stopped, events);
+    notify(stopped, events);
     Json list = Json::array();
     for (const Simulation &simulation : stopped.simulations)
         list.push_back(abortState(stopped, simulation));
@@ -283,7 +277,7 @@ Json Service::simulationStop(Call &call)
         throw Refusal(404, "The job \"" + id + "\" has no simulation \"" + simulationId + "\"");
     std::vector<JobEvent> events;
     stop(owner, *simulation, now(), events);
-    tell(owner, events);
+    notify(owner, events);
     return abortState(owner, *simulation);
 }
 
@@ -330,9 +324,7 @@ Json Service::tagList(Call &call) { return {{"taglist", listOf(onlyJob(call, "it
 
 Json Service::tagListAccount(Call &call)
 {
-    Body body(call.body);
-    const std::string id = body.text("accountId");
-    body.end();
+    const std::string id = onlyText(call.body, "accountId");
     account(id, *call.user);
     std::set<Tag> tags;
     for (const Job &candidate : m_state.jobs)

@@ -11,17 +11,17 @@
 
 namespace VelmoraPortal {
 
-/// One simulation to be solved.
+/// One simulation to solve.
 struct SolverTask {
     std::string jobId;
     std::string simulationId;
     std::string consoleParameters;
     Key key = {};
     std::vector<StoredFile> inputs;
-    std::vector<std::string> missing; ///< inputs that it must have and has not
+    std::vector<std::string> missing; ///< required inputs that were not uploaded
 };
 
-/// What became of it: files still to be kept, by name; a problem means that it failed.
+/// The result: files for the store; a problem means that the simulation failed.
 struct SolverResult {
     std::string jobId;
     std::string simulationId;
@@ -29,12 +29,12 @@ struct SolverResult {
     std::string problem;
 };
 
-/// Makes result files from input files, one simulation after the other, on a thread of its own.
+/// Makes result files from input files on a thread of its own, one simulation after the other.
 ///
 ///   SIM/results.dat        one line naming the simulation and every input's SHA-256, then the inputs' bytes
 ///   SIM/summary.json       the same as JSON, and the SHA-256 of results.dat
-///   SIM/run.log            what was done, or why it failed
-///   SIM/rtg/residuals.dat  a few numbers that follow from the inputs
+///   SIM/run.log            the steps, or the reason of the failure
+///   SIM/rtg/residuals.dat  a few numbers derived from the inputs
 class Solver {
 public:
     explicit Solver(std::function<std::string()> freshPath);

@@ -21,7 +21,7 @@ struct User {
     std::string companyName;
 };
 
-/// One user's standing in an account.
+/// One user's rights in an account.
 struct Access {
     int maxCoreHourRequest = 0;
     bool admin = false;
@@ -71,8 +71,8 @@ struct Simulation {
     int progress = 0;
     Milliseconds start = 0; ///< planned
     Milliseconds end = 0;   ///< planned
-    bool asked = true;      ///< the solver was given this simulation
-    bool solved = true;     ///< its results are there, or its problem
+    bool asked = true;      ///< the solver has this simulation
+    bool solved = true;     ///< the results or the problem are known
     Milliseconds solvedAt = 0;
     std::string problem; ///< not empty: the solver failed
 };
@@ -110,7 +110,7 @@ struct Job {
     const std::string &status() const { return history.back().status; }
 };
 
-/// A job id that was handed out and not submitted yet.
+/// A job id whose job was not submitted yet.
 struct Reservation {
     std::string email;
     std::string accountId;
@@ -136,7 +136,7 @@ struct State {
 
 class Store;
 
-/// The state of a portal that has just started; the files of its past jobs are put into the store.
+/// The state of a portal at its start. Puts the files of the past jobs into the store.
 State seededState(Milliseconds now, Store &store);
 
 } // namespace VelmoraPortal

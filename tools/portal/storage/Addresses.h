@@ -8,7 +8,7 @@
 
 namespace VelmoraPortal {
 
-/// Makes signed addresses of the storage and checks them when they come back. The secret is made for one run.
+/// Makes the signed addresses of the storage and checks them. The secret is new in every run.
 ///
 ///   upload, raw    PUT or POST https://HOST/storage/raw/JOB/NAME?expires=E        X-Storage-Signature header
 ///   upload, form   POST https://HOST/storage/form/JOB?size=N                      fields "policy", "signature"
@@ -23,16 +23,16 @@ public:
     /// The pieces of a file.
     Json pieces(const std::string &host, const std::string &jobId, const StoredFile &file,
                 const StorageOptions &options) const;
-    /// The bytes that all pieces of a file have together.
+    /// The size of all pieces of a file together.
     static std::int64_t downloadSize(const StoredFile &file, const StorageOptions &options);
 
-    /// Each throws a refusal (403) when the signature is not right or its time is over.
+    /// Each throws a refusal (403) when the signature is wrong or has expired.
     void checkRaw(const HttpRequest &head, const std::string &jobId) const;
     void checkForm(const std::string &jobId, const std::map<std::string, std::string> &fields) const;
 
     struct Piece {
         long long from = 0;
-        long long size = 0; ///< below 0: the whole file as it is stored
+        long long size = 0; ///< negative: the whole file as it is stored
     };
     /// `members` of the query or of the form.
     Piece checkPiece(const std::string &jobId, const std::string &number,

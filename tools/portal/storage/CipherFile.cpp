@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t bufferSize = 256 * 1024;
 constexpr auto block = static_cast<long long>(cipherBlock);
 
-/// The block in front of the one at `offset`, which is its initialisation vector.
+/// The block before the one at `offset`: its initialisation vector.
 Block vectorAt(const File &file, long long offset)
 {
     if (offset == 0)
@@ -182,7 +182,7 @@ public:
     std::size_t give(char *to, std::size_t room) override
     {
         std::size_t given = 0;
-        while (given == 0 && m_left > 0) { // few plain bytes may make no whole block yet
+        while (given == 0 && m_left > 0) { // a few plain bytes may not fill a block yet
             const std::size_t count = m_reader.read(m_plain.data(), std::min(room - cipherBlock, m_plain.size()));
             if (count == 0)
                 return 0;

@@ -24,7 +24,7 @@ private:
     bool m_committed = false;
 };
 
-/// The same for plain bytes that are kept as cipher text.
+/// The same for plain bytes, which it encrypts.
 class CipherWriter {
 public:
     CipherWriter(std::string path, const Key &key);
@@ -38,26 +38,26 @@ private:
     std::string m_out;
 };
 
-/// What the end of a cipher text tells about the whole.
+/// Properties of an encrypted file, found at its end.
 struct CipherFacts {
     long long size = 0;
-    long long plainSize = -1; ///< -1: this is no cipher text of that key
-    std::string hash;         ///< of size and last block, which CBC makes depend on all that comes before
+    long long plainSize = -1; ///< -1: not encrypted with that key
+    std::string hash;         ///< of size and last block; with CBC the last block depends on the whole file
 };
 CipherFacts inspect(const std::string &path, const Key &key);
 
-/// Reads a range of the plain bytes of a cipher file, decrypting no more than that.
+/// Reads a range of the plain bytes of an encrypted file. Decrypts that range only.
 class PlainReader {
 public:
     PlainReader(const std::string &path, const Key &key, long long from, long long size);
-    /// 0 at the end, or when the file is shorter than it was.
+    /// 0 at the end, or when the file has become shorter.
     std::size_t read(char *to, std::size_t room);
 
 private:
     File m_file;
     long long m_offset; ///< in the file
-    long long m_left;   ///< plain bytes still to be given
-    std::size_t m_skip; ///< bytes of the first block in front of the range
+    long long m_left;   ///< plain bytes not read yet
+    std::size_t m_skip; ///< bytes of the first block before the range
     std::unique_ptr<Cipher> m_cipher;
     std::string m_cipherText;
     std::string m_plain;
@@ -69,7 +69,7 @@ private:
 std::shared_ptr<BodySource> storedBytes(const std::string &path);
 /// A range of its plain bytes.
 std::shared_ptr<BodySource> plainBytes(const std::string &path, const Key &key, long long from, long long size);
-/// A range of its plain bytes, encrypted as a cipher text of its own.
+/// A range of its plain bytes, encrypted as a file of its own.
 std::shared_ptr<BodySource> encryptedRange(const std::string &path, const Key &key, long long from, long long size);
 
 } // namespace VelmoraPortal

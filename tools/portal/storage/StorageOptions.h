@@ -2,10 +2,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
+#include <string>
 
 namespace VelmoraPortal {
 
-/// How the storage hands out its addresses. Those handed out before a change stay valid.
+/// The form of the storage addresses. Addresses from before a change stay valid.
 struct StorageOptions {
     enum class Upload {
         Form,    ///< form fields and the file in one multipart body
@@ -18,6 +20,18 @@ struct StorageOptions {
     std::int64_t pieceSize = 64 * 1024 * 1024; ///< plain bytes of every piece but the last
     bool shuffle = false;                      ///< lists the pieces out of order
     std::chrono::seconds addressLifetime{3600};
+};
+
+/// As the command line and the control paths name them.
+inline const std::map<std::string, StorageOptions::Upload> uploadNames = {
+    {"form", StorageOptions::Upload::Form},
+    {"put", StorageOptions::Upload::RawPut},
+    {"post", StorageOptions::Upload::RawPost},
+};
+inline const std::map<std::string, StorageOptions::Download> downloadNames = {
+    {"get", StorageOptions::Download::Get},
+    {"post", StorageOptions::Download::Post},
+    {"mixed", StorageOptions::Download::Mixed},
 };
 
 } // namespace VelmoraPortal

@@ -20,7 +20,7 @@ Answer refused(int status, const std::string &message)
     return answer;
 }
 
-/// The header's number, or a refusal.
+/// The header's number. Throws a refusal when it is missing or no number.
 long long numberIn(const HttpRequest &head, const char *name)
 {
     const std::string *text = findHeader(head.headers, name);
@@ -37,7 +37,7 @@ void requireSize(const std::string &what, long long named, long long received)
                                std::to_string(received));
 }
 
-/// A sink that remembers the first refusal and takes the rest of the body without a look.
+/// A sink that keeps the first refusal and ignores the rest of the body.
 class CheckingSink : public BodySink {
 public:
     void take(const char *data, std::size_t size) final
@@ -90,7 +90,7 @@ public:
             service.addresses().checkRaw(head, m_jobId);
             checkFileName(m_name);
             const std::string *header = findHeader(head.headers, fileHeader);
-            if (!header || *header != trimmed(m_name))
+            if (!header || *header != trimmed(m_name)) // HTTP trims a header's value
                 throw Refusal(400, std::string("The header \"") + fileHeader +
                                        "\" must hold the file's name as in the path");
             m_size = numberIn(head, sizeHeader);
@@ -119,7 +119,7 @@ private:
     std::optional<FileWriter> m_writer;
 };
 
-/// A sink of a form, which it collects the fields of.
+/// A sink that collects the fields of a form.
 class FormSink : public CheckingSink, protected MultipartEvents {
 protected:
     void openForm(const HttpRequest &head)

@@ -7,19 +7,18 @@
 
 namespace VelmoraPortal {
 
-/// The paths under /storage/: uploads and pieces, for whoever holds a signed address. The sinks that it
-/// makes refer to it. Belongs to the portal's thread.
+/// The paths under /storage/: uploads and pieces, for every client with a signed address. It must outlive
+/// its sinks. Belongs to the portal's thread.
 class StorageService {
 public:
     StorageService(Store &store, const Addresses &addresses, std::function<std::int64_t()> now);
 
-    /// What takes the request's body and answers it; refusals come as an answer, too. The head's
-    /// content length must be known.
+    /// Takes the request's body and answers it, refusals included. The head must have a Content-Length.
     std::unique_ptr<BodySink> open(const HttpRequest &head);
 
     Store &store() { return m_store; }
     const Addresses &addresses() const { return m_addresses; }
-    /// A file that was received in full.
+    /// Stores a file that was received in full.
     void keep(const std::string &jobId, const std::string &name, const std::string &path);
 
 private:
@@ -28,7 +27,7 @@ private:
     std::function<std::int64_t()> m_now;
 };
 
-/// A refusal when an upload cannot have that name.
+/// Throws a refusal when an upload cannot have that name.
 void checkFileName(const std::string &name);
 
 bool isStoragePath(const std::string &target);

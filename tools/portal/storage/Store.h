@@ -10,32 +10,32 @@
 
 namespace VelmoraPortal {
 
-/// A file of a job, kept as cipher text. `name` is the path below the job, so a simulation's files begin
+/// A file of a job, stored encrypted. `name` is the path below the job: the names of a simulation's files begin
 /// with its id.
 struct StoredFile {
     std::string name;
     long long number = 0; ///< never used twice
     std::string path;     ///< on disk
     std::int64_t size = 0;
-    std::int64_t plainSize = -1; ///< -1: what was uploaded is no cipher text of the job's key
+    std::int64_t plainSize = -1; ///< -1: not encrypted with the job's key
     std::int64_t date = 0;       ///< milliseconds since the epoch
     std::string hash;
 };
 
 /// The jobs' keys and files, in a folder of its own. On disk the files are named by numbers only.
-/// `freshPath` may be called from any thread; all else belongs to the portal's.
+/// `freshPath` may be called from any thread; everything else belongs to the portal's thread.
 class Store {
 public:
-    /// Throws std::runtime_error when the folder cannot be made.
+    /// Throws std::runtime_error when the folder cannot be created.
     explicit Store(const std::string &directory);
-    /// Removes all of it.
+    /// Removes the folder.
     ~Store();
     Store(const Store &) = delete;
     Store &operator=(const Store &) = delete;
 
     /// A path for a file that is still being written.
     std::string freshPath();
-    /// Takes a complete file over under that name, in place of an earlier one.
+    /// Takes over a complete file under that name; it replaces an earlier one.
     void keep(const std::string &jobId, const std::string &name, const std::string &path, std::int64_t date);
     bool remove(const std::string &jobId, const std::string &name);
 
@@ -43,7 +43,7 @@ public:
     const StoredFile *find(const std::string &jobId, const std::string &name) const;
     const StoredFile *find(const std::string &jobId, long long number) const;
 
-    /// Made when it is first asked for.
+    /// Created on first use.
     const Key &key(const std::string &jobId);
 
 private:
