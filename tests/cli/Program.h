@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Portal.h"
+#include "portal/Portal.h"
 
 #include <gtest/gtest.h>
 

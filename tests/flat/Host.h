@@ -2,8 +2,8 @@
 
 // A host of the flat functions: callbacks of every shape, and what they heard.
 
-#include "Portal.h"
 #include "api/flat/Views.h"
+#include "portal/Portal.h"
 #include "support/Loopback.h"
 
 #include <gtest/gtest.h>

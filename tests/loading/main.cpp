@@ -5,7 +5,7 @@
 
 #include "Process.h"
 
-#include "Portal.h"
+#include "portal/Portal.h"
 
 #include <chrono>
 #include <cstdio>

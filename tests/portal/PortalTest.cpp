@@ -11,16 +11,16 @@
 namespace PortalTests {
 namespace {
 
-/// A client's socket with all that happened to it.
+/// A client's socket that records its texts and errors.
 struct Listener : QWebSocket {
-    Listener(const Portal &portal, const S &job, const S &token)
+    Listener(const Portal &portal, const string &job, const string &token)
     {
-        QNetworkRequest request(q("wss://" + portal.host() + "/socket/job/progress/" + job));
-        request.setRawHeader("Authorization", b(token));
+        QNetworkRequest request(toQString("wss://" + portal.host() + "/socket/job/progress/" + job));
+        request.setRawHeader("Authorization", toBytes(token));
         open(request);
     }
-    /// What ended it.
-    S end()
+    /// Waits for the end; returns the reason.
+    string end()
     {
         EXPECT_TRUE(waitUntil([this] { return !errors.isEmpty() || state() == QAbstractSocket::UnconnectedState; }));
         return (closeReason().isEmpty() ? errorString() : closeReason()).toStdString();
@@ -29,18 +29,18 @@ struct Listener : QWebSocket {
     QSignalSpy errors{this, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error)};
 };
 
-TEST_F(PortalTest, RefusesWhatIsNotExactlyRight)
+TEST_F(PortalTest, request_notExactlyRight_refused)
 {
-    const S json = "application/json";
-    const S own = R"({"jobId":"job-wing0001"})";
-    const S mesh = "job/files/job-wing0001/wing.mesh";
-    const S job = newJob(), good = submission(job);
+    const string json = "application/json";
+    const string own = R"({"jobId":"job-wing0001"})";
+    const string mesh = "job/files/job-wing0001/wing.mesh";
+    const string job = newJob(), good = submission(job);
     const std::size_t before = portal.jobCount();
     portal.setJobDuration(3600s);
-    const auto but = [&](const S &what, const S &with) { return replaced(good, what, with); };
+    const auto but = [&](const string &what, const string &with) { return replaced(good, what, with); };
     const struct {
         const char *verb;
-        S path, body, authorization, type;
+        string path, body, authorization, type;
         int status;
         const char *message;
     } table[] = {
@@ -77,14 +77,14 @@ TEST_F(PortalTest, RefusesWhatIsNotExactlyRight)
     for (const auto &row : table) {
         const Reply reply = send(request(row.verb, row.path, row.body, row.authorization, row.type));
         EXPECT_EQ(reply.status, row.status) << row.verb << ' ' << row.path << ' ' << row.body << ' ' << reply.body;
-        EXPECT_NE(reply.text("message").find(row.message), S::npos) << row.path << ": " << reply.body;
+        EXPECT_NE(reply.text("message").find(row.message), string::npos) << row.path << ": " << reply.body;
     }
     EXPECT_EQ(portal.jobCount(), before + 1);
     EXPECT_EQ(send("GARBAGE\r\n\r\n").status, 400);
     EXPECT_EQ(send("POST /api/job/list HTTP/1.1\r\nHost: p\r\nContent-Length: 99999999\r\n\r\n").status, 413);
 }
 
-TEST_F(PortalTest, EachFaultStrikesAsItSays)
+TEST_F(PortalTest, fault_injectedIntoRequest_hasItsEffect)
 {
     const struct {
         FaultKind kind;
@@ -100,7 +100,7 @@ TEST_F(PortalTest, EachFaultStrikesAsItSays)
     };
     for (const auto &row : table) {
         SCOPED_TRACE(static_cast<int>(row.kind));
-        const S bytes = request("POST", "job/submit", submission(newJob()), token);
+        const string bytes = request("POST", "job/submit", submission(newJob()), token);
         Fault fault;
         fault.path = "job/submit";
         fault.kind = row.kind;
@@ -122,15 +122,15 @@ TEST_F(PortalTest, EachFaultStrikesAsItSays)
         EXPECT_GE(timer.elapsed(), fault.delay.count());
         EXPECT_EQ(portal.faultCount(), 0U);
     }
-    EXPECT_EQ(portal.requestCount("job/submit"), 9U); // a reset before the request leaves no trace
+    EXPECT_EQ(portal.requestCount("job/submit"), 9U); // a reset before the request is not recorded
 }
 
-TEST_F(PortalTest, SocketsAreRefusedDroppedClosedSilencedAndMistreated)
+TEST_F(PortalTest, socket_refusedOrFaulty_clientSeesTheReason)
 {
-    EXPECT_NE(Listener(portal, "job-wing0001", "x").end().find("401"), S::npos);
-    EXPECT_NE(Listener(portal, "job-none", token).end().find("404"), S::npos);
+    EXPECT_NE(Listener(portal, "job-wing0001", "x").end().find("401"), string::npos);
+    EXPECT_NE(Listener(portal, "job-none", token).end().find("404"), string::npos);
 
-    const S job = newJob();
+    const string job = newJob();
     for (const bool closes : {true, false}) {
         Fault fault;
         fault.kind = closes ? FaultKind::SocketClose : FaultKind::SocketRaw;
@@ -142,7 +142,7 @@ TEST_F(PortalTest, SocketsAreRefusedDroppedClosedSilencedAndMistreated)
         Listener listener(portal, job, token);
         ASSERT_TRUE(waitUntil([&] { return portal.openSocketCount(job) == 1; }));
         EXPECT_EQ(portal.sendToSockets(job, "word"), 1U);
-        const S end = listener.end();
+        const string end = listener.end();
         EXPECT_EQ(end == "maintenance", closes) << end;
         EXPECT_EQ(int(listener.closeCode()) == 4001, closes);
         EXPECT_EQ(listener.texts.size(), closes ? 1 : 2);
@@ -157,18 +157,57 @@ TEST_F(PortalTest, SocketsAreRefusedDroppedClosedSilencedAndMistreated)
     QSignalSpy pongs(&silent, &QWebSocket::pong);
     silent.ping("hello");
     EXPECT_TRUE(waitUntil([&] { return !pongs.isEmpty() && pongs[0][1] == "hello"; }));
-    EXPECT_EQ(portal.sockets().back().pings, std::vector<S>{"hello"});
+    EXPECT_EQ(portal.sockets().back().pings, std::vector<string>{"hello"});
     EXPECT_TRUE(silent.texts.isEmpty());
     EXPECT_EQ(portal.dropSockets(job), 1U);
-    EXPECT_NE(silent.end().find("remote host closed"), S::npos); // no close frame came
+    EXPECT_NE(silent.end().find("remote host closed"), string::npos); // without a close frame
 }
 
-TEST_F(PortalTest, ProgramServesAndStopsCleanly_OrRefusesATakenPortAndASharedDirectory)
+TEST_F(PortalTest, control_badFault_refusedWithItsReason)
+{
+    const auto control = [&](const char *verb, const string &body) {
+        return send(replaced(request(verb, "faults", body, ""), "/api/", "/control/"));
+    };
+    const struct {
+        const char *body, *message;
+    } table[] = {
+        {R"({"path":"*"})", "\"kind\" is missing"},
+        {R"({"kind":"odd","path":"*"})", "\"kind\" must be one of \"cutBody\", \"cutHead\""},
+        {R"({"kind":"status"})", "\"path\" is missing"},
+        {R"({"kind":"drip","path":""})", "\"path\" must not be empty"},
+        {R"({"kind":"status","path":"*","status":99})", "\"status\" must be from 200 to 599"},
+        {R"({"kind":"delay","path":"*","delay":"1"})", "\"delay\" must be a whole number"},
+        {R"({"kind":"raw","path":"*","keepOpen":2})", "\"keepOpen\" must be from 0 to 1"},
+        {R"([{"kind":"gzip","path":"*"},{"kind":"gzip","path":"*","contentType":""}])", "\"contentType\" must not be"},
+        {R"({"kind":"socketDrop","odd":1})", "\"odd\" is not a known key"},
+    };
+    for (const auto &row : table) {
+        const Reply reply = control("POST", row.body);
+        EXPECT_EQ(reply.status, 400) << row.body;
+        EXPECT_EQ(reply.text("message").find(row.message), 0U) << reply.body;
+    }
+    EXPECT_EQ(portal.faultCount(), 0U);
+    const string good = R"({"kind":"socketClose","messages":3,"closeCode":4000,"reason":"r","keepOpen":0,"delay":7})";
+    const QJsonObject fault = control("POST", good).array()[0].toObject();
+    const QJsonObject sent = QJsonDocument::fromJson(toBytes(good)).object();
+    for (const QString &field : sent.keys())
+        EXPECT_EQ(fault[field], sent[field]) << field.toStdString();
+    EXPECT_EQ(fault["path"], "socket");
+    EXPECT_EQ(fault["rate"], 65536);
+    EXPECT_EQ(control("DELETE", "").status, 200);
+    EXPECT_EQ(control("POST", R"({"kind":"resetBefore"})").array().size(), 1);
+}
+
+TEST_F(PortalTest, program_portTakenOrDirectoryShared_refusesToStart)
 {
     const QTemporaryDir shared;
     QFile::setPermissions(shared.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther);
     EXPECT_EQ(run(VELMORA_PORTAL_PROGRAM, {"--port", QString::number(portal.port())}), "");
     EXPECT_EQ(run(VELMORA_PORTAL_PROGRAM, {"--directory", shared.path()}), "");
+}
+
+TEST_F(PortalTest, program_inputClosedOrSignalled_stopsCleanly)
+{
     for (const bool signalled : {false, true}) {
         const QTemporaryDir parent;
         const QString directory = parent.filePath("private");
@@ -183,7 +222,7 @@ TEST_F(PortalTest, ProgramServesAndStopsCleanly_OrRefusesATakenPortAndASharedDir
             program.closeWriteChannel();
         ASSERT_TRUE(program.waitForFinished());
         EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
-        EXPECT_TRUE(QDir(directory).isEmpty()); // no key, no file of a job stays behind
+        EXPECT_TRUE(QDir(directory).isEmpty()); // neither keys nor files of jobs remain
     }
 }
 

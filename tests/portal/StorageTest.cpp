@@ -1,4 +1,4 @@
-// The portal's storage: what goes in comes out, what is not signed or not whole does not, the solver's results.
+// The portal's storage: signed and complete requests work, all others are refused; faults in uploads and pieces.
 
 #include "PortalFixture.h"
 
@@ -10,26 +10,26 @@ namespace {
 
 class StorageTest : public PortalTest {
 protected:
-    static S bytes(int size)
+    static string bytes(int size)
     {
         return QByteArray("no block ends like another one").repeated(size).left(size).toStdString();
     }
-    QJsonObject listed(const S &job) const
+    QJsonObject listed(const string &job) const
     {
         return send(request("GET", "job/files/list/" + job, "", token)).array()[0].toObject();
     }
     /// The request for the only piece of a job's only file.
-    S piece(const S &job) const { return filled(listed(job).value("downloadRequest")[0].toObject()); }
+    string piece(const string &job) const { return filled(listed(job).value("downloadRequest")[0].toObject()); }
 };
 
-TEST_F(StorageTest, RefusesWhatIsNotSignedOrNotWhole)
+TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
 {
-    const S job = newJob(), other = newJob();
-    const S cipher = crypt(job, bytes(1000)); // 1008 bytes
+    const string job = newJob(), other = newJob();
+    const string cipher = crypt(job, bytes(1000)); // 1008 bytes
     enum Kind { Form, Raw, Piece };
     const struct {
         std::vector<Kind> kinds;
-        S what, with;
+        string what, with;
         int status;
     } table[] = {
         {{Form, Raw, Piece}, "\r\nContent-Length", "\r\nAuthorization: x\r\nContent-Length", 400},
@@ -54,15 +54,15 @@ TEST_F(StorageTest, RefusesWhatIsNotSignedOrNotWhole)
         return kind == Piece ? piece(job) : upload(job, cipher);
     };
     for (const Kind kind : {Form, Raw, Piece}) {
-        const S good = addressed(kind);
+        const string good = addressed(kind);
         for (const auto &row : table) {
             if (std::count(row.kinds.begin(), row.kinds.end(), kind) == 0)
                 continue;
-            S bad = replaced(good, row.what, row.with);
+            string bad = replaced(good, row.what, row.with);
             ASSERT_NE(bad, good) << row.what;
             const std::size_t body = bad.size() - bad.find("\r\n\r\n") - 4;
             const std::size_t length = bad.find("Content-Length: ");
-            if (length != S::npos)
+            if (length != string::npos)
                 bad.replace(length, bad.find("\r\n", length) - length, "Content-Length: " + std::to_string(body));
             const Reply reply = send(bad);
             EXPECT_EQ(reply.status, row.status) << kind << ' ' << row.with << ' ' << reply.body;
@@ -76,15 +76,15 @@ TEST_F(StorageTest, RefusesWhatIsNotSignedOrNotWhole)
         const Reply whole = send(good);
         EXPECT_TRUE(kind == Piece ? whole.body == cipher : whole.status / 100 == 2) << kind;
         EXPECT_EQ(portal.plainFile(job, "n"), bytes(1000));
-        EXPECT_TRUE(kind == Raw || portal.removeFile(job, "n")); // a piece of what came in raw comes next
+        EXPECT_TRUE(kind == Raw || portal.removeFile(job, "n")); // the raw upload is the file of the pieces
         EXPECT_TRUE(kind != Piece || send(good).status == 404);
     }
 }
 
-TEST_F(StorageTest, FaultsStrikeUploadsAndPieces)
+TEST_F(StorageTest, fault_injectedIntoUploadOrPiece_hasItsEffect)
 {
-    const S job = newJob();
-    const auto struck = [&](FaultKind kind, const char *path, long bytes, const S &bytesOut) {
+    const string job = newJob();
+    const auto injected = [&](FaultKind kind, const char *path, long bytes, const string &bytesOut) {
         Fault fault;
         fault.kind = kind;
         fault.path = path;
@@ -97,26 +97,26 @@ TEST_F(StorageTest, FaultsStrikeUploadsAndPieces)
         reply.head += "Slow: " + std::to_string(timer.elapsed() >= 200);
         return reply;
     };
-    const S cipher = crypt(job, bytes(100000));
-    const S up = upload(job, cipher);
-    EXPECT_TRUE(struck(FaultKind::CutUpload, "storage/form", 50000, up).closed);
+    const string cipher = crypt(job, bytes(100000));
+    const string up = upload(job, cipher);
+    EXPECT_TRUE(injected(FaultKind::CutUpload, "storage/form", 50000, up).closed);
     EXPECT_EQ(portal.requests().back().bodySize, 50000U);
-    EXPECT_TRUE(struck(FaultKind::CutUpload, "storage/form", 1 << 20, up).closed); // longer than the body
+    EXPECT_TRUE(injected(FaultKind::CutUpload, "storage/form", 1 << 20, up).closed); // longer than the body
     EXPECT_TRUE(portal.files(job).empty());
-    EXPECT_NE(struck(FaultKind::SlowRead, "storage", 0, up).head.find("Slow: 1"), S::npos);
-    const S down = piece(job);
+    EXPECT_NE(injected(FaultKind::SlowRead, "storage", 0, up).head.find("Slow: 1"), string::npos);
+    const string down = piece(job);
     const struct {
         FaultKind kind;
         long bytes;
-        S head, noHead, body;
+        string head, noHead, body;
     } table[] = {{FaultKind::SlowWrite, 0, "Slow: 1", "gzip", cipher},
                  {FaultKind::CutBody, 12345, "Content-Length", "gzip", cipher.substr(0, 12345)},
                  {FaultKind::Gzip, 0, "Content-Encoding: gzip", "Slow: 1", cipher},
                  {FaultKind::NoLength, 5000, "200", "Content-Length", cipher.substr(0, 5000)}};
     for (const auto &row : table) {
-        const Reply reply = struck(row.kind, "storage/piece", row.bytes, down);
-        EXPECT_NE(reply.head.find(row.head), S::npos) << reply.head;
-        EXPECT_EQ(reply.head.find(row.noHead), S::npos) << reply.head;
+        const Reply reply = injected(row.kind, "storage/piece", row.bytes, down);
+        EXPECT_NE(reply.head.find(row.head), string::npos) << reply.head;
+        EXPECT_EQ(reply.head.find(row.noHead), string::npos) << reply.head;
         EXPECT_EQ(row.kind == FaultKind::Gzip ? run("gzip", {"-dc"}, reply.body) : reply.body, row.body);
     }
     EXPECT_EQ(send(down).body, cipher);

@@ -1,6 +1,6 @@
 #include "support/Loopback.h"
 
-#include "Certificates.h"
+#include "portal/http/Certificates.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>

@@ -6,7 +6,7 @@
 #include "support/AnyCompletion.h"
 #include "support/Loopback.h"
 
-#include "Portal.h"
+#include "portal/Portal.h"
 
 #include <velmora/CloudAPI.h>
 

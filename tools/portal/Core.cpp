@@ -1,6 +1,6 @@
-#include "Core.h"
+#include "portal/Core.h"
 
-#include "Text.h"
+#include "portal/http/Text.h"
 
 #include <algorithm>
 
@@ -15,28 +15,13 @@ std::chrono::milliseconds tickOf(std::chrono::milliseconds jobDuration)
     return std::clamp(jobDuration / 50, std::chrono::milliseconds(5), std::chrono::milliseconds(200));
 }
 
-/// What a fault makes of an answer that the service gave, or would have given.
+/// The service's answer with the fault in it; an empty answer when the service did not process the request.
 Answer faulty(const Fault &fault, Answer answer)
 {
     answer.delay = fault.delay;
     answer.bytes = fault.bytes;
+    answer.ending = rowOf(fault.kind).ending;
     switch (fault.kind) {
-    case FaultKind::CutHead:
-        answer.ending = Answer::Ending::CutHead;
-        break;
-    case FaultKind::CutBody:
-        answer.ending = Answer::Ending::CutBody;
-        break;
-    case FaultKind::ResetAfter:
-    case FaultKind::CutUpload: // the body was shorter than the cut
-        answer.ending = Answer::Ending::Reset;
-        break;
-    case FaultKind::HangUp:
-        answer.ending = Answer::Ending::HangUp;
-        break;
-    case FaultKind::Silence:
-        answer.ending = Answer::Ending::Silence;
-        break;
     case FaultKind::Status:
         answer.response = {fault.status, fault.contentType, fault.body, {}, nullptr};
         answer.keepOpen = fault.keepOpen;
@@ -44,7 +29,6 @@ Answer faulty(const Fault &fault, Answer answer)
     case FaultKind::Raw:
         answer.response.body = fault.body;
         answer.keepOpen = fault.keepOpen;
-        answer.ending = Answer::Ending::Raw;
         break;
     case FaultKind::Drip:
         answer.drip = true;
@@ -65,22 +49,10 @@ Answer faulty(const Fault &fault, Answer answer)
         if (fault.bytes > 0)
             answer.ending = Answer::Ending::CutBody;
         break;
-    case FaultKind::SlowRead:
-    case FaultKind::Delay:
-    case FaultKind::ResetBefore:
-    case FaultKind::SocketDrop:
-    case FaultKind::SocketSilence:
-    case FaultKind::SocketClose:
-    case FaultKind::SocketRaw:
+    default: // no more than the ending
         break;
     }
     return answer;
-}
-
-bool isProcessed(FaultKind kind)
-{
-    return kind != FaultKind::Status && kind != FaultKind::HangUp && kind != FaultKind::Silence &&
-           kind != FaultKind::CutUpload && kind != FaultKind::Raw;
 }
 
 bool reachesClient(Answer::Ending ending)
@@ -97,8 +69,8 @@ Core::Core(Options wanted)
     , caFile(directory.write("ca.pem", certificates.caPem))
     , store(directory.path())
     , service(options, store, addresses,
-              {[this](const std::string &jobId, const std::string &text) { tell(jobId, text); },
-               [this](const std::string &jobId, const std::string &reason) { end(jobId, reason); }})
+              {[this](const std::string &jobId, const std::string &text) { notify(jobId, text); },
+               [this](const std::string &jobId, const std::string &reason) { finish(jobId, reason); }})
     , storage(store, addresses, Service::now)
     , server(options.port, certificates, *this)
 {
@@ -108,7 +80,7 @@ Core::Core(Options wanted)
 
 Core::~Core() { server.stop(); }
 
-bool Core::resetsConnection() { return faults.take(FaultList::Moment::Connection, {}).has_value(); }
+bool Core::resetsConnection() { return faults.take(OnConnection, {}).has_value(); }
 
 Answer Core::answer(const HttpRequest &request)
 {
@@ -118,8 +90,8 @@ Answer Core::answer(const HttpRequest &request)
         return answer;
     }
     bool processed = true;
-    if (const auto fault = faults.take(FaultList::Moment::Request, faultPath(request.target))) {
-        processed = isProcessed(fault->kind);
+    if (const auto fault = faults.take(OnRequest, faultPath(request.target))) {
+        processed = rowOf(fault->kind).processed;
         answer.response = processed ? service.handle(request) : HttpResponse();
         answer = faulty(*fault, std::move(answer));
     } else {
@@ -129,7 +101,7 @@ Answer Core::answer(const HttpRequest &request)
     return answer;
 }
 
-/// A request to the storage with the fault that strikes it; noted when it has been answered, or never will be.
+/// A request to the storage, with its fault if there is one. It is noted when it is answered or given up.
 class Core::StorageSink : public BodySink {
 public:
     StorageSink(Core &core, const HttpRequest &head, std::unique_ptr<BodySink> inner, std::optional<Fault> fault)
@@ -159,12 +131,12 @@ public:
         if (m_fault)
             answer = faulty(*m_fault, std::move(answer));
         m_core.note(m_request, reachesClient(answer.ending) ? answer.response.status : 0,
-                    !m_fault || isProcessed(m_fault->kind), m_size);
+                    !m_fault || rowOf(m_fault->kind).processed, m_size);
         m_noted = true;
         return answer;
     }
 
-    // A fault strikes behind the whole body, so a struck request is not turned down in front of it.
+    // A fault is injected after the whole body, so the request must not be refused before it.
     bool isRefused() const override { return !m_fault && m_inner->isRefused(); }
     long long rate() const override { return m_fault && m_fault->kind == FaultKind::SlowRead ? m_fault->rate : 0; }
     long long resetAfter() const override
@@ -185,16 +157,16 @@ std::unique_ptr<BodySink> Core::sink(const HttpRequest &head)
 {
     if (!isStoragePath(head.target))
         return nullptr;
-    auto fault = faults.take(FaultList::Moment::Request, faultPath(head.target));
-    auto inner = fault && !isProcessed(fault->kind) ? discarding({}) : storage.open(head);
+    auto fault = faults.take(OnRequest, faultPath(head.target));
+    auto inner = fault && !rowOf(fault->kind).processed ? discarding({}) : storage.open(head);
     return std::make_unique<StorageSink>(*this, head, std::move(inner), std::move(fault));
 }
 
 std::optional<Answer> Core::refusal(const HttpRequest &request, std::uint64_t id, std::chrono::milliseconds &delay)
 {
     Answer answer;
-    if (const auto fault = faults.take(FaultList::Moment::Handshake, faultPath(request.target))) {
-        if (fault->kind != FaultKind::Delay) {
+    if (const auto fault = faults.take(OnHandshake, faultPath(request.target))) {
+        if (!rowOf(fault->kind).processed) {
             answer = faulty(*fault, Answer());
             note(request, reachesClient(answer.ending) ? answer.response.status : 0, false, 0);
             return answer;
@@ -211,7 +183,7 @@ std::optional<Answer> Core::refusal(const HttpRequest &request, std::uint64_t id
         note(request, 101, true, 0);
         return {};
     } catch (const Refusal &refusal) {
-        answer.response = {refusal.status, "application/json", dump({{"message", refusal.what()}}), {}, nullptr};
+        answer.response = messageResponse(refusal.status, refusal.what());
         answer.delay = delay;
         note(request, refusal.status, true, 0);
         return answer;
@@ -224,9 +196,9 @@ void Core::socketOpened(std::uint64_t id)
     if (!socket)
         return server.drop(id);
     socket->open = true;
-    if (const auto fault = faults.take(FaultList::Moment::Socket, "socket/job/progress/" + socket->jobId)) {
+    if (const auto fault = faults.take(OnSocket, "socket/job/progress/" + socket->jobId)) {
         socketFaults[id] = *fault;
-        strike(id);
+        injectSocketFault(id);
     }
     service.advance();
     for (const std::string &text : service.snapshot(socket->jobId))
@@ -289,7 +261,7 @@ std::size_t Core::touchSockets(const std::string &action, const std::string &job
         if (action == "send") {
             ++socket->sent;
             server.send(socket->id, text);
-            strike(socket->id);
+            injectSocketFault(socket->id);
         } else if (action == "close") {
             server.close(socket->id, code, text);
         } else if (action == "drop") {
@@ -331,13 +303,13 @@ void Core::note(const HttpRequest &request, int status, bool processed, std::uin
                  processed});
 }
 
-void Core::tell(const std::string &jobId, const std::string &text)
+void Core::notify(const std::string &jobId, const std::string &text)
 {
     for (SeenSocket *socket : openSockets(jobId))
         send(*socket, text);
 }
 
-void Core::end(const std::string &jobId, const std::string &reason)
+void Core::finish(const std::string &jobId, const std::string &reason)
 {
     for (const SeenSocket *socket : openSockets(jobId))
         if (!socket->silent)
@@ -350,10 +322,10 @@ void Core::send(SeenSocket &socket, const std::string &text)
         return;
     ++socket.sent;
     server.send(socket.id, text);
-    strike(socket.id);
+    injectSocketFault(socket.id);
 }
 
-void Core::strike(std::uint64_t id)
+void Core::injectSocketFault(std::uint64_t id)
 {
     const auto found = socketFaults.find(id);
     SeenSocket *socket = journal.socket(id);

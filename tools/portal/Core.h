@@ -1,20 +1,20 @@
 #pragma once
 
-#include "Control.h"
-#include "Directory.h"
-#include "FaultList.h"
-#include "Journal.h"
-#include "Records.h"
-#include "Server.h"
-#include "Service.h"
-#include "StorageService.h"
+#include "portal/control/Control.h"
+#include "portal/control/FaultList.h"
+#include "portal/control/Journal.h"
+#include "portal/http/Server.h"
+#include "portal/os/Directory.h"
+#include "portal/service/Records.h"
+#include "portal/service/Service.h"
+#include "portal/storage/StorageService.h"
 
 #include <map>
 
 namespace VelmoraPortal {
 
-/// Joins server, service, storage, faults and journal. All of it lives on the server's thread, which
-/// others reach through `Server::call`.
+/// Connects server, service, storage, faults and journal. All of it belongs to the server's thread; other
+/// threads reach it through `Server::call`.
 class Core final : public ServerHandler, public Controlled {
 public:
     explicit Core(Options wanted);
@@ -69,11 +69,11 @@ private:
     class StorageSink;
 
     void note(const HttpRequest &request, int status, bool processed, std::uint64_t bodySize);
-    void tell(const std::string &jobId, const std::string &text);
-    void end(const std::string &jobId, const std::string &reason);
+    void notify(const std::string &jobId, const std::string &text);
+    void finish(const std::string &jobId, const std::string &reason);
     void send(SeenSocket &socket, const std::string &text);
-    /// Lets the fault of a socket happen once enough texts have gone out.
-    void strike(std::uint64_t id);
+    /// Injects the fault of a socket once enough texts were sent.
+    void injectSocketFault(std::uint64_t id);
 };
 
 } // namespace VelmoraPortal

@@ -1,7 +1,6 @@
-#include "Portal.h"
+#include "portal/Portal.h"
 
-#include "Core.h"
-#include "Records.h"
+#include "portal/Core.h"
 
 #include <algorithm>
 #include <fstream>
@@ -21,7 +20,7 @@ std::string Portal::caPem() const { return m_core->certificates.caPem; }
 
 namespace {
 
-/// Runs `work` on the portal's thread and hands back what it returns.
+/// Runs `work` on the portal's thread and returns its result.
 template <typename Work> auto on(Server &server, Work work)
 {
     decltype(work()) result{};
@@ -172,7 +171,7 @@ std::string Portal::jobKey(const std::string &jobId) const
 
 namespace {
 
-/// The file's plain bytes, opened on the portal's thread and read on the caller's; null when there are none.
+/// The file's plain bytes, opened on the portal's thread and read on the caller's; null when there is no such file.
 std::shared_ptr<BodySource> plainSource(Core &core, const std::string &jobId, const std::string &name)
 {
     return on(core.server, [&]() -> std::shared_ptr<BodySource> {

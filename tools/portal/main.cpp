@@ -1,5 +1,5 @@
-#include "Control.h"
-#include "Portal.h"
+#include "portal/Portal.h"
+#include "portal/control/Control.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -40,7 +40,7 @@ void waitForEnd()
         if (count == 0)
             return;
         if (count < 0 && errno != EINTR && errno != EAGAIN)
-            watched[1].fd = -1; // a terminal that this background process may not read
+            watched[1].fd = -1; // a terminal, which a background process may not read
     }
 }
 
@@ -53,7 +53,7 @@ std::string footer()
     text +=
         "Accounts ACC-1001 (the first user) and ACC-2002 (both), clusters hpc-eu-1, hpc-us-1 and hpc-lab-1 (accepts\n"
         "no jobs), some past jobs with files, tags and transactions.\n\n";
-    text += VelmoraPortal::controlHelp;
+    text += VelmoraPortal::controlHelp();
     text += "\n\nExample: curl --cacert CA https://HOST/control/faults -d "
             "'{\"kind\": \"status\", \"path\": \"job/submit\", \"status\": 503, \"body\": \"{}\"}'";
     return text;
@@ -71,11 +71,6 @@ int main(int argc, char **argv)
     double duration = 20;
     long lifetime = 3600;
     bool verbose = false;
-    using Storage = VelmoraPortal::StorageOptions;
-    const std::map<std::string, Storage::Upload> uploads = {
-        {"form", Storage::Upload::Form}, {"put", Storage::Upload::RawPut}, {"post", Storage::Upload::RawPost}};
-    const std::map<std::string, Storage::Download> downloads = {
-        {"get", Storage::Download::Get}, {"post", Storage::Download::Post}, {"mixed", Storage::Download::Mixed}};
     long addressLifetime = options.storage.addressLifetime.count();
     app.add_option("--port", options.port, "Port to listen on; 0 takes a free one")->capture_default_str();
     app.add_option("--directory", options.directory, "Private directory (mode 0700); a temporary one when not given");
@@ -86,10 +81,10 @@ int main(int argc, char **argv)
         ->capture_default_str()
         ->check(CLI::Range(1L, 0x7fffffffL));
     app.add_option("--upload", options.storage.upload, "How files come in: form, put or post")
-        ->transform(CLI::CheckedTransformer(uploads))
+        ->transform(CLI::CheckedTransformer(VelmoraPortal::uploadNames))
         ->default_str("form");
     app.add_option("--download", options.storage.download, "How pieces go out: get, post or mixed")
-        ->transform(CLI::CheckedTransformer(downloads))
+        ->transform(CLI::CheckedTransformer(VelmoraPortal::downloadNames))
         ->default_str("get");
     app.add_option("--piece-size", options.storage.pieceSize, "Plain bytes in a piece of a download")
         ->capture_default_str()
