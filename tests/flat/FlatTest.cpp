@@ -1,7 +1,7 @@
 // The flat functions: all of them from the list that the header gives, then whole flows of a host against the
 // portal over TLS.
 
-#include "Host.h"
+#include "Application.h"
 #include "api/flat/Adapters.h"
 
 #include <QFile>

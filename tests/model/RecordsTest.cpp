@@ -1,6 +1,6 @@
 // The field tables, stated once more by hand, and what readers, writers and views make of them.
 
-#include "flat/Host.h"
+#include "flat/Application.h"
 
 #include <boost/pfr.hpp>
 
