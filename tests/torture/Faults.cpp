@@ -6,17 +6,17 @@ namespace Torture {
 
 namespace {
 
-using Wire = std::function<S(Random &)>;
+using Wire = std::function<string(Random &)>;
 
-S answerOf(const S &status, const S &body, const S &headers = "Content-Type: application/json\r\n")
+string answerOf(const string &status, const string &body, const string &headers = "Content-Type: application/json\r\n")
 {
     return "HTTP/1.1 " + status + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
            body;
 }
 
-/// JSON that is well-formed and makes no sense, of every shape that a reader might stumble over. No key comes
-/// twice in an object: Qt 5.15's reader loses memory on some of those.
-S nonsense(Random &random, int depth = 0)
+/// Well-formed JSON without meaning, of every shape that a reader could fail on. An object has no key twice, as
+/// Qt 5.15's reader leaks memory on some of those.
+string nonsense(Random &random, int depth = 0)
 {
     static const QStringList keys = QStringLiteral("jobId key plaintextKey uri method headers formFields fileName "
                                                    "downloadRequest idToken expiresIn simulations account taglist "
@@ -28,7 +28,7 @@ S nonsense(Random &random, int depth = 0)
     const std::size_t shape = random.below(depth > 4 ? 1 : 3);
     if (shape == 0)
         return random.of(values);
-    S text;
+    string text;
     for (std::size_t i = random.below(5); i > 0; --i) {
         text += text.empty() ? "" : ",";
         text += shape == 1 ? "" : '"' + keys[int(i * 5 - 1 - random.below(5))].toStdString() + "\":";
@@ -37,11 +37,11 @@ S nonsense(Random &random, int depth = 0)
     return shape == 1 ? '[' + text + ']' : '{' + text + '}';
 }
 
-Trouble raw(const char *name, Wire wire, bool keepOpen = true)
+Fault raw(const char *name, Wire wire, bool keepOpen = true)
 {
     return {name,
             [wire = std::move(wire), keepOpen](Random &random) {
-                Fault fault;
+                PortalFault fault;
                 fault.kind = FaultKind::Raw;
                 fault.body = wire(random);
                 fault.keepOpen = keepOpen;
@@ -50,12 +50,12 @@ Trouble raw(const char *name, Wire wire, bool keepOpen = true)
             false, false, true};
 }
 
-Trouble plain(const char *name, FaultKind kind, bool harmless = false, bool silent = false)
+Fault plain(const char *name, FaultKind kind, bool harmless = false, bool silent = false)
 {
     return {name,
             [kind](Random &random) {
                 constexpr long bytes[] = {0, 1, 15, 16, 100, 4111, 4112, 4113, 100000};
-                Fault fault;
+                PortalFault fault;
                 fault.kind = kind;
                 fault.bytes = kind == FaultKind::Gzip || kind == FaultKind::NoLength ? 0 : random.of(bytes);
                 fault.delay = std::chrono::milliseconds(kind == FaultKind::Delay ? random.below(200) : 0);
@@ -65,13 +65,13 @@ Trouble plain(const char *name, FaultKind kind, bool harmless = false, bool sile
             harmless, silent};
 }
 
-Trouble socket(const char *name, FaultKind kind, bool silent = false)
+Fault socket(const char *name, FaultKind kind, bool silent = false)
 {
     return {name,
             [kind](Random &random) {
                 constexpr int codes[] = {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1011, 3000, 4000, 4999};
                 const char *const reasons[] = {"", "Job status is FINISHED", "Job status is STOPPED", "bye"};
-                Fault fault;
+                PortalFault fault;
                 fault.kind = kind;
                 fault.messages = int(random.below(4));
                 fault.closeCode = random.of(codes);
@@ -81,53 +81,53 @@ Trouble socket(const char *name, FaultKind kind, bool silent = false)
             false,
             silent,
             false,
-            Trouble::Portal,
+            Fault::Portal,
             true};
 }
 
-/// Frames that a client must not swallow: what it does with them is its affair, but it neither crashes nor waits.
-Trouble frames()
+/// Invalid frames: a client may answer them in any way, but neither crash nor wait forever.
+Fault badFrames()
 {
-    Trouble trouble = socket("bad frames", FaultKind::SocketRaw);
-    trouble.fault = [](Random &random) {
-        const S bodies[] = {
-            S("\x81\x7f\x7f\xff\xff\xff\xff\xff\xff\xff", 10) + random.bytes(100), // longer than memory
-            S("\x81\x7f\xff\xff\xff\xff\xff\xff\xff\xff", 10),                     // of negative length
-            S("\x81\x04\xff\xfe\xc3\x28", 6),                                      // no UTF-8
-            S("\x82\x03", 2) + random.bytes(3),                                    // binary
-            S("\xf1\x02zz", 4),                                                    // reserved bits
-            S("\x80\x02zz", 4),                                                    // goes on with nothing
-            S("\x01\x02{}\x81\x02{}", 8),                                          // begins while another one is open
-            S("\x89\x7e\x02", 3) + '\0' + random.bytes(512),                       // a ping of 512 bytes
-            S("\x88\x01\x03", 3),                                                  // half a close code
-            S("\x88\x02\x03\xed", 4),                                              // a code that is never sent
-            S("\x81\x85masked", 8),
+    Fault frames = socket("bad frames", FaultKind::SocketRaw);
+    frames.portal = [](Random &random) {
+        const string bodies[] = {
+            "\x81\x7f\x7f\xff\xff\xff\xff\xff\xff\xff"s + random.bytes(100), // longer than memory
+            "\x81\x7f\xff\xff\xff\xff\xff\xff\xff\xff"s,                     // with a negative length
+            "\x81\x04\xff\xfe\xc3\x28"s,                                     // not UTF-8
+            "\x82\x03"s + random.bytes(3),                                   // binary
+            "\xf1\x02zz"s,                                                   // reserved bits
+            "\x80\x02zz"s,                                                   // a continuation of nothing
+            "\x01\x02{}\x81\x02{}"s,                                         // a message inside another one
+            "\x89\x7e\x02"s + '\0' + random.bytes(512),                      // a ping of 512 bytes
+            "\x88\x01\x03"s,                                                 // half a close code
+            "\x88\x02\x03\xed"s,                                             // a code that must not be sent
+            "\x81\x85masked"s,
             random.bytes(1 + random.below(300)),
         };
-        Fault fault;
+        PortalFault fault;
         fault.kind = FaultKind::SocketRaw;
         fault.messages = int(random.below(3));
         fault.body = random.of(bodies);
         return fault;
     };
-    return trouble;
+    return frames;
 }
 
-Trouble disk(const char *name, DiskCall call, int error)
+Fault disk(const char *name, DiskCall call, int error)
 {
-    return {name, {}, false, false, false, Trouble::Portal, false, call, error};
+    return {name, {}, false, false, false, Fault::Portal, false, call, error};
 }
 
 } // namespace
 
-const std::vector<Trouble> &troubles()
+const std::vector<Fault> &faults()
 {
-    static const std::vector<Trouble> all = {
+    static const std::vector<Fault> all = {
         {"none", {}, true},
-        {"refused", {}, false, false, false, Trouble::Refused},
-        {"unreachable", {}, false, false, false, Trouble::Unreachable},
-        {"no TLS there", {}, false, false, false, Trouble::NoTls},
-        {"not trusted", {}, false, false, false, Trouble::Distrusted},
+        {"refused", {}, false, false, false, Fault::Refused},
+        {"unreachable", {}, false, false, false, Fault::Unreachable},
+        {"no TLS there", {}, false, false, false, Fault::NoTls},
+        {"not trusted", {}, false, false, false, Fault::Distrusted},
         plain("delay", FaultKind::Delay, true),
         plain("drip", FaultKind::Drip, true),
         plain("gzip", FaultKind::Gzip, true),
@@ -150,7 +150,7 @@ const std::vector<Trouble> &troubles()
         raw("redirect",
             [](Random &random) {
                 const char *const to[] = {"/api/job/list", "https://127.0.0.1:9/", "http://127.0.0.1:9/", "", "a b"};
-                return answerOf("302 Found", "", S("Location: ") + random.of(to) + "\r\n");
+                return answerOf("302 Found", "", "Location: "s + random.of(to) + "\r\n");
             }),
         raw("unauthorised",
             [](Random &random) {
@@ -165,12 +165,13 @@ const std::vector<Trouble> &troubles()
         raw("empty body", [](Random &) { return answerOf("200 OK", ""); }),
         raw("huge body",
             [](Random &random) {
-                S body = "[0";
+                string body = "[0";
                 for (int i = 0; i < 300000; ++i)
                     body += ",{}";
                 return answerOf(random.chance(70) ? "200 OK" : "500 Bad", body + ']');
             }),
-        raw("deep JSON", [](Random &random) { return answerOf("200 OK", S(100000, random.chance(50) ? '[' : '{')); }),
+        raw("deep JSON",
+            [](Random &random) { return answerOf("200 OK", string(100000, random.chance(50) ? '[' : '{')); }),
         raw("wrong types", [](Random &random) { return answerOf("200 OK", nonsense(random)); }),
         raw("duplicate keys",
             [](Random &) {
@@ -180,18 +181,19 @@ const std::vector<Trouble> &troubles()
             [](Random &random) {
                 return answerOf("200 OK", "{\"jobId\":\"\xff\xfe" + random.bytes(20) + "\",\"message\":\"\xc3\"}");
             }),
-        raw("longer than said",
+        raw("longer than its length",
             [](Random &) {
                 return "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}" +
-                       S("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+                       "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"s;
             }),
         raw(
-            "shorter than said", [](Random &) { return S("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"); }, false),
+            "shorter than its length", [](Random &) { return "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"s; },
+            false),
         raw(
             "bad chunks",
             [](Random &random) {
                 return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" +
-                       S(random.chance(50) ? "zz\r\n{}" : "2\r\n{");
+                       string(random.chance(50) ? "zz\r\n{}" : "2\r\n{");
             },
             false),
         raw("bad gzip",
@@ -204,21 +206,22 @@ const std::vector<Trouble> &troubles()
             "bad length",
             [](Random &random) {
                 const char *const lengths[] = {"-1", "99999999999999999999", "x", "1, 2"};
-                return S("HTTP/1.1 200 OK\r\nContent-Length: ") + random.of(lengths) + "\r\n\r\n{}";
+                return "HTTP/1.1 200 OK\r\nContent-Length: "s + random.of(lengths) + "\r\n\r\n{}";
             },
             false),
         raw(
-            "huge head", [](Random &) { return answerOf("200 OK", "{}", "X-Big: " + S(200000, 'x') + "\r\n"); }, false),
+            "huge head", [](Random &) { return answerOf("200 OK", "{}", "X-Big: " + string(200000, 'x') + "\r\n"); },
+            false),
         socket("socket dropped", FaultKind::SocketDrop),
         socket("socket silent", FaultKind::SocketSilence, true),
         socket("socket closed", FaultKind::SocketClose),
-        frames(),
-        disk("disk refuses to open", DiskCall::Open, EACCES),
+        badFrames(),
+        disk("disk cannot open", DiskCall::Open, EACCES),
         disk("disk cannot read", DiskCall::Read, EIO),
         disk("disk cannot write", DiskCall::Write, EIO),
         disk("disk full", DiskCall::Write, ENOSPC),
-        disk("disk refuses to rename", DiskCall::Rename, EPERM),
-        disk("disk refuses to remove", DiskCall::Remove, EROFS),
+        disk("disk cannot rename", DiskCall::Rename, EPERM),
+        disk("disk cannot remove", DiskCall::Remove, EROFS),
     };
     return all;
 }
