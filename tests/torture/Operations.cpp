@@ -172,6 +172,14 @@ const std::vector<Operation> &operations()
         simple("getJobFileList", "job/files/list", &C::getJobFileList, job, true),
         simple("getSimulationFileList", "job/files/list", &C::getSimulationFileList, job, "sim-1", true),
         simple("getUsersFileList", "job/files/list", &C::getUsersFileList, false),
+        {"deleteFile",
+         {"job/files/job-wing0001"},
+         [](Case &test) {
+             Call &call = test.call("deleteFile");
+             call.echoes = true;
+             test.refusals[call.name] = 404; // deleted already
+             test.api->deleteFile({storedJob, "sim-1", "forces.csv"}, watch(test, call));
+         }},
         {"uploadFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, false); }},
         {"uploadInputFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, true); }},
         {"downloadFile", {"job/key", "job/files/list", "storage", "storage"}, download},
