@@ -79,10 +79,7 @@ Case::~Case()
     QDir(m_folder).removeRecursively();
 }
 
-string Case::path(const string &name) const
-{
-    return QDir(m_folder).filePath(QString::fromStdString(name)).toStdString();
-}
+string Case::path(const string &name) const { return m_folder.toStdString() + '/' + name; }
 
 string Case::write(const string &name, const string &bytes) const
 {
@@ -110,16 +107,12 @@ void Case::completed(Call &call, const ApiError &error, bool emptied)
     call.failed = call.code >= 300 && error.errorTitle != "Download Cancelled";
     if (!call.succeeded()) // the success of a sign-in hands over the service's answer
         m_texts += error.errorTitle + '\n' + error.errorMessage + '\n';
-    if (!api)
-        fail(call.name + " completed after destruction");
-    if (call.muted)
-        fail(call.name + " completed after the subscription had finished");
-    if (call.follows.empty() && call.completions > 1)
-        fail(call.name + " completed more than once");
-    if (!call.succeeded() && !emptied && !call.echoes)
-        fail(call.name + " returned a result with code " + std::to_string(call.code));
-    if (error.errorCode >= 300 && error.errorTitle.empty())
-        fail(call.name + " failed without a title");
+    failIf(!api, call.name + " completed after destruction");
+    failIf(call.muted, call.name + " completed after the subscription had finished");
+    failIf(call.follows.empty() && call.completions > 1, call.name + " completed more than once");
+    failIf(!call.succeeded() && !emptied && !call.echoes,
+           call.name + " returned a result with code " + std::to_string(call.code));
+    failIf(error.errorCode >= 300 && error.errorTitle.empty(), call.name + " failed without a title");
     if (!call.follows.empty() && call.code == 200)
         mute(call.follows);
     performInCallback();
@@ -127,12 +120,9 @@ void Case::completed(Call &call, const ApiError &error, bool emptied)
 
 void Case::progressed(Call &call)
 {
-    if (!api)
-        fail(call.name + " reported progress after destruction");
-    if (call.muted)
-        fail(call.name + " reported progress after the subscription had finished");
-    if (call.follows.empty() && call.isFinished())
-        fail(call.name + " reported progress after its completion");
+    failIf(!api, call.name + " reported progress after destruction");
+    failIf(call.muted, call.name + " reported progress after the subscription had finished");
+    failIf(call.follows.empty() && call.isFinished(), call.name + " reported progress after its completion");
     performInCallback();
 }
 
@@ -256,18 +246,16 @@ void Case::verify(const std::vector<Step> &steps)
     for (const auto &each : m_calls) {
         submits += each->name == "submitNewJob";
         pieces = pieces || (each->name == "downloadFile" && each->failed);
-        if (harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name])
-            fail(each->name + " failed with " + std::to_string(each->code));
+        failIf(harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name],
+               each->name + " failed with " + std::to_string(each->code));
         if (each->verify) {
             const string wrong = each->verify(environment, each->succeeded() && !falseReplies);
             if (!wrong.empty())
                 fail(each->name + ": " + wrong);
         }
     }
-    if (environment.portal.jobCount() - m_jobsBefore > submits)
-        fail("more jobs than submissions");
-    if (removable && entries(path("tmp").c_str()) > 2)
-        fail("temporary files left");
+    failIf(environment.portal.jobCount() - m_jobsBefore > submits, "more jobs than submissions");
+    failIf(removable && entries(path("tmp").c_str()) > 2, "temporary files left");
     if (removable)
         searchTargets(pieces);
     const Resources most = environment.most;

@@ -37,60 +37,50 @@ string nonsense(Random &random, int depth = 0)
     return shape == 1 ? '[' + text + ']' : '{' + text + '}';
 }
 
-Fault raw(const char *name, Wire wire, bool keepOpen = true)
+/// A fault of the portal, filled in with the data of the case.
+Fault portal(const char *name, FaultKind kind, const std::function<void(PortalFault &, Random &)> &fill)
 {
-    return {name,
-            [wire = std::move(wire), keepOpen](Random &random) {
+    return {name, [kind, fill](Random &random) {
                 PortalFault fault;
-                fault.kind = FaultKind::Raw;
-                fault.body = wire(random);
-                fault.keepOpen = keepOpen;
+                fault.kind = kind;
+                fill(fault, random);
                 return fault;
-            },
-            false, false, true};
+            }};
 }
+
+/// An answer byte for byte; the connection stays open.
+Fault raw(const char *name, const Wire &wire, bool keepOpen = true)
+{
+    Fault made = portal(name, FaultKind::Raw, [=](PortalFault &fault, Random &random) {
+        fault.body = wire(random);
+        fault.keepOpen = keepOpen;
+    });
+    made.falseReply = true;
+    return made;
+}
+/// The same, and the connection closes.
+Fault closed(const char *name, const Wire &wire) { return raw(name, wire, false); }
 
 Fault plain(const char *name, FaultKind kind, bool harmless = false, bool silent = false)
 {
-    return {name,
-            [kind](Random &random) {
-                constexpr long bytes[] = {0, 1, 15, 16, 100, 4111, 4112, 4113, 100000};
-                PortalFault fault;
-                fault.kind = kind;
-                fault.bytes = kind == FaultKind::Gzip || kind == FaultKind::NoLength ? 0 : random.of(bytes);
-                fault.delay = std::chrono::milliseconds(kind == FaultKind::Delay ? random.below(200) : 0);
-                fault.rate = kind == FaultKind::Drip ? 20000 : 1000000;
-                return fault;
-            },
-            harmless, silent};
+    Fault made = portal(name, kind, [kind](PortalFault &fault, Random &random) {
+        constexpr long bytes[] = {0, 1, 15, 16, 100, 4111, 4112, 4113, 100000};
+        fault.bytes = kind == FaultKind::Gzip || kind == FaultKind::NoLength ? 0 : random.of(bytes);
+        fault.delay = std::chrono::milliseconds(kind == FaultKind::Delay ? random.below(200) : 0);
+        fault.rate = kind == FaultKind::Drip ? 20000 : 1000000;
+    });
+    made.harmless = harmless;
+    made.silent = silent;
+    return made;
 }
 
 Fault socket(const char *name, FaultKind kind, bool silent = false)
 {
-    return {name,
-            [kind](Random &random) {
-                constexpr int codes[] = {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1011, 3000, 4000, 4999};
-                const char *const reasons[] = {"", "Job status is FINISHED", "Job status is STOPPED", "bye"};
-                PortalFault fault;
-                fault.kind = kind;
-                fault.messages = int(random.below(4));
-                fault.closeCode = random.of(codes);
-                fault.reason = random.of(reasons);
-                return fault;
-            },
-            false,
-            silent,
-            false,
-            Fault::Portal,
-            true};
-}
-
-/// Invalid frames: a client may answer them in any way, but neither crash nor wait forever.
-Fault badFrames()
-{
-    Fault frames = socket("bad frames", FaultKind::SocketRaw);
-    frames.portal = [](Random &random) {
-        const string bodies[] = {
+    Fault made = portal(name, kind, [](PortalFault &fault, Random &random) {
+        constexpr int codes[] = {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1011, 3000, 4000, 4999};
+        const char *const reasons[] = {"", "Job status is FINISHED", "Job status is STOPPED", "bye"};
+        // Invalid frames: a client may answer them in any way, but neither crash nor wait forever.
+        const string frames[] = {
             "\x81\x7f\x7f\xff\xff\xff\xff\xff\xff\xff"s + random.bytes(100), // longer than memory
             "\x81\x7f\xff\xff\xff\xff\xff\xff\xff\xff"s,                     // with a negative length
             "\x81\x04\xff\xfe\xc3\x28"s,                                     // not UTF-8
@@ -104,13 +94,14 @@ Fault badFrames()
             "\x81\x85masked"s,
             random.bytes(1 + random.below(300)),
         };
-        PortalFault fault;
-        fault.kind = FaultKind::SocketRaw;
-        fault.messages = int(random.below(3));
-        fault.body = random.of(bodies);
-        return fault;
-    };
-    return frames;
+        fault.messages = int(random.below(4));
+        fault.closeCode = random.of(codes);
+        fault.reason = random.of(reasons);
+        fault.body = random.of(frames);
+    });
+    made.silent = silent;
+    made.socket = true;
+    return made;
 }
 
 Fault disk(const char *name, DiskCall call, int error)
@@ -141,12 +132,10 @@ const std::vector<Fault> &faults()
         plain("silence", FaultKind::Silence, false, true),
         plain("slow to read", FaultKind::SlowRead, true),
         plain("cut upload", FaultKind::CutUpload),
-        raw(
-            "any status",
-            [](Random &random) {
-                return answerOf(std::to_string(100 + random.below(500)) + " Odd", R"({"message":"odd"})");
-            },
-            false),
+        closed("any status",
+               [](Random &random) {
+                   return answerOf(std::to_string(100 + random.below(500)) + " Odd", R"({"message":"odd"})");
+               }),
         raw("redirect",
             [](Random &random) {
                 const char *const to[] = {"/api/job/list", "https://127.0.0.1:9/", "http://127.0.0.1:9/", "", "a b"};
@@ -186,36 +175,28 @@ const std::vector<Fault> &faults()
                 return "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}" +
                        "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"s;
             }),
-        raw(
-            "shorter than its length", [](Random &) { return "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"s; },
-            false),
-        raw(
-            "bad chunks",
-            [](Random &random) {
-                return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" +
-                       string(random.chance(50) ? "zz\r\n{}" : "2\r\n{");
-            },
-            false),
+        closed("shorter than its length", [](Random &) { return "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"s; }),
+        closed("bad chunks",
+               [](Random &random) {
+                   return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" +
+                          string(random.chance(50) ? "zz\r\n{}" : "2\r\n{");
+               }),
         raw("bad gzip",
             [](Random &random) {
                 return answerOf("200 OK", "\x1f\x8b\x08" + random.bytes(40), "Content-Encoding: gzip\r\n");
             }),
-        raw(
-            "no HTTP", [](Random &random) { return random.bytes(1 + random.below(3000)); }, false),
-        raw(
-            "bad length",
-            [](Random &random) {
-                const char *const lengths[] = {"-1", "99999999999999999999", "x", "1, 2"};
-                return "HTTP/1.1 200 OK\r\nContent-Length: "s + random.of(lengths) + "\r\n\r\n{}";
-            },
-            false),
-        raw(
-            "huge head", [](Random &) { return answerOf("200 OK", "{}", "X-Big: " + string(200000, 'x') + "\r\n"); },
-            false),
+        closed("no HTTP", [](Random &random) { return random.bytes(1 + random.below(3000)); }),
+        closed("bad length",
+               [](Random &random) {
+                   const char *const lengths[] = {"-1", "99999999999999999999", "x", "1, 2"};
+                   return "HTTP/1.1 200 OK\r\nContent-Length: "s + random.of(lengths) + "\r\n\r\n{}";
+               }),
+        closed("huge head",
+               [](Random &) { return answerOf("200 OK", "{}", "X-Big: " + string(200000, 'x') + "\r\n"); }),
         socket("socket dropped", FaultKind::SocketDrop),
         socket("socket silent", FaultKind::SocketSilence, true),
         socket("socket closed", FaultKind::SocketClose),
-        badFrames(),
+        socket("bad frames", FaultKind::SocketRaw),
         disk("disk cannot open", DiskCall::Open, EACCES),
         disk("disk cannot read", DiskCall::Read, EIO),
         disk("disk cannot write", DiskCall::Write, EIO),

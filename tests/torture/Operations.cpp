@@ -46,17 +46,12 @@ JobSubmit jobOf(Case &test)
     return job;
 }
 
-std::size_t submitted(Environment &environment, const string &job)
-{
-    return environment.portal.jobStatus(job).empty() ? 0 : 1;
-}
-
 void submit(Case &test, bool asText)
 {
     const JobSubmit job = jobOf(test);
     Call &call = test.call("submitNewJob");
     call.verify = [id = test.job](Environment &environment, bool succeeded) {
-        return succeeded && submitted(environment, id) == 0 ? "success without a job"s : string();
+        return succeeded && environment.portal.jobStatus(id).empty() ? "success without a job" : "";
     };
     if (asText)
         test.api->submitNewJob(job.toSubmissionJson(), watch(test, call));
@@ -75,9 +70,8 @@ void upload(Case &test, bool blocking)
     Call &call = test.call(blocking ? "uploadInputFile" : "uploadFile");
     call.echoes = true;
     call.verify = [=, &uploads, job = test.job](Environment &environment, bool succeeded) {
-        return !succeeded || uploads > 1 || environment.portal.plainFile(job, name) == bytes
-                   ? string()
-                   : "success, but the service has another file"s;
+        const bool arrived = uploads > 1 || environment.portal.plainFile(job, name) == bytes;
+        return succeeded && !arrived ? "success, but the service has another file" : "";
     };
     test.cancels.push_back([&test, file] { test.api->cancelUpload(file); });
     const auto onProgress = [&test, &call](const FileUploadDetails &, std::int64_t) { test.progressed(call); };
@@ -97,10 +91,8 @@ void download(Case &test)
     call.verify = [=](Environment &environment, bool succeeded) {
         const string now = read(target);
         if (now == environment.stored)
-            return string(); // by this download, or by another one to the same target
-        return succeeded       ? "success, but the target is another file"s
-               : now != before ? "failed, but the target was changed"s
-                               : string();
+            return ""; // by this download, or by another one to the same target
+        return succeeded ? "success, but the target is another file" : now != before ? "the target was changed" : "";
     };
     test.cancels.push_back([&test, file] { test.api->cancelDownload(file); });
     test.api->downloadFile(

@@ -98,7 +98,7 @@ struct Call {
     string follows;       ///< a subscription's job: any number of messages and losses, and one end
     bool mustEnd = false; ///< a subscription that cannot be opened must report that
     bool muted = false;   ///< a finished subscription: no callback may run any more
-    std::function<string(Environment &, bool succeeded)> verify; ///< what is wrong at the end; empty: nothing
+    std::function<const char *(Environment &, bool succeeded)> verify; ///< what is wrong at the end; empty: nothing
 
     bool isFinished() const { return completions > 0; }
     bool succeeded() const { return code > 0 && code < 300; }
@@ -167,6 +167,7 @@ public:
     bool cannotOpen() const { return m_nobody; } ///< no socket any more
     void destroy();
     void fail(const string &reason);
+    void failIf(bool wrong, const string &reason) { wrong ? fail(reason) : void(); }
     std::map<string, int> uploads;              ///< how many of each file name
     std::map<string, int> refusals;             ///< codes that the service may rightly answer with
     std::vector<std::function<void()>> cancels; ///< cancel what the operations started

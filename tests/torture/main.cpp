@@ -47,20 +47,18 @@ std::vector<Step> matrix(const string &only)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // a case's line is there when a later one crashes
     std::uint64_t first = 1, count = 200;
     std::size_t mostSteps = 1;
     std::string only;
     bool whole = false, tabled = false, verbose = false;
-    CLI::App line(
-        "Runs operations of the library under faults and checks what the library promises.\n"
-        "A case is OPERATION / FAULT / ACTION: the fault is injected, the operation starts, and the application\n"
-        "does the action before, during or after it.");
+    CLI::App line("Checks what the library promises. A case is OPERATION / FAULT / ACTION: the fault is injected, the\n"
+                  "operation starts, and the application does the action before, during or after it.");
     line.add_option("--seed", first, "seed of the first case");
     line.add_option("--cases", count, "number of cases");
     line.add_option("--steps", mostSteps, "operations in one case, at most");
     line.add_flag("--matrix", whole, "every operation with every fault and action, instead of --cases");
-    line.add_option("--only", only,
-                    "only cases whose description contains the text, such as 'subscribeToJob / unreachable'");
+    line.add_option("--only", only, "only cases that contain the text, such as 'subscribeToJob / unreachable'");
     line.add_flag("--table", tabled, "print at the end how many cases each operation and each fault had");
     line.add_flag("--verbose", verbose, "print each case");
     CLI11_PARSE(line, argc, argv);
@@ -85,16 +83,14 @@ int main(int argc, char **argv)
         Random random(seed);
         std::vector<Step> steps;
         if (warming)
-            steps = {{&operations()[std::size_t(seed) + operations().size() - warmUp], &faults().front(),
-                      &actions().front()}};
+            steps = {{&operations().end()[int(seed) - int(warmUp)], &faults().front(), &actions().front()}};
         else if (whole)
             steps = {rows[i - warmUp]};
         else
             for (std::size_t left = 1 + random.below(std::max<std::size_t>(1, mostSteps)); left > 0; --left)
                 steps.push_back(random.of(rows));
         if (verbose && !warming)
-            std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), Case::describe(steps).c_str()),
-                std::fflush(stdout);
+            std::printf("seed %s: %s\n", std::to_string(seed).c_str(), Case::describe(steps).c_str());
         if (inEnvironment > 100) // the jobs and files of many operations make the listings long
             environment.reset(), environment = std::make_unique<Environment>(), inEnvironment = 0;
         inEnvironment += steps.size();
@@ -111,15 +107,13 @@ int main(int argc, char **argv)
         ++failures;
         const string chosen = whole ? "--matrix"s : "--cases 1 --steps " + std::to_string(mostSteps);
         const string text = whole ? Case::describe(steps) : only;
-        std::printf("FAILED  %s\n        %s\n        --seed %llu %s --only '%s'\n", Case::describe(steps).c_str(),
-                    wrong.c_str(), static_cast<unsigned long long>(seed), chosen.c_str(), text.c_str());
-        std::fflush(stdout);
+        std::printf("FAILED  %s\n        %s\n        --seed %s %s --only '%s'\n", Case::describe(steps).c_str(),
+                    wrong.c_str(), std::to_string(seed).c_str(), chosen.c_str(), text.c_str());
     }
     if (tabled) {
         for (const auto &[name, cases] : table)
             std::printf("%-40s %6d\n", name.c_str(), cases);
     }
-    std::printf("%llu cases, %d failed, %lld s\n", static_cast<unsigned long long>(count), failures,
-                static_cast<long long>(timer.elapsed() / 1000));
+    std::printf("%s cases, %d failed, %d s\n", std::to_string(count).c_str(), failures, int(timer.elapsed() / 1000));
     return failures == 0 ? 0 : 1;
 }
