@@ -144,9 +144,9 @@ protected:
     }
     static string example(const string &name) { return VELMORA_SOURCE_FOLDER "/examples/jobs/" + name; }
     /// The command that runs an example without its files.
-    static string runOf(const string &name)
+    static string runOf(const string &job)
     {
-        return "run --account ACC-1001 --no-upload --no-download " + example(name);
+        return "run --account ACC-1001 --no-upload --no-download " + example(job);
     }
     static string submitted(Program &program)
     {

@@ -54,22 +54,18 @@ void write(const QString &path, const QByteArray &content)
     demand(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(), "a file can be written");
 }
 
-template <class Value> void applicationCanRead(const Value &value)
+template <class Value> void isReadable(const Value &value)
 {
-    demand(QJsonDocument::fromJson(QByteArray::fromStdString(hostText(value))).isObject(),
-           "applications get valid JSON");
+    demand(QJsonDocument::fromJson(QByteArray::fromStdString(hostText(value))).isObject(), "a text is valid JSON");
 }
 
 template <class... Records> void readAll(const QByteArray &text)
 {
-    (applicationCanRead(readReply<Records>(text)), ...);
-    (applicationCanRead(readHostText<Records>(text)), ...);
+    (isReadable(readReply<Records>(text)), ...);
+    (isReadable(readHostText<Records>(text)), ...);
 }
 
-template <class... Records> void readLists(const QByteArray &text)
-{
-    (applicationCanRead(readReplyList<Records>(text)), ...);
-}
+template <class... Records> void readLists(const QByteArray &text) { (isReadable(readReplyList<Records>(text)), ...); }
 
 void replies(const QByteArray &text)
 {

@@ -43,6 +43,7 @@ class ApplicationsTest(unittest.TestCase):
         os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
         (cls.libraries,) = (os.path.dirname(path) for path in glob.glob(f"{cls.folder}/moved/**/libvelmora.so",
                                                                        recursive=True))
+        cls.environment["VELMORA_LIBRARY"] = f"{cls.libraries}/libvelmora.so.1"
 
     @classmethod
     def start_portal(cls):
@@ -62,8 +63,10 @@ class ApplicationsTest(unittest.TestCase):
             raise AssertionError(f"{shlex.join(command)}: {output}")
         return output
 
-    def launch(self, *command, **changes):
-        return run(*command, environment={**self.environment, **changes})
+    def expect(self, command, code, part, **changes):
+        """The command ends with that code, and its output contains the part."""
+        ended, output = run(*command, environment={**self.environment, "LD_LIBRARY_PATH": self.libraries, **changes})
+        self.assertEqual((ended, part in output), (code, True), output)
 
     def built_by_cmake(self, name, source="examples"):
         folder = f"{self.folder}/{name}"
@@ -72,60 +75,50 @@ class ApplicationsTest(unittest.TestCase):
         self.must("cmake", "--build", folder, "-j2")
         return f"{folder}/{name}"
 
-    def check(self, name, language, output_part, error_part):
-        """Builds an example by CMake and by pkg-config, and runs both, then with a wrong password. Returns the first."""
+    def check(self, name, language, part, refusal):
+        """Builds an example by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
         by_cmake, by_pkg_config = self.built_by_cmake(name), f"{self.folder}/{name}-by-pkg-config"
         flags = self.must("pkg-config", "--cflags", "--libs", "velmora",
                           environment={"PKG_CONFIG_PATH": f"{self.libraries}/pkgconfig"})
         self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {flags}".split())
-        for program, environment in ((by_cmake, {}), (by_pkg_config, {"LD_LIBRARY_PATH": self.libraries})):
-            code, output = self.launch(program, **environment)
-            self.assertEqual((code, output_part in output), (0, True), output)
-            code, output = self.launch(program, VELMORA_PASSWORD="wrong", **environment)
-            self.assertEqual((code, output.count(error_part)), (1, 1), output)
+        for program, environment in ((by_cmake, {"LD_LIBRARY_PATH": ""}), (by_pkg_config, {})):
+            self.expect([program], 0, part, **environment)
+            self.expect([program], 1, refusal, VELMORA_PASSWORD="wrong", **environment)
         return by_cmake
+
+    def csharp(self):
+        self.must("mcs", "-warnaserror", f"-out:{self.folder}/Host.exe", f"{SOURCE}/examples/csharp_host/Host.cs")
+        return ["mono", f"{self.folder}/Host.exe"]
+
+    def python(self, content, *arguments):
+        source = f"{self.folder}/beam.trninp"
+        with open(source, "w", encoding="ascii") as file:
+            file.write(content)
+        return [sys.executable, f"{SOURCE}/examples/python_host/main.py", source, self.folder, *arguments]
 
     def test_cpp_seededUser_listsItsJobs(self):
         program = self.check("cpp_host", f"c++ -std=c++17 {SOURCE}/examples/cpp_host/main.cpp",
                              "job-wing0001  FINISHED", "sign-in: Error Authenticating Credentials")
-        code, output = self.launch(program, LD_PRELOAD="")
-        self.assertEqual((code, output.count("sign-in: no answer came")), (1, 1), "an authority that is not trusted: " + output)
+        self.expect([program], 1, "sign-in: no answer came", LD_PRELOAD="")  # an authority that is not trusted
 
     def test_c_newJob_runsAndListsItsFiles(self):
         self.check("c_host", f"cc -std=c11 {SOURCE}/examples/c_host/main.c",
                    '"fileName": "sim-2/run.log"', '"errorCode": 401')
 
-    def csharp(self):
-        program = f"{self.folder}/Host.exe"
-        self.must("mcs", "-warnaserror", f"-out:{program}", f"{SOURCE}/examples/csharp_host/Host.cs")
-        return ["mono", program]
-
     @unittest.skipUnless(MONO, "no Mono: mono-mcs, mono-runtime")
     def test_csharp_newJob_runsAndListsItsFiles(self):
-        command, library = self.csharp(), {"LD_LIBRARY_PATH": self.libraries}
-        code, output = self.launch(*command, **library)
-        self.assertEqual((code, '"fileName": "sim-1/run.log"' in output), (0, True), output)
-        code, output = self.launch(*command, VELMORA_PASSWORD="wrong", **library)
-        self.assertEqual((code, output.count('"errorCode": 401')), (1, 1), output)
+        self.expect(self.csharp(), 0, '"fileName": "sim-1/run.log"')
+        self.expect(self.csharp(), 1, '"errorCode": 401', VELMORA_PASSWORD="wrong")
 
     def test_python_inputFile_comesBackInTheResults(self):
-        source = f"{self.folder}/beam.trninp"
-        with open(source, "w", encoding="ascii") as file:
-            file.write("beam " * 100000)
-        command = (sys.executable, f"{SOURCE}/examples/python_host/main.py", source, self.folder)
-        library = {"VELMORA_LIBRARY": f"{self.libraries}/libvelmora.so.1"}
-        code, output = self.launch(*command, **library)
-        self.assertEqual(code, 0, output)
-        self.assertIn("Job status is FINISHED", output)
+        self.expect(self.python("beam " * 100000), 0, "Job status is FINISHED")
         with open(f"{self.folder}/sim-1-results.dat", encoding="ascii") as file:
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
-        code, output = self.launch(*command, "ACC-NONE", **library)
-        self.assertEqual((code, "Error Requesting Job ID" in output), (1, True), output)
+        self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")
 
     def test_desktop_actionsOfAUser_haveTheirResults(self):
         program = os.path.dirname(self.built_by_cmake("desktop", "tests/package")) + "/drive"
-        code, output = self.launch(program, QT_QPA_PLATFORM="offscreen", **self.start_portal())
-        self.assertEqual(code, 0, output)
+        self.expect([program], 0, "Totals: ", QT_QPA_PLATFORM="offscreen", **self.start_portal())
 
 
 unittest.main()
