@@ -45,7 +45,7 @@ void openssl(bool encrypt, const std::string &in, const std::string &out)
 {
     const std::string command = std::string("openssl enc ") + (encrypt ? "-e" : "-d") +
                                 " -aes-256-cbc -bufsize 1048576 -K " + hex(keyBytes, Velmora::cipherKeySize) + " -iv " +
-                                hex(Velmora::fixedIv, Velmora::cipherBlockSize) + " -in '" + in + "' -out '" + out +
+                                hex(Velmora::jobFileIv, Velmora::cipherBlockSize) + " -in '" + in + "' -out '" + out +
                                 "'";
     run(command);
 }
@@ -67,7 +67,7 @@ void oneShotMapped(bool encrypt, const std::string &in, const std::string &out)
     int head = 0;
     int tail = 0;
     const bool done =
-        EVP_CipherInit_ex2(context, EVP_aes_256_cbc(), keyBytes, Velmora::fixedIv, encrypt, nullptr) == 1 &&
+        EVP_CipherInit_ex2(context, EVP_aes_256_cbc(), keyBytes, Velmora::jobFileIv, encrypt, nullptr) == 1 &&
         EVP_CipherUpdate(context, result.data(), &head, static_cast<unsigned char *>(from), static_cast<int>(size)) ==
             1 &&
         EVP_CipherFinal_ex(context, result.data() + head, &tail) == 1;
@@ -83,8 +83,8 @@ void oneShotMapped(bool encrypt, const std::string &in, const std::string &out)
 
 void ours(bool encrypt, const std::string &in, const std::string &out)
 {
-    const int code = encrypt ? TarnCrypt::do_encode_binfile(in.c_str(), out.c_str(), keyBytes, Velmora::fixedIv)
-                             : TarnCrypt::do_decode_binfile(in.c_str(), out.c_str(), keyBytes, Velmora::fixedIv);
+    const int code = encrypt ? TarnCrypt::do_encode_binfile(in.c_str(), out.c_str(), keyBytes, Velmora::jobFileIv)
+                             : TarnCrypt::do_decode_binfile(in.c_str(), out.c_str(), keyBytes, Velmora::jobFileIv);
     require(code == 0, "file cipher returned " + std::to_string(code));
 }
 

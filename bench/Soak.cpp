@@ -103,7 +103,7 @@ private:
         return [this, then, times = std::make_shared<int>(0)](const ApiError &error, const auto &...result) {
             ++counts.answers;
             counts.twice += ++*times > 1;
-            const bool good = error.errorCode >= 200 && error.errorCode < 300;
+            const bool good = Velmora::succeeded(error);
             counts.refused += !good;
             m_unauthorised += error.errorCode == 401;
             then(good, result...);
@@ -157,7 +157,7 @@ private:
     void look(const std::string &id)
     {
         m_api.getJobDetails(id, answered([this, id](bool good, const Velmora::JobDetails &job) {
-                                if (good && !job.jobStatus.empty() && job.jobStatus.back().jobStatus == "FINISHED") {
+                                if (good && Velmora::latestStatus(job) == "FINISHED") {
                                     m_api.unsubscribeFromJob(id);
                                     ended(counts.found);
                                 } else {

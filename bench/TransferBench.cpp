@@ -26,7 +26,6 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -34,14 +33,6 @@
 namespace {
 
 using namespace Bench;
-
-// Fixed by the cipher format; the bytes are compared with ours below.
-const std::array<unsigned char, 16> &vector()
-{
-    static const std::array<unsigned char, 16> bytes = {0x5C, 0x19, 0xE3, 0x07, 0xA2, 0x4F, 0x6B, 0xD0,
-                                                        0x91, 0x3E, 0x28, 0xC7, 0xF4, 0x0A, 0x66, 0xB5};
-    return bytes;
-}
 
 /// The library as a host has it.
 class Client {
@@ -95,7 +86,7 @@ private:
         QEventLoop loop;
         bool over = false;
         start([&](const Velmora::ApiError &error) {
-            require(error.errorCode >= 200 && error.errorCode < 300, error.errorTitle + ": " + error.errorMessage);
+            require(Velmora::succeeded(error), error.errorTitle + ": " + error.errorMessage);
             over = true;
             loop.quit();
         });
@@ -109,7 +100,7 @@ private:
             auto left = std::make_shared<std::size_t>(list.size());
             for (const auto &item : list)
                 start(item, [left, done](const Velmora::ApiError &error) {
-                    if (error.errorCode >= 300 || --*left == 0)
+                    if (!Velmora::succeeded(error) || --*left == 0)
                         done(error);
                 });
         });
@@ -131,7 +122,7 @@ void encrypt(const QString &in, const QString &out, const QByteArray &key)
 {
     const int code = Velmora::TarnCrypt::do_encode_binfile(in.toUtf8().constData(), out.toUtf8().constData(),
                                                            reinterpret_cast<const unsigned char *>(key.constData()),
-                                                           vector().data());
+                                                           Velmora::jobFileIv);
     require(code == 0, "the peer's encryption failed");
 }
 
@@ -139,7 +130,7 @@ void decrypt(const QString &in, const QString &out, const QByteArray &key)
 {
     const int code = Velmora::TarnCrypt::do_decode_binfile(in.toUtf8().constData(), out.toUtf8().constData(),
                                                            reinterpret_cast<const unsigned char *>(key.constData()),
-                                                           vector().data());
+                                                           Velmora::jobFileIv);
     require(code == 0, "the peer's decryption failed");
 }
 
@@ -187,7 +178,7 @@ void bareDownload(const QJsonArray &pieces, const QString &folder)
 
 std::string enc(bool encrypt, const QByteArray &key, const std::string &in, const std::string &out)
 {
-    const QByteArray iv(reinterpret_cast<const char *>(vector().data()), static_cast<int>(vector().size()));
+    const QByteArray iv(reinterpret_cast<const char *>(Velmora::jobFileIv), sizeof Velmora::jobFileIv);
     return std::string("openssl enc ") + (encrypt ? "-e" : "-d") + " -aes-256-cbc -bufsize 1048576 -K " +
            key.toHex().toStdString() + " -iv " + iv.toHex().toStdString() + " -in '" + in + "' -out '" + out + '\'';
 }

@@ -17,13 +17,14 @@ std::string setting(const char *name)
     return value ? value : "";
 }
 
-bool succeeded(const Velmora::ApiError &error, const char *what)
+/// Reports a failure. Returns whether there was none.
+bool check(const Velmora::ApiError &error, const char *what)
 {
     if (error.errorCode == 0)
         std::cerr << what << ": no answer came\n";
-    else if (error.errorCode >= 300)
-        std::cerr << what << ": " << error.errorTitle << ": " << error.errorMessage << '\n';
-    return error.errorCode != 0 && error.errorCode < 300;
+    else if (!succeeded(error))
+        std::cerr << what << ": " << error.errorTitle << ": " << Velmora::plainText(error.errorMessage) << '\n';
+    return succeeded(error);
 }
 
 } // namespace
@@ -36,14 +37,13 @@ int main()
 
     const auto listed = [&](const Velmora::ApiError &error, const std::list<Velmora::JobDetails> &jobs) {
         waiting = false;
-        done = succeeded(error, "list of jobs");
+        done = check(error, "list of jobs");
         for (const Velmora::JobDetails &job : jobs)
-            std::cout << job.jobId << "  " << (job.jobStatus.empty() ? "?" : job.jobStatus.back().jobStatus) << "  "
-                      << job.jobName << '\n';
+            std::cout << job.jobId << "  " << latestStatus(job) << "  " << job.jobName << '\n';
     };
     api.logUserIn(setting("VELMORA_USER"), setting("VELMORA_PASSWORD"), setting("VELMORA_MFA"),
                   [&](const Velmora::ApiError &error) {
-                      if (succeeded(error, "sign-in"))
+                      if (check(error, "sign-in"))
                           api.getAllJobDetails(listed);
                       else
                           waiting = false;

@@ -1,9 +1,10 @@
-// Runs one job from sign-in to its finish, with the _Json functions.
+// Runs one job from sign-in to its end, with the _Json functions. The exit status is 0 when the job finished.
 //
 //     VELMORA_USER=… VELMORA_PASSWORD=… Host.exe [ACCOUNT]
 
 using System;
 using System.Runtime.InteropServices;
+using System.Text.RegularExpressions;
 using System.Threading;
 
 static class Native
@@ -28,9 +29,6 @@ static class Native
     [DllImport(Dll, CallingConvention = C)]
     public static extern void processEvents(IntPtr api);
     [DllImport(Dll, CallingConvention = C)]
-    [return: MarshalAs(Bool)]
-    public static extern bool isUserLoggedIn(IntPtr api);
-    [DllImport(Dll, CallingConvention = C)]
     public static extern void logUserIn_Json(IntPtr api, [MarshalAs(Utf8)] string email,
                                              [MarshalAs(Utf8)] string password, [MarshalAs(Utf8)] string code,
                                              Done done);
@@ -38,6 +36,10 @@ static class Native
     public static extern void generateNewJobID_Json(IntPtr api, [MarshalAs(Utf8)] string account, Result done);
     [DllImport(Dll, CallingConvention = C)]
     public static extern void submitNewJob_Json(IntPtr api, [MarshalAs(Utf8)] string job, Result done);
+    [DllImport(Dll, CallingConvention = C)]
+    public static extern void getJobDetails_Json(IntPtr api, [MarshalAs(Utf8)] string job, Result done);
+    [DllImport(Dll, CallingConvention = C)]
+    public static extern void unsubscribeFromJob(IntPtr api, [MarshalAs(Utf8)] string job);
     [DllImport(Dll, CallingConvention = C)]
     public static extern void subscribeToJob_Json(IntPtr api, [MarshalAs(Utf8)] string job, Message message,
                                                   Message finished);
@@ -50,12 +52,17 @@ class Host
 {
     readonly IntPtr api = Native.CreateCloudAPI();
     readonly string account;
+    static readonly string[] ends = {"FINISHED", "FAILED", "STOPPED", "ABORTED", "KILLED", "ERROR", "ARCHIVED"};
+    static readonly TimeSpan betweenLooks = TimeSpan.FromSeconds(5);
+    const int MostFailedLooks = 12;
     string job;
-    int exitCode = -1; // -1: still running
+    DateTime? nextLook; // null: there is nothing to look for
+    int failedLooks;    // in a row
+    int exitCode = -1;  // -1: still running
 
     // The library keeps bare pointers: were these not fields, the collector would take the delegates.
     readonly Native.Done signedIn;
-    readonly Native.Result gotJobId, submitted, gotFiles;
+    readonly Native.Result gotJobId, submitted, gotDetails, gotFiles;
     readonly Native.Message said, finished;
 
     Host(string account)
@@ -64,17 +71,22 @@ class Host
         signedIn = OnSignedIn;
         gotJobId = OnJobId;
         submitted = OnSubmitted;
+        gotDetails = OnDetails;
         said = OnMessage;
         finished = OnFinished;
         gotFiles = OnFiles;
     }
 
-    // An outcome is a JSON object: below 300 is success, 0 is no answer. Real programs take a JSON library.
+    // An outcome is a JSON object: below 300 is success, 0 is no answer. An application of your own would use a
+    // JSON library, here and below.
+    static int CodeOf(string error)
+    {
+        return int.Parse(Regex.Match(error, "\"errorCode\": (-?[0-9]+)").Groups[1].Value);
+    }
+
     bool Failed(string what, string error)
     {
-        const string key = "\"errorCode\": ";
-        int start = error.IndexOf(key, StringComparison.Ordinal) + key.Length;
-        int code = int.Parse(error.Substring(start, error.IndexOfAny(new[] {',', '\n', '}'}, start) - start));
+        int code = CodeOf(error);
         if (code > 0 && code < 300)
             return false;
         Console.Error.WriteLine(what + " failed: " + (code == 0 ? "no answer came" : error));
@@ -84,7 +96,7 @@ class Host
 
     void OnSignedIn(string error)
     {
-        if (!Failed("sign-in", error) && Native.isUserLoggedIn(api))
+        if (!Failed("sign-in", error))
             Native.generateNewJobID_Json(api, account, gotJobId);
     }
 
@@ -101,21 +113,73 @@ class Host
 
     void OnSubmitted(string error, string details)
     {
-        if (!Failed("submission", error))
-            Native.subscribeToJob_Json(api, job, said, finished);
+        if (Failed("submission", error))
+            return;
+        Native.subscribeToJob_Json(api, job, said, finished);
+        Look();
     }
 
+    // Receives every message, also that of a job that failed or was stopped.
     void OnMessage(string error, string id, string message)
     {
         Console.WriteLine(id + ": " + message);
+        if (message.Contains("Job status is"))
+            Look();
     }
 
+    // Receives the message of a finished job, or that the connection was lost: the looks go on without messages.
     void OnFinished(string error, string id, string message)
     {
-        if (Failed("following the job", error))
-            return;
         Console.WriteLine(id + ": " + message);
-        Native.getJobFileList_Json(api, id, false, gotFiles);
+        Look();
+    }
+
+    void Look()
+    {
+        nextLook = DateTime.UtcNow + betweenLooks;
+        Native.getJobDetails_Json(api, job, gotDetails);
+    }
+
+    // Only a job's details say for certain that it has ended, and how.
+    void OnDetails(string error, string details)
+    {
+        int code = CodeOf(error);
+        if (nextLook == null) // an earlier look has found the end
+            return;
+        if (code <= 0 || code >= 300)
+        {
+            if (++failedLooks >= MostFailedLooks)
+                Failed("job details", error);
+            return;
+        }
+        failedLooks = 0;
+        string status = LatestStatus(details);
+        if (Array.IndexOf(ends, status) < 0)
+            return;
+        nextLook = null;
+        Native.unsubscribeFromJob(api, job);
+        if (status == "FINISHED")
+        {
+            Native.getJobFileList_Json(api, job, false, gotFiles);
+            return;
+        }
+        Console.Error.WriteLine(job + " did not finish: its last status is " + status);
+        exitCode = 1;
+    }
+
+    static string LatestStatus(string details)
+    {
+        string status = "";
+        long latest = -1;
+        foreach (Match entry in Regex.Matches(details, "\"jobStatus\": \"([^\"]*)\",\\s*\"jobStatusDate\": ([0-9]+)"))
+        {
+            long date = long.Parse(entry.Groups[2].Value);
+            if (date < latest)
+                continue;
+            latest = date;
+            status = entry.Groups[1].Value;
+        }
+        return status;
     }
 
     void OnFiles(string error, string files)
@@ -134,6 +198,8 @@ class Host
         while (exitCode < 0)
         {
             Native.processEvents(api); // every callback runs in here, on this thread
+            if (nextLook != null && DateTime.UtcNow >= nextLook)
+                Look();
             Thread.Sleep(2);
         }
         Native.DestroyCloudAPI(api);

@@ -60,7 +60,7 @@ private:
                 option.rect.width() - 3 * Margin - DotSize, option.fontMetrics.height()};
     }
 
-    /// Below the line; empty, at its end, without an error.
+    /// The area below the line; has no height if there is no error.
     static QRect errorRect(const QStyleOptionViewItem &option, const QString &error)
     {
         const QRect line = lineRect(option);
@@ -81,7 +81,7 @@ private:
         painter->setRenderHint(QPainter::Antialiasing);
         painter->setPen(Qt::NoPen);
         painter->setBrush(ink);
-        if (selected) // the colors of dot and selection may be alike
+        if (selected) // the colors of dot and selection may be similar
             painter->drawEllipse(dot.adjusted(-2, -2, 2, 2));
         painter->setBrush(colorOf(index.data(Jobs::StatusRole).toString()));
         painter->drawEllipse(dot);
@@ -137,7 +137,7 @@ JobTable::JobTable(Jobs &jobs)
         else if (changed.column() == Jobs::Status)
             resizeRowToContents(changed.row());
     });
-    // Queued, because the header tells of a stretched column before it has its new width.
+    // Queued, because the header reports a stretched column before it has its new width.
     connect(horizontalHeader(), &QHeaderView::sectionResized, this, &QTableView::resizeRowsToContents,
             Qt::QueuedConnection);
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this, &JobTable::selectedChanged);
@@ -162,7 +162,7 @@ void JobTable::updateButton(const QModelIndex &place)
         layout->setContentsMargins(ButtonMargin, ButtonMargin, ButtonMargin, ButtonMargin);
         layout->addWidget(button);
         setIndexWidget(place, cell);
-        // The button keeps to its own job, wherever the row moves and whatever is selected.
+        // The button belongs to its own job, also when the row moves or another one is selected.
         connect(button, &QPushButton::clicked, this, [this, place = QPersistentModelIndex(place)] {
             emit stopWanted(place.sibling(place.row(), Jobs::Name));
         });

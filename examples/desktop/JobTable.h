@@ -1,4 +1,4 @@
-// Shows the jobs: status dot, live progress bar, and a button in each row that can be stopped.
+// Shows the jobs: status dot, live progress bar, and a button in the row of each job that can be stopped.
 #ifndef DESKTOP_JOBTABLE_H
 #define DESKTOP_JOBTABLE_H
 
@@ -15,7 +15,7 @@ public:
     QString selected(int role) const;
 
 signals:
-    /// @param job its first column
+    /// @param job the first column of its row
     void stopWanted(const QModelIndex &job);
     void selectedChanged();
 

@@ -23,6 +23,13 @@ bool isActive(const QString &status)
     return !status.isEmpty() && !ends.contains(status);
 }
 
+long long submittedAt(const Velmora::JobDetails &job)
+{
+    const auto first = std::min_element(job.jobStatus.begin(), job.jobStatus.end(),
+                                        [](const auto &a, const auto &b) { return a.jobStatusDate < b.jobStatusDate; });
+    return first == job.jobStatus.end() ? 0 : first->jobStatusDate;
+}
+
 } // namespace
 
 Jobs::Jobs(Velmora::CloudAPI &api, QObject *parent)
@@ -52,15 +59,12 @@ void Jobs::load(const Velmora::CloudAPI::Done &onLoaded)
 
 void Jobs::update(const Velmora::JobDetails &job)
 {
-    std::vector<Velmora::JobStatusEntry> history(job.jobStatus.begin(), job.jobStatus.end());
-    std::stable_sort(history.begin(), history.end(),
-                     [](const auto &a, const auto &b) { return a.jobStatusDate < b.jobStatusDate; });
     int row = rowOf(toQt(job.jobId));
     if (row < 0)
-        row = insert(job, history.empty() ? 0 : history.front().jobStatusDate);
+        row = insert(job, submittedAt(job));
     for (const auto &simulation : job.simulations)
         noteProgress(toQt(job.jobId), toQt(simulation.simulationId), 0);
-    setStatus(row, history.empty() ? QString() : toQt(history.back().jobStatus).toLower());
+    setStatus(row, toQt(latestStatus(job)).toLower());
     follow(toQt(job.jobId));
 }
 
@@ -184,7 +188,7 @@ void Jobs::onMessage(const QString &id, const std::string &text)
                      simulation[QLatin1String("progress")].toInt());
 }
 
-/// The end of the messages is a reason to look, not yet the end of the job.
+/// No more messages come. Whether the job has ended too, only its details say.
 void Jobs::onMessagesEnd(const QString &id, bool lost)
 {
     m_api.unsubscribeFromJob(id.toStdString());

@@ -12,11 +12,11 @@ class Jobs : public QStandardItemModel {
 
 public:
     enum Column { Name, Status, Progress, Submitted, Action, ColumnCount };
-    /// Beside each role, the columns that have it.
+    /// The comment after each role names the columns that have it.
     enum Role {
         IdRole = Qt::UserRole + 1, ///< Name
         StatusRole,                ///< Status: bare and in lower case
-        ErrorRole,                 ///< Status: what went wrong, for this row
+        ErrorRole,                 ///< Status: the error of this row
         SimulationsRole,           ///< Progress: of each simulation
         PercentRole,               ///< Progress: of the job, -1 for none
         DateRole,                  ///< Submitted
@@ -26,7 +26,7 @@ public:
     Jobs(Velmora::CloudAPI &api, QObject *parent);
     void load(const Velmora::CloudAPI::Done &onLoaded);
     void update(const Velmora::JobDetails &job);
-    /// A failure is shown in the job's own row.
+    /// Stops the job. A failure is shown in the job's own row.
     void stop(const QString &id);
 
 private:

@@ -106,7 +106,7 @@ void MainWindow::addActions()
     m_bar->addWidget(m_accounts);
 }
 
-/// The table, or what is to be said in its place; above it what went wrong with the list as a whole.
+/// The table, or a text in its place; above it the error of the list as a whole.
 QWidget *MainWindow::jobArea()
 {
     auto *again = new QPushButton(tr("Try Again"));

@@ -33,7 +33,7 @@ private:
     void showListError(const QString &why);
     void stop(const QModelIndex &job);
 
-    // The widgets below go after it, so none is gone that its callbacks touch.
+    // Destroyed before the widgets, which the base class deletes: no callback meets a deleted widget.
     Velmora::CloudAPI m_api;
     Jobs *m_jobs;
     JobTable *m_table;

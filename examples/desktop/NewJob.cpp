@@ -34,7 +34,7 @@ void NewJob::read()
     m_unsent.removeDuplicates();
 }
 
-/// What is wrong with the job, one on a line. The id comes later.
+/// What is wrong with the job, one problem per line. The id comes later.
 QString NewJob::problems() const
 {
     std::list<Velmora::JobSubmitError> errors;
@@ -42,14 +42,14 @@ QString NewJob::problems() const
     errors.remove(Velmora::JobSubmitError::MissingJobID);
     QStringList lines;
     for (const auto error : errors)
-        lines << withoutMarkup(toQt(Velmora::JobSubmit::errorMessage(error)));
+        lines << toQt(Velmora::plainText(Velmora::JobSubmit::errorMessage(error)));
     return lines.join(QLatin1Char('\n'));
 }
 
 void NewJob::advance()
 {
     if (m_job.jobID.empty())
-        read(); // again: it may have been mended
+        read(); // again: the user may have corrected it
     if (const QString why = problems(); !why.isEmpty())
         return m_row->fail(why);
     if (!m_job.jobID.empty())

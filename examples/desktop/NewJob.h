@@ -1,4 +1,4 @@
-// Starts a job from a job file: takes an id, sends the inputs that lie beside the file, submits.
+// Starts a job from a job file: gets an id, sends the inputs from the folder of the file, submits.
 #ifndef DESKTOP_NEWJOB_H
 #define DESKTOP_NEWJOB_H
 
@@ -6,7 +6,7 @@
 
 #include <QStringList>
 
-/// Lives with its row among the transfers, where it can be tried again from where it stopped.
+/// Owned by its row among the transfers. "Try Again" in that row continues where it stopped.
 class NewJob : public QObject {
     Q_OBJECT
 

@@ -36,7 +36,7 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     connect(m_user, &QLineEdit::textEdited, this, [this] { showMfa(false); });
 
     m_error->setObjectName(QStringLiteral("error"));
-    m_error->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Minimum); // as wide as the fields, as high as it takes
+    m_error->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Minimum); // as wide as the fields, as high as its text
     m_error->hide();
     m_busy->setRange(0, 0);
     m_busy->setTextVisible(false);
@@ -46,7 +46,8 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     m_busy->setSizePolicy(keepsRoom);
     m_busy->hide();
 
-    // A default button must be in its dialog when it is made that, or it is none any more once it had the focus.
+    // A button must be in its dialog before it becomes the default button, or it stops being that once it had the
+    // focus.
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
     m_signIn = buttons->addButton(tr("Sign In"), QDialogButtonBox::AcceptRole);
     m_signIn->setObjectName(QStringLiteral("signIn"));
@@ -62,7 +63,7 @@ SignInDialog::SignInDialog(Velmora::CloudAPI &api, QWidget *parent)
     layout->addWidget(m_error);
     layout->addWidget(m_busy);
     layout->addWidget(buttons);
-    layout->setSizeConstraint(QLayout::SetFixedSize); // follows the error and the code as they come and go
+    layout->setSizeConstraint(QLayout::SetFixedSize); // grows and shrinks with the error and the code
     (m_user->text().isEmpty() ? m_user : m_password)->setFocus();
 }
 
@@ -77,7 +78,7 @@ QLineEdit *SignInDialog::addField(const QString &label, const char *name, const 
     return field;
 }
 
-/// Finds out first whether a code is needed that has not been asked for.
+/// First asks the service whether the user needs a code, unless the field for it is shown already.
 void SignInDialog::begin()
 {
     if (user().isEmpty() || m_password->text().isEmpty())
@@ -126,10 +127,10 @@ void SignInDialog::setBusy(bool busy)
     showError(m_error, QString());
 }
 
-void SignInDialog::stay(const QString &problem, QLineEdit *toMend)
+void SignInDialog::stay(const QString &problem, QLineEdit *field)
 {
     setBusy(false);
     showError(m_error, problem);
-    toMend->setFocus();
-    toMend->selectAll();
+    field->setFocus();
+    field->selectAll();
 }

@@ -26,7 +26,7 @@ private:
     void signIn();
     void showMfa(bool visible);
     void setBusy(bool busy);
-    void stay(const QString &problem, QLineEdit *toMend);
+    void stay(const QString &problem, QLineEdit *field);
 
     Velmora::CloudAPI &m_api;
     QFormLayout *m_form;

@@ -1,4 +1,4 @@
-// One row of the transfers: name, bar, phase, a button, and what went wrong below them.
+// One row of the transfers: name, bar, phase and a button, and below them the error.
 #ifndef DESKTOP_TASKROW_H
 #define DESKTOP_TASKROW_H
 
@@ -19,12 +19,12 @@ public:
     using Act = std::function<void()>;
 
     TaskRow(const QString &name, QWidget *parent);
-    /// @param start begins the work, once more at each "Try Again"; it must end in `end` or `fail`.
-    /// @param cancel makes it end soon; empty when that cannot be done.
+    /// @param start begins the work, and again at each "Try Again"; the work must end in a call of `end` or `fail`.
+    /// @param cancel makes the work end soon; empty if that is not possible
     void run(const Act &start, const Act &cancel);
     void setPhase(const QString &phase);
     void setProgress(long long moved, long long total);
-    /// @return whether the work was done.
+    /// Shows the outcome. @return whether the work succeeded
     bool end(const Velmora::ApiError &error, const QString &phase);
     void fail(const QString &why);
     void cancel();

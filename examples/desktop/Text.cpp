@@ -3,20 +3,17 @@
 #include <QLabel>
 #include <QRegularExpression>
 
-bool succeeded(const Velmora::ApiError &error) { return error.errorCode != 0 && error.errorCode < 300; }
-
 QString explain(const Velmora::ApiError &error)
 {
     if (error.errorCode == 0)
         return QStringLiteral("No connection to the service. Check the network and the portal, then try again.");
     static const QRegularExpression emptyLines(QStringLiteral("\\s*\n\\s*"));
-    const QString message = withoutMarkup(toQt(error.errorMessage)).trimmed().replace(emptyLines, QStringLiteral("\n"));
+    const QString message =
+        toQt(Velmora::plainText(error.errorMessage)).trimmed().replace(emptyLines, QStringLiteral("\n"));
     if (!message.isEmpty())
         return message;
     return QStringLiteral("%1 (status %2)").arg(toQt(error.errorTitle), QString::number(error.errorCode));
 }
-
-QString withoutMarkup(QString text) { return text.remove(QLatin1String("<b>")).remove(QLatin1String("</b>")); }
 
 QColor errorColor(const QPalette &palette)
 {

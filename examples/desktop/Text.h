@@ -1,4 +1,4 @@
-// What the library says, in words and colors for the user. Its texts are UTF-8, as Qt's conversions are.
+// The library's texts and errors as the user sees them. Its texts are UTF-8, which Qt's conversions expect.
 #ifndef DESKTOP_TEXT_H
 #define DESKTOP_TEXT_H
 
@@ -12,12 +12,10 @@ class QPalette;
 
 inline QString toQt(const std::string &text) { return QString::fromStdString(text); }
 
-bool succeeded(const Velmora::ApiError &error);
-/// Why something failed; several reasons stand one on a line.
+/// Why something failed, one reason per line.
 QString explain(const Velmora::ApiError &error);
-QString withoutMarkup(QString text);
 
-/// A red that can be read on the palette's background, be the theme light or dark.
+/// A red that is readable on the palette's background, in a light and in a dark theme.
 QColor errorColor(const QPalette &palette);
 /// Hidden when there is no error.
 void showError(QLabel *label, const QString &error);

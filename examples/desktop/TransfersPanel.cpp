@@ -22,16 +22,6 @@ QString amount(long long moved, long long total)
         .arg(QLocale().formattedDataSize(std::min(moved, total), 1), QLocale().formattedDataSize(total, 1));
 }
 
-/// Whether a file of that name stays inside the folder it is saved in, on any platform.
-bool isSafe(const QString &name)
-{
-    const QStringList parts = name.split(QLatin1Char('/'));
-    return std::none_of(parts.begin(), parts.end(), [](const QString &part) {
-        return part.isEmpty() || part == QLatin1String(".") || part == QLatin1String("..") ||
-               part.contains(QLatin1Char('\\')) || part.contains(QLatin1Char(':'));
-    });
-}
-
 } // namespace
 
 TransfersPanel::TransfersPanel(Velmora::CloudAPI &api, QWidget *parent)
@@ -89,7 +79,7 @@ void TransfersPanel::downloadResults(const std::string &jobId, const QString &jo
 {
     TaskRow *row = addRow(tr("Results of %1").arg(jobName));
     const auto onList = [=](const ApiError &error, std::list<Velmora::CloudFile> files) {
-        // What lies below a simulation is a result, everything else an input.
+        // Files of a simulation are results, all others are inputs.
         files.remove_if(
             [](const auto &file) { return file.directory || file.fileName.find('/') == std::string::npos; });
         if (succeeded(error) && files.empty())
@@ -114,13 +104,14 @@ void TransfersPanel::download(const Velmora::CloudFile &file, const QString &fol
     TaskRow *row = addRow(tr("↓ %1").arg(name));
     const auto onProgress = [row](const auto &current, qint64 received) {
         const qint64 total = current.cloudFileDetails.fileSize;
-        row->setPhase(received >= total ? tr("Decrypting…") : tr("Receiving %1").arg(amount(received, total)));
+        row->setPhase(hasReceivedAll(current, received) ? tr("Decrypting…")
+                                                        : tr("Receiving %1").arg(amount(received, total)));
         row->setProgress(received, total);
     };
     const auto onEnd = [row](const ApiError &error, const auto &) { row->end(error, tr("Saved")); };
     const auto start = [=] {
         row->setPhase(tr("Preparing…"));
-        if (isSafe(name))
+        if (Velmora::isSafePath(details.cloudFileDetails.fileName))
             m_api.downloadFile(details, onProgress, onEnd);
         else
             row->fail(tr("A file of this name cannot be saved in a folder."));

@@ -1,4 +1,4 @@
-// Moves files to and from jobs, a row for each, and holds the rows of jobs that are being started.
+// Moves files to and from jobs, and shows a row for each; also the rows of jobs that are being started.
 #ifndef DESKTOP_TRANSFERSPANEL_H
 #define DESKTOP_TRANSFERSPANEL_H
 
@@ -20,7 +20,7 @@ public:
 
     TransfersPanel(Velmora::CloudAPI &api, QWidget *parent = nullptr);
     void upload(const std::string &jobId, const QStringList &paths, const Sent &onSent = {});
-    /// Fetches what the job's simulations have written.
+    /// Fetches the files that the job's simulations have written.
     void downloadResults(const std::string &jobId, const QString &jobName, const QString &folder);
     TaskRow *addRow(const QString &name);
     int activeCount() const;

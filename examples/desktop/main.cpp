@@ -5,7 +5,7 @@
 int main(int argc, char **argv)
 {
     QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
-    QApplication::setStyle(QStringLiteral("Fusion")); // looks the same, and well, wherever it runs
+    QApplication::setStyle(QStringLiteral("Fusion")); // looks the same on every system
     const QApplication application(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Velmora Desktop"));
     MainWindow window;

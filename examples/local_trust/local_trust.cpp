@@ -1,10 +1,10 @@
-// For development only: lets a host that knows no Qt trust the authority of a local portal, for this process
-// alone and without a change to it or to the machine:
+// For development only: makes a program without Qt trust the authority of a local portal. It affects this process
+// alone, and changes neither the program nor the machine:
 //
-//     LD_PRELOAD=.../libvelmora_local_trust.so SSL_CERT_FILE=.../ca.pem HOST_PROGRAM
+//     LD_PRELOAD=.../libvelmora_local_trust.so SSL_CERT_FILE=.../ca.pem PROGRAM
 //
-// Qt's network layer does not read SSL_CERT_FILE by itself. It is read here when the application object is
-// made, which the library does for a host that has none.
+// Qt's network layer does not read SSL_CERT_FILE. This library reads it when the application object is made, which
+// Velmora does for a program that has none.
 
 #include <QCoreApplication>
 #include <QSslCertificate>

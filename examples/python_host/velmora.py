@@ -23,11 +23,18 @@ FUNCTIONS = {  # what follows the handle
     "logUserIn_Json": [ctypes.c_char_p] * 3 + [ERROR],
     "generateNewJobID_Json": [ctypes.c_char_p, RESULT],
     "submitNewJob_Json": [ctypes.c_char_p, RESULT],
+    "getJobDetails_Json": [ctypes.c_char_p, RESULT],
     "getJobFileList_Json": [ctypes.c_char_p, ctypes.c_bool, RESULT],
     "subscribeToJob_Json": [ctypes.c_char_p, MESSAGE, MESSAGE],
+    "unsubscribeFromJob": [ctypes.c_char_p],
     "uploadFile_Json": [ctypes.c_char_p, PROGRESS, RESULT],
     "downloadFile_Json": [ctypes.c_char_p, PROGRESS, RESULT],
 }
+
+
+ENDS = ("FINISHED", "FAILED", "STOPPED", "ABORTED", "KILLED", "ERROR", "ARCHIVED")
+SECONDS_BETWEEN_LOOKS = 5
+MOST_FAILED_LOOKS = 12
 
 
 class Failure(Exception):
@@ -75,10 +82,46 @@ class Session:
         file = {"localFileLocation": os.path.abspath(path), "cloudFileDetails": {"jobId": job, "fileName": name}}
         self._wait("downloadFile_Json", json.dumps(file), PROGRESS(lambda _, received: on_progress(received)))
 
+    def status(self, job):
+        """The job's newest status; empty when it has none yet."""
+        history = json.loads(self._wait("getJobDetails_Json", job))["jobStatus"]
+        # max() takes the first of equals, and the later entry counts.
+        return max(reversed(history), key=lambda entry: entry["jobStatusDate"], default={"jobStatus": ""})["jobStatus"]
+
     def follow(self, job, on_message):
-        """Calls on_message with each of the job's messages until the job has ended."""
-        message = MESSAGE(lambda _, job_id, text: on_message(text.decode()))
-        on_message(self._wait("subscribeToJob_Json", job, message, done=MESSAGE))
+        """Calls on_message with each of the job's messages until the job has ended. Returns its last status."""
+        look_at_once = []
+
+        def on_text(text):
+            on_message(text)
+            if "Job status is" in text:
+                look_at_once.append(text)
+
+        message = MESSAGE(lambda _error, _job, text: on_text(text.decode()))
+        # A finished job or a lost connection. Only the job's details say for certain that it has ended, and how.
+        finished = MESSAGE(lambda _error, _job, text: (on_message(text.decode()), look_at_once.append(text)))
+        self._library.subscribeToJob_Json(self._api, job.encode(), message, finished)
+        failed_looks = 0
+        try:
+            while True:
+                look_at_once.clear()
+                try:
+                    status, failed_looks = self.status(job), 0
+                    if status in ENDS:
+                        return status
+                except Failure:
+                    failed_looks += 1
+                    if failed_looks >= MOST_FAILED_LOOKS:
+                        raise
+                due = time.monotonic() + SECONDS_BETWEEN_LOOKS
+                self._pump(lambda: look_at_once or time.monotonic() >= due)
+        finally:
+            self._library.unsubscribeFromJob(self._api, job.encode())
+
+    def _pump(self, is_done):
+        while not is_done():
+            self._library.processEvents(self._api)  # every callback runs in here
+            time.sleep(0.002)
 
     def _wait(self, name, *arguments, done=RESULT):
         answers = []
@@ -90,9 +133,7 @@ class Session:
         callbacks = [done(on_complete)]
         texts = [value.encode() if isinstance(value, str) else value for value in arguments]
         getattr(self._library, name)(self._api, *texts, *callbacks)
-        while not answers:
-            self._library.processEvents(self._api)
-            time.sleep(0.002)
+        self._pump(lambda: answers)
         error = json.loads(answers[0][0])
         if not 0 < error["errorCode"] < 300:
             raise Failure(error)

@@ -18,24 +18,27 @@ class CloudAPIImpl;
 
 /// A session with the cloud simulation service.
 ///
-/// **Threads.** The thread that constructs a `CloudAPI` owns it. Every member is called on that
-/// thread and every callback runs on it, from within event processing: the application's Qt event
-/// loop, or `processEvents` for an application that has none.
+/// **Threads.** The thread that constructs a `CloudAPI` owns it. Call every member on that thread. Every
+/// callback runs on it too: inside the thread's Qt event loop, or inside `processEvents` where there is
+/// no event loop.
 ///
-/// **Callbacks.** Operations return at once and complete later, exactly once, unless the `CloudAPI`
-/// is destroyed first: then never. What the library refuses by itself (an invalid job, an upload
-/// without a file) completes inside the call. An empty callback is allowed. Arguments are valid
-/// until the callback returns; copy what you keep. A callback may do anything: start operations,
-/// cancel, unsubscribe the job it reports on, log out, run an event loop, destroy the `CloudAPI`.
-/// Operations complete in the order in which the service answers them.
+/// **Callbacks.** An operation returns at once and completes later, exactly once. If the `CloudAPI` is
+/// destroyed first, it never completes. What the library itself refuses (an invalid job, an upload
+/// without a file) completes inside the call. Operations of one session complete in the order in which
+/// their answers arrived. The arguments of a callback are valid until it returns; copy what you keep. An
+/// empty callback is allowed. A callback may do anything: start operations, cancel, unsubscribe the job
+/// it reports on, log out, run an event loop, destroy the `CloudAPI`.
 ///
-/// **Errors.** Nothing is thrown. The first argument of every completion is an `ApiError`: below
-/// 300 is success, except that 0 says that no answer came. Then, and on every failure, the result
-/// is empty. No request is repeated and none has a time limit.
+/// **Errors.** Nothing is thrown. The first argument of every completion is an `ApiError`; `succeeded`
+/// tells whether it is a success. Code 0 means that no answer came, which is a failure. On failure the
+/// result is empty, with one exception: uploads, downloads and `deleteFile` always hand over the details
+/// that they were called with. No request is repeated, and none has a time limit.
 ///
-/// **Applications without Qt.** Constructing a `CloudAPI` without a `QCoreApplication` makes one,
-/// which lives as long as any `CloudAPI` does. Call `processEvents` often: replies, token renewal
-/// and job messages are delivered only inside it.
+/// **Applications without Qt.** If the process has no `QCoreApplication`, the constructor makes one. It
+/// lives as long as any `CloudAPI` does. Call `processEvents` often, because answers, the renewal of the
+/// token and job messages are delivered only inside it. The bytes of transfers pass through it as well,
+/// at most 16 KiB of an upload in one call. An application that calls it 60 times a second uploads
+/// 0.9 MB/s and downloads about 6 MB/s. While a transfer runs, call it again without a pause.
 class VELMORA_EXPORT CloudAPI {
 public:
     /// Argument: outcome.
@@ -52,51 +55,56 @@ public:
 
     /// A session of the calling thread, signed out, for the production portal.
     CloudAPI();
-    /// Drops what is in flight: no callback runs any more once this has begun.
+    /// Aborts what is in flight. No callback runs once this has begun.
     ~CloudAPI();
     CloudAPI(const CloudAPI &) = delete; ///< a session has one owner
-    /// Copies the reference to the session and nothing else: both handles then name one session and
-    /// both destroy it. Kept for binary compatibility; do not assign handles.
+    /// Kept for binary compatibility; do not use it. It copies the pointer to the session only: both
+    /// objects then refer to one session, and both destroy it.
     CloudAPI &operator=(const CloudAPI &other);
 
     /// @name Session
     /// @{
 
-    /// Sets the proxy of the whole process, sockets included. A kind other than 0, 1 or 2 changes
-    /// nothing; kind 2 does not undo an application proxy set before.
+    /// Sets the proxy of the whole process, sockets included. A `proxyType` other than 0, 1 or 2 changes
+    /// nothing. Type 2 does not replace a proxy that was set before with 0 or 1.
     void applyProxy(ProxyDefinition proxy);
-    /// Chooses the portal for the requests that follow; the environment variable VELMORA_API_URL
-    /// (a host, optionally with a port) wins over it.
+    /// Chooses the portal for the requests and subscriptions that follow. The environment variable
+    /// VELMORA_API_URL (a host, optionally with a port) takes precedence; each request reads it anew.
     void setAPIPortal(const PortalTarget &portal);
-    /// Asks the service for a sign of life and waits for it; other callbacks may run meanwhile.
-    /// @return 1 when anything came back, otherwise -1 (also when the `CloudAPI` is destroyed by a
-    /// callback while waiting).
+    /// Sends a request to the service and waits for the answer, without a time limit. Other callbacks may
+    /// run meanwhile.
+    /// @return 1 if an answer with a body came, whatever its status; otherwise -1, also when a callback
+    /// destroys the `CloudAPI` or the application quits while this waits.
     int currentNetworkStatus();
-    /// Delivers what is due, then returns. For applications without an event loop.
+    /// Runs the callbacks that are due, then returns; it never waits. For applications without an event
+    /// loop: see the head of this class for how often to call it.
     void processEvents();
-    /// True between a successful login or renewal and logout; false while a renewal is under way.
+    /// Whether the latest sign-in or renewal has ended without a refusal. That is weaker than it sounds:
+    /// it includes one that got no answer (code 0) and an answer without tokens. False before the first
+    /// sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`. The
+    /// outcome of `logUserIn` tells whether a sign-in succeeded.
     bool isUserLoggedIn() const;
-    /// Logs out: forgets the tokens. Nothing is sent.
+    /// Signs out: forgets the tokens. Nothing is sent.
     void clearActiveAccount();
-    /// Signs in; the session then renews its token by itself. @param mfaCode empty when the user has
-    /// no multi-factor authentication. On success `ApiError::errorMessage` holds the service's whole
-    /// answer, tokens included: do not show or log it.
+    /// Signs in. The session then renews its token by itself, shortly before it expires. On success
+    /// `ApiError::errorMessage` holds the service's whole answer, tokens included: do not show or log it.
+    /// @param mfaCode digits; empty if the user has no multi-factor authentication
     void logUserIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
                    const Done &onComplete);
-    /// Whether the user needs a multi-factor code to sign in. Works signed out.
+    /// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
     void checkMFAEnabled(const std::string &emailAddress, const ResultDone<bool> &onComplete);
     /// @}
 
     /// @name Jobs
     /// @{
 
-    /// The result is the id to submit a job under. The id names the job from now on: upload its files under it
-    /// first, then submit.
+    /// Reserves an id for a new job; the result is the id. Upload the job's files under it first, then submit
+    /// the job with it.
     void generateNewJobID(const std::string &accountId, const ResultDone<std::string> &onComplete);
     /// As above, for a job that is to run on the cluster `hpcId`.
     void generateNewJobID(const std::string &accountId, const std::string &hpcId,
                           const ResultDone<std::string> &onComplete);
-    /// Submits a job definition as the service's own JSON text, sent as given.
+    /// Submits a job definition that is in the service's own JSON form. The text is sent unchanged.
     void submitNewJob(const std::string &submissionJson, const ResultDone<JobDetails> &onComplete);
     /// Validates, then submits. An invalid job completes inside the call with code 400 and a message
     /// that lists every failed check; nothing is sent.
@@ -105,14 +113,14 @@ public:
     void getAllJobDetails(const ResultDone<std::list<JobDetails>> &onComplete);
     /// One job: what was submitted, its simulations, and the status history of all of them.
     void getJobDetails(const std::string &jobId, const ResultDone<JobDetails> &onComplete);
-    /// How far each simulation of a job is, as the service last heard of it.
+    /// The progress of each simulation of a job, as last reported to the service.
     void getJobProgress(const std::string &jobId, const ResultDone<JobProgress> &onComplete);
-    /// Stops every simulation of a job; the result has an element for each.
+    /// Stops all simulations of a job. The result has one element for each.
     void killJob(const std::string &jobId, const ResultDone<std::list<SimulationAbortState>> &onComplete);
     /// Stops one simulation of a job; the others go on.
     void killSimulation(const std::string &jobId, const std::string &simulationId,
                         const ResultDone<SimulationAbortState> &onComplete);
-    /// Takes a job out of the list. The result is the list as it is after that.
+    /// Archives a job. The result is the list of jobs that the service answers with.
     void archiveJob(const std::string &jobId, const ResultDone<std::list<JobDetails>> &onComplete);
     /// @}
 
@@ -129,19 +137,19 @@ public:
     void getHpcPreferenceList(const std::string &accountId, const ResultDone<std::list<HpcDetails>> &onComplete);
     /// The signed-in user.
     void getCurrentUserDetails(const ResultDone<UserDetails> &onComplete);
-    /// Changes the signed-in user's names; the result is the user as changed. Mind the order: the last name
-    /// comes first.
+    /// Changes the signed-in user's names. Note the order: the last name comes first. The result is the user
+    /// after the change.
     void modifyCurrentUserDetails(const std::string &lastName, const std::string &firstName,
                                   const std::string &companyName, const ResultDone<UserDetails> &onComplete);
-    /// Tells the service of something that the user did, for its statistics.
-    /// @param eventValue may be empty; it is then left out.
+    /// Reports to the service something that the user did, for its statistics.
+    /// @param eventValue left out of the request if empty
     void sendUserEvent(const std::string &eventType, const std::string &eventSource, const std::string &eventValue,
                        const Done &onComplete);
     /// @}
 
     /// @name Tags
-    /// Every tag made or searched for here is of the type "ProjectTag". The first three hand over the job's tags
-    /// as they are after the call.
+    /// All tags that these functions make or search for have the type "ProjectTag". The result of the first
+    /// three is the list of the job's tags after the operation.
     /// @{
 
     /// Adds a tag to a job.
@@ -152,18 +160,19 @@ public:
     void getJobTags(const std::string &jobId, const ResultDone<std::list<ItemTag>> &onComplete);
     /// The tags that are in use within an account.
     void getAllAccountTags(const std::string &accountId, const ResultDone<std::list<ItemTag>> &onComplete);
-    /// As below, with the texts of `tags`; their types are ignored.
+    /// As below, with the texts of `tags`. Their types are ignored.
     void searchUserTags(const std::list<ItemTag> &tags, const ResultDone<std::list<JobDetails>> &onComplete);
     /// The user's jobs that carry the tags.
     void searchUserTags(const std::list<std::string> &tags, const ResultDone<std::list<JobDetails>> &onComplete);
     /// @}
 
     /// @name Files
-    /// Files are encrypted with the job's key before they leave the machine and decrypted after they
-    /// arrived. Names with a folder "/rtg/" in them are listed only when `showAllFiles` is true.
+    /// Files are encrypted with the job's key before they leave this machine, and decrypted after they have
+    /// arrived. A list contains files whose name has the folder "/rtg/" in it only if `showAllFiles` is true.
+    /// All sizes and progress values are bytes.
     /// @{
 
-    /// The files of a job, those of its simulations included.
+    /// The files of a job, including those of its simulations.
     void getJobFileList(const std::string &jobId, bool showAllFiles,
                         const ResultDone<std::list<CloudFile>> &onComplete);
     /// The files of one simulation.
@@ -171,41 +180,63 @@ public:
                                const ResultDone<std::list<CloudFile>> &onComplete);
     /// The files of all of the user's jobs.
     void getUsersFileList(bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
-    /// Deletes a file in the cloud. The result is a copy of `file`, whatever the outcome. The name goes into the
-    /// address as it stands: percent-encode "%", "#" and "?" in it, which would cut it short and name another file.
+    /// Deletes a file in the cloud. The name goes into the request's address unchanged: percent-encode "%", "#"
+    /// and "?" in it, which would otherwise make it name another file.
     void deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete);
-    /// Encrypts a copy of the file in the temporary folder, which needs as much room, and sends it; the file itself
-    /// may be changed or removed once progress is reported. Progress first, completion last; both receive the
-    /// source's path and its size on disk. Code 400: the file could not be read or encrypted, or the key is unusable.
+    /// Sends a file into a job. The library first encrypts a copy in the temporary folder, which needs as much
+    /// space as the file. Once progress is reported, the file itself may be changed or removed. All progress
+    /// calls come before the completion. Both receive the path in native form and the size found on disk.
+    /// @param onProgress  bytes sent so far, of the encrypted file and the form fields around it. The last
+    ///        value is a little larger than the file; from then on the transfer waits for the confirmation of
+    ///        the service.
+    /// @param onComplete  receives code 400 if the file could not be read or encrypted, the job's key is not
+    ///        usable, or the connection broke; otherwise the service's status
     void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                     const ResultDone<FileUploadDetails> &onComplete);
-    /// As `uploadFile`, but returns only after the completion callback has run (or the `CloudAPI`
-    /// was destroyed by a callback); other callbacks may run meanwhile.
+    /// As `uploadFile`, but returns only after the completion has run, or after a callback has destroyed the
+    /// `CloudAPI`. Other callbacks may run meanwhile.
     void uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                          const ResultDone<FileUploadDetails> &onComplete);
-    /// Fetches the file, piece by piece, beside its target, decrypts and joins it there. The folder is made when it is
-    /// missing; it must have room for twice the file. The target appears, or is replaced, only when the download is
-    /// complete: until then, and on failure, an older file of that name stays as it is. A second download to a target
-    /// that is being written is refused inside the call. Code 400: a piece was missing, cut short or not encrypted with
-    /// the job's key, or the disk refused; the message says which.
+    /// Fetches a file. Its pieces are received, decrypted and joined in the folder of the target. The folder is
+    /// made if it is missing, and needs space for twice the file. The target is created or replaced only when
+    /// the download is complete; until then, and on failure, an older file of that name stays as it is. Code
+    /// 400 inside the call: a download to the same target, or of the same file into the same folder, is already
+    /// running.
+    /// @param file  check a listed name with `isSafePath` before making a path from it
+    /// @param onProgress  encrypted bytes received so far. All are received when the value reaches
+    ///        `CloudFile::fileSize` as listed (see `hasReceivedAll`); the work that remains until the completion
+    ///        is done on this machine and reports no progress.
+    /// @param onComplete  on success the title is "Download Success". Code 400: a piece was missing, cut short
+    ///        or not encrypted with the job's key, the connection broke, or a file could not be written. The
+    ///        message gives the reason.
     void downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
                       const ResultDone<FileDownloadDetails> &onComplete);
-    /// Ends the uploads of this file (same path, same job). Their completions run, with code 400 and
-    /// the title "Upload Cancelled", before this returns. @return false when there is none.
+    /// Cancels the uploads of this file (same path, same job). Before this returns, their completions run with
+    /// code 400 and the title "Upload Cancelled".
+    /// @return false if no such upload is running
     bool cancelUpload(const FileUploadDetails &file);
-    /// Ends the download to this target, as `cancelUpload` does with "Download Cancelled".
+    /// Cancels the download to this target, in the same way, with the title "Download Cancelled".
+    /// @return false if no such download is running
     bool cancelDownload(const FileDownloadDetails &file);
     /// @}
 
     /// @name Live progress
     /// @{
 
-    /// Follows a job. @param onMessage receives each message of the service as it stands.
-    /// @param onFinished receives the job's end (code 200, after which the subscription is over) or
-    /// the loss of the connection (code 400; unsubscribe, or subscribe again). A job that is
-    /// subscribed already is subscribed anew; the earlier callbacks are not called again.
+    /// Subscribes to the messages that the service sends about a job. Subscribing a job again ends the
+    /// earlier subscription, whose callbacks are then not called any more.
+    ///
+    /// A job that failed or was stopped is not reported to `onFinished`, and neither is one whose connection
+    /// stays silent. To learn of every end, call `getJobDetails` after messages that report a job's status
+    /// and every few seconds besides, and look at `latestStatus`.
+    /// @param onMessage  receives each message unchanged, with code 200 and the title "Socket Message
+    ///        Success", or code 400 for an empty one. A failed or stopped job is such a message, with today's
+    ///        service one whose "message" is "Job status is FAILED" or "Job status is STOPPED".
+    /// @param onFinished  receives the message of a finished job, with code 200 and the title "Simulation
+    ///        Finished", and the subscription ends; or the loss of the connection, with code 400 and the title
+    ///        "Unexpected Socket Disconnection", after which no message comes until you subscribe again.
     void subscribeToJob(const std::string &jobId, const JobMessage &onMessage, const JobMessage &onFinished);
-    /// Neither callback of the job runs any more. A job that is not subscribed is ignored.
+    /// Ends the subscription: neither of its callbacks runs any more. Does nothing if there is none.
     void unsubscribeFromJob(const std::string &jobId);
     /// @}
 

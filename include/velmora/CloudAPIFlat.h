@@ -1,38 +1,46 @@
 /// @file CloudAPIFlat.h
-/// The library as plain functions, for hosts that cannot use the class `Velmora::CloudAPI`: C, and every
-/// language that calls C. The header compiles as C11 and as C++17.
+/// The library as plain functions, for applications that cannot use the class `Velmora::CloudAPI`: those in C, and
+/// in every language that can call C. The header compiles as C11 and as C++17.
 ///
-/// **Handle.** `CreateCloudAPI` makes one, `DestroyCloudAPI` ends it. Every function does nothing on a null
-/// handle: no callback runs, and false, 0 or nothing is returned. `submitNewJob_Json` alone still writes its
-/// trace then.
+/// **Handle.** `CreateCloudAPI` makes one, `DestroyCloudAPI` destroys it. With a null handle every function does
+/// nothing: no callback runs, and the result is false, 0 or nothing. The exception is `submitNewJob_Json`, which
+/// still writes its trace.
 ///
-/// **Threads.** The thread that creates a handle owns it. Every function is called on that thread and every
-/// callback runs on it, from within event processing: the host's Qt event loop, or `processEvents` for a host
-/// that has none. Call `processEvents` often (every few milliseconds): answers, token renewal and job messages are
-/// delivered only inside it.
+/// **Threads.** The thread that creates a handle owns it. Call every function on that thread. Every callback runs on
+/// it too: inside the thread's Qt event loop, or inside `processEvents` where there is no event loop. Call
+/// `processEvents` often, because answers, the renewal of the token and job messages are delivered only inside it. The
+/// bytes of transfers pass through it as well, at most 16 KiB of an upload in one call. An application that calls it 60
+/// times a second uploads 0.9 MB/s and downloads about 6 MB/s. While a transfer runs, call it again without a pause.
 ///
-/// **Arguments.** Texts are UTF-8 and NUL-terminated; a null text reads as empty, a null record as one whose
-/// fields are empty. The host keeps what it passes and may release it when the function returns. File sizes and
+/// **Arguments.** Texts are UTF-8 and NUL-terminated. A null text counts as an empty one, a null record as one with
+/// empty fields. The application owns what it passes and may release it when the function has returned. File sizes and
 /// progress are bytes.
 ///
-/// **Callbacks.** Functions return at once and their callback runs later, exactly once, unless the handle is
-/// destroyed first: then never. What the library refuses by itself (an invalid job, an upload without a file, a
-/// second download to one target) completes inside the call, and so do the transfers that a cancel ends. A null
-/// callback is never called. Operations complete in the order in which the service answers them. A callback may
-/// do anything, destroying the handle included.
+/// **Callbacks.** A function returns at once and its callback runs later, exactly once. If the handle is destroyed
+/// first, it never runs. What the library itself refuses (an invalid job, an upload without a file, a second download
+/// to one target) completes inside the call, and so do the transfers that a cancel function ends. Operations of one
+/// handle complete in the order in which their answers arrived. A null callback is never called. A callback may do
+/// anything, including destroying the handle.
 ///
-/// **Pointers given to a callback** (outcome, views, the texts and lists in them, JSON texts) are valid until it
-/// returns, also when it destroys the handle. Copy what you keep; release nothing.
+/// **Pointers given to a callback** (outcome, views, the texts and lists in them, JSON texts) are never null, and are
+/// valid until the callback returns, also when it destroys the handle. Copy what you keep; release nothing.
 ///
-/// **Errors.** Nothing is thrown. The first argument of every completion is the outcome: a code below 300 is
-/// success, except that 0 says that no answer came at all: treat it as a failure. The library's own refusals
-/// carry 400. On failure the result is empty. No request is repeated and none has a time limit.
+/// **Errors.** Nothing is thrown. The first argument of every completion is the outcome. Codes from 1 to 299 are
+/// success. Code 0 means that no answer came at all, which is a failure. The library's own refusals have the code 400.
+/// On failure the result is empty, with one exception: uploads, downloads and `deleteFile` always hand over the details
+/// that they were called with. No request is repeated, and none has a time limit. For what title and message hold, see
+/// `Velmora::ApiError`.
 ///
-/// **Two forms.** A plain function hands results over as *views*: structures with the record's fields in the
-/// record's order, texts as `const char *`. Its twin, whose name ends in `_Json`, hands them over as JSON text:
-/// an outcome as `{"errorCode", "errorMessage", "errorTitle"}`, a record as an object with its fields, a list as
-/// an object whose only key names it; flags in it are the strings "true" and "false". Text that is not JSON reads
-/// as an empty object. In C, lists and record arguments are opaque: call the `_Json` twin there.
+/// **Two forms.** A plain function hands over its result as a *view*: a structure with the record's fields in the
+/// record's order, with texts as `const char *`. Its twin, whose name ends in `_Json`, hands it over as JSON text: an
+/// outcome as `{"errorCode", "errorMessage", "errorTitle"}`, a record as an object with its fields, a list as an object
+/// whose only key names the list. Flags are the strings "true" and "false". A JSON text that is passed in but is not
+/// JSON counts as an empty object.
+///
+/// **C.** Lists and record arguments are opaque in C: call the `_Json` twin. Three functions have none. `deleteFile`
+/// cannot be called from C, because its argument cannot be made there. `getJobProgress` and `getAccountBalance` can,
+/// but the list in their result cannot be read. `checkMFAEnabled`, `modifyCurrentUserDetails` and
+/// `unsubscribeFromJob` have no twin either, and need none.
 #ifndef VELMORA_CLOUDAPIFLAT_H
 #define VELMORA_CLOUDAPIFLAT_H
 
@@ -52,7 +60,7 @@ namespace Velmora {
 class CloudAPI;
 }
 
-/// A session; see the head of this file.
+/// A session: what a handle points to.
 typedef Velmora::CloudAPI VelmoraCloudAPI;
 /// The portal to talk to, see `Velmora::PortalTarget`.
 typedef Velmora::PortalTarget VelmoraPortalTarget;
@@ -84,7 +92,8 @@ typedef struct VelmoraItemTags VelmoraItemTags;
 #else
 #define VELMORA_LIST_WORDS 3
 #endif
-/// Stands in C for any `std::list`, so that the fields behind one can be reached; it cannot be walked.
+/// Takes the place of any `std::list` in C, so that the fields after one have their right offset. Its elements
+/// cannot be reached.
 typedef struct VelmoraList {
     void *opaque[VELMORA_LIST_WORDS];
 } VelmoraList;
@@ -94,7 +103,7 @@ typedef struct VelmoraList {
 #endif
 
 /// @name Views
-/// Fields mean what they mean in the record of the same name, see Records.h.
+/// The fields mean what they mean in the record of the same name, see Records.h.
 /// @{
 
 /// The outcome of an operation.
@@ -222,7 +231,7 @@ typedef struct VelmoraSimulationDetailsView {
 } VelmoraSimulationDetailsView;
 VELMORA_LIST(VelmoraSimulationDetailsView, VelmoraSimulationDetailsList);
 
-/// Texts; each lives as long as the list.
+/// Texts. Each is valid as long as the list.
 VELMORA_LIST(const char *, VelmoraTextList);
 
 /// See `Velmora::JobDetails`.
@@ -269,7 +278,7 @@ VELMORA_LIST(VelmoraSimulationAbortStateView, VelmoraSimulationAbortStateList);
 /// @}
 
 /// @name Callbacks
-/// `bytes` is a byte count cut to its low 32 bits, so it starts anew, negative, beyond 2 GiB.
+/// `bytes` is a byte count of which only the low 32 bits are passed: beyond 2 GiB it wraps around to negative values.
 /// @{
 typedef void (*VelmoraDoneCallback)(const VelmoraApiErrorView *error);
 typedef void (*VelmoraFlagCallback)(const VelmoraApiErrorView *error, bool flag);
@@ -295,7 +304,7 @@ typedef void (*VelmoraUploadProgressCallback)(const VelmoraFileUploadDetailsView
 typedef void (*VelmoraUserDetailsCallback)(const VelmoraApiErrorView *error, const VelmoraUserDetailsView *user);
 
 typedef void (*VelmoraDoneJsonCallback)(const char *error);
-/// `result`: the record, the list's wrapper, or the bare text of an operation that answers with one.
+/// `result`: the record, the object that names the list, or the bare text of an operation whose result is a text.
 typedef void (*VelmoraJsonCallback)(const char *error, const char *result);
 typedef void (*VelmoraMessageJsonCallback)(const char *error, const char *jobId, const char *message);
 typedef void (*VelmoraProgressJsonCallback)(const char *file, int32_t bytes);
@@ -304,28 +313,34 @@ typedef void (*VelmoraProgressJsonCallback)(const char *file, int32_t bytes);
 /// @name Session
 /// @{
 
-/// A session of the calling thread. Makes a `QCoreApplication` when the process has none; it lives as long as
-/// any session does.
-/// @return the handle; the caller ends it with `DestroyCloudAPI`
+/// Makes a session that the calling thread owns, signed out, for the production portal. If the process has no
+/// `QCoreApplication`, one is made, which lives as long as any session does.
+/// @return the handle; the caller destroys it with `DestroyCloudAPI`
 VELMORA_EXPORT VelmoraCloudAPI *CreateCloudAPI(void);
-/// Drops what is in flight: no callback runs any more. May be called from inside a callback. Null is ignored.
+/// Aborts what is in flight and destroys the session. No callback runs any more. May be called from inside a callback.
+/// A null handle is ignored.
 VELMORA_EXPORT void DestroyCloudAPI(VelmoraCloudAPI *api);
-/// Delivers what is due, then returns. For hosts without an event loop.
+/// Runs the callbacks that are due, then returns; it never waits. For applications without an event loop: see the head
+/// of this file for how often to call it.
 VELMORA_EXPORT void processEvents(VelmoraCloudAPI *api);
-/// Chooses the portal for the requests that follow: 0 test, 1 development, 2 production. The environment variable
-/// VELMORA_API_URL (a host, optionally with a port) wins over it. A null `portal` changes nothing.
+/// Chooses the portal for the requests and subscriptions that follow: 0 test, 1 development, 2 production. The
+/// environment variable VELMORA_API_URL (a host, optionally with a port) takes precedence. A null `portal` changes
+/// nothing.
 VELMORA_EXPORT void setAPIPortal(VelmoraCloudAPI *api, const VelmoraPortalTarget *portal);
-/// True between a successful login or renewal and logout; false while a renewal is under way.
+/// Whether the latest sign-in or renewal has ended without a refusal, which includes one that got no answer (code 0).
+/// False before the first sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`.
+/// The outcome of `logUserIn` tells whether a sign-in succeeded.
 VELMORA_EXPORT bool isUserLoggedIn(VelmoraCloudAPI *api);
-/// Asks the service for a sign of life and waits for it; other callbacks may run meanwhile.
-/// @return 1 when anything came back, otherwise -1; 0 for a null handle
+/// Sends a request to the service and waits for the answer, without a time limit. Other callbacks may run meanwhile.
+/// @return 1 if an answer with a body came, whatever its status; otherwise -1; 0 for a null handle
 VELMORA_EXPORT int currentNetworkStatus(VelmoraCloudAPI *api);
-/// Logs out: forgets the tokens. Nothing is sent.
+/// Signs out: forgets the tokens. Nothing is sent.
 VELMORA_EXPORT void clearActiveAccount(VelmoraCloudAPI *api);
-/// Whether the user needs a multi-factor code to sign in.
+/// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
 VELMORA_EXPORT void checkMFAEnabled(VelmoraCloudAPI *api, const char *emailAddress, VelmoraFlagCallback onComplete);
-/// Signs in; the session then renews its token by itself. Writes the line "api->logUserIn()" to standard output.
-/// @param mfaCode empty when the user has no multi-factor authentication
+/// Signs in. The session then renews its token by itself, shortly before it expires. Writes the line
+/// "api->logUserIn()" to standard output.
+/// @param mfaCode digits; empty if the user has no multi-factor authentication
 /// @param onComplete on success the message holds the service's whole answer, tokens included: do not show or log it
 VELMORA_EXPORT void logUserIn(VelmoraCloudAPI *api, const char *emailAddress, const char *password, const char *mfaCode,
                               VelmoraDoneCallback onComplete);
@@ -337,7 +352,8 @@ VELMORA_EXPORT void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddres
 /// @name Accounts and users
 /// @{
 
-/// Mind the order: the last name comes first. The result is the user as changed.
+/// Changes the signed-in user's names. Note the order: the last name comes first. The result is the user after the
+/// change.
 VELMORA_EXPORT void modifyCurrentUserDetails(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
                                              const char *companyName, VelmoraUserDetailsCallback onComplete);
 /// The signed-in user.
@@ -356,7 +372,8 @@ VELMORA_EXPORT void getAccountBalance(VelmoraCloudAPI *api, const char *accountI
 /// @name Jobs
 /// @{
 
-/// The result is the id to submit a job under.
+/// Reserves an id for a new job; the result is the id. Upload the job's files under it first, then submit the job with
+/// it.
 VELMORA_EXPORT void generateNewJobID(VelmoraCloudAPI *api, const char *accountId, VelmoraTextCallback onComplete);
 /// As `generateNewJobID`; the result is the bare id, not JSON.
 VELMORA_EXPORT void generateNewJobID_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
@@ -364,9 +381,9 @@ VELMORA_EXPORT void generateNewJobID_Json(VelmoraCloudAPI *api, const char *acco
 /// failed check; nothing is sent.
 VELMORA_EXPORT void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *job,
                                  VelmoraJobDetailsCallback onComplete);
-/// As `submitNewJob`. First writes to standard output the body that will be submitted (an empty line for an invalid
-/// job), then a line "e" for each failed check; with a null handle, too.
-/// @param job the keys are those of the text constructor of `Velmora::JobSubmit`
+/// As `submitNewJob`. First it writes to standard output the body that will be submitted (an empty line for an invalid
+/// job) and a line "e" for each failed check. It writes them with a null handle too.
+/// @param job an object with the keys that the text constructor of `Velmora::JobSubmit` reads
 VELMORA_EXPORT void submitNewJob_Json(VelmoraCloudAPI *api, const char *job, VelmoraJsonCallback onComplete);
 /// One job: what was submitted, its simulations, and the status history of all of them.
 VELMORA_EXPORT void getJobDetails(VelmoraCloudAPI *api, const char *jobId, VelmoraJobDetailsCallback onComplete);
@@ -376,39 +393,44 @@ VELMORA_EXPORT void getJobDetails_Json(VelmoraCloudAPI *api, const char *jobId, 
 VELMORA_EXPORT void getAllJobDetails(VelmoraCloudAPI *api, VelmoraJobListCallback onComplete);
 /// As `getAllJobDetails`; the list is named "jobDetailsList".
 VELMORA_EXPORT void getAllJobDetails_Json(VelmoraCloudAPI *api, VelmoraJsonCallback onComplete);
-/// The result is the job list as it is after archiving.
+/// Archives a job. The result is the list of jobs that the service answers with.
 VELMORA_EXPORT void archiveJob(VelmoraCloudAPI *api, const char *jobId, VelmoraJobListCallback onComplete);
 /// As `archiveJob`; the list is named "jobDetailsList".
 VELMORA_EXPORT void archiveJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
-/// Stops every simulation of a job; the result has an element for each.
+/// Stops all simulations of a job. The result has one element for each.
 VELMORA_EXPORT void killJob(VelmoraCloudAPI *api, const char *jobId, VelmoraAbortListCallback onComplete);
-/// As `killJob`; the list is named "simulationAbortList", its keys are jobID, simID and status.
+/// As `killJob`; the list is named "simulationAbortList", and its elements have the keys jobID, simID and status.
 VELMORA_EXPORT void killJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
 /// Stops one simulation of a job; the others go on.
 VELMORA_EXPORT void killSimulation(VelmoraCloudAPI *api, const char *jobId, const char *simulationId,
                                    VelmoraAbortCallback onComplete);
-/// As `killSimulation`; the keys are jobID, simID and status.
+/// As `killSimulation`; the result has the keys jobID, simID and status.
 VELMORA_EXPORT void killSimulation_Json(VelmoraCloudAPI *api, const char *jobId, const char *simulationId,
                                         VelmoraJsonCallback onComplete);
-/// How far each simulation of a job is, as the service last heard of it.
+/// The progress of each simulation of a job, as last reported to the service.
 VELMORA_EXPORT void getJobProgress(VelmoraCloudAPI *api, const char *jobId, VelmoraJobProgressCallback onComplete);
-/// Follows a job.
-/// @param onMessage receives each message of the service as it stands, any number of times
-/// @param onFinished receives the job's end (code 200, after which the subscription is over) or the loss of the
-///        connection (code 400; unsubscribe, or subscribe again). A job that is subscribed already is subscribed
-///        anew; the earlier callbacks are not called again.
+/// Subscribes to the messages that the service sends about a job. Subscribing a job again ends the earlier
+/// subscription, whose callbacks are then not called any more.
+///
+/// A job that failed or was stopped is not reported to `onFinished`, and neither is one whose connection stays silent.
+/// To learn of every end, call `getJobDetails_Json` after messages that report a job's status and every few seconds
+/// besides, and look for the newest entry of "jobStatus" by its "jobStatusDate".
+/// @param onMessage receives each message unchanged, any number of times, with code 200, or 400 for an empty one. A
+///        failed or stopped job is such a message.
+/// @param onFinished receives the message of a finished job, with code 200, and the subscription ends; or the loss of
+///        the connection, with code 400, after which no message comes until you subscribe again
 VELMORA_EXPORT void subscribeToJob(VelmoraCloudAPI *api, const char *jobId, VelmoraMessageCallback onMessage,
                                    VelmoraMessageCallback onFinished);
-/// As `subscribeToJob`; only the outcome is JSON, job id and message come as they are.
+/// As `subscribeToJob`. Only the outcome is JSON; job id and message are passed unchanged.
 VELMORA_EXPORT void subscribeToJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraMessageJsonCallback onMessage,
                                         VelmoraMessageJsonCallback onFinished);
-/// Neither callback of the job runs any more. A job that is not subscribed is ignored.
+/// Ends the subscription: neither of its callbacks runs any more. Does nothing if there is none.
 VELMORA_EXPORT void unsubscribeFromJob(VelmoraCloudAPI *api, const char *jobId);
 /// @}
 
 /// @name Tags
-/// Every tag made or searched for here is of the type "ProjectTag". The lists that the first three hand over hold
-/// the job's tags after the call; as JSON they are named "itemTagList".
+/// All tags that these functions make or search for have the type "ProjectTag". The result of the first three, and of
+/// their twins, is the list of the job's tags after the operation. As JSON it is named "itemTagList".
 /// @{
 
 /// The tags of a job.
@@ -435,14 +457,15 @@ VELMORA_EXPORT void searchUserTags_Json(VelmoraCloudAPI *api, const char *tags, 
 /// @}
 
 /// @name Files
-/// Files are encrypted with the job's key before they leave the machine and decrypted after they arrived. Names
-/// with a folder "/rtg/" in them are listed only when `showAllFiles` is true. Lists in JSON are named "fileList".
+/// Files are encrypted with the job's key before they leave this machine, and decrypted after they have arrived. A list
+/// contains files whose name has the folder "/rtg/" in it only if `showAllFiles` is true. As JSON it is named
+/// "fileList".
 ///
-/// A file passed as JSON has the keys of its record; its sizes are read as 32 bits (beyond that as 0), its flag
-/// "directory" as a JSON boolean. Progress comes first, the completion last.
+/// A file that is passed as JSON has the keys of its record. Its sizes are read as 32 bits (a larger one as 0), its
+/// flag "directory" as a JSON boolean. All progress calls come before the completion.
 /// @{
 
-/// The files of a job, those of its simulations included.
+/// The files of a job, including those of its simulations.
 VELMORA_EXPORT void getJobFileList(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles,
                                    VelmoraFileListCallback onComplete);
 /// As `getJobFileList`.
@@ -458,37 +481,43 @@ VELMORA_EXPORT void getSimulationFileList_Json(VelmoraCloudAPI *api, const char 
 VELMORA_EXPORT void getUsersFileList(VelmoraCloudAPI *api, bool showAllFiles, VelmoraFileListCallback onComplete);
 /// As `getUsersFileList`.
 VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFiles, VelmoraJsonCallback onComplete);
-/// The result is a copy of `file`, whatever the outcome.
+/// Deletes a file in the cloud. Percent-encode "%", "#" and "?" in its name, which would otherwise make it name another
+/// file.
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,
                                VelmoraDeleteFileCallback onComplete);
-/// Fetches `file->cloudFileDetails` into `file->localFileLocation`, which appears, or is replaced, only when the
-/// download is complete. A second download to a target that is being written is refused inside the call.
-/// @param onProgress encrypted bytes received so far over all pieces
+/// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
+/// download is complete; until then, and on failure, an older file of that name stays as it is. Code 400 inside the
+/// call: a download to the same target, or of the same file into the same folder, is already running.
+/// @param onProgress encrypted bytes received so far. All are received when the value reaches the file's listed size;
+///        the work that remains until the completion is done on this machine and reports no progress.
+/// @param onComplete on success the title is "Download Success"
 VELMORA_EXPORT void downloadFile(VelmoraCloudAPI *api, const VelmoraFileDownloadDetails *file,
                                  VelmoraDownloadProgressCallback onProgress, VelmoraDownloadCallback onComplete);
 /// As `downloadFile`.
 VELMORA_EXPORT void downloadFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraProgressJsonCallback onProgress,
                                       VelmoraJsonCallback onComplete);
 /// Sends `file->localFileLocation` into the job `file->cloudFileJobID`.
-/// @param onProgress bytes of the encrypted file sent so far
+/// @param onProgress bytes sent so far, of the encrypted file and the form fields around it
 VELMORA_EXPORT void uploadFile(VelmoraCloudAPI *api, const VelmoraFileUploadDetails *file,
                                VelmoraUploadProgressCallback onProgress, VelmoraUploadCallback onComplete);
 /// As `uploadFile`.
 VELMORA_EXPORT void uploadFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraProgressJsonCallback onProgress,
                                     VelmoraJsonCallback onComplete);
-/// As `uploadFile`, but returns only after the completion has run (or a callback has destroyed the handle); other
+/// As `uploadFile`, but returns only after the completion has run, or after a callback has destroyed the handle. Other
 /// callbacks may run meanwhile.
 VELMORA_EXPORT void uploadInputFile(VelmoraCloudAPI *api, const VelmoraFileUploadDetails *file,
                                     VelmoraUploadProgressCallback onProgress, VelmoraUploadCallback onComplete);
 /// As `uploadInputFile`.
 VELMORA_EXPORT void uploadInputFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraProgressJsonCallback onProgress,
                                          VelmoraJsonCallback onComplete);
-/// Ends the download to this target; its completion runs, with code 400 and the title "Download Cancelled", before
-/// this returns. @return false when there is none
+/// Cancels the download to this target. Before this returns, its completion runs with code 400 and the title "Download
+/// Cancelled".
+/// @return false if no such download is running
 VELMORA_EXPORT bool cancelDownload(VelmoraCloudAPI *api, const VelmoraFileDownloadDetails *file);
 /// As `cancelDownload`.
 VELMORA_EXPORT bool cancelDownload_Json(VelmoraCloudAPI *api, const char *file);
-/// Ends the uploads of this file (same path, same job), as `cancelDownload` does with "Upload Cancelled".
+/// Cancels the uploads of this file (same path, same job), in the same way, with the title "Upload Cancelled".
+/// @return false if no such upload is running
 VELMORA_EXPORT bool cancelUpload(VelmoraCloudAPI *api, const VelmoraFileUploadDetails *file);
 /// As `cancelUpload`.
 VELMORA_EXPORT bool cancelUpload_Json(VelmoraCloudAPI *api, const char *file);

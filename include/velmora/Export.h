@@ -2,7 +2,7 @@
 /// Symbol visibility of the library's public surface.
 ///
 /// @namespace Velmora
-/// The client library for the cloud simulation service: `Velmora::CloudAPI` and what it takes and gives.
+/// The client library for the cloud simulation service: `Velmora::CloudAPI`, its arguments and its results.
 #ifndef VELMORA_EXPORT_H
 #define VELMORA_EXPORT_H
 

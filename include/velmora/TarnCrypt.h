@@ -9,13 +9,19 @@
 
 namespace Velmora {
 
-/// Static helpers without state. All of them are re-entrant, may be called on any thread, need no
-/// application object, log nothing and report failures by their result alone.
+/// The initialisation vector that every job file is encrypted with. With the job's key it is all that
+/// `TarnCrypt::do_decode_binfile` needs for a file as the service stores it. It is the same for every
+/// file, so two files that begin alike have cipher texts that begin alike.
+inline constexpr unsigned char jobFileIv[16] = {0x5C, 0x19, 0xE3, 0x07, 0xA2, 0x4F, 0x6B, 0xD0,
+                                                0x91, 0x3E, 0x28, 0xC7, 0xF4, 0x0A, 0x66, 0xB5};
+
+/// Static functions without state. All of them are re-entrant, may be called on any thread, need no
+/// application object and log nothing. Only their result reports a failure.
 ///
-/// The cipher is AES-256 in CBC mode with PKCS#7 padding: cipher text is a whole number of 16-byte
-/// blocks, 1 to 16 bytes longer than the plain text, and nothing else (no header, salt or length).
-/// A `key` is always 32 bytes, an `iv` 16 bytes; both stay the caller's and must not be null.
-/// CBC carries no signature: decryption cannot prove that cipher text is genuine.
+/// The cipher is AES-256 in CBC mode with PKCS#7 padding. Cipher text is a whole number of 16-byte blocks,
+/// 1 to 16 bytes longer than the plain text. It has no header, salt, length or signature, so decryption
+/// cannot prove that cipher text is genuine. A `key` is always 32 bytes, an `iv` 16 bytes; the caller owns
+/// both, and they must not be null.
 ///
 /// Paths are UTF-8 on every platform, whatever the process's locale is.
 class VELMORA_EXPORT TarnCrypt {
@@ -46,21 +52,22 @@ public:
 
     /// Encrypts one file into another, in constant memory. The output is created or replaced. The
     /// input is read up to the size that it had when it was opened.
-    /// @return 0 done; 1 the input could not be opened or read, a folder included; 2 the output could
-    ///         not be opened or written in full, or is the input itself. The output is left alone
-    ///         where it was not opened, and removed where it was.
+    /// @return 0 done; 1 the input could not be opened or read, or is a folder; 2 the output could not be
+    ///         opened or written in full, or is the input itself. On failure an output that was opened is
+    ///         removed, and one that was not opened is unchanged.
     static int do_encode_binfile(const char *inPath, const char *outPath, const unsigned char *key,
                                  const unsigned char *iv);
 
-    /// Decrypts one file into another. Lenient: a wrong key, or an input that is not whole blocks,
-    /// still gives 0. The output then lacks what the last block held, and may be garbled.
+    /// Decrypts one file into another. It is lenient: with a wrong key, or an input that is not whole
+    /// blocks, it still returns 0. The content of the last block is then missing from the output, and the
+    /// rest may be garbled.
     /// @return as `do_encode_binfile`
     static int do_decode_binfile(const char *inPath, const char *outPath, const unsigned char *key,
                                  const unsigned char *iv);
 
     /// Encrypts a NUL-terminated text.
     /// @param out        room for the text's length plus 16 bytes
-    /// @param outLength  receives the number of bytes written; left alone on failure
+    /// @param outLength  receives the number of bytes written; unchanged on failure
     /// @return 0 done; 1 encryption failed; 2 its last step failed
     static int do_hide(unsigned char *plain, unsigned char *out, int *outLength, const unsigned char *key,
                        const unsigned char *iv);
@@ -68,9 +75,9 @@ public:
     /// Decrypts a buffer.
     /// @param length     of `cipher` in bytes, a multiple of 16
     /// @param out        room for `length` bytes; the plain text is not NUL-terminated
-    /// @param outLength  receives the number of bytes of plain text; left alone on failure
-    /// @return 0 done; 1 `length` is negative or no multiple of 16 (`out` is left alone), or decryption
-    ///         failed; 2 the last block is no valid padding (a wrong key, damaged or no cipher text)
+    /// @param outLength  receives the number of bytes of plain text; unchanged on failure
+    /// @return 0 done; 1 `length` is negative or no multiple of 16 (`out` is unchanged), or decryption
+    ///         failed; 2 the last block is no valid padding (wrong key, damaged cipher text, or none)
     static int do_show(unsigned char *cipher, int length, unsigned char *out, int *outLength, const unsigned char *key,
                        const unsigned char *iv);
 };

@@ -44,9 +44,9 @@ QString operationName(JobOperation operation)
 
 } // namespace
 
-JobSubmit::JobSubmit(const std::string &hostJson)
+JobSubmit::JobSubmit(const std::string &json)
 {
-    const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(hostJson)).object();
+    const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(json)).object();
     *this = readRecord<JobSubmit>(object, Form::HostInput);
     jobPrecision = object.value(QLatin1String("jobPrecision")).toInt();
     operation = static_cast<JobOperation>(object.value(QLatin1String("operation")).toInt());

@@ -3,6 +3,8 @@
 #ifndef VELMORA_TRANSFER_CIPHER_H
 #define VELMORA_TRANSFER_CIPHER_H
 
+#include <velmora/TarnCrypt.h>
+
 #include <QByteArray>
 
 #include <openssl/evp.h>
@@ -15,7 +17,7 @@ constexpr int cipherBlockSize = 16;
 constexpr int cipherKeySize = 32;
 
 /// The initialisation vector of every job file.
-extern const unsigned char fixedIv[cipherBlockSize];
+inline constexpr const auto &fixedIv = jobFileIv;
 
 /// A job's key as the cipher takes it: 32 bytes, a shorter key padded with zero bytes at its end.
 /// The bytes are wiped on destruction.

@@ -1,0 +1,112 @@
+// What the public headers compute for every application, without the library.
+
+#include "transfer/PieceName.h"
+
+#include <velmora/Records.h>
+#include <velmora/TarnCrypt.h>
+
+#include <gtest/gtest.h>
+
+namespace Velmora {
+namespace {
+
+#ifdef _WIN32
+constexpr bool onWindows = true;
+#else
+constexpr bool onWindows = false;
+#endif
+
+TEST(HelpersTest, succeeded_everyCode_isAnAnswerBelow300)
+{
+    for (const auto &[code, success] :
+         {std::pair(-1, false), {0, false}, {1, true}, {200, true}, {299, true}, {300, false}})
+        EXPECT_EQ(succeeded({code, {}, {}}), success) << code;
+}
+
+TEST(HelpersTest, plainText_anyMessage_losesTheTagsOfBoldOnly)
+{
+    for (const auto &[message, plain] : {std::pair("", ""),
+                                         {"a <b>MAXIMUM</b> of <b>two</b>", "a MAXIMUM of two"},
+                                         {"<b><b>x</b></b>", "x"},
+                                         {"1 < 2\n<i>b</i> <b", "1 < 2\n<i>b</i> <b"}})
+        EXPECT_EQ(plainText(message), plain);
+}
+
+TEST(HelpersTest, latestStatus_anyHistory_isTheNewestByDate)
+{
+    using Entry = std::pair<const char *, long long>;
+    const struct {
+        std::list<Entry> entries;
+        std::string latest;
+    } rows[] = {{{}, ""},
+                {{{"SUBMITTED", -3}}, "SUBMITTED"},
+                {{{"RUNNING", 2}, {"FINISHED", 3}, {"QUEUED", 1}}, "FINISHED"},
+                {{{"RUNNING", 2}, {"STOPPED", 2}, {"QUEUED", 1}}, "STOPPED"}};
+    for (const auto &row : rows) {
+        JobDetails job;
+        SimulationDetails simulation;
+        for (const auto &[status, date] : row.entries) {
+            job.jobStatus.push_back({"job", status, date});
+            simulation.simulationStatus.push_back({"job", "sim", status, date});
+        }
+        EXPECT_EQ(latestStatus(job), row.latest);
+        EXPECT_EQ(latestStatus(simulation), row.latest);
+    }
+}
+
+TEST(HelpersTest, hasReceivedAll_anySize_isTrueFromTheListedSize)
+{
+    FileDownloadDetails file;
+    EXPECT_FALSE(hasReceivedAll(file, 16)) << "no size was listed";
+    file.cloudFileDetails.fileSize = 5000000000;
+    EXPECT_FALSE(hasReceivedAll(file, 4999999999));
+    EXPECT_TRUE(hasReceivedAll(file, 5000000000) && hasReceivedAll(file, 5000000001));
+}
+
+TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
+{
+    const std::string bad[] = {"", ".", "..", "a\\b", "c:d", std::string("a\0b", 3)};
+    const std::string windows[] = {
+        "CON",         "con.txt", "Nul ",      "aux .b", "COM1", "lpt9.log.gz", "Com\xc2\xb3.x",
+        "LPT\xc2\xb9", "CONIN$",  "conout$.a", "prn",    "a.",   "a ",          "a?b",
+        "a<b",         "a\"b",    "a\tb",      "a|b",    "*"};
+    const std::string good[] = {"CONE",
+                                "COM",
+                                "COM10.dat",
+                                "xCON",
+                                "a.con",
+                                ".b",
+                                "...b",
+                                " a",
+                                "LPTx",
+                                "a\x7f",
+                                "gr\xc3\xbc\xc3\x9f \xe6\x96\x87"};
+    const auto check = [](const std::string &part, bool safe) {
+        for (const std::string &path : {part, "sim-1/" + part, part + "/rtg/x", "a/" + part + "/b"})
+            EXPECT_EQ(isSafePath(path), safe) << path;
+        EXPECT_EQ(isSafeFileName(QString::fromStdString(part)), safe) << part;
+    };
+    for (const std::string &part : bad)
+        check(part, false);
+    for (const std::string &part : windows) {
+        EXPECT_TRUE(isForbiddenOnWindows(part)) << part;
+        EXPECT_FALSE(isWindowsFileName(QString::fromStdString(part))) << part;
+        check(part, !onWindows);
+    }
+    for (const std::string &part : good) {
+        EXPECT_FALSE(isForbiddenOnWindows(part)) << part;
+        EXPECT_TRUE(isWindowsFileName(QString::fromStdString(part))) << part;
+        check(part, true);
+    }
+    for (const char *path : {"/a", "a/", "a//b", "/", "../../a", "a/../b"})
+        EXPECT_FALSE(isSafePath(path)) << path;
+}
+
+TEST(HelpersTest, jobFileIv_always_isTheOneOfEncryptedFiles)
+{
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(jobFileIv), sizeof jobFileIv).toHex(),
+              "5c19e307a24f6bd0913e28c7f40a66b5");
+}
+
+} // namespace
+} // namespace Velmora
