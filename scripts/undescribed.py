@@ -17,9 +17,10 @@ for path in glob.glob(sys.argv[1] + "/*.xml"):
         else:
             continue
         count += 1
-        texts = (node.find(kind) for kind in ("briefdescription", "detaileddescription"))
+        texts = node.findall("briefdescription") + node.findall("detaileddescription")
         # "= default" needs none.
-        if not any("".join(text.itertext()).strip() for text in texts) and "=default" not in (node.findtext("argsstring") or ""):
+        defaulted = "=default" in (node.findtext("argsstring") or "")
+        if not defaulted and not any("".join(text.itertext()).strip() for text in texts):
             bare.append(name)
 if count < 150:
     sys.exit(f"only {count} entities found: the headers were not read")
