@@ -11,13 +11,17 @@ import re
 import sys
 import xml.etree.ElementTree as xml
 
+DECLARATION = r"\b(?:class|struct|enum)(?: class)?(?: VELMORA_EXPORT)? (\w+)[^;\n]*\{"
+CONTAINERS = ("abi-corpus", "abi-instr", "namespace-decl")
+SYMBOLS = ("elf-function-symbols", "elf-variable-symbols", "elf-symbol")
+
 
 def declared(paths):
     """Names of the types that the headers declare."""
     names = set()
     for path in paths:
         with open(path, encoding="utf-8") as file:
-            names.update(re.findall(r"\b(?:class|struct|enum)(?: class)?(?: VELMORA_EXPORT)? (\w+)[^;\n]*\{", file.read()))
+            names.update(re.findall(DECLARATION, file.read()))
     return names
 
 
@@ -67,9 +71,6 @@ def prune(corpus, own):
             if child not in kept and child.tag not in SYMBOLS:
                 parent.remove(child)
 
-
-CONTAINERS = ("abi-corpus", "abi-instr", "namespace-decl")
-SYMBOLS = ("elf-function-symbols", "elf-variable-symbols", "elf-symbol")
 
 corpus = xml.parse(sys.stdin).getroot()
 like = sys.argv[2] if sys.argv[1] == "--like" else None
