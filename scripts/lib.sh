@@ -9,17 +9,31 @@ say() { printf '%s\n' "$*" >&2; }
 # 75 becomes "1 min 15 s".
 duration() { (($1 < 60)) && printf '%d s' "$1" || printf '%d min %d s' $(($1 / 60)) $(($1 % 60)); }
 
+# Shows the log of a command that failed: failed_with STATUS LOG COMMAND...
+failed_with() {
+    cat "$2" >&2
+    say "failed with status $1: ${*:3} (log: $2)"
+    return "$1"
+}
+
 # Runs a command with its output in a log that is shown only when the command fails.
 # quietly LOG COMMAND...
-quietly() {
-    local log=$1 status=0
-    shift
-    "$@" >>"$log" 2>&1 </dev/null || status=$?
-    if ((status)); then
-        cat "$log" >&2
-        say "failed with status $status: $* (log: $log)"
-    fi
-    return "$status"
+quietly() { "${@:2}" >>"$1" 2>&1 </dev/null || failed_with $? "$@"; }
+
+# Shows how far a build is, from Ninja's "[7/360] ...": a terminal sees a line that is rewritten, everyone else
+# a line every ten seconds.
+show_progress() {
+    local line count='' next=$((SECONDS + 10)) status=0
+    while IFS= read -r -t 1 line || { status=$? && ((status > 128)); }; do
+        [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] && count="${BASH_REMATCH[1]} of ${BASH_REMATCH[2]}"
+        if [[ -t 2 ]]; then
+            [[ -z $count ]] || printf '\r\e[K[%s]' "${count/ of //}" >&2
+        elif [[ -n $count ]] && ((SECONDS >= next)); then
+            say "... $count"
+            next=$((SECONDS + 10))
+        fi
+    done
+    [[ ! -t 2 || -z $count ]] || printf '\r\e[K' >&2
 }
 
 packages=(
@@ -72,16 +86,19 @@ configure_and_build() {
     : >"$log"
     say "Building in $folder/ ..."
     quietly "$log" cmake --preset "$preset" || return
-    quietly "$log" cmake --build --preset "$preset" ${1+--target "$@"} || return
+    local build=(cmake --build --preset "$preset" ${1+--target "$@"})
+    "${build[@]}" 2>&1 </dev/null | tee -a "$log" | show_progress || failed_with $? "$log" "${build[@]}" || return
     say "Built in $(duration $((SECONDS - start)))."
 }
 
-# The names that the flat header declares as exported, one a line; none without that header.
+version() { sed -n 's/^#define VELMORA_VERSION "\(.*\)"$/\1/p' include/velmora/Version.h; }
+
+# The names of the functions that the C headers declare as exported, one a line.
 flat_names() {
-    local header=include/velmora/CloudAPIFlat.h
-    [[ -f $header ]] || return 0
-    g++ -fpreprocessed -dD -E -P -x c++ "$header" 2>/dev/null | # takes the comments out, nothing else
-        sed ':join; /\\$/ { N; b join }; /^ *#/d' | tr '\n' ' ' |
+    local header
+    for header in include/velmora/{CloudAPIFlat,Version}.h; do
+        g++ -fpreprocessed -dD -E -P -x c++ "$header" 2>/dev/null # takes the comments out, nothing else
+    done | sed ':join; /\\$/ { N; b join }; /^ *#/d' | tr '\n' ' ' |
         grep -oP 'VELMORA_(?:EXPORT|FLAT)\b(?:\s*\([^()]*\))?[^;({]*?\K\w+(?=\s*\()' | sort -u
 }
 

@@ -7,6 +7,7 @@
 #include <velmora/Export.h>
 #include <velmora/JobSubmit.h>
 #include <velmora/Records.h>
+#include <velmora/Version.h>
 
 #include <list>
 #include <string>

@@ -45,6 +45,7 @@
 #define VELMORA_CLOUDAPIFLAT_H
 
 #include <velmora/Export.h>
+#include <velmora/Version.h>
 
 #include <stdbool.h>
 #include <stdint.h>

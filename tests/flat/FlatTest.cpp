@@ -159,6 +159,15 @@ TEST_F(FlatTest, everyExport_destroyedInItsCallback_callsOnce)
     });
 }
 
+TEST(ExportsTest, version_ofTheLoadedLibrary_isThatOfHeaderAndProject)
+{
+    const auto number = [](int value) { return std::to_string(value); };
+    EXPECT_STREQ(velmoraVersion(), VELMORA_VERSION);
+    EXPECT_STREQ(velmoraVersion(), VELMORA_PROJECT_VERSION);
+    EXPECT_EQ(velmoraVersion(), number(VELMORA_VERSION_MAJOR) + '.' + number(VELMORA_VERSION_MINOR) + '.' +
+                                    number(VELMORA_VERSION_PATCH));
+}
+
 TEST(ExportsTest, views_compiledAsC_haveTheSameLayout) { EXPECT_EQ(jobDetailsSizeInC, sizeof(VelmoraJobDetailsView)); }
 
 TEST(ExportsTest, progress_beyond32Bits_isCutToTheLowOnes)

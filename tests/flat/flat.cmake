@@ -13,3 +13,4 @@ target_compile_options(flat_in_c PRIVATE -Wall -Wextra -Wpedantic -Wstrict-proto
 target_include_directories(flat_in_c PRIVATE ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_BINARY_DIR}/flat)
 target_include_directories(test_flat PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/flat)
 target_link_libraries(test_flat PRIVATE flat_in_c)
+target_compile_definitions(test_flat PRIVATE VELMORA_PROJECT_VERSION="${PROJECT_VERSION}")

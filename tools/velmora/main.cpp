@@ -5,6 +5,8 @@
 #include "Options.h"
 #include "Terminal.h"
 
+#include <velmora/Version.h>
+
 #include <CLI/CLI.hpp>
 
 #include <QCoreApplication>
@@ -139,7 +141,7 @@ public:
         : m_options(options)
     {
         m_app.name("velmora");
-        m_app.set_version_flag("--version", std::string("velmora ") + VELMORA_VERSION, "Print the version");
+        m_app.set_version_flag("--version", std::string("velmora ") + velmoraVersion(), "Print the version");
         m_app.allow_windows_style_options(false); // a path may begin with a slash on Windows, too
         m_app.require_subcommand(1);
         m_app.footer(ProgramHelp);

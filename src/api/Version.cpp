@@ -1,0 +1,3 @@
+#include <velmora/Version.h>
+
+const char *velmoraVersion() { return VELMORA_VERSION; }

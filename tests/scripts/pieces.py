@@ -1,0 +1,69 @@
+"""The programs that the scripts call: each on a small input, by its output and exit code."""
+
+import json
+import os
+import re
+import ssl
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SCRIPTS = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "..", "scripts"))
+
+
+def run(program, *arguments, text=""):
+    """Returns (exit code, lines of output)."""
+    done = subprocess.run([sys.executable, "-B", f"{SCRIPTS}/{program}", *arguments], input=text, text=True,
+                          stdout=subprocess.PIPE, timeout=30)
+    return done.returncode, done.stdout.splitlines()
+
+
+class Pieces(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+
+    def file(self, name, text):
+        with open(f"{self.folder}/{name}", "w", encoding="utf-8") as file:
+            file.write(text)
+        return file.name
+
+    def test_portal_facts(self):
+        users = [{"email": "a", "password": "1", "mfaCode": "246810"}, {"email": "b", "password": "2 3", "mfaCode": ""}]
+        line = json.dumps({"host": "127.0.0.1:1", "ca": "/x y/ca.pem", "users": users})
+        self.assertEqual(run("portal_facts.py", text=line), (0, ["127.0.0.1:1", "/x y/ca.pem", "b", "2 3"]))
+
+    def test_trust_reg(self):
+        pem = self.file("ca.pem", ssl.DER_cert_to_PEM_cert(b"abc"))
+        _, lines = run("windows.d/trust_reg.py", pem)
+        sha1 = "A9993E364706816ABA3E25717850C26C9CD0D89D"  # of "abc", as FIPS 180 has it
+        self.assertRegex(lines[2], rf"\\Root\\Certificates\\{sha1}\]$")
+        self.assertEqual(lines[3], '"Blob"=hex:20,00,00,00,01,00,00,00,03,00,00,00,61,62,63')
+
+    def test_undescribed(self):
+        member = ('<memberdef kind="function" prot="public"><name>{}</name>'
+                  '<briefdescription>{}</briefdescription></memberdef>')
+        described = [member.format(f"f{number}", "text") for number in range(200)]
+        for members, expected in ((described, (0, [])), (described + [member.format("bare", " ")],
+                                                         (1, ["bare has no description"])), (described[:9], (1, []))):
+            self.file("all.xml", f"<doxygen>{''.join(members)}</doxygen>")
+            self.assertEqual(run("undescribed.py", self.folder), expected)
+
+    def test_abi_trim(self):
+        header = self.file("Own.h", "struct Own {\n};\nstruct New {\n};\n")
+        dump = """<abi-corpus><elf-function-symbols><elf-symbol name="run"/></elf-function-symbols>
+<abi-instr path="src/A.cpp"><type-decl name="int" id="i"/><type-decl name="char" id="c"/>
+<class-decl name="Own" id="o"><data-member><var-decl name="field" type-id="i"/></data-member></class-decl>
+<class-decl name="New" id="n"><data-member><var-decl name="other" type-id="i"/></data-member></class-decl>
+<class-decl name="Foreign" id="f"><data-member><var-decl name="inner" type-id="c"/></data-member></class-decl>
+<class-decl name="Unused" id="u"/><function-decl name="hidden"><return type-id="u"/></function-decl>
+<function-decl name="run" elf-symbol-id="run"><parameter type-id="f"/></function-decl></abi-instr></abi-corpus>"""
+        code, lines = run("abi_trim.py", header, text=dump)
+        old = self.file("old.abi", re.sub("New", "Older", "\n".join(lines)))
+        for added, output in (["New", "other"], lines), ([], run("abi_trim.py", "--like", old, header, text=dump)[1]):
+            names = re.findall(r' name="(\w+)"', "\n".join(output))
+            self.assertEqual((code, names), (0, ["run", "int", "Own", "field", *added, "Foreign", "run"]))
+        self.assertNotIn("src/", "\n".join(lines))
+
+
+unittest.main()
