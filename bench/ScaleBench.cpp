@@ -3,7 +3,7 @@
 ///
 ///     velmora_scale_bench [--jobs N] [--subscriptions N] [--rounds N]
 ///
-/// The portal runs in a process of its own. It allows itself as many open files as the system lets it.
+/// The portal runs in a process of its own. It raises its limit of open files as far as the system allows.
 #include "Measure.h"
 #include "Portal.h"
 #include "Rows.h"
