@@ -1,4 +1,4 @@
-// A host without a QCoreApplication of its own: the library makes one, and the host pumps.
+// An application without a QCoreApplication: the library makes one, and the application calls processEvents.
 
 #include "support/Internals.h"
 #include "support/Loopback.h"
@@ -24,16 +24,16 @@ protected:
         EXPECT_EQ(log.warnings().join(QLatin1Char('\n')).toStdString(), "");
     }
 
-    /// Pumps as such a host does, until the condition holds or the deadline passes.
+    /// Processes events, as such an application does, until the condition holds or the deadline passes.
     bool pumpUntil(const std::function<bool()> &condition)
     {
-        CloudAPI &pumped = *api; // may be gone when it holds
+        CloudAPI &pumped = *api; // may be destroyed by then
         QElapsedTimer timer;
         for (timer.start(); !condition() && timer.elapsed() < 10000;)
             pumped.processEvents();
         return condition();
     }
-    /// Loads a job, and does that inside the callback.
+    /// Loads a job and calls `then` inside the callback.
     void load(const std::function<void()> &then)
     {
         api->getJobDetails("J1", [=](const auto &, const auto &) { then(); });
@@ -50,7 +50,7 @@ protected:
     QPointer<QCoreApplication> made = QCoreApplication::instance();
 };
 
-TEST_F(ApplicationTest, LivesAsLongAsAnySession_PumpingReleasesReplies)
+TEST_F(ApplicationTest, application_severalSessions_livesUntilTheLastEnds)
 {
     auto second = std::make_unique<CloudAPI>();
     std::swap(api, second);
@@ -68,7 +68,7 @@ TEST_F(ApplicationTest, LivesAsLongAsAnySession_PumpingReleasesReplies)
     EXPECT_FALSE(made);
 }
 
-TEST_F(ApplicationTest, LastSessionDestroyedInsideACallbackWhereverALoopRuns)
+TEST_F(ApplicationTest, application_lastSessionDestroyedInACallback_outlivesTheRunningLoop)
 {
     const auto destroy = [this] {
         api.reset();
@@ -102,12 +102,12 @@ TEST_F(ApplicationTest, LastSessionDestroyedInsideACallbackWhereverALoopRuns)
         EXPECT_TRUE(pumpUntil([&] { return loopback.server.pausing() == 1; }));
         loop();
         EXPECT_FALSE(made);
-        api = std::make_unique<CloudAPI>(); // another life
+        api = std::make_unique<CloudAPI>(); // again
         EXPECT_TRUE(QCoreApplication::instance());
     }
 }
 
-TEST_F(ApplicationTest, StaysWhileTheHostRunsALoopOnIt)
+TEST_F(ApplicationTest, application_loopOfTheCallerRuns_stays)
 {
     {
         Loopback loopback;
@@ -120,7 +120,7 @@ TEST_F(ApplicationTest, StaysWhileTheHostRunsALoopOnIt)
         EXPECT_TRUE(made);
     }
     EXPECT_FALSE(api);
-    api = std::make_unique<CloudAPI>(); // finds it, and takes it over again
+    api = std::make_unique<CloudAPI>(); // finds it and uses it again
     EXPECT_EQ(QCoreApplication::instance(), made);
 }
 

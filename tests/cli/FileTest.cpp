@@ -7,19 +7,19 @@ using namespace CliTests;
 
 namespace {
 
-using Strings = std::set<S>;
+using Strings = std::set<string>;
 
 class FileTest : public ProgramTest {
 protected:
-    static S bytesOf(char seed, size_t size)
+    static string bytesOf(char seed, size_t size)
     {
-        S bytes;
+        string bytes;
         while (bytes.size() < size)
             bytes += seed + std::to_string(bytes.size());
         return bytes.substr(0, size);
     }
     /// The command that runs a job of two simulations with three input files.
-    S job(size_t meshSize = 100000) const
+    string job(size_t meshSize = 100000) const
     {
         write("in/b.trninp", bytesOf('t', 4000));
         write("in/b.mesh", bytesOf('m', meshSize));
@@ -30,7 +30,7 @@ protected:
             "accountID": "ACC-1001"})");
     }
     /// Every file below a folder of the test's.
-    Strings below(const S &folder) const
+    Strings below(const string &folder) const
     {
         Strings names;
         QDirIterator each(q(path(folder)), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
@@ -53,9 +53,9 @@ TEST_F(FileTest, run_realInputs_bringsBackEveryByte)
     EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 3 + 6);
     EXPECT_EQ(below("out"), (Strings{"sim-1/results.dat", "sim-1/run.log", "sim-1/summary.json", "sim-2/results.dat",
                                      "sim-2/run.log", "sim-2/summary.json"}));
-    for (const S &name : below("out"))
+    for (const string &name : below("out"))
         EXPECT_EQ(read("out/" + name), m_portal->plainFile(program->text("jobId"), name)) << name;
-    const S results = read("out/sim-2/results.dat");
+    const string results = read("out/sim-2/results.dat");
     EXPECT_EQ(results.substr(results.find('\n') + 1), bytesOf('t', 4000) + bytesOf('m', 100000));
     EXPECT_EQ(below("tmp"), Strings());
 }
@@ -63,7 +63,7 @@ TEST_F(FileTest, run_realInputs_bringsBackEveryByte)
 TEST_F(FileTest, inputs_notUsable_areAllNamedBeforeAnythingIsSent)
 {
     serve();
-    const S run = job();
+    const string run = job();
     write("other/m.mat", "x");
     QDir(q(path("in"))).removeRecursively();
     EXPECT_TRUE(contains(ended(run, 2, "b.trninp: No such file")->errors(), "b.mesh: No such file"));
@@ -100,9 +100,9 @@ TEST_F(FileTest, download_anySelection_keepsPathsAndStaysInItsFolder)
                 {"nothing wing.mesh", 1, {"wing.mesh"}},
                 {"", 1, {"sim-1/forces.csv", "sim-2/forces.csv", "wing.trninp", "wing.mesh"}}};
     for (const auto &row : rows) {
-        ended(S("download job-wing0001 ") + row.arguments, row.exit);
+        ended("download job-wing0001 "s + row.arguments, row.exit);
         EXPECT_EQ(below("job-wing0001"), row.files) << row.arguments;
-        for (const S &name : row.files)
+        for (const string &name : row.files)
             EXPECT_EQ(read("job-wing0001/" + name), m_portal->plainFile("job-wing0001", name)) << name;
         QDir(q(path("job-wing0001"))).removeRecursively();
     }
@@ -112,7 +112,7 @@ TEST_F(FileTest, download_anySelection_keepsPathsAndStaysInItsFolder)
 TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
 {
     serve();
-    const S run = job(12000000); // more than the sockets' buffers take
+    const string run = job(12000000); // more than the sockets' buffers take
     inject("storage", FaultKind::SlowRead, 0);
     const auto sending = start(run);
     EXPECT_TRUE(sending->says("b.mesh sending"));
@@ -128,24 +128,24 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
     EXPECT_TRUE(receiving->says("sim-1/results.dat receiving"));
     receiving->interrupt();
     EXPECT_EQ(receiving->end(), 130);
-    for (const S &name : below("out"))
+    for (const string &name : below("out"))
         EXPECT_FALSE(contains(name, "results.dat"));
     m_portal->clearFaults();
-    const S said = receiving->errors();
+    const string said = receiving->errors();
     const auto from = said.find("velmora download") + 8;
     Program rest(said.substr(from, said.find('\n', from) - from), m_directory.path());
     EXPECT_EQ(rest.end(), 0) << rest.errors();
     EXPECT_GT(read("out/sim-1/results.dat").size(), 12000000U);
 }
 
-// Whenever the process dies, a file is the old one or whole, here and at the service; VELMORA_KILLS says how often.
-TEST_F(FileTest, killedAtAnyMoment_leavesFilesOldOrWhole)
+// Whenever the process is killed, a file is the old one or whole, here and at the service. VELMORA_KILLS: how often.
+TEST_F(FileTest, transfer_killedAtAnyMoment_leavesFilesOldOrWhole)
 {
     VelmoraPortal::Options options;
     options.storage.pieceSize = 1 << 20;
     serve(1000ms, options);
-    const S bytes = bytesOf('n', 6 << 20), download = "download job-wing0001 big --to out",
-            upload = "upload new --job job-wing0001";
+    const string bytes = bytesOf('n', 6 << 20), download = "download job-wing0001 big --to out",
+                 upload = "upload new --job job-wing0001";
     m_portal->addFile("job-wing0001", "big", bytes);
     write("new", bytes);
     std::mt19937 random(20);
@@ -163,12 +163,12 @@ TEST_F(FileTest, killedAtAnyMoment_leavesFilesOldOrWhole)
         EXPECT_TRUE(!file || *file == bytes || (!sends && *file == "old"));
         left[sends] += file == bytes ? 0 : 1;
     }
-    EXPECT_TRUE(left[0] > 0 && left[1] > 0) << "none died in time";
+    EXPECT_TRUE(left[0] > 0 && left[1] > 0) << "no transfer was killed under way";
     ended(download, 0);
     ended(upload, 0);
     EXPECT_EQ(read("out/big"), bytes);
     EXPECT_EQ(m_portal->plainFile("job-wing0001", "new"), bytes);
-    EXPECT_EQ(below("out"), Strings({"big"})) << "pieces of the dead are cleared";
+    EXPECT_EQ(below("out"), Strings({"big"})) << "pieces of killed downloads are removed";
 }
 
 } // namespace

@@ -22,23 +22,24 @@
 namespace CliTests {
 
 using namespace std::chrono_literals;
+using std::string;
 using VelmoraPortal::FaultKind;
-using S = std::string;
+using namespace std::string_literals;
 
-inline QString q(const S &text) { return QString::fromStdString(text); }
+inline QString q(const string &text) { return QString::fromStdString(text); }
 
-inline testing::AssertionResult contains(const S &text, const S &part)
+inline testing::AssertionResult contains(const string &text, const string &part)
 {
-    const bool found = text.find(part) != S::npos;
+    const bool found = text.find(part) != string::npos;
     return (found ? testing::AssertionSuccess() : testing::AssertionFailure()) << '"' << part << "\" in\n" << text;
 }
 
-/// The program, detached from the terminal, so that it finds none to ask on.
+/// The program, detached from the terminal, so that it cannot ask for input.
 class Program : public QProcess {
 public:
     static constexpr int PatienceMs = 30000;
 
-    Program(const S &line, const QString &folder)
+    Program(const string &line, const QString &folder)
     {
         setWorkingDirectory(folder);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -59,10 +60,10 @@ public:
             return -1;
         return exitStatus() == NormalExit ? exitCode() : -2;
     }
-    bool says(const S &text)
+    bool says(const string &text)
     {
         setReadChannel(StandardError);
-        while (errors().find(text) == S::npos) {
+        while (errors().find(text) == string::npos) {
             if (!waitForReadyRead(PatienceMs))
                 return false;
         }
@@ -73,31 +74,31 @@ public:
 #else
     void interrupt() { ADD_FAILURE() << "no console to press Ctrl-C on"; }
 #endif
-    S errors() { return m_errors += readAllStandardError().toStdString(); }
-    S output() { return m_output += readAllStandardOutput().toStdString(); }
+    string errors() { return m_errors += readAllStandardError().toStdString(); }
+    string output() { return m_output += readAllStandardOutput().toStdString(); }
     QJsonValue json()
     {
         const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(output()));
         EXPECT_TRUE(document.isObject()) << output();
         return document.object();
     }
-    S text(const char *key) { return json()[key].toString().toStdString(); }
+    string text(const char *key) { return json()[key].toString().toStdString(); }
 
 #ifdef Q_OS_UNIX
 protected:
     void setupChildProcess() override
     {
         ::setsid();
-        std::signal(SIGINT, SIG_DFL); // whatever started the tests may ignore it
-        // Left open, the portal's listening socket would outlive the portal in the program.
+        std::signal(SIGINT, SIG_DFL); // the program that started the tests may ignore it
+        // An inherited listening socket would stay open after the portal has closed it.
         for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor)
             ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     }
 #endif
 
 private:
-    S m_errors;
-    S m_output;
+    string m_errors;
+    string m_output;
 };
 
 class ProgramTest : public testing::Test {
@@ -109,7 +110,7 @@ protected:
         QDir(m_directory.path()).mkdir("tmp");
         signInAs(VelmoraPortal::seededUsers()[0].email, VelmoraPortal::seededUsers()[0].password, "");
     }
-    static void signInAs(const S &user, const S &password, const S &mfa)
+    static void signInAs(const string &user, const string &password, const string &mfa)
     {
         qputenv("VELMORA_USER", user.c_str());
         qputenv("VELMORA_PASSWORD", password.c_str());
@@ -120,7 +121,7 @@ protected:
         options.jobDuration = jobDuration;
         m_portal = std::make_unique<VelmoraPortal::Portal>(options);
     }
-    void inject(const S &path, FaultKind kind, int times)
+    void inject(const string &path, FaultKind kind, int times)
     {
         VelmoraPortal::Fault fault;
         fault.path = path;
@@ -129,36 +130,39 @@ protected:
         fault.messages = 2;
         m_portal->inject(fault);
     }
-    S connection() const { return " --host " + m_portal->host() + " --ca " + m_portal->caFile(); }
-    std::unique_ptr<Program> start(const S &line) const
+    string connection() const { return " --host " + m_portal->host() + " --ca " + m_portal->caFile(); }
+    std::unique_ptr<Program> start(const string &line) const
     {
         return std::make_unique<Program>(m_portal ? line + connection() : line, m_directory.path());
     }
-    std::unique_ptr<Program> ended(const S &line, int exit, const S &message = {}) const
+    std::unique_ptr<Program> ended(const string &line, int exit, const string &message = {}) const
     {
         auto program = start(line);
         EXPECT_EQ(program->end(), exit) << line << program->errors();
         EXPECT_TRUE(contains(program->output() + program->errors(), message)) << line;
         return program;
     }
-    static S example(const S &name) { return VELMORA_SOURCE_FOLDER "/examples/jobs/" + name; }
+    static string example(const string &name) { return VELMORA_SOURCE_FOLDER "/examples/jobs/" + name; }
     /// The command that runs an example without its files.
-    static S runOf(const S &name) { return "run --account ACC-1001 --no-upload --no-download " + example(name); }
-    static S submitted(Program &program)
+    static string runOf(const string &job)
+    {
+        return "run --account ACC-1001 --no-upload --no-download " + example(job);
+    }
+    static string submitted(Program &program)
     {
         EXPECT_TRUE(program.says(" submitted\n")) << program.errors();
         return program.errors().substr(program.errors().find("submitted job-") + 10, 12);
     }
 
-    S path(const S &name) const { return m_directory.filePath(q(name)).toStdString(); }
-    S write(const S &name, const S &bytes) const
+    string path(const string &name) const { return m_directory.filePath(q(name)).toStdString(); }
+    string write(const string &name, const string &bytes) const
     {
         QDir(m_directory.path()).mkpath(QFileInfo(q(name)).path());
         QFile file(q(path(name)));
         EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(QByteArray::fromStdString(bytes)) >= 0) << name;
         return path(name);
     }
-    S read(const S &name) const
+    string read(const string &name) const
     {
         QFile file(q(path(name)));
         return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "no such file";

@@ -8,16 +8,16 @@ namespace {
 
 TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
-    for (const S &line :
-         {S(), S("fly"), S("rm job-1"), S("jobs --portal moon"), S("run no-such-file"), S("tags job-1 --account A"),
-          S("status --host https://x"), S("status --ca /none"), "run " + write("cut", "{\"jobName\":")})
+    for (const string &line :
+         {string(), "fly"s, "rm job-1"s, "jobs --portal moon"s, "run no-such-file"s, "tags job-1 --account A"s,
+          "status --host https://x"s, "status --ca /none"s, "run " + write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
     ended("words hpc", 0, "--preferred\n"); // for completion
 }
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
 {
-    const S path = write("job.json", R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})");
+    const string path = write("job.json", R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})");
     const auto program = ended("validate --json " + path, 2);
     EXPECT_EQ(program->json()["failedChecks"].toArray().size(), 5);
     for (const char *message : {"minimum of 1 simulation", "Currently a MAXIMUM of 128", "unknown key \"cores\""})
@@ -30,10 +30,10 @@ TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
 {
     serve();
     const auto &users = VelmoraPortal::seededUsers();
-    const S right = users[0].password, other = users[1].password;
+    const string right = users[0].password, other = users[1].password;
     const struct {
         size_t user;
-        S password, mfa;
+        string password, mfa;
         int exit;
     } rows[] = {{0, right, "", 0},       {0, "wrong", "", 1}, {0, "", "", 2}, {1, other, users[1].mfaCode, 0},
                 {1, other, "111111", 1}, {1, other, "", 2}};
@@ -49,9 +49,9 @@ TEST_F(ProgramTest, anyCommand_noConnection_exitsWithThreeAndSaysWhy)
 {
     QTcpServer closed;
     ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
-    const S address = "127.0.0.1:" + std::to_string(closed.serverPort());
+    const string address = "127.0.0.1:" + std::to_string(closed.serverPort());
     closed.close();
-    for (const S command : {"jobs", "status"})
+    for (const string command : {"jobs", "status"})
         ended(command + " --host " + address, 3, "could not reach " + address + ": Connection refused");
     const VelmoraPortal::Portal untrusted;
     ended("jobs --host " + untrusted.host(), 3, "--ca");
@@ -69,7 +69,7 @@ TEST_F(ProgramTest, run_everyEnd_hasItsExitCode)
     ended(runOf("beam-single.json"), 4, "did not finish: it was failed");
 }
 
-TEST_F(ProgramTest, run_everyTrouble_stillReachesTheJobsEnd)
+TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
 {
     const struct {
         const char *path;
@@ -84,7 +84,7 @@ TEST_F(ProgramTest, run_everyTrouble_stillReachesTheJobsEnd)
     for (const auto &row : rows) {
         serve();
         inject(row.path, row.kind, row.times);
-        const S errors = ended(runOf("beam-single.json"), 0, "100%")->errors();
+        const string errors = ended(runOf("beam-single.json"), 0, "100%")->errors();
         EXPECT_EQ(q(errors).count(QLatin1String(row.notice)), 1) << row.path << int(row.kind) << errors;
     }
 }
@@ -104,7 +104,7 @@ TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
 {
     serve(60s);
     const auto stopped = start(runOf("hull-sweep.json"));
-    const S id = submitted(*stopped);
+    const string id = submitted(*stopped);
     m_portal->expireTokens();
     EXPECT_EQ(ended("stop --json " + id, 0)->json()["simulationAbortList"].toArray().size(), 5);
     EXPECT_EQ(stopped->end(), 4);
@@ -113,7 +113,7 @@ TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
     EXPECT_EQ(ended("watch --json " + id, 4)->json()["job"]["jobId"].toString(), q(id));
 
     const auto interrupted = start(runOf("beam-single.json"));
-    const S other = submitted(*interrupted);
+    const string other = submitted(*interrupted);
     interrupted->interrupt();
     EXPECT_EQ(interrupted->end(), 130);
     EXPECT_TRUE(contains(interrupted->errors(), "velmora watch " + other + connection()));
@@ -156,7 +156,7 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
                 {"find wing duct", 0, "", "jobDetailsList", "job-"}};
     for (const auto &row : rows) {
         EXPECT_FALSE(contains(ended(row.line, row.exit, row.shown)->output(), row.hidden)) << row.line;
-        const auto program = ended(row.line + S(" --json"), row.exit);
+        const auto program = ended(row.line + " --json"s, row.exit);
         EXPECT_TRUE(program->json().toObject().contains(row.key)) << row.line << program->output();
     }
     ended("rm job-wing0001 wing.mesh", 0, "deleted wing.mesh");

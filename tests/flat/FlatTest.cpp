@@ -1,7 +1,6 @@
-// The flat functions: all of them from the list that the header gives, then whole flows of a host against the
-// portal over TLS.
+// The flat functions: each export of the header, then each operation in both forms against the portal over TLS.
 
-#include "Host.h"
+#include "Application.h"
 #include "api/flat/Adapters.h"
 
 #include <QFile>
@@ -26,7 +25,7 @@ template <class T> T sample([[maybe_unused]] Given given)
     else if constexpr (std::is_same_v<T, const char *>)
         return given == Given::Null ? nullptr : wing;
     else if constexpr (std::is_function_v<std::remove_pointer_t<T>>)
-        return given == Given::Null ? nullptr : T(Host());
+        return given == Given::Null ? nullptr : T(Callback());
     else
         return given == Given::Null ? nullptr : &record<std::remove_const_t<std::remove_pointer_t<T>>>;
 }
@@ -57,34 +56,35 @@ protected:
 
     void logIn()
     {
-        logUserIn(api, "ada.field@velmora.example", "turbulence-42", "", Host());
+        logUserIn(api, "ada.field@velmora.example", "turbulence-42", "", Callback());
         ASSERT_EQ(answer(), 200);
     }
     /// Waits for the one call of the completion. @return its code
     template <int which = 0> static int answer()
     {
-        EXPECT_TRUE(waitUntil([] { return !Host<which>::heard.empty(); }));
+        EXPECT_TRUE(waitUntil([] { return !Callback<which>::received.empty(); }));
         settle();
-        EXPECT_EQ(Host<which>::heard.size(), 1U);
-        return Host<which>::heard.empty() ? -1 : Host<which>::code();
+        EXPECT_EQ(Callback<which>::received.size(), 1U);
+        return Callback<which>::received.empty() ? -1 : Callback<which>::code();
     }
-    /// Both forms of a function are heard alike.
+    /// Both forms of a function give the same. A row: expectTwins(tagJob, tagJob_Json, CODE, ARGUMENTS...).
     template <class Plain, class Json> static void expectTwins(int code, Plain plain, Json json)
     {
-        plain(Host());
+        plain(Callback());
         EXPECT_EQ(answer(), code);
-        json(Host<1>());
+        json(Callback<1>());
         EXPECT_EQ(answer<1>(), code);
-        EXPECT_EQ(Host<>::heard, Host<1>::heard);
+        EXPECT_EQ(Callback<>::received, Callback<1>::received);
     }
     template <class... Plain, class... Json, class... Given>
     void expectTwins(void (*plain)(Plain...), void (*json)(Json...), int code, Given... given)
     {
         expectTwins(
-            code, [=](Host<> done) { plain(api, given..., done); }, [=](Host<1> done) { json(api, given..., done); });
+            code, [=](Callback<> done) { plain(api, given..., done); },
+            [=](Callback<1> done) { json(api, given..., done); });
     }
     static QJsonObject object() { return QJsonDocument::fromJson(QByteArray::fromStdString(result())).object(); }
-    static std::string result() { return Host<>::last().at(1); }
+    static std::string result() { return Callback<>::last().at(1); }
 
     static VelmoraPortal::Options quick()
     {
@@ -95,7 +95,7 @@ protected:
     }
     std::string newJob()
     {
-        generateNewJobID(api, "ACC-1001", Host());
+        generateNewJobID(api, "ACC-1001", Callback());
         EXPECT_EQ(answer(), 200);
         return result();
     }
@@ -107,19 +107,19 @@ protected:
     VelmoraCloudAPI *api = CreateCloudAPI();
 };
 
-TEST(ExportsTest, NullHandle_DoesNothing_ReturnsNothing)
+TEST(ExportsTest, everyExport_nullHandle_doesNothingAndReturnsNothing)
 {
     int count = 0;
     forEachExport([&count](const char *name, auto function) {
         ++count;
-        Host<>::heard.clear();
+        Callback<>::received.clear();
         testing::internal::CaptureStdout();
         if constexpr (std::is_void_v<decltype(call(function, nullptr, Given::Something))>)
             call(function, nullptr, Given::Something);
         else
             EXPECT_FALSE(call(function, nullptr, Given::Something)) << name;
         settle();
-        EXPECT_EQ(Host<>::heard.size(), 0U) << name;
+        EXPECT_EQ(Callback<>::received.size(), 0U) << name;
         EXPECT_EQ(testing::internal::GetCapturedStdout(),
                   std::string(name) == "submitNewJob_Json" ? "\ne\ne\ne\ne\ne\ne\ne\ne\n" : "")
             << name;
@@ -127,7 +127,7 @@ TEST(ExportsTest, NullHandle_DoesNothing_ReturnsNothing)
     EXPECT_EQ(count, 59);
 }
 
-TEST_F(FlatTest, NullTextsRecordsAndCallbacks_AreTaken)
+TEST_F(FlatTest, everyExport_nullArguments_areAccepted)
 {
     testing::internal::CaptureStdout();
     forEachExport([this](const std::string &name, auto function) {
@@ -141,17 +141,17 @@ TEST_F(FlatTest, NullTextsRecordsAndCallbacks_AreTaken)
               "api->logUserIn()\napi->logUserIn()\n\ne\ne\ne\ne\ne\ne\ne\ne\napi->logUserIn()\n");
 }
 
-TEST_F(FlatTest, DestroyedInsideTheCallbackOfEach)
+TEST_F(FlatTest, everyExport_destroyedInItsCallback_callsOnce)
 {
     forEachExport([this](const char *name, auto function) {
         if constexpr (answers(decltype(function){})) {
-            Host<>::heard.clear();
-            Host<>::then = [this] { DestroyCloudAPI(std::exchange(api, nullptr)); };
+            Callback<>::received.clear();
+            Callback<>::then = [this] { DestroyCloudAPI(std::exchange(api, nullptr)); };
             call(function, api, Given::Something);
-            EXPECT_TRUE(waitUntil([] { return !Host<>::heard.empty(); })) << name;
+            EXPECT_TRUE(waitUntil([] { return !Callback<>::received.empty(); })) << name;
             settle();
-            Host<>::then = nullptr;
-            EXPECT_EQ(Host<>::heard.size(), 1U) << name;
+            Callback<>::then = nullptr;
+            EXPECT_EQ(Callback<>::received.size(), 1U) << name;
             EXPECT_EQ(api, nullptr) << name;
             api = CreateCloudAPI();
             logIn();
@@ -159,15 +159,15 @@ TEST_F(FlatTest, DestroyedInsideTheCallbackOfEach)
     });
 }
 
-TEST(ExportsTest, C_SeesTheSameLayout) { EXPECT_EQ(jobDetailsSizeInC, sizeof(VelmoraJobDetailsView)); }
+TEST(ExportsTest, views_compiledAsC_haveTheSameLayout) { EXPECT_EQ(jobDetailsSizeInC, sizeof(VelmoraJobDetailsView)); }
 
-TEST(ExportsTest, ProgressIsCutToItsLow32Bits)
+TEST(ExportsTest, progress_beyond32Bits_isCutToTheLowOnes)
 {
     EXPECT_EQ(Flat::handOver<Flat::Plain>(std::int64_t(5000000000)), 705032704);
     EXPECT_EQ(Flat::handOver<Flat::Json>(std::int64_t(2147483648)), -2147483647 - 1);
 }
 
-TEST_F(FlatTest, BothFormsSayTheSame)
+TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
 {
     expectTwins(getCurrentUserDetails, getCurrentUserDetails_Json, 200);
     expectTwins(getAccountList, getAccountList_Json, 200);
@@ -190,28 +190,28 @@ TEST_F(FlatTest, BothFormsSayTheSame)
 
     const std::list<ItemTag> wanted = {{"fast", ""}, {"wing", ""}};
     expectTwins(
-        200, [&](Host<> done) { searchUserTags(api, &wanted, done); },
-        [&](Host<1> done) {
+        200, [&](Callback<> done) { searchUserTags(api, &wanted, done); },
+        [&](Callback<1> done) {
             searchUserTags_Json(api, R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])", done);
         });
     EXPECT_NE(result().find(wing), std::string::npos);
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
 }
 
-TEST_F(FlatTest, FunctionsOfOneFormTakeTheirArguments)
+TEST_F(FlatTest, operation_oneForm_takesItsArguments)
 {
     EXPECT_EQ(currentNetworkStatus(api), 1);
-    checkMFAEnabled(api, "ben.stone@velmora.example", Host());
+    checkMFAEnabled(api, "ben.stone@velmora.example", Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(result(), "true");
-    modifyCurrentUserDetails(api, "Lovelace", "Ada", "Engines", Host());
+    modifyCurrentUserDetails(api, "Lovelace", "Ada", "Engines", Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(object().value("surname"), "Lovelace");
-    getAccountBalance(api, "ACC-1001", Host());
+    getAccountBalance(api, "ACC-1001", Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(object().value("recentTransactions").toArray().size(), 2);
     const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"};
-    deleteFile(api, &doomed, Host());
+    deleteFile(api, &doomed, Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(result(), hostText(doomed));
     EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
@@ -219,7 +219,7 @@ TEST_F(FlatTest, FunctionsOfOneFormTakeTheirArguments)
     EXPECT_FALSE(isUserLoggedIn(api));
 }
 
-TEST_F(FlatTest, FilesTravelAndAreCancelledInBothForms)
+TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)
 {
     const std::string bytes(1000000, 'm');
     QFile mesh(folder.filePath("mesh")), back(folder.filePath("back"));
@@ -230,22 +230,22 @@ TEST_F(FlatTest, FilesTravelAndAreCancelledInBothForms)
     const std::string upText = hostText(up), downText = hostText(down);
     std::string fleeting = upText; // texts may go as soon as the call returns
     expectTwins(
-        204, [&](Host<> done) { uploadFile(api, &up, Host<2>(), done); },
-        [&](Host<1> done) {
-            uploadFile_Json(api, fleeting.c_str(), Host<3>(), done);
+        204, [&](Callback<> done) { uploadFile(api, &up, Callback<2>(), done); },
+        [&](Callback<1> done) {
+            uploadFile_Json(api, fleeting.c_str(), Callback<3>(), done);
             fleeting.assign(fleeting.size(), 'x');
         });
     EXPECT_EQ(object().value("totalFileSize").toInt(), 1000000);
     EXPECT_EQ(portal.plainFile(up.cloudFileJobID, "mesh"), bytes);
     expectTwins(
-        200, [&](Host<> done) { downloadFile(api, &down, Host<4>(), done); },
-        [&](Host<1> done) { downloadFile_Json(api, downText.c_str(), Host<5>(), done); });
-    for (const auto &last : {Host<2>::last(), Host<3>::last(), Host<4>::last(), Host<5>::last()})
+        200, [&](Callback<> done) { downloadFile(api, &down, Callback<4>(), done); },
+        [&](Callback<1> done) { downloadFile_Json(api, downText.c_str(), Callback<5>(), done); });
+    for (const auto &last : {Callback<2>::last(), Callback<3>::last(), Callback<4>::last(), Callback<5>::last()})
         EXPECT_GE(std::stol(last.at(1)), 1000016) << "encrypted";
     EXPECT_TRUE(back.open(QIODevice::ReadOnly) && back.readAll().toStdString() == bytes);
 
-    uploadInputFile(api, &up, nullptr, Host());
-    EXPECT_EQ(Host<>::heard.size(), 1U) << "has completed when it returns";
+    uploadInputFile(api, &up, nullptr, Callback());
+    EXPECT_EQ(Callback<>::received.size(), 1U) << "completes inside the call";
     const std::function<bool()> cancels[] = {
         [&] { return cancelDownload(api, &down) && !cancelDownload(api, &down); },
         [&] { return cancelDownload_Json(api, downText.c_str()); },
@@ -254,33 +254,33 @@ TEST_F(FlatTest, FilesTravelAndAreCancelledInBothForms)
     };
     for (int i = 0; i < 4; ++i) {
         if (i < 2)
-            downloadFile(api, &down, nullptr, Host());
+            downloadFile(api, &down, nullptr, Callback());
         else
-            uploadFile(api, &up, nullptr, Host());
+            uploadFile(api, &up, nullptr, Callback());
         EXPECT_TRUE(cancels[i]()) << i;
         EXPECT_EQ(answer(), 400) << i;
     }
 }
 
-TEST_F(FlatTest, JobIsTracedSubmittedAndFollowed)
+TEST_F(FlatTest, job_submitted_isTracedAndFollowed)
 {
     const std::string job = newJob();
-    subscribeToJob(api, job.c_str(), Host<1>(), Host<2>());
+    subscribeToJob(api, job.c_str(), Callback<1>(), Callback<2>());
     const std::string definition =
         R"({"jobID":")" + job + R"(","accountID":"ACC-1001","jobName":"Beam","mainFile":"beam.trninp","solverTag":" ",
             "simulations":["-x 1","-x 2"],"coreHourEstimate":2.5,"ramEstimate":1024,"numberOfParts":4,
             "originApplication":"test"})";
     testing::internal::CaptureStdout();
-    submitNewJob_Json(api, definition.c_str(), Host());
+    submitNewJob_Json(api, definition.c_str(), Callback());
     EXPECT_EQ(testing::internal::GetCapturedStdout().find("{\n    \"accountId\": \"ACC-1001\""), 0U);
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(object().value("operation"), "mpi");
     ASSERT_EQ(answer<2>(), 200);
-    EXPECT_EQ(Host<2>::last().at(1), job);
-    EXPECT_NE(Host<2>::last().at(2).find("Job status is FINISHED"), std::string::npos);
-    EXPECT_GT(Host<1>::heard.size(), 2U);
+    EXPECT_EQ(Callback<2>::last().at(1), job);
+    EXPECT_NE(Callback<2>::last().at(2).find("Job status is FINISHED"), std::string::npos);
+    EXPECT_GT(Callback<1>::received.size(), 2U);
     unsubscribeFromJob(api, job.c_str());
-    getJobProgress(api, job.c_str(), Host());
+    getJobProgress(api, job.c_str(), Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_NE(result().find("\"progress\": 100"), std::string::npos);
 }

@@ -1,6 +1,6 @@
-// What comes from outside, mutated: texts of the service and of hosts, names, addresses, cipher text, messages.
-// VELMORA_FUZZ names the target; see scripts/fuzz. Built without a fuzzer, the program reads files and goes once
-// through each: the suite does that with the corpus.
+// Input from outside, mutated: texts of the service and of applications, names, addresses, cipher text, messages.
+// VELMORA_FUZZ names the target; see scripts/fuzz. Built without a fuzzer, the program runs each file of a folder once:
+// the suite does that with the corpus.
 
 #include "api/flat/Views.h"
 #include "model/Json.h"
@@ -54,18 +54,18 @@ void write(const QString &path, const QByteArray &content)
     demand(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(), "a file can be written");
 }
 
-template <class Value> void hostCanRead(const Value &value)
+template <class Value> void isReadable(const Value &value)
 {
-    demand(QJsonDocument::fromJson(QByteArray::fromStdString(hostText(value))).isObject(), "hosts get valid JSON");
+    demand(QJsonDocument::fromJson(QByteArray::fromStdString(hostText(value))).isObject(), "a text is valid JSON");
 }
 
 template <class... Records> void readAll(const QByteArray &text)
 {
-    (hostCanRead(readReply<Records>(text)), ...);
-    (hostCanRead(readHostText<Records>(text)), ...);
+    (isReadable(readReply<Records>(text)), ...);
+    (isReadable(readHostText<Records>(text)), ...);
 }
 
-template <class... Records> void readLists(const QByteArray &text) { (hostCanRead(readReplyList<Records>(text)), ...); }
+template <class... Records> void readLists(const QByteArray &text) { (isReadable(readReplyList<Records>(text)), ...); }
 
 void replies(const QByteArray &text)
 {
@@ -76,7 +76,7 @@ void replies(const QByteArray &text)
     bodyMessage(text);
 }
 
-void hostTexts(const QByteArray &text)
+void applicationTexts(const QByteArray &text)
 {
     const auto job = readHostText<JobSubmit>(text);
     std::list<JobSubmitError> failures;
@@ -175,14 +175,14 @@ void messages(const QByteArray &text)
     SocketConnection connection(QStringLiteral("job"), std::make_unique<CloudWebSocketClient>(nowhere, QString()),
                                 count, count);
     connection.slotHandleSocketMessage(QString::fromUtf8(text));
-    demand(calls == 1, "a message is told once");
+    demand(calls == 1, "a message is reported once");
 }
 
 using Target = void (*)(const QByteArray &);
 
 Target target()
 {
-    static const std::map<QByteArray, Target> all = {{"replies", replies},     {"hosts", hostTexts},
+    static const std::map<QByteArray, Target> all = {{"replies", replies},     {"hosts", applicationTexts},
                                                      {"pieces", pieces},       {"ciphers", cipherTexts},
                                                      {"addresses", addresses}, {"messages", messages}};
     const auto found = all.find(qgetenv("VELMORA_FUZZ"));

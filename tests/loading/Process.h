@@ -10,7 +10,7 @@
 
 struct Figures {
     int threads = 0;
-    int handles = 0;    ///< open files where all else is one, too
+    int handles = 0;    ///< or file descriptors
     long kilobytes = 0; ///< of memory: what is allocated
 };
 
@@ -26,7 +26,7 @@ inline void *load(const std::string &path)
     return ::LoadLibraryW(std::filesystem::path(path).make_preferred().c_str());
 }
 
-inline void letGo(void *library) { ::FreeLibrary(static_cast<HMODULE>(library)); }
+inline void unload(void *library) { ::FreeLibrary(static_cast<HMODULE>(library)); }
 
 inline void *symbol(void *library, const char *name)
 {
@@ -95,7 +95,7 @@ inline void setVariable(const char *name, const std::string &value) { ::_putenv_
 
 inline void *load(const std::string &path) { return ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); }
 
-inline void letGo(void *library) { ::dlclose(library); }
+inline void unload(void *library) { ::dlclose(library); }
 
 inline void *symbol(void *library, const char *name) { return ::dlsym(library, name); }
 

@@ -1,4 +1,4 @@
-# A host that loads the library and lets it go again a hundred times; a sanitizer would stay in between.
+# An application that loads and unloads the library a hundred times; a sanitizer could not be unloaded.
 if(NOT VELMORA_SANITIZE)
   add_library(velmora_loading_trust MODULE loading/trust.cpp)
   target_link_libraries(velmora_loading_trust PRIVATE velmora_options Qt5::Network)

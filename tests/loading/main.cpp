@@ -1,4 +1,4 @@
-// A host without Qt that loads the library, has it work, and lets it go, over and over in one process. Nothing may
+// An application without Qt that loads the library, uses it and unloads it, over and over in one process. Nothing may
 // stay behind.
 //
 //     velmora_loading LIBRARY TRUST
@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int rounds = 100;
-constexpr int warmUp = 10;          // rounds until everything that is made once has been made
+constexpr int warmUp = 10;          // rounds until everything that is made only once exists
 constexpr long kilobytesARound = 4; // more is a leak; Qt keeps some tables that grow a few times
 
 using Api = void *;
@@ -62,7 +62,7 @@ void waitForSuccess(void *library, Api api)
     answer.clear();
 }
 
-/// Signs in and takes a file up and down again: the network, its threads, TLS, the cipher and the pool all run.
+/// Signs in, uploads and downloads a file: the network, its threads, TLS, the cipher and the pool all run.
 void work(void *library, Api api, const fs::path &folder)
 {
     const auto &user = VelmoraPortal::seededUsers()[0];
@@ -79,11 +79,11 @@ void work(void *library, Api api, const fs::path &folder)
     const fs::path up = folder / "up.dat", down = folder / "down.dat";
     transfer("uploadFile_Json", up, R"("cloudFileJobID": "job-wing0001")");
     transfer("downloadFile_Json", down, R"("cloudFileDetails": {"jobId": "job-wing0001", "fileName": "up.dat"})");
-    require(contentOf(down) == contentOf(up), "the file came back as another");
+    require(contentOf(down) == contentOf(up), "the downloaded file differs");
     fs::remove(down);
 }
 
-void takeIn(const std::string &libraryPath, const std::string &trustPath, const fs::path &folder)
+void loadAndUnload(const std::string &libraryPath, const std::string &trustPath, const fs::path &folder)
 {
     const VelmoraPortal::Portal portal;
     setVariable("VELMORA_API_URL", portal.host());
@@ -94,15 +94,15 @@ void takeIn(const std::string &libraryPath, const std::string &trustPath, const 
     const Api api = reinterpret_cast<Api (*)()>(symbol(library, "CreateCloudAPI"))();
     work(library, api, folder);
     function<Api>(library, "DestroyCloudAPI")(api);
-    letGo(trust);
-    letGo(library);
-    require(!isLoaded(libraryPath), "the library stayed");
+    unload(trust);
+    unload(library);
+    require(!isLoaded(libraryPath), "the library is still loaded");
 }
 
 Figures figuresAfter(int count, const std::string &library, const std::string &trust, const fs::path &folder)
 {
     for (int round = 0; round < count; ++round)
-        takeIn(library, trust, folder);
+        loadAndUnload(library, trust, folder);
     const Figures now = figures();
     std::printf("after %d more: %d threads, %d handles, %ld KiB\n", count, now.threads, now.handles, now.kilobytes);
     return now;
@@ -113,9 +113,9 @@ void run(const std::string &library, const std::string &trust, const fs::path &f
     std::ofstream(folder / "up.dat", std::ios::binary) << std::string(3000000, 'u');
     const Figures before = figuresAfter(warmUp, library, trust, folder);
     const Figures after = figuresAfter(rounds - warmUp, library, trust, folder);
-    require(after.threads <= before.threads, "threads stayed");
-    require(after.handles <= before.handles, "handles stayed");
-    require(after.kilobytes - before.kilobytes <= kilobytesARound * (rounds - warmUp), "memory stayed");
+    require(after.threads <= before.threads, "threads were left behind");
+    require(after.handles <= before.handles, "handles were left behind");
+    require(after.kilobytes - before.kilobytes <= kilobytesARound * (rounds - warmUp), "memory was left behind");
 }
 
 } // namespace

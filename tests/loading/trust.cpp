@@ -1,4 +1,4 @@
-// Lets the process trust one authority only, for a host that knows no Qt.
+// Makes the process trust one authority only, for an application without Qt.
 
 #include <QSslCertificate>
 #include <QSslConfiguration>

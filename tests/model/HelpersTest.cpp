@@ -1,4 +1,4 @@
-// What the public headers answer for every application, without the library.
+// What the public headers compute for every application, without the library.
 
 #include "transfer/PieceName.h"
 
@@ -16,14 +16,14 @@ constexpr bool onWindows = true;
 constexpr bool onWindows = false;
 #endif
 
-TEST(Helpers, SuccessIsAnAnswerBelow300)
+TEST(HelpersTest, succeeded_everyCode_isAnAnswerBelow300)
 {
     for (const auto &[code, success] :
          {std::pair(-1, false), {0, false}, {1, true}, {200, true}, {299, true}, {300, false}})
         EXPECT_EQ(succeeded({code, {}, {}}), success) << code;
 }
 
-TEST(Helpers, PlainTextLosesTheTagsOfBoldAndNothingElse)
+TEST(HelpersTest, plainText_anyMessage_losesTheTagsOfBoldOnly)
 {
     for (const auto &[message, plain] : {std::pair("", ""),
                                          {"a <b>MAXIMUM</b> of <b>two</b>", "a MAXIMUM of two"},
@@ -32,7 +32,7 @@ TEST(Helpers, PlainTextLosesTheTagsOfBoldAndNothingElse)
         EXPECT_EQ(plainText(message), plain);
 }
 
-TEST(Helpers, LatestStatusIsTheNewestByDate)
+TEST(HelpersTest, latestStatus_anyHistory_isTheNewestByDate)
 {
     using Entry = std::pair<const char *, long long>;
     const struct {
@@ -54,7 +54,7 @@ TEST(Helpers, LatestStatusIsTheNewestByDate)
     }
 }
 
-TEST(Helpers, EverythingIsReceivedAtTheListedSize)
+TEST(HelpersTest, hasReceivedAll_anySize_isTrueFromTheListedSize)
 {
     FileDownloadDetails file;
     EXPECT_FALSE(hasReceivedAll(file, 16)) << "no size was listed";
@@ -63,7 +63,7 @@ TEST(Helpers, EverythingIsReceivedAtTheListedSize)
     EXPECT_TRUE(hasReceivedAll(file, 5000000000) && hasReceivedAll(file, 5000000001));
 }
 
-TEST(Helpers, SafePathStaysInItsFolder_AsTheLibraryHoldsItsOwnNamesTo)
+TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
 {
     const std::string bad[] = {"", ".", "..", "a\\b", "c:d", std::string("a\0b", 3)};
     const std::string windows[] = {
@@ -102,7 +102,7 @@ TEST(Helpers, SafePathStaysInItsFolder_AsTheLibraryHoldsItsOwnNamesTo)
         EXPECT_FALSE(isSafePath(path)) << path;
 }
 
-TEST(Helpers, JobFileIvIsTheOneThatFilesAreEncryptedWith)
+TEST(HelpersTest, jobFileIv_always_isTheOneOfEncryptedFiles)
 {
     EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(jobFileIv), sizeof jobFileIv).toHex(),
               "5c19e307a24f6bd0913e28c7f40a66b5");

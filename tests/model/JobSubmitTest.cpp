@@ -35,7 +35,7 @@ Codes codesOf(const JobSubmit &job)
     return codes;
 }
 
-TEST(JobSubmit, ValidatesAtTheBoundaries)
+TEST(JobSubmitTest, validate_boundaryValues_listsEveryFailedCheck)
 {
     const struct {
         const char *what;
@@ -64,7 +64,7 @@ TEST(JobSubmit, ValidatesAtTheBoundaries)
     EXPECT_EQ(JobSubmit::errorMessage(static_cast<JobSubmitError>(10)), "No Errors detected");
 }
 
-TEST(JobSubmit, SubmitsOneDocumentStampedWithLocalTime)
+TEST(JobSubmitTest, submission_validJob_isOneDocumentStampedWithLocalTime)
 {
     JobSubmit job = goodJob();
     job.jobName = "%1 Tr\u00e4ger \u65e5\u672c %2";
@@ -90,7 +90,7 @@ TEST(JobSubmit, SubmitsOneDocumentStampedWithLocalTime)
                         .object());
 }
 
-TEST(JobSubmit, SubmitsWhatDependsOnOperationSweepAndPrecision)
+TEST(JobSubmitTest, submission_operationSweepPrecision_changesItsFields)
 {
     const struct {
         int operation;
@@ -115,13 +115,13 @@ TEST(JobSubmit, SubmitsWhatDependsOnOperationSweepAndPrecision)
     }
 }
 
-TEST(JobSubmit, ReadsTheTextOfAHost)
+TEST(JobSubmitTest, jobSubmit_textOfAnApplication_isRead)
 {
     const JobSubmit job(R"({"jobID": "j", "operation": 1, "simulations": ["s1", "s2", null], "coresRequired": 8,
         "coreHourEstimate": 2.5, "jobPrecision": 3, "numberOfParts": 99})");
     EXPECT_EQ(job.jobID + job.solverTag, "j");
     EXPECT_EQ(job.simulations, (std::list<std::string>{"s1", "s2", ""}));
-    EXPECT_EQ(job.coreHourEstimate, 7.5); // hosts state it per simulation
+    EXPECT_EQ(job.coreHourEstimate, 7.5); // applications give it per simulation
     EXPECT_EQ(job.jobPrecision, 3);
     const struct {
         const char *text;

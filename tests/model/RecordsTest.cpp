@@ -1,14 +1,15 @@
-// The field tables, stated once more by hand, and what readers, writers and views make of them.
+// The field tables, written out once more, and what readers, writers and views make of them.
 
-#include "flat/Host.h"
+#include "flat/Application.h"
 
 #include <boost/pfr.hpp>
 
 namespace Velmora {
 namespace {
 
-// A record's keys in the order of its members: "reply", or "reply=host" where hosts know another; "object.key" lies
-// deeper in a reply. '*': hosts may state it (integers in 32 bits). '#': 32 bits in a reply. '~': cleaned in a reply.
+// A record's keys in the order of its members, as in "hpcId account.planCode tag=tagText* accountCreated#":
+// "reply", or "reply=application" where applications use another key; "object.key" lies inside an object of the reply;
+// '*': applications may give it (integers in 32 bits); '#': 32 bits in a reply; '~': cleaned in a reply.
 template <class R> void checkTable(const char *keys)
 {
     std::string text;
@@ -31,7 +32,7 @@ template <class R> void checkTable(const char *keys)
     }
 }
 
-/// Every value of a record another one; over five bits any two flags differ once.
+/// A record whose values all differ; flags cannot, so that any two differ for at least one of five bits.
 template <class T> T sample(int bit, int position = 0)
 {
     T value{};
@@ -63,7 +64,7 @@ template <class R> void checkView()
 
 template <class... R> void checkViews() { (checkView<R>(), ...); }
 
-TEST(Records, NameEveryFieldInItsOrder)
+TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 {
     checkTable<ApiError>("errorCode errorTitle errorMessage");
     checkTable<CloudFile>("jobId* fileName* fileSize* fileDate fileHash directory*");
@@ -94,13 +95,13 @@ TEST(Records, NameEveryFieldInItsOrder)
         "simulations* application=originApplication*");
 }
 
-TEST(Records, AreViewedFieldByField)
+TEST(RecordsTest, view_everyRecord_holdsEachField)
 {
     checkViews<ApiError, CloudFile, FileDownloadDetails, FileUploadDetails, DeleteFileDetails, ItemTag, UserDetails,
                AccountDetails, AccountTransaction, AccountBalance, JobDetails, JobProgress, SimulationAbortState>();
 }
 
-TEST(Records, SurviveWrongValues)
+TEST(RecordsTest, reader_wrongValues_givesDefaults)
 {
     const struct {
         const char *value;
@@ -110,7 +111,7 @@ TEST(Records, SurviveWrongValues)
         double asNumber = 0;
         bool asFlag = false;
     } rows[] = {
-        {"[]"}, // no value at all
+        {"[]"}, // no value
         {"[null]"},
         {"[true]", "", 0, 1, 0, true},
         {"[1.5]", "", 0, 2, 1.5},
@@ -139,7 +140,7 @@ TEST(Records, SurviveWrongValues)
     }
 }
 
-TEST(Records, AreReadAndWrittenByForm)
+TEST(RecordsTest, readerAndWriter_everyForm_useItsNames)
 {
     const auto account = readReply<AccountDetails>(R"({"account": {"accountId": "a", "accountCreated": 2147483648},
         "accountName": "outside", "accountAccess": {"accountId": "b", "accountID": "c"}})");

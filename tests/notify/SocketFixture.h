@@ -1,6 +1,6 @@
 #pragma once
 
-// What the tests of job subscriptions share: a host, a server of another make, and a view of the sockets.
+// What the tests of job subscriptions share: an application's callbacks, an independent server, a view of the sockets.
 
 #include "SocketServer.h"
 
@@ -35,10 +35,10 @@ constexpr auto success = "Socket Message Success", finished = "Simulation Finish
 
 inline void fire(QTimer *timer) { ASSERT_TRUE(timer && QMetaObject::invokeMethod(timer, "timeout")); }
 
-/// The callbacks of one subscription and what they were told.
+/// The callbacks of one subscription and what they received.
 struct Listener {
     Texts texts;
-    bool finish = false; ///< the last call came to the finish callback
+    bool finish = false; ///< the last call was that of the finish callback
     ApiError error;      ///< the last one's
     std::string jobId;
     std::function<void()> then; ///< run once, inside the next callback
@@ -52,15 +52,15 @@ struct Listener {
             error = outcome;
             jobId = job;
             const std::string copy = text;
-            if (const auto act = std::exchange(then, nullptr))
-                act();
-            // Whatever it did, the function itself and its arguments are still there.
+            if (const auto action = std::exchange(then, nullptr))
+                action();
+            // Whatever it did, the function itself and its arguments still exist.
             EXPECT_EQ(owned + job + text + outcome.errorTitle, std::string(100, 'x') + jobId + copy + error.errorTitle);
         };
     }
 };
 
-class SocketFixture : public testing::Test {
+class NotifyTest : public testing::Test {
 protected:
     SocketManager &sockets() { return *inside<std::unique_ptr<SocketManager>>(implOf(*api)); }
     QTimer *heartbeat() { return inside<std::unique_ptr<QTimer>>(sockets()).get(); }
@@ -75,7 +75,7 @@ protected:
         if (!subscribed(job))
             return nullptr;
         const auto children = connection(job)->client()->findChildren<QWebSocket *>();
-        return children.isEmpty() ? nullptr : children.last(); // an earlier one may still wait for its deletion
+        return children.isEmpty() ? nullptr : children.last(); // an earlier one may not be deleted yet
     }
 
     void subscribe(Listener &to, const char *job = "J1")
@@ -97,9 +97,9 @@ protected:
     {
         return waitUntil([=] { return server.clients()[client].gone; });
     }
-    bool told(const Listener &host, std::size_t calls = 1)
+    bool notified(const Listener &by, std::size_t calls = 1)
     {
-        return waitUntil([&] { return host.texts.size() >= calls; });
+        return waitUntil([&] { return by.texts.size() >= calls; });
     }
     /// One heartbeat, answered with a pong that this side has read.
     void beat()
@@ -114,7 +114,8 @@ protected:
         for (int i = 0; i < count; ++i)
             fire(heartbeat());
     }
-    /// A text frame comes, or the connection ends: by a close frame of that code, or in one of those ways.
+    /// A text frame arrives (code `frame`), or the connection ends: by a close frame of that code, or as `reset`,
+    /// `finish` (TCP's two ways) or `silentHeartbeats` say.
     void happen(std::size_t client, int code, const char *text)
     {
         if (code == frame)
@@ -126,13 +127,13 @@ protected:
         else
             server.drop(client, code == reset ? Drop::Reset : Drop::Finish);
     }
-    void expectFlow(Listener &host, std::size_t client)
+    void expectFlow(Listener &own, std::size_t client)
     {
-        const std::size_t before = host.texts.size();
+        const std::size_t before = own.texts.size();
         server.send(client, "flows");
-        ASSERT_TRUE(told(host, before + 1));
-        EXPECT_EQ(host.texts.back(), "flows");
-        EXPECT_FALSE(host.finish);
+        ASSERT_TRUE(notified(own, before + 1));
+        EXPECT_EQ(own.texts.back(), "flows");
+        EXPECT_FALSE(own.finish);
     }
     /// Four heartbeats; the connection after them is that client.
     void restart(std::size_t client)
@@ -143,32 +144,32 @@ protected:
         ASSERT_TRUE(accepted(client));
         ASSERT_TRUE(waitUntil([=] { return socket() && socket()->isValid(); }));
     }
-    /// The client has given up: neither a heartbeat nor anything still under way makes a difference.
-    void expectInert(const Listener &host, std::size_t clients)
+    /// The client has given up: neither a heartbeat nor anything still under way changes anything.
+    void expectInert(const Listener &own, std::size_t clients)
     {
         EXPECT_TRUE(waitUntil([=] { return !socket(); }));
-        const std::size_t before = host.texts.size();
+        const std::size_t before = own.texts.size();
         beats(5);
         for (int i = 0; i < 20; ++i)
             settle();
-        EXPECT_EQ(host.texts.size(), before);
+        EXPECT_EQ(own.texts.size(), before);
         EXPECT_EQ(server.clients().size(), clients);
     }
-    /// Told of the end once, and inert.
-    void expectLoss(const Listener &host, std::size_t clients)
+    /// Notified of the loss once, and inert.
+    void expectLoss(const Listener &own, std::size_t clients)
     {
-        ASSERT_TRUE(told(host));
-        expectInert(host, clients);
-        EXPECT_EQ(host.texts, Texts{disconnected});
-        EXPECT_EQ(host.error.errorTitle, lost);
-        EXPECT_TRUE(host.finish);
-        EXPECT_TRUE(subscribed()) << "stays until the host unsubscribes";
+        ASSERT_TRUE(notified(own));
+        expectInert(own, clients);
+        EXPECT_EQ(own.texts, Texts{disconnected});
+        EXPECT_EQ(own.error.errorTitle, lost);
+        EXPECT_TRUE(own.finish);
+        EXPECT_TRUE(subscribed()) << "stays until the application unsubscribes";
     }
 
     SocketServer server;
     ScopedEnvironment address{"VELMORA_API_URL", server.host()};
     LogCatcher log;
-    Listener listener; // outlives whoever calls it
+    Listener listener; // outlives the session that calls it
     std::unique_ptr<CloudAPI> api = std::make_unique<CloudAPI>();
 };
 

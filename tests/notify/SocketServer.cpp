@@ -67,7 +67,7 @@ void SocketServer::upgraded(int connection, const QByteArray &bytes)
             if (payload.size() >= 2)
                 client.closeCode = static_cast<uchar>(payload[0]) << 8 | static_cast<uchar>(payload[1]);
             client.closeReason = payload.mid(2);
-            if (QSslSocket *line = socket(connection)) // not yet lost while the pings were answered
+            if (QSslSocket *line = socket(connection)) // may have been lost while the pings were answered
                 line->disconnectFromHost();
         }
     }

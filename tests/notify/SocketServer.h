@@ -6,12 +6,12 @@
 
 #include <vector>
 
-/// A secure WebSocket server of another make than the client's and the portal's, frame by frame. It does
-/// to its clients what a test dictates and remembers what they sent. Its certificate is signed by an
-/// authority that nobody trusts. Clients are numbered from 0 in the order of their connections.
+/// A secure WebSocket server, independent of the client and the portal, frame by frame. It does to its clients
+/// what a test dictates and records what they sent. Its certificate is signed by an authority that nobody trusts.
+/// Clients are numbered from 0 in the order of their connections.
 class SocketServer : public ScriptedServer {
 public:
-    /// What is done with connections to come.
+    /// What happens to the next connections.
     enum class Handshake {
         Accept,
         RefuseAndClose,    ///< 401, then the connection ends
@@ -35,7 +35,7 @@ public:
     void setHandshake(Handshake handshake) { m_handshake = handshake; }
     const std::vector<Client> &clients() const { return m_clients; }
 
-    /// Returns when the frame is on its way.
+    /// Returns when the frame has been written.
     void send(std::size_t client, const QByteArray &text) { write(client, 1, text); }
     /// Starts the closing handshake; code 0 sends a close frame without code.
     void close(std::size_t client, int code, const QByteArray &reason = {});

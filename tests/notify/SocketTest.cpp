@@ -1,11 +1,11 @@
-// One job's socket against a secure WebSocket server of another make: handshake, messages, heartbeat,
+// One job's socket against an independent secure WebSocket server: handshake, messages, heartbeat,
 // restart, and every way in which a connection ends.
 
 #include "SocketFixture.h"
 
 namespace {
 
-using SocketTest = SocketFixture;
+using SocketTest = NotifyTest;
 
 QByteArray authorization(const SocketServer::Client &client)
 {
@@ -13,7 +13,7 @@ QByteArray authorization(const SocketServer::Client &client)
     return ReceivedRequest{0, {}, {}, client.head, {}}.header("Authorization");
 }
 
-TEST_F(SocketTest, HandshakeCarriesTheBareTokenAndTrustsAnyCertificate)
+TEST_F(SocketTest, handshake_untrustedCertificate_carriesTheBareToken)
 {
     sockets().subscribeToJob(QStringLiteral("J-1"), QStringLiteral("a.b_c"), listener.callback(false),
                              listener.callback(true));
@@ -25,9 +25,9 @@ TEST_F(SocketTest, HandshakeCarriesTheBareTokenAndTrustsAnyCertificate)
     EXPECT_EQ(log.text().find("a.b_c"), std::string::npos);
 }
 
-TEST_F(SocketTest, RenewalHandsTheNewTokenToOpenConnections)
+TEST_F(SocketTest, renewal_openConnection_restartsWithTheNewToken)
 {
-    Loopback rest; // the service's other requests go there, while it lives
+    Loopback rest; // the other requests go there, as long as it exists
     rest.server.next(answer(200, R"({"idToken":"first","refreshToken":"r","expiresIn":3600})"));
     rest.server.next(answer(200, R"({"idToken":"second","expiresIn":3600})"));
     api->logUserIn("u@example.com", "p", "", {});
@@ -47,7 +47,7 @@ TEST_F(SocketTest, RenewalHandsTheNewTokenToOpenConnections)
     EXPECT_EQ(listener.texts.size(), 1u);
 }
 
-TEST_F(SocketTest, FourSilentHeartbeatsRestartWithTheNewestToken)
+TEST_F(SocketTest, heartbeat_fourUnanswered_restartsWithTheNewestToken)
 {
     ASSERT_NO_FATAL_FAILURE(open(listener));
     for (std::size_t round = 0; round < 2; ++round) {
@@ -68,7 +68,7 @@ TEST_F(SocketTest, FourSilentHeartbeatsRestartWithTheNewestToken)
     EXPECT_EQ(server.clients().size(), 3u);
 }
 
-TEST_F(SocketTest, ATextFrameAfterThreeHeartbeatsResetsTheCount)
+TEST_F(SocketTest, heartbeat_textAfterThree_countsAnew)
 {
     ASSERT_NO_FATAL_FAILURE(open(listener));
     for (int i = 1; i <= 6; ++i) {
@@ -83,7 +83,7 @@ TEST_F(SocketTest, ATextFrameAfterThreeHeartbeatsResetsTheCount)
     EXPECT_EQ(server.clients()[0].pings.size(), 10);
 }
 
-TEST_F(SocketTest, RestartsWhileStillConnecting)
+TEST_F(SocketTest, heartbeat_stillConnecting_restarts)
 {
     server.setHandshake(Handshake::Ignore);
     subscribe(listener);
@@ -103,10 +103,10 @@ TEST_F(SocketTest, RestartsWhileStillConnecting)
     EXPECT_EQ(server.clients().size(), 3u);
 }
 
-/// What the server does, and what the host is told of it.
+/// What the server does, and what the application receives of it.
 struct Happening {
     int code; ///< a text frame, or how the connection ends
-    const char *sent, *told, *title;
+    const char *sent, *received, *title;
     bool finish = true, over = false; ///< the finish callback is called; the subscription ends
 };
 
@@ -134,7 +134,7 @@ constexpr Happening happenings[] = {
     {finish, "", disconnected, lost},
 };
 
-TEST_F(SocketTest, WhateverHappensIsToldOnce)
+TEST_F(SocketTest, socket_anyEvent_isReportedOnce)
 {
     for (const auto &[code, sent, text, title, toFinish, over] : happenings) {
         SCOPED_TRACE(testing::Message() << code << " " << sent);
@@ -142,14 +142,14 @@ TEST_F(SocketTest, WhateverHappensIsToldOnce)
         Listener own;
         ASSERT_NO_FATAL_FAILURE(open(own, client));
         happen(client, code, sent);
-        ASSERT_TRUE(told(own));
+        ASSERT_TRUE(notified(own));
         settle();
         EXPECT_EQ(own.texts, Texts{code == frame ? sent : text});
         EXPECT_EQ(own.error.errorCode, title == lost || title == invalid ? 400 : 200);
         EXPECT_EQ(own.error.errorTitle + own.error.errorMessage, title);
         EXPECT_EQ(own.jobId, "J1");
         EXPECT_EQ(own.finish, toFinish);
-        EXPECT_TRUE(waitUntil([&] { return subscribed() != over; })) << "stays until the host unsubscribes";
+        EXPECT_TRUE(waitUntil([&] { return subscribed() != over; })) << "stays until the application unsubscribes";
         EXPECT_EQ(heartbeat() != nullptr, !over);
         if (over || code != frame)
             EXPECT_TRUE(gone(client));
@@ -161,7 +161,7 @@ TEST_F(SocketTest, WhateverHappensIsToldOnce)
     }
 }
 
-TEST_F(SocketTest, ALossAfterARestartBeforeAnyMessageIsLogged)
+TEST_F(SocketTest, socket_lossAfterARestartBeforeAnyMessage_isLogged)
 {
     for (const int code : {1000, 0, 1001, 1011, 4000, reset, finish, silentHeartbeats}) {
         SCOPED_TRACE(code);
@@ -179,13 +179,13 @@ TEST_F(SocketTest, ALossAfterARestartBeforeAnyMessageIsLogged)
     }
 }
 
-TEST_F(SocketTest, AClosureIsAbnormalAgainOnceAMessageHasComeAfterARestart)
+TEST_F(SocketTest, socket_closureAfterARestartAndAMessage_isAbnormal)
 {
     ASSERT_NO_FATAL_FAILURE(open(listener));
     ASSERT_NO_FATAL_FAILURE(restart(1));
     ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 1));
     server.close(1, 1011, "late");
-    ASSERT_TRUE(told(listener, 2));
+    ASSERT_TRUE(notified(listener, 2));
     ASSERT_NO_FATAL_FAILURE(expectInert(listener, 2));
     EXPECT_EQ(listener.texts, (Texts{"flows", "abnormal closure late 1011"}));
     EXPECT_TRUE(listener.finish);

@@ -1,4 +1,4 @@
-// Subscriptions as a host uses them: begun and ended at any moment, from any callback.
+// Subscriptions as an application uses them: started and ended at any moment, from any callback.
 
 #include "SocketFixture.h"
 
@@ -6,9 +6,9 @@
 
 namespace {
 
-using SubscriptionTest = SocketFixture;
+using SubscriptionTest = NotifyTest;
 
-TEST_F(SubscriptionTest, ConnectionThatNeverOpens)
+TEST_F(SubscriptionTest, subscription_connectionNeverOpens_reportsOneLoss)
 {
     for (const Handshake refusal : {Handshake::RefuseAndClose, Handshake::RefuseAndKeepOpen}) {
         const std::size_t client = server.clients().size();
@@ -16,11 +16,11 @@ TEST_F(SubscriptionTest, ConnectionThatNeverOpens)
         server.setHandshake(refusal);
         subscribe(own);
         expectLoss(own, client + 1);
-        EXPECT_TRUE(gone(client)) << "nothing of it is left, on either side";
+        EXPECT_TRUE(gone(client)) << "neither side keeps anything";
         api->unsubscribeFromJob("J1");
     }
     const QByteArray nobody = "127.0.0.1:1", unreachable = "127.255.255.255:1"; // known inside the call, or soon after
-    api->setAPIPortal(static_cast<PortalTarget>(3)); // no host at all, once the environment is silent
+    api->setAPIPortal(static_cast<PortalTarget>(3)); // no host at all, once the variable is unset
     for (const QByteArray &host : {nobody, unreachable, QByteArray()}) {
         const ScopedEnvironment there("VELMORA_API_URL", host);
         Listener own;
@@ -31,7 +31,7 @@ TEST_F(SubscriptionTest, ConnectionThatNeverOpens)
     }
 }
 
-TEST_F(SubscriptionTest, KeepsJobsApartAndBeatsForAllOfThem)
+TEST_F(SubscriptionTest, subscription_severalJobs_shareTheHeartbeatOnly)
 {
     Listener second;
     api->unsubscribeFromJob("J1"); // ignored
@@ -50,7 +50,7 @@ TEST_F(SubscriptionTest, KeepsJobsApartAndBeatsForAllOfThem)
         EXPECT_TRUE(waitUntil([=] { return server.clients()[client].pings.size() == 1; }));
     for (const char *text : {"progress", "", "simulation finished"})
         server.send(2, text);
-    EXPECT_TRUE(gone(2)) << "the finish ends it, told or not";
+    EXPECT_TRUE(gone(2)) << "the finish ends it, with a callback or without";
     server.send(1, "Job status is FINISHED");
     EXPECT_TRUE(gone(1));
     EXPECT_EQ(heartbeat(), timer);
@@ -65,9 +65,9 @@ TEST_F(SubscriptionTest, KeepsJobsApartAndBeatsForAllOfThem)
     EXPECT_TRUE(heartbeat());
 }
 
-TEST_F(SubscriptionTest, EndsItsConnectionsForAHostThatOnlyPumps)
+TEST_F(SubscriptionTest, subscription_applicationOnlyProcessesEvents_endsItsConnections)
 {
-    const auto served = [this](const std::function<bool()> &condition) { // all that such a host ever does
+    const auto served = [this](const std::function<bool()> &condition) { // all that such an application ever does
         QElapsedTimer timer;
         for (timer.start(); !condition() && timer.elapsed() < 10000;)
             api->processEvents();
@@ -89,11 +89,11 @@ TEST_F(SubscriptionTest, EndsItsConnectionsForAHostThatOnlyPumps)
     }
     ASSERT_TRUE(served([this] { return server.clients().size() == 4 && socket() && socket()->isValid(); }));
     api.reset();
-    EXPECT_TRUE(server.waitForEnd(3)) << "nobody pumps any more";
+    EXPECT_TRUE(server.waitForEnd(3)) << "nobody processes events any more";
     EXPECT_EQ(listener.texts.size(), 0u);
 }
 
-TEST_F(SubscriptionTest, DropsWhatHasArrivedWhenACallbackEndsSubscriptions)
+TEST_F(SubscriptionTest, unsubscribe_messagesAlreadyReceived_areDropped)
 {
     Listener second;
     ASSERT_NO_FATAL_FAILURE(open(listener, 0, "J1"));
@@ -112,7 +112,7 @@ TEST_F(SubscriptionTest, DropsWhatHasArrivedWhenACallbackEndsSubscriptions)
     EXPECT_EQ(listener.texts.size() + second.texts.size(), 1u);
 }
 
-TEST_F(SubscriptionTest, AnythingGoesInsideACallback)
+TEST_F(SubscriptionTest, callback_anyEventAndAction_runsOnce)
 {
     const struct {
         Handshake handshake;
@@ -127,22 +127,22 @@ TEST_F(SubscriptionTest, AnythingGoesInsideACallback)
                   {Handshake::Accept, reset, ""},
                   {Handshake::RefuseAndClose},
                   {Handshake::RefuseAndKeepOpen}};
-    enum Act { Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy };
+    enum Action { Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy };
     for (const auto &event : events) {
-        for (const Act act : {Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy}) {
-            SCOPED_TRACE(testing::Message() << "event " << &event - events << ", act " << act);
+        for (const Action action : {Unsubscribe, SubscribeAnew, Destroy, PumpThenDestroy}) {
+            SCOPED_TRACE(testing::Message() << "event " << &event - events << ", action " << action);
             const std::size_t first = server.clients().size(), client = first + 1;
             const bool opens = event.handshake == Handshake::Accept;
             Listener own, second, other;
             api = std::make_unique<CloudAPI>();
             ASSERT_NO_FATAL_FAILURE(open(other, first, "J2"));
             own.then = [&] {
-                if (act == Unsubscribe)
+                if (action == Unsubscribe)
                     return api->unsubscribeFromJob("J1");
                 server.setHandshake(Handshake::Accept);
-                if (act == SubscribeAnew)
+                if (action == SubscribeAnew)
                     return subscribe(second);
-                if (act == PumpThenDestroy) {
+                if (action == PumpThenDestroy) {
                     EXPECT_TRUE(opens || gone(client)); // waits
                     settle();
                 }
@@ -154,19 +154,19 @@ TEST_F(SubscriptionTest, AnythingGoesInsideACallback)
                 ASSERT_TRUE(waitUntil([&] { return socket() && socket()->isValid(); }));
                 happen(client, event.code, event.text);
             }
-            ASSERT_TRUE(told(own));
+            ASSERT_TRUE(notified(own));
             EXPECT_TRUE(gone(client));
-            if (act == SubscribeAnew) {
+            if (action == SubscribeAnew) {
                 ASSERT_TRUE(accepted(client + 1));
                 ASSERT_NO_FATAL_FAILURE(expectFlow(second, client + 1));
             }
-            EXPECT_TRUE(api ? subscribed() == (act == SubscribeAnew) : gone(first));
+            EXPECT_TRUE(api ? subscribed() == (action == SubscribeAnew) : gone(first));
             if (api) {
                 ASSERT_NO_FATAL_FAILURE(expectFlow(other, first));
             }
             settle();
             EXPECT_EQ(own.texts.size(), 1u);
-            EXPECT_EQ(second.texts.size(), act == SubscribeAnew ? 1u : 0u);
+            EXPECT_EQ(second.texts.size(), action == SubscribeAnew ? 1u : 0u);
             server.setHandshake(Handshake::Accept);
             api.reset();
         }

@@ -1,6 +1,6 @@
 #pragma once
 
-// A completion callback of whatever kind an operation asks for.
+// A completion callback of every type that an operation takes.
 
 #include "model/Json.h"
 
@@ -18,23 +18,23 @@ template <class Result> QJsonValue toJson(const Result &result)
     return Velmora::Detail::writeValue(result, Velmora::Form::Reply);
 }
 
-/// Converts to every kind of completion callback, to an empty one when `heard` is empty. Hears the result as JSON,
-/// and whether it is a default-constructed one or there is none.
+/// Converts to every type of completion callback, to an empty one when `received` is empty. `received` gets the result
+/// as JSON, and whether it is default-constructed or missing.
 struct AnyCompletion {
-    std::function<void(const Velmora::ApiError &, const QJsonValue &result, bool isDefault)> heard;
+    std::function<void(const Velmora::ApiError &, const QJsonValue &result, bool isDefault)> received;
 
     template <class Result> operator std::function<void(const Velmora::ApiError &, const Result &)>() const
     {
-        if (!heard)
+        if (!received)
             return {};
-        return [tell = heard](const Velmora::ApiError &error, const Result &result) {
-            tell(error, toJson(result), toJson(result) == toJson(Result{}));
+        return [notify = received](const Velmora::ApiError &error, const Result &result) {
+            notify(error, toJson(result), toJson(result) == toJson(Result{}));
         };
     }
     operator Velmora::CloudAPI::Done() const
     {
-        if (!heard)
+        if (!received)
             return {};
-        return [tell = heard](const Velmora::ApiError &error) { tell(error, {}, true); };
+        return [notify = received](const Velmora::ApiError &error) { notify(error, {}, true); };
     }
 };

@@ -118,7 +118,7 @@ bool waitUntil(const std::function<bool()> &condition, int deadline)
     timer.setSingleShot(true);
     QObject::connect(&timer, &QTimer::timeout, &loop, [&loop] { loop.exit(1); });
     timer.start(deadline);
-    // Leaves only once: leaving again and again would keep a nested wait from ever reading a socket.
+    // Exits only once: exiting again and again would keep a nested wait from reading its sockets.
     bool met = false;
     QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop,
                      [&loop, &condition, &met] {

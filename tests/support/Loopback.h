@@ -1,7 +1,7 @@
 #pragma once
 
-// What a test of network code needs around it: a server that the library uses, an end to waiting, and
-// the library's log. Each undoes on destruction what it changed for the process.
+// What a test of network code needs: a server that the library uses, waiting with a deadline, and the
+// library's log. Each restores on destruction what it changed for the process.
 
 #include "support/ScriptedServer.h"
 
@@ -39,15 +39,15 @@ private:
     QSslConfiguration m_before = QSslConfiguration::defaultConfiguration();
 };
 
-/// A server that every `CloudAPI` talks to meanwhile, and trusts.
+/// A server that every `CloudAPI` uses and trusts meanwhile.
 struct Loopback {
     ScriptedServer server;
     ScopedTrust trust;
     ScopedEnvironment address{"VELMORA_API_URL", server.host()};
 };
 
-/// Collects the lines of the log category "velmora" and, apart, the warnings of everybody else (Qt's
-/// own among them). Only one at a time.
+/// Collects the lines of the log category "velmora" and, separately, the warnings of all other categories
+/// (Qt's among them). Only one at a time.
 class LogCatcher {
 public:
     LogCatcher();
@@ -62,9 +62,9 @@ private:
     Q_DISABLE_COPY(LogCatcher)
 };
 
-/// Runs the event loop until the condition holds; it is looked at whenever the loop has nothing left to
-/// do. @return false when it still does not after that many milliseconds: a hang fails a test, not the run.
+/// Runs the event loop until the condition holds, which is checked whenever the loop has nothing left to do.
+/// @return false when it does not hold after that many milliseconds: a hang fails the test, not the run
 bool waitUntil(const std::function<bool()> &condition, int deadline = 10000);
 
-/// Delivers everything that is due on this thread now.
+/// Delivers every event that is due on this thread now.
 void settle();

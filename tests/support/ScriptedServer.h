@@ -1,14 +1,16 @@
 #pragma once
 
-// A TLS server on loopback that shows what a client really sent and answers as a test says, byte for
-// byte. It lives on the test's own thread and works while that thread handles events.
+// A TLS server on loopback that records what a client sent and answers as a test says, byte for byte.
+// It lives on the test's own thread and works while that thread handles events. How answers are scripted:
 //
 //     Loopback loopback;                             // Loopback.h: a server that the library uses
 //     loopback.server.next(answer(500).paused(20));  // for the next request: 20 bytes, the rest after resume()
 //     loopback.server.next(answer(200).cut(100));    // then: 100 bytes, and the connection closes
+//     loopback.server.next(hangUp());                // reads the request and closes; silence() never answers
+//     loopback.server.setHandler(function);          // for every request after those: request -> answer
 //
 // A request without a script or a handler is answered with 200 and "{}". Connections are kept alive and
-// numbered from 1. The server never closes a connection unless told to.
+// numbered from 1. The server closes a connection only when a test says so.
 
 #include <QByteArray>
 #include <QList>
@@ -59,7 +61,7 @@ public:
 
     void next(const Answer &scripted) { m_script.append(scripted); }
     void setHandler(Handler handler) { m_handler = std::move(handler); }
-    /// Lets everything that pauses now go on.
+    /// Continues every answer that pauses now.
     void resume();
     int pausing() const { return m_pausing.size(); }
 

@@ -15,7 +15,7 @@ namespace {
 
 int entries(const char *folder) { return int(QDir(QString::fromUtf8(folder)).count()); }
 
-/// Listens, and speaks no TLS to whoever comes.
+/// Listens, and answers every client without TLS.
 std::unique_ptr<QTcpServer> plainServer()
 {
     auto server = std::make_unique<QTcpServer>();
@@ -43,15 +43,15 @@ VelmoraPortal::Options options()
 
 Resources resources() { return {entries("/proc/self/task"), entries("/proc/self/fd")}; }
 
-S Random::bytes(std::size_t size)
+string Random::bytes(std::size_t size)
 {
-    S text(size, '\0');
+    string text(size, '\0');
     for (char &byte : text)
         byte = char(m_engine() >> 32);
     return text;
 }
 
-World::World()
+Environment::Environment()
     : portal(options())
     , trust(QByteArray::fromStdString(portal.caPem()))
     , address("VELMORA_API_URL", QByteArray::fromStdString(portal.host()))
@@ -61,10 +61,10 @@ World::World()
     portal.addFile(storedJob, storedFile, stored);
 }
 
-Case::Case(World &itsWorld, std::uint64_t seed)
-    : world(itsWorld)
+Case::Case(Environment &shared, std::uint64_t seed)
+    : environment(shared)
     , random(seed)
-    , m_folder(world.folder.filePath(QStringLiteral("case")))
+    , m_folder(environment.folder.filePath(QStringLiteral("case")))
 {
     QDir(m_folder).mkpath(QStringLiteral("tmp"));
     QDir(m_folder).mkpath(QStringLiteral("to"));
@@ -75,13 +75,13 @@ Case::Case(World &itsWorld, std::uint64_t seed)
 Case::~Case()
 {
     destroy();
-    world.portal.clearFaults();
+    environment.portal.clearFaults();
     QDir(m_folder).removeRecursively();
 }
 
-S Case::path(const S &name) const { return QDir(m_folder).filePath(QString::fromStdString(name)).toStdString(); }
+string Case::path(const string &name) const { return m_folder.toStdString() + '/' + name; }
 
-S Case::write(const S &name, const S &bytes) const
+string Case::write(const string &name, const string &bytes) const
 {
     const DiskPause pause;
     QFile file(QString::fromStdString(path(name)));
@@ -90,14 +90,14 @@ S Case::write(const S &name, const S &bytes) const
     return path(name);
 }
 
-Call &Case::call(const S &name)
+Call &Case::call(const string &name)
 {
     m_calls.push_back(std::make_unique<Call>());
     m_calls.back()->name = name;
     return *m_calls.back();
 }
 
-void Case::fail(const S &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
+void Case::fail(const string &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
 
 void Case::completed(Call &call, const ApiError &error, bool emptied)
 {
@@ -105,44 +105,37 @@ void Case::completed(Call &call, const ApiError &error, bool emptied)
     call.code = error.errorCode;
     call.emptied = emptied;
     call.failed = call.code >= 300 && error.errorTitle != "Download Cancelled";
-    if (!call.succeeded()) // with a sign-in's success the host gets the service's answer
+    if (!call.succeeded()) // the success of a sign-in hands over the service's answer
         m_texts += error.errorTitle + '\n' + error.errorMessage + '\n';
-    if (!api)
-        fail(call.name + " completed after destruction");
-    if (call.muted)
-        fail(call.name + " ended after its end");
-    if (call.follows.empty() && call.completions > 1)
-        fail(call.name + " completed more than once");
-    if (!call.succeeded() && !emptied && !call.echoes)
-        fail(call.name + " gave a result with code " + std::to_string(call.code));
-    if (error.errorCode >= 300 && error.errorTitle.empty())
-        fail(call.name + " failed without a title");
+    failIf(!api, call.name + " completed after destruction");
+    failIf(call.muted, call.name + " completed after the subscription had finished");
+    failIf(call.follows.empty() && call.completions > 1, call.name + " completed more than once");
+    failIf(!call.succeeded() && !emptied && !call.echoes,
+           call.name + " returned a result with code " + std::to_string(call.code));
+    failIf(error.errorCode >= 300 && error.errorTitle.empty(), call.name + " failed without a title");
     if (!call.follows.empty() && call.code == 200)
         mute(call.follows);
-    actInCallback();
+    performInCallback();
 }
 
 void Case::progressed(Call &call)
 {
-    if (!api)
-        fail(call.name + " spoke after destruction");
-    if (call.muted)
-        fail(call.name + " spoke after its end");
-    if (call.follows.empty() && call.isOver())
-        fail(call.name + " spoke after its completion");
-    actInCallback();
+    failIf(!api, call.name + " reported progress after destruction");
+    failIf(call.muted, call.name + " reported progress after the subscription had finished");
+    failIf(call.follows.empty() && call.isFinished(), call.name + " reported progress after its completion");
+    performInCallback();
 }
 
-void Case::actInCallback()
+void Case::performInCallback()
 {
     if (m_inCallback.empty())
         return;
     const Step step = m_inCallback.back();
     m_inCallback.pop_back();
-    act(step);
+    perform(step);
 }
 
-void Case::mute(const S &followed)
+void Case::mute(const string &followed)
 {
     for (auto &each : m_calls)
         each->muted = each->muted || (!followed.empty() && each->follows == followed);
@@ -150,7 +143,7 @@ void Case::mute(const S &followed)
 
 void Case::destroy()
 {
-    // What runs inside its destructor is already too late.
+    // A callback that runs inside the destructor already finds no session.
     const std::unique_ptr<CloudAPI> last = std::move(api);
 }
 
@@ -163,60 +156,60 @@ bool Case::prepare()
     if (!waitUntil([&] { return answered; }) || !api->isUserLoggedIn())
         return false;
     answered = false;
-    api->generateNewJobID("ACC-1001", [&](const ApiError &, const S &id) {
+    api->generateNewJobID("ACC-1001", [&](const ApiError &, const string &id) {
         answered = true;
         job = id;
     });
     return waitUntil([&] { return answered; }) && !job.empty();
 }
 
-void Case::strike(const Step &step)
+void Case::inject(const Step &step)
 {
-    const Trouble &trouble = *step.trouble;
-    if (trouble.disk != DiskCall::None) {
+    const Fault &fault = *step.fault;
+    if (fault.disk != DiskCall::None) {
         failDisk(m_folder.toStdString(),
-                 {trouble.disk, trouble.error, int(random.below(random.chance(70) ? 2 : 12)), random.chance(50)});
-    } else if (trouble.fault) {
-        Fault fault = trouble.fault(random);
-        fault.path = random.of(step.deed->paths);
-        if (trouble.silent)
+                 {fault.disk, fault.error, int(random.below(random.chance(70) ? 2 : 12)), random.chance(50)});
+    } else if (fault.portal) {
+        PortalFault atPortal = fault.portal(random);
+        atPortal.path = random.of(step.operation->paths);
+        if (fault.silent)
             QTimer::singleShot(300, &m_timers, [this] { destroy(); });
-        // A piece is wanted as it is stored, and refused when it comes compressed.
-        m_disturbed = m_disturbed || (fault.kind == FaultKind::Gzip && fault.path == "storage");
-        world.portal.inject(fault);
-    } else if (trouble.host != Trouble::Portal && !m_host) {
+        // The library accepts a piece only as it is stored: not compressed.
+        m_disturbed = m_disturbed || (atPortal.kind == FaultKind::Gzip && atPortal.path == "storage");
+        environment.portal.inject(atPortal);
+    } else if (fault.host != Fault::Portal && !m_host) {
         m_plain = plainServer();
         const int port = m_plain->serverPort();
-        if (trouble.host == Trouble::Refused)
+        if (fault.host == Fault::Refused)
             m_plain->close();
-        if (trouble.host == Trouble::Distrusted)
+        if (fault.host == Fault::Distrusted)
             m_distrust = std::make_unique<ScopedTrust>(testAuthority());
-        m_nobody = trouble.host != Trouble::Distrusted;
-        const char *const name = trouble.host == Trouble::Unreachable ? "127.255.255.255" // for broadcasts only
-                                 : m_nobody                           ? "127.0.0.1"
-                                                                      : "localhost";
-        m_host =
-            std::make_unique<ScopedEnvironment>("VELMORA_API_URL", hostAt(name, m_nobody ? port : world.portal.port()));
+        m_nobody = fault.host != Fault::Distrusted;
+        const char *const name = fault.host == Fault::Unreachable ? "127.255.255.255" // for broadcasts only
+                                 : m_nobody                       ? "127.0.0.1"
+                                                                  : "localhost";
+        m_host = std::make_unique<ScopedEnvironment>("VELMORA_API_URL",
+                                                     hostAt(name, m_nobody ? port : environment.portal.port()));
     }
 }
 
-void Case::act(const Step &step)
+void Case::perform(const Step &step)
 {
     if (!api)
         return;
-    m_disturbed = m_disturbed || step.act->disturbs;
-    step.act->run(*this, step);
+    m_disturbed = m_disturbed || step.action->disturbs;
+    step.action->run(*this, step);
 }
 
-void Case::actWhenItSuits(const Step &step)
+void Case::schedule(const Step &step)
 {
     switch (random.below(3)) {
     case 0:
-        return act(step);
+        return perform(step);
     case 1:
         return m_inCallback.push_back(step);
     default:
-        QTimer::singleShot(int(random.below(40)), &m_timers, [this, step] { act(step); });
+        QTimer::singleShot(int(random.below(40)), &m_timers, [this, step] { perform(step); });
     }
 }
 
@@ -226,126 +219,124 @@ void Case::waitForAll()
     since.start();
     QTimer tick; // for the time limit of subscriptions
     tick.start(20);
-    const bool over = waitUntil(
+    const bool finished = waitUntil(
         [&] {
             bool all = true;
             for (const auto &each : m_calls)
-                all = all && (each->isOver() ||
+                all = all && (each->isFinished() ||
                               (!each->follows.empty() && (!each->mustEnd || each->muted) && since.elapsed() > 400));
             return !api || all;
         },
-        60000); // dripping takes its time
+        60000); // long enough for the slowest answer, "drip"
     for (const auto &each : m_calls) {
-        if (!over && !each->isOver() && (each->follows.empty() || each->mustEnd))
+        if (!finished && !each->isFinished() && (each->follows.empty() || each->mustEnd))
             fail(each->name + " did not complete");
     }
 }
 
-void Case::judge(const std::vector<Step> &steps)
+void Case::verify(const std::vector<Step> &steps)
 {
-    bool harmless = !m_disturbed, lies = false, removable = true, pieces = false;
+    bool harmless = !m_disturbed, falseReplies = false, removable = true, pieces = false;
     for (const Step &step : steps) {
-        harmless = harmless && step.trouble->harmless;
-        lies = lies || step.trouble->lies;
-        removable = removable && step.trouble->disk != DiskCall::Remove;
+        harmless = harmless && step.fault->harmless;
+        falseReplies = falseReplies || step.fault->falseReply;
+        removable = removable && step.fault->disk != DiskCall::Remove;
     }
     std::size_t submits = 0;
     for (const auto &each : m_calls) {
         submits += each->name == "submitNewJob";
         pieces = pieces || (each->name == "downloadFile" && each->failed);
-        if (harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name])
-            fail(each->name + " failed with " + std::to_string(each->code));
-        if (each->verdict) {
-            const S wrong = each->verdict(world, each->succeeded() && !lies);
+        failIf(harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name],
+               each->name + " failed with " + std::to_string(each->code));
+        if (each->verify) {
+            const string wrong = each->verify(environment, each->succeeded() && !falseReplies);
             if (!wrong.empty())
                 fail(each->name + ": " + wrong);
         }
     }
-    if (world.portal.jobCount() - m_jobsBefore > submits)
-        fail("more jobs than submissions");
-    if (removable && entries(path("tmp").c_str()) > 2)
-        fail("temporary files left");
+    failIf(environment.portal.jobCount() - m_jobsBefore > submits, "more jobs than submissions");
+    failIf(removable && entries(path("tmp").c_str()) > 2, "temporary files left");
     if (removable)
         searchTargets(pieces);
-    const Resources most = world.most;
-    QTimer tick; // the portal's thread wakes nobody here
+    const Resources most = environment.most;
+    QTimer tick; // the portal's thread does not wake this event loop
     tick.start(5);
     if (most.threads > 0 && !waitUntil([&] { return resources().fits(most); }, 5000))
-        fail("left: " + std::to_string(resources().threads - most.threads) + " threads, " +
+        fail("left behind: " + std::to_string(resources().threads - most.threads) + " threads, " +
              std::to_string(resources().descriptors - most.descriptors) + " descriptors");
 }
 
-// What a download that failed of itself had received stays, for whoever looks for the reason.
+// A download that failed, and was not cancelled, keeps the pieces that it has received.
 void Case::searchTargets(bool pieces)
 {
     QDirIterator each(QString::fromStdString(path("to")), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (each.hasNext()) {
-        const S name = QFileInfo(each.next()).fileName().toStdString();
-        if (name.find(".bin") + 4 != name.size() && (!pieces || name.find("JOIN") != S::npos))
-            fail("left: " + name);
+        const string name = QFileInfo(each.next()).fileName().toStdString();
+        if (name.find(".bin") + 4 != name.size() && (!pieces || name.find("JOIN") != string::npos))
+            fail("left behind: " + name);
     }
 }
 
-// Neither the log nor an error may tell what opens an account, an address or a file.
+// Neither the log nor an error may hold a secret of an account, an address or a file.
 void Case::searchForSecrets()
 {
-    const QByteArray key = QByteArray::fromStdString(world.portal.jobKey(storedJob));
-    std::vector<S> secrets = {VelmoraPortal::seededUsers()[0].password, key.toBase64().toStdString(),
-                              key.toHex().toStdString(), "ignature", "efreshToken"};
-    for (const VelmoraPortal::SeenRequest &request : world.portal.requests()) {
+    const QByteArray key = QByteArray::fromStdString(environment.portal.jobKey(storedJob));
+    std::vector<string> secrets = {VelmoraPortal::seededUsers()[0].password, key.toBase64().toStdString(),
+                                   key.toHex().toStdString(), "ignature", "efreshToken"};
+    for (const VelmoraPortal::SeenRequest &request : environment.portal.requests()) {
         for (const char *name : {"Authorization", "X-Storage-Signature"}) {
             if (request.hasHeader(name))
                 secrets.push_back(request.header(name));
         }
     }
-    const S texts = m_texts + world.log.text();
-    for (const S &secret : secrets) {
-        if (texts.find(secret) != S::npos)
-            return fail("told: " + secret);
+    const string texts = m_texts + environment.log.text();
+    for (const string &secret : secrets) {
+        if (texts.find(secret) != string::npos)
+            return fail("leaked: " + secret);
     }
-    world.portal.clearRequests();
-    world.log.clear();
+    environment.portal.clearRequests();
+    environment.log.clear();
 }
 
-S Case::run(const std::vector<Step> &steps)
+string Case::run(const std::vector<Step> &steps)
 {
     const ScopedEnvironment temporary("TMPDIR", QByteArray::fromStdString(path("tmp")));
-    m_jobsBefore = world.portal.jobCount();
+    m_jobsBefore = environment.portal.jobCount();
     if (!prepare())
         return "cannot sign in";
     for (const Step &step : steps) {
         if (!api)
             break;
-        strike(step);
+        inject(step);
         if (random.chance(50)) {
-            step.deed->start(*this);
+            step.operation->start(*this);
             if (api)
-                actWhenItSuits(step);
+                schedule(step);
         } else {
-            actWhenItSuits(step);
+            schedule(step);
             if (api)
-                step.deed->start(*this);
+                step.operation->start(*this);
         }
     }
     waitForAll();
     settle();
     destroy();
-    mendDisk();
+    restoreDisk();
     m_host.reset();
     m_distrust.reset();
     m_plain.reset();
     settle();
-    judge(steps);
+    verify(steps);
     searchForSecrets();
     return m_failure;
 }
 
-S Case::describe(const std::vector<Step> &steps)
+string Case::describe(const std::vector<Step> &steps)
 {
-    S text;
+    string text;
     for (const Step &step : steps)
-        text +=
-            (text.empty() ? "" : ", then ") + S(step.deed->name) + " / " + step.trouble->name + " / " + step.act->name;
+        text += (text.empty() ? "" : ", then ") + string(step.operation->name) + " / " + step.fault->name + " / " +
+                step.action->name;
     return text;
 }
 

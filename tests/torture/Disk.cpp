@@ -1,4 +1,4 @@
-// A disk that fails on demand: the calls below take the place of the C library's in the whole process.
+// Injects faults of the disk: the calls below replace the C library's in the whole process.
 
 #include "Torture.h"
 
@@ -19,14 +19,14 @@ namespace {
 std::atomic<bool> armed{false};
 std::mutex mutex;
 DiskFault wanted;
-S below; ///< the folder whose files are struck
+string below; ///< the folder whose files fail
 
 bool fails(DiskCall call, const char *path)
 {
     const std::lock_guard lock(mutex);
-    if (!armed || call != wanted.call || S(path).compare(0, below.size(), below) != 0 || wanted.skip-- > 0)
+    if (!armed || call != wanted.call || string(path).compare(0, below.size(), below) != 0 || wanted.skip-- > 0)
         return false;
-    armed = wanted.forGood;
+    armed = wanted.everyTime;
     errno = wanted.error;
     return true;
 }
@@ -36,7 +36,7 @@ bool fails(DiskCall call, int descriptor)
     if (!armed)
         return false;
     char path[4096] = {};
-    const S link = "/proc/self/fd/" + std::to_string(descriptor);
+    const string link = "/proc/self/fd/" + std::to_string(descriptor);
     return ::readlink(link.c_str(), path, sizeof path - 1) > 0 && fails(call, path);
 }
 
@@ -47,7 +47,7 @@ template <class Function> Function *next(Function *, const char *name)
 
 } // namespace
 
-void failDisk(const S &folder, const DiskFault &fault)
+void failDisk(const string &folder, const DiskFault &fault)
 {
     const std::lock_guard lock(mutex);
     below = folder;
@@ -55,7 +55,7 @@ void failDisk(const S &folder, const DiskFault &fault)
     armed = fault.call != DiskCall::None;
 }
 
-void mendDisk() { armed = false; }
+void restoreDisk() { armed = false; }
 
 DiskPause::DiskPause()
     : m_armed(armed.exchange(false))
@@ -75,7 +75,7 @@ int open64(const char *path, int flags, ...)
     static const auto real = next(&::open64, "open64");
     va_list rest;
     va_start(rest, flags);
-    const auto mode = va_arg(rest, unsigned int); // there or not: the callee looks when it needs it
+    const auto mode = va_arg(rest, unsigned int); // read only when the flags ask for it
     va_end(rest);
     return fails(DiskCall::Open, path) ? -1 : real(path, flags, mode);
 }

@@ -1,5 +1,5 @@
-// Goes through operations, faults and what a host does meanwhile, one seeded case after the other.
-// A case that breaks a promise prints the line that repeats it. See --help.
+// Combines operations, faults and actions of the application, one seeded case after the other. A case that breaks
+// a promise prints the options that repeat it. See --help.
 
 #include "Torture.h"
 
@@ -17,24 +17,24 @@ namespace {
 
 constexpr std::uint64_t warmUp = 10; ///< cases before descriptors are counted
 
-bool fits(const Deed &deed, const Trouble &trouble)
+bool fits(const Operation &operation, const Fault &fault)
 {
-    const bool socket = deed.paths.front() == S("socket");
-    if (trouble.disk != DiskCall::None)
-        return deed.paths.back() == S("storage");
-    const bool handshake = trouble.name == S("delay") || trouble.name == S("silence") || trouble.name == S("hang up");
-    return socket ? trouble.socket || trouble.host != Trouble::Portal || !trouble.fault || handshake : !trouble.socket;
+    const bool socket = operation.paths.front() == "socket"s;
+    if (fault.disk != DiskCall::None)
+        return operation.paths.back() == "storage"s;
+    const bool handshake = fault.name == "delay"s || fault.name == "silence"s || fault.name == "hang up"s;
+    return socket ? fault.socket || fault.host != Fault::Portal || !fault.portal || handshake : !fault.socket;
 }
 
-/// Every operation with every fault that can strike it and every act.
-std::vector<Step> matrix(const S &only)
+/// Every operation with every fault that it can meet and every action.
+std::vector<Step> matrix(const string &only)
 {
     std::vector<Step> all;
-    for (const Deed &deed : deeds()) {
-        for (const Trouble &trouble : troubles()) {
-            for (const Act &act : acts()) {
-                const Step step{&deed, &trouble, &act};
-                if (fits(deed, trouble) && Case::describe({step}).find(only) != S::npos)
+    for (const Operation &operation : operations()) {
+        for (const Fault &fault : faults()) {
+            for (const Action &action : actions()) {
+                const Step step{&operation, &fault, &action};
+                if (fits(operation, fault) && Case::describe({step}).find(only) != string::npos)
                     all.push_back(step);
             }
         }
@@ -47,18 +47,20 @@ std::vector<Step> matrix(const S &only)
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // a case's line is there when a later one crashes
     std::uint64_t first = 1, count = 200;
     std::size_t mostSteps = 1;
     std::string only;
     bool whole = false, tabled = false, verbose = false;
-    CLI::App line("Torments the library and checks its promises.");
+    CLI::App line("Checks what the library promises. A case is OPERATION / FAULT / ACTION: the fault is injected, the\n"
+                  "operation starts, and the application does the action before, during or after it.");
     line.add_option("--seed", first, "seed of the first case");
-    line.add_option("--cases", count, "how many");
+    line.add_option("--cases", count, "number of cases");
     line.add_option("--steps", mostSteps, "operations in one case, at most");
-    line.add_flag("--matrix", whole, "every operation with every fault and act, instead of --cases");
-    line.add_option("--only", only, "cases whose description contains the text");
-    line.add_flag("--table", tabled, "say at the end how many cases each operation and fault had");
-    line.add_flag("--verbose", verbose, "say each case");
+    line.add_flag("--matrix", whole, "every operation with every fault and action, instead of --cases");
+    line.add_option("--only", only, "only cases that contain the text, such as 'subscribeToJob / unreachable'");
+    line.add_flag("--table", tabled, "print at the end how many cases each operation and each fault had");
+    line.add_flag("--verbose", verbose, "print each case");
     CLI11_PARSE(line, argc, argv);
     const std::vector<Step> rows = matrix(only);
     count = whole ? rows.size() : count;
@@ -68,10 +70,10 @@ int main(int argc, char **argv)
         return 2;
     }
 
-    auto world = std::make_unique<World>();
+    auto environment = std::make_unique<Environment>();
     Resources most;
-    std::map<S, int> table;
-    std::size_t inWorld = 0; ///< operations so far
+    std::map<string, int> table;
+    std::size_t inEnvironment = 0; ///< operations so far
     int failures = 0;
     QElapsedTimer timer;
     timer.start();
@@ -81,40 +83,37 @@ int main(int argc, char **argv)
         Random random(seed);
         std::vector<Step> steps;
         if (warming)
-            steps = {{&deeds()[std::size_t(seed) + deeds().size() - warmUp], &troubles().front(), &acts().front()}};
+            steps = {{&operations().end()[int(seed) - int(warmUp)], &faults().front(), &actions().front()}};
         else if (whole)
             steps = {rows[i - warmUp]};
         else
             for (std::size_t left = 1 + random.below(std::max<std::size_t>(1, mostSteps)); left > 0; --left)
                 steps.push_back(random.of(rows));
-        if (verbose)
-            std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), Case::describe(steps).c_str()),
-                std::fflush(stdout);
-        if (inWorld > 100) // the jobs and files of so many make its listings long
-            world.reset(), world = std::make_unique<World>(), inWorld = 0;
-        inWorld += steps.size();
-        world->most = warming ? Resources() : most;
-        const S wrong = Case(*world, seed).run(steps);
+        if (verbose && !warming)
+            std::printf("seed %s: %s\n", std::to_string(seed).c_str(), Case::describe(steps).c_str());
+        if (inEnvironment > 100) // the jobs and files of many operations make the listings long
+            environment.reset(), environment = std::make_unique<Environment>(), inEnvironment = 0;
+        inEnvironment += steps.size();
+        environment->most = warming ? Resources() : most;
+        const string wrong = Case(*environment, seed).run(steps);
         if (warming)
             most = {std::max(most.threads, resources().threads), std::max(most.descriptors, resources().descriptors)};
-        if (i + 1 == warmUp) // and some more for the threads on which Qt looks up names
+        if (i + 1 == warmUp) // and some more for the threads on which Qt looks up host names
             most = {most.threads + 3, most.descriptors + 3};
-        for (const Step &step : steps)
-            ++table[S("operation  ") + step.deed->name], ++table[S("fault      ") + step.trouble->name];
+        for (const Step &step : warming ? std::vector<Step>() : steps)
+            ++table["operation  "s + step.operation->name], ++table["fault      "s + step.fault->name];
         if (wrong.empty())
             continue;
         ++failures;
-        const S chosen = whole ? S("--matrix") : "--cases 1 --steps " + std::to_string(mostSteps);
-        const S text = whole ? Case::describe(steps) : only;
-        std::printf("FAILED  %s\n        %s\n        --seed %llu %s --only '%s'\n", Case::describe(steps).c_str(),
-                    wrong.c_str(), static_cast<unsigned long long>(seed), chosen.c_str(), text.c_str());
-        std::fflush(stdout);
+        const string chosen = whole ? "--matrix"s : "--cases 1 --steps " + std::to_string(mostSteps);
+        const string text = whole ? Case::describe(steps) : only;
+        std::printf("FAILED  %s\n        %s\n        --seed %s %s --only '%s'\n", Case::describe(steps).c_str(),
+                    wrong.c_str(), std::to_string(seed).c_str(), chosen.c_str(), text.c_str());
     }
     if (tabled) {
         for (const auto &[name, cases] : table)
             std::printf("%-40s %6d\n", name.c_str(), cases);
     }
-    std::printf("%llu cases, %d failed, %lld s\n", static_cast<unsigned long long>(count), failures,
-                static_cast<long long>(timer.elapsed() / 1000));
+    std::printf("%s cases, %d failed, %d s\n", std::to_string(count).c_str(), failures, int(timer.elapsed() / 1000));
     return failures == 0 ? 0 : 1;
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST_F(TransferTest, PiecesInAnyOrderAndByAnyMethodJoinByTheirNumbers)
+TEST_F(TransferTest, download_piecesInAnyOrderAndMethod_joinsThemByNumber)
 {
     const QByteArray parts[] = {noise(2 * 1024 * 1024 + 3), {}, noise(3 * 1024 * 1024)};
     QJsonArray chunks;
@@ -37,7 +37,7 @@ TEST_F(TransferTest, PiecesInAnyOrderAndByAnyMethodJoinByTheirNumbers)
     EXPECT_EQ(seen(keyPath), 1);
 }
 
-TEST_F(TransferTest, HiddenFilesAreListedOnceAndAgainAfterThirtyMinutes)
+TEST_F(TransferTest, download_hiddenFile_asksForTheListingEveryThirtyMinutes)
 {
     qint64 now = 0;
     implOf(*api).setClock([&now] { return now; });
@@ -54,7 +54,7 @@ TEST_F(TransferTest, HiddenFilesAreListedOnceAndAgainAfterThirtyMinutes)
     }
 }
 
-TEST_F(TransferTest, TargetThatCannotBeWrittenFailsTheDownload)
+TEST_F(TransferTest, download_targetNotWritable_fails)
 {
     list({piece(pieceName(1), "content")});
     QDir(folder.path()).mkpath("to/res.dat"); // a folder
@@ -67,7 +67,7 @@ TEST_F(TransferTest, TargetThatCannotBeWrittenFailsTheDownload)
     }
 }
 
-TEST_F(TransferTest, SecondDownloadToTheSamePlaceIsRefusedInsideTheCall)
+TEST_F(TransferTest, download_targetInUse_isRefusedInsideTheCall)
 {
     faults["/s/"] = silence();
     list({piece(pieceName(1), "content")});
@@ -83,7 +83,7 @@ TEST_F(TransferTest, SecondDownloadToTheSamePlaceIsRefusedInsideTheCall)
     EXPECT_TRUE(api->cancelDownload(wanted()));
 }
 
-TEST(PieceName, SuffixCountsAtTheEndOnly)
+TEST(PieceNameTest, pieceNumber_suffixNotAtTheEnd_isNone)
 {
     const QString name = "a/b._00001_00002._00003_00004";
     EXPECT_EQ(pieceNumber(name), 3);
@@ -92,7 +92,7 @@ TEST(PieceName, SuffixCountsAtTheEndOnly)
         EXPECT_EQ(pieceNumber(none), -1) << none;
 }
 
-TEST(PieceName, SafeIsWhatStaysInItsFolder_OnWindowsOnlyWhatItCanHold)
+TEST(PieceNameTest, isSafeFileName_anyName_staysInItsFolderAndFitsWindows)
 {
     for (const char *name : {"", ".", "..", "a/b", "a\\b", "c:d"})
         EXPECT_FALSE(isSafeFileName(name)) << name;
@@ -106,7 +106,7 @@ TEST(PieceName, SafeIsWhatStaysInItsFolder_OnWindowsOnlyWhatItCanHold)
         EXPECT_TRUE(isWindowsFileName(name) && isSafeFileName(name)) << name;
 }
 
-TEST_F(TransferTest, TargetHeldOpenByAnother)
+TEST_F(TransferTest, download_targetOpenElsewhere_failsOnWindowsUnlessClosedInTime)
 {
     QDir(folder.path()).mkdir("to");
     write("to/res.dat", "old");
@@ -124,7 +124,7 @@ TEST_F(TransferTest, TargetHeldOpenByAnother)
     download(wanted());
     QTimer::singleShot(300, &loopback.server, [&] { holder.close(); });
     ASSERT_TRUE(down.wait());
-    EXPECT_EQ(down.error.errorCode, 200) << "let go in time: " << down.error.errorMessage;
+    EXPECT_EQ(down.error.errorCode, 200) << "closed in time: " << down.error.errorMessage;
     EXPECT_EQ(read("to/res.dat"), "content");
 }
 

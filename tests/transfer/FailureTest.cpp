@@ -1,4 +1,4 @@
-// What ends a transfer before its time: faults of portal, storage and disk, cancelling, destruction.
+// What ends a transfer early: faults of service, storage and disk, cancelling, destruction.
 
 #include "transfer/TransferFixture.h"
 
@@ -8,11 +8,12 @@ constexpr auto keyTitle = "Error Requesting Encryption Key", addressTitle = "Err
                writeTitle = "Unable to write to target file", refused = R"({"message":"no way"})",
                stitch = "We were unable to stitch the requested file back together from its chunks.";
 
-/// An upload, or a download of three good pieces, of which a row spoils something.
-class Failure;
+/// An upload, or a download of three good pieces, in which a row spoils something. A row:
+///     {"uploadKeyEmpty", [](Test &t) { what is changed }, PART OF THE MESSAGE, CODE, TITLE}
+class FailureTest;
 struct Row {
-    const char *name; ///< begins with the direction
-    void (*spoil)(Failure &);
+    const char *name; ///< an upload's begins with "upload"
+    void (*spoil)(FailureTest &);
     const char *message = ""; ///< contained in the message
     int code = 400;
     const char *title = nullptr; ///< null: the direction's own
@@ -20,7 +21,7 @@ struct Row {
     friend std::ostream &operator<<(std::ostream &out, const Row &row) { return out << row.name; }
 };
 
-class Failure : public TransferTest, public testing::WithParamInterface<Row> {
+class FailureTest : public TransferTest, public testing::WithParamInterface<Row> {
 public:
     using TransferTest::address, TransferTest::faults, TransferTest::key, TransferTest::qt;
 
@@ -37,10 +38,10 @@ public:
     QString listedName = "out/res.dat";
 };
 
-TEST_P(Failure, CompletesOnceWithTheReason)
+TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
 {
     const auto &[name, spoil, message, code, title] = GetParam();
-    const bool uploads = name[0] == 'U';
+    const bool uploads = QByteArray(name).startsWith("upload");
     const std::string path = write("plain.txt", "PLAINTEXT");
     QDir(folder.path()).mkdir("to");
     write("to/res.dat", "old");
@@ -68,50 +69,54 @@ TEST_P(Failure, CompletesOnceWithTheReason)
     EXPECT_EQ(read("to/res.dat"), "old") << "the target is left alone";
 }
 
-using T = Failure;
+using Test = FailureTest;
 const Row rows[] = {
-    {"UpKeyRefused", [](T &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
-    {"UpKeyEmpty", [](T &t) { t.faults[keyPath] = answer(200, "{}"); }, "", 400, keyTitle},
-    {"UpKeyTooLong", [](T &t) { t.key += 'x'; }, "", 400, keyTitle},
-    {"UpKeyNeverCame", [](T &t) { t.faults[keyPath] = hangUp(); }, "", 400, keyTitle},
-    {"UpAddressRefused", [](T &t) { t.faults[addressPath] = answer(500, refused); }, "no way", 500, addressTitle},
-    {"UpAddressNeverCame", [](T &t) { t.faults[addressPath] = hangUp(); }, "", 400, addressTitle},
-    {"UpAddressIsALocalFile", [](T &t) { t.address["uri"] = "file:///etc/passwd"; }, "address"},
-    {"UpHeaderInjection",
-     [](T &t) { t.faults[addressPath] = answer(200, R"({"uri":"https://x","headers":{"X":"a\r\nb: c"}})"); }, "header"},
-    {"UpNobodyListens", [](T &t) { t.address["uri"] = "https://127.0.0.1:1/s/up?sig=1"; }, "efused"},
-    {"UpStorageRefused", [](T &t) { t.faults["/s/up"] = answer(403, refused); }, "no way", 403},
-    {"UpStorageRedirects", [](T &t) { t.faults["/s/up"] = answer(302, {}, {}, "Location: /s/else\r\n"); }, "", 302},
-    {"UpSourceMissing", [](T &t) { QFile::remove(t.qt("plain.txt")); }, "plain.txt"},
-    {"ListingRefused", [](T &t) { t.faults[listPath] = answer(403, refused); }, "no way", 403,
+    {"uploadKeyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
+    {"uploadKeyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "", 400, keyTitle},
+    {"uploadKeyTooLong", [](Test &t) { t.key += 'x'; }, "", 400, keyTitle},
+    {"uploadKeyNeverCame", [](Test &t) { t.faults[keyPath] = hangUp(); }, "", 400, keyTitle},
+    {"uploadAddressRefused", [](Test &t) { t.faults[addressPath] = answer(500, refused); }, "no way", 500,
+     addressTitle},
+    {"uploadAddressNeverCame", [](Test &t) { t.faults[addressPath] = hangUp(); }, "", 400, addressTitle},
+    {"uploadAddressIsALocalFile", [](Test &t) { t.address["uri"] = "file:///etc/passwd"; }, "address"},
+    {"uploadHeaderInjection",
+     [](Test &t) { t.faults[addressPath] = answer(200, R"({"uri":"https://x","headers":{"X":"a\r\nb: c"}})"); },
+     "header"},
+    {"uploadNobodyListens", [](Test &t) { t.address["uri"] = "https://127.0.0.1:1/s/up?sig=1"; }, "efused"},
+    {"uploadStorageRefused", [](Test &t) { t.faults["/s/up"] = answer(403, refused); }, "no way", 403},
+    {"uploadStorageRedirects", [](Test &t) { t.faults["/s/up"] = answer(302, {}, {}, "Location: /s/else\r\n"); }, "",
+     302},
+    {"uploadSourceMissing", [](Test &t) { QFile::remove(t.qt("plain.txt")); }, "plain.txt"},
+    {"listingRefused", [](Test &t) { t.faults[listPath] = answer(403, refused); }, "no way", 403,
      "Error Retrieving File List for Job"},
-    {"NotListed", [](T &t) { t.listedName = "another"; }, "out/res.dat", 404},
-    {"NoChunks", [](T &t) { t.chunks = {}; }, stitch},
-    {"KeyRefused", [](T &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
-    {"PieceRefused", [](T &t) { t.faults["/s/p1"] = answer(403, refused); }, "no way", 403},
-    {"PieceRedirected", [](T &t) { t.faults["/s/p1"] = answer(302, {}, {}, "Location: /s/p0\r\n"); }, "", 302},
-    {"CutAtABlock",
-     [](T &t) {
+    {"notListed", [](Test &t) { t.listedName = "another"; }, "out/res.dat", 404},
+    {"noChunks", [](Test &t) { t.chunks = {}; }, stitch},
+    {"keyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
+    {"pieceRefused", [](Test &t) { t.faults["/s/p1"] = answer(403, refused); }, "no way", 403},
+    {"pieceRedirected", [](Test &t) { t.faults["/s/p1"] = answer(302, {}, {}, "Location: /s/p0\r\n"); }, "", 302},
+    {"cutAtABlock",
+     [](Test &t) {
          const Answer whole = answer(200, t.cipher(), "application/octet-stream");
          t.faults["/s/p1"] = whole.cut(whole.bytes.size() - t.cipher().size() + 128 * 1024);
      }},
-    {"NoLength", [](T &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 200 OK\r\n\r\n" + t.cipher().left(1000)}.closed(); }},
-    {"Gzip",
-     [](T &t) { t.faults["/s/p1"] = answer(200, qCompress(t.cipher()).mid(4), {}, "Content-Encoding: gzip\r\n"); }},
-    {"Empty", [](T &t) { t.cipher().clear(); }},
-    {"BadLastBlock", [](T &t) { t.cipher().chop(16); }},
-    {"PieceWithoutSuffix", [](T &t) { t.rename("other.dat"); }, stitch},
-    {"PieceTwice", [](T &t) { t.rename("x/res.dat._00001_00003"); }, stitch},
-    {"PieceNamedAsTheTarget", [](T &t) { t.rename("out/res.dat"); }, "", 400, writeTitle},
-    {"NameGoesUp", [](T &t) { t.rename("out/.."); }, "", 400, writeTitle},
-    {"NameIsEmpty", [](T &t) { t.rename("out/"); }, "", 400, writeTitle},
-    {"JoinedNameIsEmpty", [](T &t) { t.rename("._00001_00003", 0); }, "", 400, writeTitle},
-    {"AddressIsALocalFile", [](T &t) { t.change(1, "uri", "file:///etc/passwd"); }, "address"},
+    {"noLength",
+     [](Test &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 200 OK\r\n\r\n" + t.cipher().left(1000)}.closed(); }},
+    {"gzip",
+     [](Test &t) { t.faults["/s/p1"] = answer(200, qCompress(t.cipher()).mid(4), {}, "Content-Encoding: gzip\r\n"); }},
+    {"empty", [](Test &t) { t.cipher().clear(); }},
+    {"badLastBlock", [](Test &t) { t.cipher().chop(16); }},
+    {"pieceWithoutSuffix", [](Test &t) { t.rename("other.dat"); }, stitch},
+    {"pieceTwice", [](Test &t) { t.rename("x/res.dat._00001_00003"); }, stitch},
+    {"pieceNamedAsTheTarget", [](Test &t) { t.rename("out/res.dat"); }, "", 400, writeTitle},
+    {"nameGoesUp", [](Test &t) { t.rename("out/.."); }, "", 400, writeTitle},
+    {"nameIsEmpty", [](Test &t) { t.rename("out/"); }, "", 400, writeTitle},
+    {"joinedNameIsEmpty", [](Test &t) { t.rename("._00001_00003", 0); }, "", 400, writeTitle},
+    {"addressIsALocalFile", [](Test &t) { t.change(1, "uri", "file:///etc/passwd"); }, "address"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Rows, Failure, testing::ValuesIn(rows), [](const auto &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Table, FailureTest, testing::ValuesIn(rows), [](const auto &row) { return row.param.name; });
 
-TEST_F(TransferTest, CancelCompletesInsideTheCall)
+TEST_F(TransferTest, cancel_transfersUnderWay_completesThemInsideTheCall)
 {
     const FileUploadDetails file{write("big", noise(4 * 1024 * 1024)), "J1", 0};
     list({piece(pieceName(1), noise(100000)), piece(pieceName(2), noise(100000))});
@@ -131,7 +136,7 @@ TEST_F(TransferTest, CancelCompletesInsideTheCall)
     EXPECT_EQ(filesIn("to"), QStringList());
 }
 
-TEST_F(TransferTest, FiftyTransfersEndWithTheSession)
+TEST_F(TransferTest, session_destroyedWithFiftyTransfers_endsThem)
 {
     faults["/s/p"] = silence();
     const std::string big = write("big", noise(16 * 1024 * 1024));

@@ -32,9 +32,9 @@ constexpr int buffer = static_cast<int>(fileCipherBufferSize);
 unsigned char *raw(Bytes &bytes) { return reinterpret_cast<unsigned char *>(bytes.data()); }
 const unsigned char *raw(const Bytes &bytes) { return reinterpret_cast<const unsigned char *>(bytes.constData()); }
 
-class TarnCryptFiles : public FolderTest {
+class TarnCryptFileTest : public FolderTest {
 protected:
-    // A thread's stale OpenSSL errors would surface in its next TLS call.
+    // An OpenSSL error left in a thread would show up in its next TLS call.
     void TearDown() override { EXPECT_EQ(ERR_peek_error(), 0UL); }
 
     int encode(const char *in, const char *out, const Bytes &key = nistKey) const
@@ -62,7 +62,7 @@ protected:
     }
 };
 
-TEST(TarnCrypt, Base64BreaksLinesButNotAtTheEnd)
+TEST(TarnCryptTest, base64_anySize_breaksLinesButNotAtTheEnd)
 {
     for (const int size : {0, 1, 47, 48, 49, 96, 97, 5000}) {
         const Bytes bytes = noise(size);
@@ -74,14 +74,14 @@ TEST(TarnCrypt, Base64BreaksLinesButNotAtTheEnd)
     }
 }
 
-TEST(TarnCrypt, Sha256)
+TEST(TarnCryptTest, sha256_knownTexts_matches)
 {
     EXPECT_EQ(TarnCrypt::sha_256(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(TarnCrypt::sha_256(std::string("\0", 1)),
               "6e340b9cffb37a989ca544e6bb780a2c78901d3fb33738768511a30617afa01d");
 }
 
-TEST(TarnCrypt, HmacOfRfc4231)
+TEST(TarnCryptTest, hmac_vectorsOfRfc4231_matchInEveryForm)
 {
     const struct {
         Bytes key;
@@ -108,7 +108,7 @@ TEST(TarnCrypt, HmacOfRfc4231)
     EXPECT_EQ(hmac("a6566"), hmac("0a6566"));
 }
 
-TEST(TarnCrypt, HideAndShowTheNistVectorAndRefuseTheRest)
+TEST(TarnCryptTest, hideAndShow_nistVector_matchesAndOtherInputIsRefused)
 {
     Bytes plain = nistPlain;
     Bytes out(plain.size() + 16, '\0');
@@ -133,7 +133,7 @@ TEST(TarnCrypt, HideAndShowTheNistVectorAndRefuseTheRest)
     EXPECT_EQ(ERR_peek_error(), 0UL);
 }
 
-TEST_F(TarnCryptFiles, SameBytesAsTheOpensslCommandForEverySize)
+TEST_F(TarnCryptFileTest, encryption_everySize_givesTheBytesOfTheOpensslCommand)
 {
     const QString openssl = QStandardPaths::findExecutable("openssl");
     if (openssl.isEmpty())
@@ -157,8 +157,8 @@ TEST_F(TarnCryptFiles, SameBytesAsTheOpensslCommandForEverySize)
     }
 }
 
-// Lenient decryption keeps what the block-wise cipher gave out; strict decryption keeps the file.
-TEST_F(TarnCryptFiles, DamagedCipherText)
+// Lenient decryption keeps the plain text up to the damage; strict decryption leaves the file as it was.
+TEST_F(TarnCryptFileTest, decryption_damagedCipherText_keepsThePrefixOrTheFile)
 {
     const Bytes plain = noise(2 * buffer + 5);
     const Bytes cipher = encrypted(plain);
@@ -194,7 +194,7 @@ TEST_F(TarnCryptFiles, DamagedCipherText)
     EXPECT_TRUE(read("cipher") == plain);
 }
 
-TEST_F(TarnCryptFiles, FilesThatCannotBeUsedAndStopMarks)
+TEST_F(TarnCryptFileTest, cipher_unusableFileOrCancelled_changesNothing)
 {
     write("plain", "text");
     write("kept", "kept");
@@ -223,7 +223,7 @@ TEST_F(TarnCryptFiles, FilesThatCannotBeUsedAndStopMarks)
     }
 }
 
-TEST_F(TarnCryptFiles, PathsAreUtf8WhateverTheLocaleOfQt)
+TEST_F(TarnCryptFileTest, path_anyLocaleOfQt_isUtf8)
 {
     write("plain", "text");
     const char *const name = "gr\xc3\xbc\xc3\x9f \xe6\x96\x87.bin";
@@ -236,7 +236,7 @@ TEST_F(TarnCryptFiles, PathsAreUtf8WhateverTheLocaleOfQt)
     EXPECT_EQ(read("shown"), "text");
 }
 
-TEST_F(TarnCryptFiles, SiblingLeftByACrashIsRemovedNotWrittenInto)
+TEST_F(TarnCryptFileTest, inPlace_siblingOfACrash_isRemovedNotWrittenInto)
 {
     write("kept", noise(buffer));
     for (const bool hide : {true, false}) {
@@ -249,7 +249,7 @@ TEST_F(TarnCryptFiles, SiblingLeftByACrashIsRemovedNotWrittenInto)
     }
 }
 
-TEST_F(TarnCryptFiles, KeysArePaddedOrRefused)
+TEST_F(TarnCryptFileTest, key_wrongLength_isPaddedOrRefused)
 {
     write("plain", "text");
     ASSERT_EQ(encrypt("plain", "cipher", "short"), Status::Ok);

@@ -1,6 +1,7 @@
 #pragma once
 
-// A portal and its storage, scripted: one job "J1" with a key, an upload address and a listing.
+// A scripted service with its storage: one job "J1" with a key, an upload address and a listing. Service paths begin
+// with /api/, storage paths with /s/: /s/up takes uploads, /s/p0, /s/p1, … hold pieces in the order of `piece`.
 
 #include "support/Internals.h"
 #include "support/Loopback.h"
@@ -44,7 +45,7 @@ template <class Details> struct Transfer {
     int completions = 0;
     ApiError error;
     std::int64_t progress = 0;
-    bool monotone = true; ///< and none after the end
+    bool monotone = true; ///< and none after the completion
 
     auto progressed()
     {

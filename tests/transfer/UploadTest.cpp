@@ -2,7 +2,7 @@
 
 namespace {
 
-TEST_F(TransferTest, UploadArrivesEncryptedAndCompleteByEveryKindOfAddress)
+TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
 {
     const QJsonObject fields{{"z", "two"}, {"a\"b", "one"}};
     const std::tuple<QJsonObject, const char *, bool> kinds[] = {
@@ -13,7 +13,7 @@ TEST_F(TransferTest, UploadArrivesEncryptedAndCompleteByEveryKindOfAddress)
     const QByteArray name = onWindows ? "b 'x'.trninp" : "b \"x\".trninp"; // no name holds the other there
     const std::string path = write(name, content);
     qint64 now = 0;
-    implOf(*api).setClock([&now] { return now += 3600000; }); // asks for the address again
+    implOf(*api).setClock([&now] { return now += 3600000; }); // so that the address is asked for again
     for (const auto &[extra, verb, multipart] : kinds) {
         address = extra;
         address["uri"] = url("/s/up/#urlEncodedFileName#?n=#fileSize#");
@@ -52,7 +52,7 @@ TEST_F(TransferTest, UploadArrivesEncryptedAndCompleteByEveryKindOfAddress)
     }
 }
 
-TEST_F(TransferTest, UploadIsRefusedAtOnceWithoutPathOrJob)
+TEST_F(TransferTest, upload_noPathOrNoJob_completesInsideTheCall)
 {
     for (const auto &[path, message] : {std::pair{"", "Local File to upload was not provided"},
                                         std::pair{"x", "No Job ID to upload file into was provided"}}) {
@@ -63,14 +63,14 @@ TEST_F(TransferTest, UploadIsRefusedAtOnceWithoutPathOrJob)
     }
 }
 
-TEST_F(TransferTest, KeyAndAddressAreSharedAndTheAddressLivesThirtyMinutes)
+TEST_F(TransferTest, upload_manyFiles_sharesKeyAndAddressForThirtyMinutes)
 {
     qint64 now = 1000;
     implOf(*api).setClock([&now] { return now; });
     for (const auto &[passed, count, addresses] : {std::tuple(0, 25, 1), {1800000, 1, 1}, {1, 1, 2}}) {
         now += passed;
         up = {};
-        for (int i = 0; i < count; ++i) // at first more than may be under way at once
+        for (int i = 0; i < count; ++i) // first more than run at once
             upload(write(QStringLiteral("f%1").arg(i), noise(i)));
         ASSERT_TRUE(up.wait(count));
         EXPECT_EQ(seen(addressPath), addresses);
@@ -80,7 +80,7 @@ TEST_F(TransferTest, KeyAndAddressAreSharedAndTheAddressLivesThirtyMinutes)
     EXPECT_EQ(seen(keyPath), 1);
 }
 
-TEST_F(TransferTest, BlockingUploadReturnsAfterItsCompletionOrDestruction)
+TEST_F(TransferTest, blockingUpload_completedOrDestroyed_returnsAfterwards)
 {
     const FileUploadDetails file{write("f", noise(100000)), "J1", 0};
     api->uploadInputFile(file, up.progressed(), up.completed());

@@ -1,7 +1,9 @@
 #pragma once
 
-// Every operation that sends a request, as a table: what it is called with, what the service must then
-// see, one good answer, and what becomes of it.
+// Every operation that sends a request, as a table: how it is called, what the service must see, one good answer,
+// and its result. A row of a path under /api/ and JSON as text:
+//     {"killJob", "POST", "job/stop", BODY, ERROR TITLE, ANSWER, call(&CloudAPI::killJob, "J1"), RESULT}
+// RESULT is left out when the result is the answer. A name with more words ("killJob of nothing") is another case.
 
 #include "support/AnyCompletion.h"
 #include "support/Internals.h"
@@ -22,11 +24,11 @@ struct Completion {
 };
 
 struct Into : AnyCompletion {
-    /// Null: nobody is told.
+    /// Null: an empty callback.
     explicit Into(Completion *to)
     {
         if (to)
-            heard = [to](const Velmora::ApiError &error, const QJsonValue &result, bool isDefault) {
+            received = [to](const Velmora::ApiError &error, const QJsonValue &result, bool isDefault) {
                 *to = {to->calls + 1, error, result, isDefault};
             };
     }
@@ -40,7 +42,7 @@ struct Operation {
     const char *title;
     QByteArray reply; ///< a good answer
     std::function<void(Velmora::CloudAPI &, Into)> call;
-    QByteArray result = reply; ///< what it reads as: JSON of which the result holds at least this
+    QByteArray result = reply; ///< as JSON; the result may have more members
 
     QByteArray target() const { return "/api/" + path; }
     friend std::ostream &operator<<(std::ostream &out, const Operation &operation) { return out << operation.name; }
@@ -49,7 +51,7 @@ struct Operation {
 const std::vector<Operation> &operations();
 const Operation &operation(const char *name);
 
-/// An indented JSON object of text members, written out without help of the code under test.
+/// An indented JSON object of text members, written without the code under test.
 QByteArray indented(std::initializer_list<std::pair<const char *, const char *>> members);
 QJsonValue parsed(const QByteArray &value);
 /// True when `whole` is `part`, or an object with more members.
@@ -60,8 +62,8 @@ inline constexpr char refreshToken[] = "refresh-token-0815";
 /// The service's answer to a login or a renewal.
 QByteArray tokens(int expiresIn, const QByteArray &id = idToken);
 
-/// A session against a scripted server. Any warning of Qt during a test is a fault too, but for two that
-/// are the price of what is meant: a token without a lifetime, a body that cannot be sent again.
+/// A session against a scripted server. A warning of Qt fails the test, except two that the tests cause on purpose: by
+/// a token without a lifetime, and by a body that cannot be sent again.
 class TransportTest : public testing::Test {
 protected:
     void TearDown() override;

@@ -12,7 +12,7 @@ struct Body {
     const char *results[7]; // of each operation when it says success: JSON; null: empty
 };
 
-TEST_F(TransportTest, StatusAndBodyDecideTheOutcomeAndNothingIsRepeated)
+TEST_F(TransportTest, answer_everyStatusAndBody_givesOneOutcomeAndNoRepetition)
 {
     const std::vector<const char *> names = {"getJobDetails", "getAllJobDetails", "generateNewJobID", "checkMFAEnabled",
                                              "sendUserEvent", "getUsersFileList", "untagJob"};
@@ -48,7 +48,7 @@ TEST_F(TransportTest, StatusAndBodyDecideTheOutcomeAndNothingIsRepeated)
     }
 }
 
-TEST_F(TransportTest, NothingIsSentTwiceWhenAReusedConnectionEnds)
+TEST_F(TransportTest, request_reusedConnectionEnds_isNotSentTwice)
 {
     for (const char *name : {"submitNewJob", "getAllJobDetails", "untagJob", "deleteFile", "getSimulationFileList"}) {
         const Operation &subject = operation(name);
@@ -63,10 +63,11 @@ TEST_F(TransportTest, NothingIsSentTwiceWhenAReusedConnectionEnds)
             const int before = sent(subject.verb, subject.target());
             server.next(headCame ? answer(200, "{\"jobId\":\"J1\"}").cut(90) : hangUp());
             run(subject);
-            EXPECT_EQ(server.requests().last().connection, marker.connection) << "not the case that is tested";
+            EXPECT_EQ(server.requests().last().connection, marker.connection)
+                << "the connection was not reused, so this proves nothing";
             EXPECT_EQ(done.error.errorCode, headCame ? 200 : 0) << "the status counts once the head is complete";
             EXPECT_TRUE(done.isDefault || subject.path.startsWith("job/files/J1")) << "echoed";
-            run("getCurrentUserDetails"); // whatever was sent before has arrived
+            run("getCurrentUserDetails"); // whatever was sent earlier has arrived
             settle();
             EXPECT_EQ(done.calls, 1);
             EXPECT_EQ(sent(subject.verb, subject.target()), before + 1);
@@ -76,7 +77,7 @@ TEST_F(TransportTest, NothingIsSentTwiceWhenAReusedConnectionEnds)
 }
 
 // A session destroyed inside its callbacks: see the tests of the flat functions; at other moments: see torture.
-TEST_F(TransportTest, DestroyedBetweenFinishAndCallback)
+TEST_F(TransportTest, session_destroyedBetweenReplyAndCallback_callsNothing)
 {
     QObject context;
     QObject::connect(&networkOf(*api), &QNetworkAccessManager::finished, &context, [&] {
@@ -90,7 +91,7 @@ TEST_F(TransportTest, DestroyedBetweenFinishAndCallback)
     EXPECT_EQ(done.calls, 0);
 }
 
-TEST(Endpoints, EnvironmentWinsOverThePortalWhenNotEmpty)
+TEST(EndpointsTest, baseUrl_variableNotEmpty_winsOverThePortal)
 {
     const std::pair<int, const char *> portals[] = {{0, "https://test.velmora.example/api/"},
                                                     {1, "https://dev.velmora.example/api/"},
@@ -110,10 +111,10 @@ TEST(Endpoints, EnvironmentWinsOverThePortalWhenNotEmpty)
     EXPECT_EQ(impl.baseUrl().toStdString(), "https://h%1:99/api/");
 }
 
-TEST_F(TransportTest, CodeZeroWithoutAServerThatIsTrusted)
+TEST_F(TransportTest, request_noTrustedServer_completesWithCodeZero)
 {
     const ScopedTrust nobody{QByteArray()};
-    api->setAPIPortal(static_cast<PortalTarget>(3)); // no host at all, once the environment is silent
+    api->setAPIPortal(static_cast<PortalTarget>(3)); // no host at all, once the variable is unset
     for (const QByteArray &host : {server.host(), QByteArray()}) {
         const ScopedEnvironment address("VELMORA_API_URL", host);
         for (const char *name : {"submitNewJob", "getUsersFileList", "untagJob", "deleteFile"}) {
@@ -127,7 +128,7 @@ TEST_F(TransportTest, CodeZeroWithoutAServerThatIsTrusted)
     EXPECT_EQ(server.requests().size(), 0) << "nothing may be sent to a server that is not trusted";
 }
 
-TEST_F(TransportTest, NetworkStatusIsPositiveWhenAnythingComesBack)
+TEST_F(TransportTest, networkStatus_anyBody_isPositive)
 {
     logIn();
     for (const auto &[scripted, status] :

@@ -2,17 +2,15 @@
 
 #include "transport/Operations.h"
 
-#include <QRegularExpression>
-
 using namespace Velmora;
 
 namespace {
 
-class EveryOperation : public TransportTest, public testing::WithParamInterface<Operation> {
+class OperationTest : public TransportTest, public testing::WithParamInterface<Operation> {
 protected:
     const Operation &subject = GetParam();
     const bool login = subject.path == "auth/login";
-    const bool deletion = subject.path.startsWith("job/files/J1/"); // answers with the file, whatever the outcome
+    const bool deletion = subject.path.startsWith("job/files/J1/"); // returns the file, whatever the outcome
 
     void expectRequest(const QByteArray &token)
     {
@@ -28,7 +26,7 @@ protected:
     }
 };
 
-TEST_P(EveryOperation, LoggedOut)
+TEST_P(OperationTest, request_loggedOut_hasItsBytesResultAndLogLines)
 {
     server.next(answer(200, subject.reply));
     run(subject);
@@ -56,7 +54,7 @@ TEST_P(EveryOperation, LoggedOut)
     EXPECT_EQ(server.requests().size(), 2);
 }
 
-TEST_P(EveryOperation, LoggedInAndRefused)
+TEST_P(OperationTest, request_loggedInAndRefused_carriesTheTokenAndGivesTheError)
 {
     logIn();
     log.clear();
@@ -71,13 +69,13 @@ TEST_P(EveryOperation, LoggedInAndRefused)
         EXPECT_EQ(log.text().find(secret), std::string::npos) << log.text();
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, EveryOperation, testing::ValuesIn(operations()), [](const auto &row) {
-    return QString::fromLatin1(row.param.name).remove(QRegularExpression(QStringLiteral("\\W"))).toStdString();
+INSTANTIATE_TEST_SUITE_P(Table, OperationTest, testing::ValuesIn(operations()), [](const auto &row) {
+    return QString::fromLatin1(row.param.name).replace(QLatin1Char(' '), QLatin1Char('_')).toStdString();
 });
 
 using RequestTest = TransportTest;
 
-TEST_F(RequestTest, MfaCodeIsSentAsNumber)
+TEST_F(RequestTest, logUserIn_anyMfaCode_isSentAsNumber)
 {
     const std::pair<const char *, const char *> table[] = {// and its line of the body
                                                            {"000123", "    \"mfaToken\": 123,\n"},
@@ -94,7 +92,7 @@ TEST_F(RequestTest, MfaCodeIsSentAsNumber)
     }
 }
 
-TEST_F(RequestTest, AnswersInSeveralShapes)
+TEST_F(RequestTest, result_severalShapes_areRead)
 {
     for (const char *body : {"True", "true\n", "{\"mfa\":true}", "\"true\"", "false"}) { // only "true" is the word
         server.next(answer(200, body));
@@ -111,7 +109,7 @@ TEST_F(RequestTest, AnswersInSeveralShapes)
     }
 }
 
-TEST_F(RequestTest, JobDefinitionThatIsNotValidIsRefusedAtOnce)
+TEST_F(RequestTest, submitNewJob_invalidJob_completesInsideTheCall)
 {
     JobSubmit job;
     job.jobID = job.jobName = job.mainFile = "x";

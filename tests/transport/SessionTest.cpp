@@ -12,7 +12,7 @@ class SessionTest : public TransportTest {
 protected:
     int renewals() const { return sent("POST", "/api/auth/refresh"); }
     QTimer *timer() { return renewalTimerOf(*api); }
-    /// Lets a renewal become due now.
+    /// Makes the renewal due now.
     void renew(const Answer &reply)
     {
         server.next(reply);
@@ -32,7 +32,7 @@ protected:
     }
 };
 
-TEST_F(SessionTest, FailedLoginLeavesLoggedOut)
+TEST_F(SessionTest, login_failed_leavesLoggedOut)
 {
     logIn();
     server.next(answer(401, R"({"message":"Wrong password"})").paused());
@@ -50,7 +50,7 @@ TEST_F(SessionTest, FailedLoginLeavesLoggedOut)
     EXPECT_EQ(renewals(), 0) << "there is nothing to renew";
 }
 
-TEST_F(SessionTest, EachLoginStartsTheRenewalFiveSecondsBeforeTheEnd)
+TEST_F(SessionTest, login_anyLifetime_renewsFiveSecondsBeforeItsEnd)
 {
     const std::pair<int, int> table[] = {{3600, 3595000}, {7, 2000}, {2592000, 2147483647}, {2147483647, 2147483647}};
     for (const auto &[lifetime, interval] : table) {
@@ -61,7 +61,7 @@ TEST_F(SessionTest, EachLoginStartsTheRenewalFiveSecondsBeforeTheEnd)
     }
 }
 
-TEST_F(SessionTest, RenewingSessionSendsNoTokenAndKeepsItsRefreshToken)
+TEST_F(SessionTest, renewal_underWay_sendsNoTokenAndKeepsTheRefreshToken)
 {
     logIn();
     for (int i = 0; i < 2; ++i) {
@@ -75,7 +75,7 @@ TEST_F(SessionTest, RenewingSessionSendsNoTokenAndKeepsItsRefreshToken)
     }
 }
 
-TEST_F(SessionTest, FailedRenewalEndsRenewing)
+TEST_F(SessionTest, renewal_failed_endsRenewing)
 {
     logIn();
     renew(answer(401, R"({"message":"expired"})"));
@@ -87,7 +87,7 @@ TEST_F(SessionTest, FailedRenewalEndsRenewing)
     EXPECT_EQ(token(), idToken);
 }
 
-TEST_F(SessionTest, LogoutStopsEverythingButTheTimer)
+TEST_F(SessionTest, logout_duringASession_stopsEverythingButTheTimer)
 {
     logIn();
     api->clearActiveAccount();
@@ -99,7 +99,7 @@ TEST_F(SessionTest, LogoutStopsEverythingButTheTimer)
     EXPECT_EQ(renewals(), 0);
 }
 
-TEST_F(SessionTest, LoginReadsAsLoggedInWithoutAnAnswerOrTokens)
+TEST_F(SessionTest, login_noAnswerOrNoTokens_readsAsLoggedIn)
 {
     for (const Answer &scripted : {hangUp(), answer(200, R"({"idToken":7,"refreshToken":null,"expiresIn":"3600"})")}) {
         logIn();
@@ -112,7 +112,7 @@ TEST_F(SessionTest, LoginReadsAsLoggedInWithoutAnAnswerOrTokens)
     EXPECT_EQ(sent("POST", "/api/auth/login"), 4);
 }
 
-TEST(ProxyTest, KindDecides)
+TEST(ProxyTest, applyProxy_everyKind_setsItsProxy)
 {
     const bool systemBefore = QNetworkProxyFactory::usesSystemConfiguration();
     QNetworkProxyFactory::setUseSystemConfiguration(false);

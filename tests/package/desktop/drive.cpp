@@ -1,4 +1,4 @@
-// Does in the example's windows what a user would do, against the portal that VELMORA_API_URL names.
+// Acts as a user in the example's windows, against the portal that VELMORA_API_URL names.
 
 #include "MainWindow.h"
 
@@ -63,7 +63,7 @@ class Drive : public QObject {
     QAbstractItemModel *m_jobs = m_table->model();
 
 private slots:
-    void signingIn()
+    void signIn_everyOutcome_isShown()
     {
         m_window.show();
         m_window.signIn();
@@ -92,7 +92,7 @@ private slots:
         QCOMPARE(cell(1, Jobs::Status).toString(), QString("Finished"));
     }
 
-    void aJobRunsAndItsFilesComeBack()
+    void job_submitted_runsAndItsFilesComeBack()
     {
         m_window.startJob(write("bad.json", "{}"));
         QVERIFY(errorOf(tasks().last()).count('\n') > 3);
@@ -118,7 +118,7 @@ private slots:
         QVERIFY(results.readAll() == m_input);
     }
 
-    void aFailedStopIsTriedAgainInItsRow()
+    void stop_failed_isTriedAgainInItsRow()
     {
         control("jobs", {{"duration", 600000}});
         startBeam();
@@ -134,7 +134,7 @@ private slots:
         QTRY_VERIFY(!button());
     }
 
-    void closingCancelsTransfers()
+    void close_transfersUnderWay_cancelsThem()
     {
         fault("storage", "silence");
         m_transfers->upload(newestJob(), {m_folder.filePath("beam.trninp"), m_folder.filePath("missing.dat")});

@@ -9,26 +9,26 @@ namespace Torture {
 namespace {
 
 template <class... Parameters, class... Arguments>
-Deed simple(const char *name, const char *path, void (CloudAPI::*function)(Parameters...), Arguments... arguments)
+Operation simple(const char *name, const char *path, void (CloudAPI::*function)(Parameters...), Arguments... arguments)
 {
     return {name, {path}, [=](Case &test) { (test.api.get()->*function)(arguments..., watch(test, test.call(name))); }};
 }
 
-/// A code that the service may answer with for good reason.
-Deed refusable(int code, Deed deed)
+/// With a code that the service may rightly answer with.
+Operation refusable(int code, Operation operation)
 {
-    deed.start = [=, start = deed.start](Case &test) {
-        test.refusals[deed.name] = code;
+    operation.start = [=, start = operation.start](Case &test) {
+        test.refusals[operation.name] = code;
         start(test);
     };
-    return deed;
+    return operation;
 }
 
-S read(const S &path)
+string read(const string &path)
 {
     const DiskPause pause;
     QFile file(QString::fromStdString(path));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : S();
+    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : string();
 }
 
 JobSubmit jobOf(Case &test)
@@ -46,14 +46,12 @@ JobSubmit jobOf(Case &test)
     return job;
 }
 
-std::size_t submitted(World &world, const S &job) { return world.portal.jobStatus(job).empty() ? 0 : 1; }
-
 void submit(Case &test, bool asText)
 {
     const JobSubmit job = jobOf(test);
     Call &call = test.call("submitNewJob");
-    call.verdict = [id = test.job](World &world, bool succeeded) {
-        return succeeded && submitted(world, id) == 0 ? S("success without a job") : S();
+    call.verify = [id = test.job](Environment &environment, bool succeeded) {
+        return succeeded && environment.portal.jobStatus(id).empty() ? "success without a job" : "";
     };
     if (asText)
         test.api->submitNewJob(job.toSubmissionJson(), watch(test, call));
@@ -64,17 +62,16 @@ void submit(Case &test, bool asText)
 void upload(Case &test, bool blocking)
 {
     const std::size_t sizes[] = {0, 1, 15, 16, 17, 4096, 70000, 400000};
-    const S bytes = test.random.bytes(test.random.of(sizes));
+    const string bytes = test.random.bytes(test.random.of(sizes));
     const char *const names[] = {"in.dat", "in \"2\".dat", "\u5165\u529b \u00fc.dat"};
-    const S name = test.random.of(names);
+    const string name = test.random.of(names);
     const FileUploadDetails file{test.write(name, bytes), test.job, 0};
-    const int &uploads = ++test.uploads[name]; // of one name at once: the last to arrive wins, whatever it read
+    const int &uploads = ++test.uploads[name]; // of one name at once: the last one to arrive stays
     Call &call = test.call(blocking ? "uploadInputFile" : "uploadFile");
     call.echoes = true;
-    call.verdict = [=, &uploads, job = test.job](World &world, bool succeeded) {
-        return !succeeded || uploads > 1 || world.portal.plainFile(job, name) == bytes
-                   ? S()
-                   : S("success, but another file there");
+    call.verify = [=, &uploads, job = test.job](Environment &environment, bool succeeded) {
+        const bool arrived = uploads > 1 || environment.portal.plainFile(job, name) == bytes;
+        return succeeded && !arrived ? "success, but the service has another file" : "";
     };
     test.cancels.push_back([&test, file] { test.api->cancelUpload(file); });
     const auto onProgress = [&test, &call](const FileUploadDetails &, std::int64_t) { test.progressed(call); };
@@ -84,18 +81,18 @@ void upload(Case &test, bool blocking)
 
 void download(Case &test)
 {
-    const S deep = "to/" + S(100, 'a') + '/' + S(100, 'b') + '/' + S(100, 'c') + "/result.bin";
-    const S targets[] = {"to/result.bin", "to/result.bin", "to/\u7d50\u679c \u00fc.bin", deep};
-    const S target = test.path(test.random.of(targets));
-    const S before = read(target);
+    const string deep = "to/" + string(100, 'a') + '/' + string(100, 'b') + '/' + string(100, 'c') + "/result.bin";
+    const string targets[] = {"to/result.bin", "to/result.bin", "to/\u7d50\u679c \u00fc.bin", deep};
+    const string target = test.path(test.random.of(targets));
+    const string before = read(target);
     const FileDownloadDetails file{target, {storedJob, storedFile, 0, 0, {}, false}};
     Call &call = test.call("downloadFile");
     call.echoes = true;
-    call.verdict = [=](World &world, bool succeeded) {
-        const S now = read(target);
-        if (now == world.stored)
-            return S(); // by this download, or by another one to the same target
-        return succeeded ? S("success, but another file here") : now != before ? S("the target was touched") : S();
+    call.verify = [=](Environment &environment, bool succeeded) {
+        const string now = read(target);
+        if (now == environment.stored)
+            return ""; // by this download, or by another one to the same target
+        return succeeded ? "success, but the target is another file" : now != before ? "the target was changed" : "";
     };
     test.cancels.push_back([&test, file] { test.api->cancelDownload(file); });
     test.api->downloadFile(
@@ -104,17 +101,18 @@ void download(Case &test)
 
 void subscribe(Case &test)
 {
-    const S job = test.random.chance(50) ? S(storedJob) : test.job;
+    const string job = test.random.chance(50) ? string(storedJob) : test.job;
     test.mute(job);
     Call &call = test.call("subscribeToJob");
     call.follows = job;
     call.mustEnd = test.cannotOpen();
-    // Whatever happens inside a callback, it is there until it returns, and so is what it was given.
+    // Whatever a callback does, it and its arguments exist until it returns.
     const auto callback = [&test, &call](bool finishes) {
-        return [&test, &call, finishes, owned = S(100, 'x')](const ApiError &error, const S &id, const S &) {
+        return [&test, &call, finishes, owned = string(100, 'x')](const ApiError &error, const string &id,
+                                                                  const string &) {
             finishes ? test.completed(call, error, true) : test.progressed(call);
-            if (owned != S(100, 'x') || id.compare(0, 4, "job-") != 0)
-                test.fail("a callback ended before it returned");
+            if (owned != string(100, 'x') || id.compare(0, 4, "job-") != 0)
+                test.fail("a callback was destroyed before it returned");
         };
     };
     test.api->subscribeToJob(job, callback(false), callback(true));
@@ -122,12 +120,12 @@ void subscribe(Case &test)
 
 } // namespace
 
-const std::vector<Deed> &deeds()
+const std::vector<Operation> &operations()
 {
     using C = CloudAPI;
     constexpr const char *account = "ACC-1001", *job = storedJob;
     const auto &ada = VelmoraPortal::seededUsers()[0];
-    static const std::vector<Deed> all = {
+    static const std::vector<Operation> all = {
         simple("logUserIn", "auth/login", &C::logUserIn, ada.email, ada.password, ""),
         simple("checkMFAEnabled", "auth/hasMFA", &C::checkMFAEnabled, ada.email),
         {"currentNetworkStatus",
@@ -140,7 +138,8 @@ const std::vector<Deed> &deeds()
              if (status != 1 && status != -1)
                  test.fail("a status of " + std::to_string(status));
          }},
-        simple<const S &, const C::ResultDone<S> &>("generateNewJobID", "job/init", &C::generateNewJobID, account),
+        simple<const string &, const C::ResultDone<string> &>("generateNewJobID", "job/init", &C::generateNewJobID,
+                                                              account),
         {"submitNewJob", {"job/submit"}, [](Case &test) { submit(test, false); }},
         {"submitNewJob as text", {"job/submit"}, [](Case &test) { submit(test, true); }},
         simple("getAllJobDetails", "job/list", &C::getAllJobDetails),
@@ -160,11 +159,19 @@ const std::vector<Deed> &deeds()
         refusable(404, simple("untagJob", "tag/job", &C::untagJob, job, "t")), // no such tag
         simple("getJobTags", "tag/list", &C::getJobTags, job),
         simple("getAllAccountTags", "tag/list/account", &C::getAllAccountTags, account),
-        simple<const std::list<S> &, const C::ResultDone<std::list<JobDetails>> &>(
-            "searchUserTags", "tag/search/job/user", &C::searchUserTags, std::list<S>{"t"}),
+        simple<const std::list<string> &, const C::ResultDone<std::list<JobDetails>> &>(
+            "searchUserTags", "tag/search/job/user", &C::searchUserTags, std::list<string>{"t"}),
         simple("getJobFileList", "job/files/list", &C::getJobFileList, job, true),
         simple("getSimulationFileList", "job/files/list", &C::getSimulationFileList, job, "sim-1", true),
         simple("getUsersFileList", "job/files/list", &C::getUsersFileList, false),
+        {"deleteFile",
+         {"job/files/job-wing0001"},
+         [](Case &test) {
+             Call &call = test.call("deleteFile");
+             call.echoes = true;
+             test.refusals[call.name] = 404; // deleted already
+             test.api->deleteFile({storedJob, "sim-1", "forces.csv"}, watch(test, call));
+         }},
         {"uploadFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, false); }},
         {"uploadInputFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, true); }},
         {"downloadFile", {"job/key", "job/files/list", "storage", "storage"}, download},

@@ -1,6 +1,6 @@
 #pragma once
 
-// A host of the flat functions: callbacks of every shape, and what they heard.
+// An application of the flat functions: callbacks of every shape, and what they received.
 
 #include "Portal.h"
 #include "api/flat/Views.h"
@@ -60,18 +60,19 @@ VIEW(SimulationAbortState, SAME(jobId), SAME(simulationId), SAME(status))
 #undef VIEW
 #undef SAME
 
-/// One callback of a host. Converts to a function pointer of whatever shape is asked for.
-template <int which = 0> struct Host {
-    /// One entry a call, one text an argument: views as the host text of their record, so that both forms of a
-    /// function must be heard alike.
-    static inline std::vector<std::vector<std::string>> heard;
+/// One callback of an application; converts to a function pointer of any type. Several at once: `Callback<1>` and so
+/// on.
+template <int which = 0> struct Callback {
+    /// One entry per call, one text per argument. Views become the text that the `_Json` form passes, so that both
+    /// forms of a function must give the same.
+    static inline std::vector<std::vector<std::string>> received;
     static inline std::function<void()> then; ///< runs inside the callback, before it looks at its arguments
 
-    Host() { heard.clear(); }
+    Callback() { received.clear(); }
     template <class... Arguments> using Function = void (*)(Arguments...);
     template <class... Arguments> operator Function<Arguments...>() const { return &called<Arguments...>; }
 
-    static const std::vector<std::string> &last() { return heard.back(); }
+    static const std::vector<std::string> &last() { return received.back(); }
     /// Of the last call's outcome.
     static int code() { return QJsonDocument::fromJson(last().at(0).c_str())["errorCode"].toInt(); }
 
@@ -80,7 +81,7 @@ private:
     {
         if (then)
             then();
-        heard.push_back({textOf(arguments)...});
+        received.push_back({textOf(arguments)...});
     }
     static std::string textOf(const char *text) { return text; }
     static std::string textOf(bool flag) { return flag ? "true" : "false"; }

@@ -18,9 +18,9 @@ template struct Open<&SocketManager::m_heartbeat>;
 
 namespace Torture {
 
-const std::vector<Act> &acts()
+const std::vector<Action> &actions()
 {
-    static const std::vector<Act> all = {
+    static const std::vector<Action> all = {
         {"nothing", [](Case &, const Step &) {}, false},
         {"cancel",
          [](Case &test, const Step &) {
@@ -29,17 +29,17 @@ const std::vector<Act> &acts()
          }},
         {"unsubscribe",
          [](Case &test, const Step &) {
-             for (const S &each : {S(storedJob), test.job}) {
+             for (const string &each : {string(storedJob), test.job}) {
                  test.api->unsubscribeFromJob(each);
                  test.mute(each);
              }
          }},
         {"log out", [](Case &test, const Step &) { test.api->clearActiveAccount(); }},
-        {"log in", [](Case &test, const Step &) { deeds()[0].start(test); }},
-        {"change portal", // the environment wins
+        {"log in", [](Case &test, const Step &) { operations()[0].start(test); }},
+        {"change portal", // VELMORA_API_URL wins over it
          [](Case &test, const Step &) { test.api->setAPIPortal(PortalTarget::Test); }, false},
         {"destroy", [](Case &test, const Step &) { test.destroy(); }},
-        {"again", [](Case &test, const Step &step) { step.deed->start(test); }},
+        {"again", [](Case &test, const Step &step) { step.operation->start(test); }},
         {"nested loop",
          [](Case &test, const Step &) {
              QEventLoop loop;
@@ -48,9 +48,9 @@ const std::vector<Act> &acts()
          },
          false},
         {"block", [](Case &test, const Step &) { QThread::msleep(test.random.below(100)); }, false},
-        {"renew", // its time has come
+        {"renew", // now
          [](Case &test, const Step &) { renewalTimerOf(*test.api)->start(0); }},
-        {"beat", // often enough for sockets to be opened anew
+        {"heartbeats", // enough to restart sockets
          [](Case &test, const Step &) {
              auto &sockets = *inside<std::unique_ptr<SocketManager>>(implOf(*test.api));
              for (int i = 0; i < 4; ++i) {

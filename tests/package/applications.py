@@ -1,0 +1,124 @@
+"""The library as applications get it: installed, moved elsewhere, built against by CMake and by pkg-config, and
+used by the example applications against the local portal.
+
+    applications.py BUILD_FOLDER [UNITTEST ARGUMENT...]
+"""
+
+import glob
+import json
+import os
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
+BUILD = os.path.abspath(sys.argv.pop(1))
+MONO = shutil.which("mcs") and shutil.which("mono")
+
+
+def run(*command, **settings):
+    """Returns (exit code, output and errors)."""
+    environment = dict(os.environ, **settings.pop("environment", {}))
+    done = subprocess.run(command, env=environment, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, timeout=100, **settings)
+    return done.returncode, done.stdout
+
+
+class ApplicationsTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        cls.must("cmake", "-S", f"{SOURCE}/examples/local_trust", "-B", f"{cls.folder}/trust")
+        cls.must("cmake", "--build", f"{cls.folder}/trust")
+        cls.environment = {
+            **cls.start_portal(),
+            "PYTHONDONTWRITEBYTECODE": "1",
+            "LD_PRELOAD": f"{cls.folder}/trust/libvelmora_local_trust.so",
+        }
+        for component in ("Library", "Development"):
+            cls.must("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
+        os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
+        (cls.libraries,) = (os.path.dirname(path) for path in glob.glob(f"{cls.folder}/moved/**/libvelmora.so",
+                                                                       recursive=True))
+        cls.environment["VELMORA_LIBRARY"] = f"{cls.libraries}/libvelmora.so.1"
+
+    @classmethod
+    def start_portal(cls):
+        """Returns the environment of an application that uses it."""
+        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1"], text=True,
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        cls.addClassCleanup(portal.communicate)  # the end of its input stops it
+        facts = json.loads(portal.stdout.readline())
+        user = facts["users"][0]
+        return {"VELMORA_API_URL": facts["host"], "SSL_CERT_FILE": facts["ca"], "VELMORA_USER": user["email"],
+                "VELMORA_PASSWORD": user["password"]}
+
+    @classmethod
+    def must(cls, *command, **settings):
+        code, output = run(*command, **settings)
+        if code != 0:
+            raise AssertionError(f"{shlex.join(command)}: {output}")
+        return output
+
+    def expect(self, command, code, part, **changes):
+        """The command ends with that code, and its output contains the part."""
+        ended, output = run(*command, environment={**self.environment, "LD_LIBRARY_PATH": self.libraries, **changes})
+        self.assertEqual((ended, part in output), (code, True), output)
+
+    def built_by_cmake(self, name, source="examples"):
+        folder = f"{self.folder}/{name}"
+        self.must("cmake", "-S", f"{SOURCE}/{source}/{name}", "-B", folder,
+                  f"-DCMAKE_PREFIX_PATH={self.folder}/moved")
+        self.must("cmake", "--build", folder, "-j2")
+        return f"{folder}/{name}"
+
+    def check(self, name, language, part, refusal):
+        """Builds an example by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
+        by_cmake, by_pkg_config = self.built_by_cmake(name), f"{self.folder}/{name}-by-pkg-config"
+        flags = self.must("pkg-config", "--cflags", "--libs", "velmora",
+                          environment={"PKG_CONFIG_PATH": f"{self.libraries}/pkgconfig"})
+        self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {flags}".split())
+        for program, environment in ((by_cmake, {"LD_LIBRARY_PATH": ""}), (by_pkg_config, {})):
+            self.expect([program], 0, part, **environment)
+            self.expect([program], 1, refusal, VELMORA_PASSWORD="wrong", **environment)
+        return by_cmake
+
+    def csharp(self):
+        self.must("mcs", "-warnaserror", f"-out:{self.folder}/Host.exe", f"{SOURCE}/examples/csharp_host/Host.cs")
+        return ["mono", f"{self.folder}/Host.exe"]
+
+    def python(self, content, *arguments):
+        source = f"{self.folder}/beam.trninp"
+        with open(source, "w", encoding="ascii") as file:
+            file.write(content)
+        return [sys.executable, f"{SOURCE}/examples/python_host/main.py", source, self.folder, *arguments]
+
+    def test_cpp_seededUser_listsItsJobs(self):
+        program = self.check("cpp_host", f"c++ -std=c++17 {SOURCE}/examples/cpp_host/main.cpp",
+                             "job-wing0001  FINISHED", "sign-in: Error Authenticating Credentials")
+        self.expect([program], 1, "sign-in: no answer came", LD_PRELOAD="")  # an authority that is not trusted
+
+    def test_c_newJob_runsAndListsItsFiles(self):
+        self.check("c_host", f"cc -std=c11 {SOURCE}/examples/c_host/main.c",
+                   '"fileName": "sim-2/run.log"', '"errorCode": 401')
+
+    @unittest.skipUnless(MONO, "no Mono: mono-mcs, mono-runtime")
+    def test_csharp_newJob_runsAndListsItsFiles(self):
+        self.expect(self.csharp(), 0, '"fileName": "sim-1/run.log"')
+        self.expect(self.csharp(), 1, '"errorCode": 401', VELMORA_PASSWORD="wrong")
+
+    def test_python_inputFile_comesBackInTheResults(self):
+        self.expect(self.python("beam " * 100000), 0, "Job status is")
+        with open(f"{self.folder}/sim-1-results.dat", encoding="ascii") as file:
+            self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
+        self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")
+
+    def test_desktop_actionsOfAUser_haveTheirResults(self):
+        program = os.path.dirname(self.built_by_cmake("desktop", "tests/package")) + "/drive"
+        self.expect([program], 0, "Totals: ", QT_QPA_PLATFORM="offscreen", **self.start_portal())
+
+
+unittest.main()

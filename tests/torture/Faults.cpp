@@ -1,0 +1,210 @@
+#include "Torture.h"
+
+#include <cerrno>
+
+namespace Torture {
+
+namespace {
+
+using Wire = std::function<string(Random &)>;
+
+string answerOf(const string &status, const string &body, const string &headers = "Content-Type: application/json\r\n")
+{
+    return "HTTP/1.1 " + status + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+           body;
+}
+
+/// Well-formed JSON without meaning, of every shape that a reader could fail on. An object has no key twice, as
+/// Qt 5.15's reader leaks memory on some of those.
+string nonsense(Random &random, int depth = 0)
+{
+    static const QStringList keys = QStringLiteral("jobId key plaintextKey uri method headers formFields fileName "
+                                                   "downloadRequest idToken expiresIn simulations account taglist "
+                                                   "tags simulationProgressList message fileSize \\u0000 ")
+                                        .split(QLatin1Char(' '));
+    const char *const values[] = {"null",          "true", "-1",     "1e999",         "9223372036854775808",
+                                  "0.1",           "\"\"", "\"..\"", "\"a\\u0000b\"", "\"\\ud800\"",
+                                  "\"https://[\"", "[]",   "{}",     "\"VELMORA\""};
+    const std::size_t shape = random.below(depth > 4 ? 1 : 3);
+    if (shape == 0)
+        return random.of(values);
+    string text;
+    for (std::size_t i = random.below(5); i > 0; --i) {
+        text += text.empty() ? "" : ",";
+        text += shape == 1 ? "" : '"' + keys[int(i * 5 - 1 - random.below(5))].toStdString() + "\":";
+        text += nonsense(random, depth + 1);
+    }
+    return shape == 1 ? '[' + text + ']' : '{' + text + '}';
+}
+
+/// A fault of the portal, filled in with the data of the case.
+Fault portal(const char *name, FaultKind kind, const std::function<void(PortalFault &, Random &)> &fill)
+{
+    return {name, [kind, fill](Random &random) {
+                PortalFault fault;
+                fault.kind = kind;
+                fill(fault, random);
+                return fault;
+            }};
+}
+
+/// An answer byte for byte; the connection stays open.
+Fault raw(const char *name, const Wire &wire, bool keepOpen = true)
+{
+    Fault made = portal(name, FaultKind::Raw, [=](PortalFault &fault, Random &random) {
+        fault.body = wire(random);
+        fault.keepOpen = keepOpen;
+    });
+    made.falseReply = true;
+    return made;
+}
+/// The same, and the connection closes.
+Fault closed(const char *name, const Wire &wire) { return raw(name, wire, false); }
+
+Fault plain(const char *name, FaultKind kind, bool harmless = false, bool silent = false)
+{
+    Fault made = portal(name, kind, [kind](PortalFault &fault, Random &random) {
+        constexpr long bytes[] = {0, 1, 15, 16, 100, 4111, 4112, 4113, 100000};
+        fault.bytes = kind == FaultKind::Gzip || kind == FaultKind::NoLength ? 0 : random.of(bytes);
+        fault.delay = std::chrono::milliseconds(kind == FaultKind::Delay ? random.below(200) : 0);
+        fault.rate = kind == FaultKind::Drip ? 20000 : 1000000;
+    });
+    made.harmless = harmless;
+    made.silent = silent;
+    return made;
+}
+
+Fault socket(const char *name, FaultKind kind, bool silent = false)
+{
+    Fault made = portal(name, kind, [](PortalFault &fault, Random &random) {
+        constexpr int codes[] = {1000, 1001, 1002, 1003, 1007, 1008, 1009, 1011, 3000, 4000, 4999};
+        const char *const reasons[] = {"", "Job status is FINISHED", "Job status is STOPPED", "bye"};
+        // Invalid frames: a client may answer them in any way, but neither crash nor wait forever.
+        const string frames[] = {
+            "\x81\x7f\x7f\xff\xff\xff\xff\xff\xff\xff"s + random.bytes(100), // longer than memory
+            "\x81\x7f\xff\xff\xff\xff\xff\xff\xff\xff"s,                     // with a negative length
+            "\x81\x04\xff\xfe\xc3\x28"s,                                     // not UTF-8
+            "\x82\x03"s + random.bytes(3),                                   // binary
+            "\xf1\x02zz"s,                                                   // reserved bits
+            "\x80\x02zz"s,                                                   // a continuation of nothing
+            "\x01\x02{}\x81\x02{}"s,                                         // a message inside another one
+            "\x89\x7e\x02"s + '\0' + random.bytes(512),                      // a ping of 512 bytes
+            "\x88\x01\x03"s,                                                 // half a close code
+            "\x88\x02\x03\xed"s,                                             // a code that must not be sent
+            "\x81\x85masked"s,
+            random.bytes(1 + random.below(300)),
+        };
+        fault.messages = int(random.below(4));
+        fault.closeCode = random.of(codes);
+        fault.reason = random.of(reasons);
+        fault.body = random.of(frames);
+    });
+    made.silent = silent;
+    made.socket = true;
+    return made;
+}
+
+Fault disk(const char *name, DiskCall call, int error)
+{
+    return {name, {}, false, false, false, Fault::Portal, false, call, error};
+}
+
+} // namespace
+
+const std::vector<Fault> &faults()
+{
+    static const std::vector<Fault> all = {
+        {"none", {}, true},
+        {"refused", {}, false, false, false, Fault::Refused},
+        {"unreachable", {}, false, false, false, Fault::Unreachable},
+        {"no TLS there", {}, false, false, false, Fault::NoTls},
+        {"not trusted", {}, false, false, false, Fault::Distrusted},
+        plain("delay", FaultKind::Delay, true),
+        plain("drip", FaultKind::Drip, true),
+        plain("gzip", FaultKind::Gzip, true),
+        plain("no length", FaultKind::NoLength, true),
+        plain("slow to write", FaultKind::SlowWrite, true),
+        plain("cut head", FaultKind::CutHead),
+        plain("cut body", FaultKind::CutBody),
+        plain("reset before", FaultKind::ResetBefore),
+        plain("reset after", FaultKind::ResetAfter),
+        plain("hang up", FaultKind::HangUp),
+        plain("silence", FaultKind::Silence, false, true),
+        plain("slow to read", FaultKind::SlowRead, true),
+        plain("cut upload", FaultKind::CutUpload),
+        closed("any status",
+               [](Random &random) {
+                   return answerOf(std::to_string(100 + random.below(500)) + " Odd", R"({"message":"odd"})");
+               }),
+        raw("redirect",
+            [](Random &random) {
+                const char *const to[] = {"/api/job/list", "https://127.0.0.1:9/", "http://127.0.0.1:9/", "", "a b"};
+                return answerOf("302 Found", "", "Location: "s + random.of(to) + "\r\n");
+            }),
+        raw("unauthorised",
+            [](Random &random) {
+                return answerOf(random.chance(50) ? "401 No" : "407 No", R"({"message":"no"})",
+                                "WWW-Authenticate: Basic realm=\"x\"\r\nProxy-Authenticate: Basic realm=\"x\"\r\n");
+            }),
+        raw("HTML",
+            [](Random &random) {
+                return answerOf(random.chance(50) ? "200 OK" : "502 Bad", "<html><b>\"Sorry\"</b>",
+                                "Content-Type: text/html\r\n");
+            }),
+        raw("empty body", [](Random &) { return answerOf("200 OK", ""); }),
+        raw("huge body",
+            [](Random &random) {
+                string body = "[0";
+                for (int i = 0; i < 300000; ++i)
+                    body += ",{}";
+                return answerOf(random.chance(70) ? "200 OK" : "500 Bad", body + ']');
+            }),
+        raw("deep JSON",
+            [](Random &random) { return answerOf("200 OK", string(100000, random.chance(50) ? '[' : '{')); }),
+        raw("wrong types", [](Random &random) { return answerOf("200 OK", nonsense(random)); }),
+        raw("duplicate keys",
+            [](Random &) {
+                return answerOf("200 OK", R"({"jobId":"a","jobId":{"jobId":"b"},"uri":"x","uri":3,"key":1,"key":{}})");
+            }),
+        raw("invalid UTF-8",
+            [](Random &random) {
+                return answerOf("200 OK", "{\"jobId\":\"\xff\xfe" + random.bytes(20) + "\",\"message\":\"\xc3\"}");
+            }),
+        raw("longer than its length",
+            [](Random &) {
+                return "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}" +
+                       "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"s;
+            }),
+        closed("shorter than its length", [](Random &) { return "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"s; }),
+        closed("bad chunks",
+               [](Random &random) {
+                   return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" +
+                          string(random.chance(50) ? "zz\r\n{}" : "2\r\n{");
+               }),
+        raw("bad gzip",
+            [](Random &random) {
+                return answerOf("200 OK", "\x1f\x8b\x08" + random.bytes(40), "Content-Encoding: gzip\r\n");
+            }),
+        closed("no HTTP", [](Random &random) { return random.bytes(1 + random.below(3000)); }),
+        closed("bad length",
+               [](Random &random) {
+                   const char *const lengths[] = {"-1", "99999999999999999999", "x", "1, 2"};
+                   return "HTTP/1.1 200 OK\r\nContent-Length: "s + random.of(lengths) + "\r\n\r\n{}";
+               }),
+        closed("huge head",
+               [](Random &) { return answerOf("200 OK", "{}", "X-Big: " + string(200000, 'x') + "\r\n"); }),
+        socket("socket dropped", FaultKind::SocketDrop),
+        socket("socket silent", FaultKind::SocketSilence, true),
+        socket("socket closed", FaultKind::SocketClose),
+        socket("bad frames", FaultKind::SocketRaw),
+        disk("disk cannot open", DiskCall::Open, EACCES),
+        disk("disk cannot read", DiskCall::Read, EIO),
+        disk("disk cannot write", DiskCall::Write, EIO),
+        disk("disk full", DiskCall::Write, ENOSPC),
+        disk("disk cannot rename", DiskCall::Rename, EPERM),
+        disk("disk cannot remove", DiskCall::Remove, EROFS),
+    };
+    return all;
+}
+
+} // namespace Torture
