@@ -8,11 +8,11 @@
 
 namespace Bench {
 
-/// Times between two turns of the event loop that has a timer of 1 ms.
+/// Measures the time between two turns of an event loop that has a timer of 1 ms.
 class Pauses {
 public:
     Pauses();
-    double longest(); ///< milliseconds; stops
+    double longest(); ///< milliseconds; stops measuring
     std::string text();
 
 private:
@@ -23,12 +23,12 @@ private:
     std::vector<double> m_times;
 };
 
-/// KiB, from the kernel's books of this process.
+/// KiB, as the kernel counts for this process.
 long memory(const char *what);
-/// What "VmHWM:" tells starts anew.
+/// Resets the kernel's peak value "VmHWM:".
 void forgetPeak();
 
-/// Lets the event loop turn.
+/// Runs the event loop.
 void turnFor(int milliseconds);
 
 } // namespace Bench

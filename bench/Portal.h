@@ -11,8 +11,8 @@ class QNetworkReply;
 
 namespace Bench {
 
-/// A local portal in a process of its own, and a plain client's way to talk to it: what the library does not
-/// tell (tokens, addresses, keys) is asked for here.
+/// A local portal in a process of its own, and a plain client for it. The client gets what the library does not
+/// hand out: tokens, addresses, keys.
 class Portal {
 public:
     /// Starts the program and trusts its certificate in the whole process.
@@ -36,7 +36,7 @@ public:
     QByteArray key(const QString &job); ///< 32 bytes
     QJsonObject uploadAddress(const QString &job);
     QJsonArray files(const QString &job);
-    QJsonArray sockets(); ///< as /control/sockets tells
+    QJsonArray sockets(); ///< the answer of /control/sockets
     void removeFile(const QString &job, const QString &name);
 
 private:
@@ -49,9 +49,9 @@ private:
 };
 
 void trust(const QString &caFile);
-/// Runs the event loop until the reply has finished; the program ends unless it went well.
+/// Runs the event loop until the reply has finished. Ends the program if it failed.
 void await(QNetworkReply *reply);
-/// `text` with an upload address's marks filled in.
+/// `text` with the placeholders of an upload address filled in.
 QString filled(QString text, const QString &name, qint64 size);
 
 } // namespace Bench

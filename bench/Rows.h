@@ -5,7 +5,7 @@
 #include <string>
 
 /// What the benchmarks share: paired timings, printed as rows of a Markdown table, and files to work on.
-/// Whatever goes wrong ends the program with a message.
+/// Any error ends the program with a message.
 namespace Bench {
 
 [[noreturn]] void fail(const std::string &why);
@@ -13,9 +13,9 @@ void require(bool condition, const std::string &what);
 
 /// The table's first two lines.
 void head();
-/// Runs ours and the peer one after the other in every round, in turns which of them first, after one pass that
-/// does not count. The row shows the medians of the times and the median of the rounds' ratios.
-/// `goal` is the largest ratio that is good enough; 0: none is set.
+/// In every round, runs ours and the peer one after the other; who is first alternates. A pass before the first
+/// round does not count. The row shows the median times and the median of the rounds' ratios.
+/// `goal` is the largest acceptable ratio; 0 for none.
 void row(const std::string &what, const std::string &peer, double goal, int rounds, const std::function<void()> &ours,
          const std::function<void()> &theirs);
 

@@ -3,7 +3,8 @@
 ///
 ///     velmora_scale_bench [--jobs N] [--subscriptions N] [--rounds N]
 ///
-/// The portal runs in a process of its own. It allows itself as many open files as the system lets it.
+/// The portal runs in a process of its own. Each subscription takes an open file in both
+/// processes: for many, raise the limit with `ulimit -n`.
 #include "Measure.h"
 #include "Portal.h"
 #include "Rows.h"

@@ -1,6 +1,6 @@
 /// @file SlowDisk.cpp
-/// Preloaded into a program it makes every disk write as slow as a disk of 20 MB/s is; sockets and pipes stay
-/// as they are.
+/// Preloaded into a program, it makes every disk write as slow as on a disk of 20 MB/s. Sockets and pipes keep
+/// their speed.
 #include <chrono>
 #include <mutex>
 #include <thread>

@@ -1,12 +1,12 @@
 /// @file Soak.cpp
 /// Hours of mixed work through one session: jobs submitted and followed, requests, transfers, renewals every few
-/// seconds, faults all the while. What the process holds is printed as it goes.
+/// seconds, with faults all the time. It prints the resources of the process while it runs.
 ///
 ///     velmora_soak_bench [--seconds N] [--subscriptions N] [--every SECONDS] [--seed N]
 ///
-/// Ends with 1 when a call was not answered exactly once, a job's end was missed, a file came back changed, or
-/// memory, threads or descriptors have grown from the third quarter to the last. Not from the first: addresses of
-/// files are kept for half an hour, so there are more and more of them until then.
+/// Exits with 1 if a call was not answered exactly once, a job's end was missed, a file came back changed, or
+/// memory, threads or descriptors grew from the third quarter to the last. The first half does not count: addresses
+/// of files are kept for half an hour, so their number grows until then.
 #include "Measure.h"
 #include "Portal.h"
 #include "Rows.h"
@@ -36,14 +36,14 @@ int entries(const char *folder) { return int(QDir(QString::fromLatin1(folder)).c
 
 struct Counts {
     long calls = 0, answers = 0, refused = 0, twice = 0;
-    long jobs = 0, told = 0, found = 0, lost = 0, messages = 0;
+    long jobs = 0, notified = 0, found = 0, lost = 0, messages = 0;
     long transfers = 0, transfersFailed = 0, changed = 0;
     long faults = 0, signIns = 0;
 };
 
 struct Sample {
-    long memory; ///< KiB that the kernel counts
-    long heap;   ///< KiB of them that are in use, without what the allocator keeps for later
+    long memory; ///< resident, in KiB
+    long heap;   ///< KiB of it in use, without what the allocator keeps for later
     int descriptors, threads;
 };
 
@@ -65,7 +65,7 @@ public:
             followQuietJob();
         every(100, [this] { ask(); });
         every(2000, [this] { strike(); });
-        // A renewal whose answer was cut leaves a session without a token: the host signs in again.
+        // A renewal whose answer was cut leaves a session without a token: the application signs in again.
         every(3000, [this] {
             if (std::exchange(m_unauthorised, 0) > 5)
                 logIn();
@@ -148,7 +148,7 @@ private:
             id, [this](const auto &, const auto &, const auto &) { ++counts.messages; },
             [this, id](const ApiError &error, const auto &, const auto &) {
                 if (error.errorCode == 200)
-                    return ended(counts.told);
+                    return ended(counts.notified);
                 ++counts.lost; // the socket; the job may have ended meanwhile
                 look(id);
             });
@@ -173,7 +173,7 @@ private:
         after(below(1000), [this] { nextJob(); });
     }
 
-    /// Nothing ever comes: its socket is opened anew after four heartbeats.
+    /// No message ever comes, so the library reconnects after four heartbeats.
     void followQuietJob()
     {
         const std::string id = m_portal.newJob().toStdString();
@@ -218,14 +218,14 @@ private:
         ++counts.faults;
     }
 
-    /// Up and back, and compared.
+    /// Uploads a file, downloads it again and compares.
     void transfer()
     {
         if (m_stopping)
             return;
         m_transferring = true;
         ++counts.transfers;
-        // Another name each time: addresses of a file that was replaced stay known for a while.
+        // A new name each time: addresses of a replaced file stay cached for a while.
         const std::string name = "source" + std::to_string(counts.transfers);
         const std::string source = path(name), target = path("target");
         writePlain(source, 1 + below(3 << 20));
@@ -264,10 +264,10 @@ private:
     QTemporaryDir m_folder;
     const std::string m_job = m_portal.newJob().toStdString();
     bool m_stopping = false, m_transferring = false;
-    int m_unauthorised = 0; ///< answers of that kind, lately
+    int m_unauthorised = 0; ///< recent answers with status 401
     int m_open = 0;         ///< jobs submitted whose end is not known
     Velmora::CloudAPI m_api;
-    QObject m_timers; ///< last: nothing is started any more when the rest goes
+    QObject m_timers; ///< last, so that it is destroyed first and starts nothing more
 };
 
 /// The median of a quarter of the samples.
@@ -305,7 +305,7 @@ int main(int argc, char **argv)
         require(options.contains(arguments[i]), "unknown option " + arguments[i].toStdString());
         options[arguments[i]] = arguments[i + 1].toInt();
     }
-    // The portal holds 10,000 jobs: of 90 seconds each, not so many come in an hour.
+    // The portal holds 10,000 jobs. With 90 seconds for each, an hour makes fewer.
     Portal portal(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora-portal"),
                   {QStringLiteral("--job-duration"), QStringLiteral("90"), QStringLiteral("--token-lifetime"),
                    QStringLiteral("9")});
@@ -317,7 +317,7 @@ int main(int argc, char **argv)
     QElapsedTimer clock;
     clock.start();
     std::printf(
-        "seconds,rss KiB,heap KiB,descriptors,threads,calls,answers,refused,jobs,told,found,lost sockets,messages,"
+        "seconds,rss KiB,heap KiB,descriptors,threads,calls,answers,refused,jobs,notified,found,lost sockets,messages,"
         "transfers,failed,faults,sign-ins\n");
     while (clock.elapsed() < options[QStringLiteral("--seconds")] * 1000LL) {
         turnFor(options[QStringLiteral("--every")] * 1000);
@@ -326,7 +326,7 @@ int main(int argc, char **argv)
                            entries("/proc/self/task")});
         std::printf("%lld,%ld,%ld,%d,%d,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld\n", clock.elapsed() / 1000,
                     samples.back().memory, samples.back().heap, samples.back().descriptors, samples.back().threads,
-                    c.calls, c.answers, c.refused, c.jobs, c.told, c.found, c.lost, c.messages, c.transfers,
+                    c.calls, c.answers, c.refused, c.jobs, c.notified, c.found, c.lost, c.messages, c.transfers,
                     c.transfersFailed, c.faults, c.signIns);
         std::fflush(stdout);
     }
@@ -334,12 +334,13 @@ int main(int argc, char **argv)
     for (int i = 0; i < 240 && !soak.isIdle(); ++i)
         turnFor(500);
     const Counts &c = soak.counts;
-    std::printf("calls %ld, answers %ld, answered twice %ld; jobs %ld, ends told %ld, found %ld; files changed %ld\n",
-                c.calls, c.answers, c.twice, c.jobs, c.told, c.found, c.changed);
+    std::printf(
+        "calls %ld, answers %ld, answered twice %ld; jobs %ld, ends notified %ld, found %ld; files changed %ld\n",
+        c.calls, c.answers, c.twice, c.jobs, c.notified, c.found, c.changed);
     const bool grew =
         !flat(samples, "rss KiB", 2048, &Sample::memory) | !flat(samples, "heap KiB", 1024, &Sample::heap) |
         !flat(samples, "descriptors", 12, &Sample::descriptors) | !flat(samples, "threads", 2, &Sample::threads);
-    const bool missed = !soak.isIdle() || c.twice > 0 || c.jobs != c.told + c.found || c.changed > 0;
+    const bool missed = !soak.isIdle() || c.twice > 0 || c.jobs != c.notified + c.found || c.changed > 0;
     std::printf("%s\n", missed ? "something was missed" : grew ? "something has grown" : "nothing missed, flat");
     return missed || grew ? 1 : 0;
 }

@@ -34,7 +34,7 @@ namespace {
 
 using namespace Bench;
 
-/// The library as a host has it.
+/// The library as an application uses it.
 class Client {
 public:
     Client(const QString &host, const QString &user, const QString &password)

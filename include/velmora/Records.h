@@ -2,8 +2,8 @@
 /// The plain records that cross the library's boundary.
 ///
 /// Records are value types: public fields, implicit copies, no behaviour. Text is UTF-8. Numbers and
-/// flags start as zero and false. Time stamps are passed through as the service sends them (today's
-/// service: milliseconds since 1970, UTC).
+/// flags start as zero and false. Time stamps are passed through as the service sends them; the library
+/// does not interpret them.
 ///
 /// The functions after the records read them. They are inline, keep no state and may be called on any
 /// thread.
