@@ -29,7 +29,7 @@ QCoreApplication *takeUnused(Shared &state)
     QCoreApplication *made = state.made;
     if (!made || state.claims > 0 || state.pumps > 0)
         return nullptr;
-    // A loop of the host's own is still running on it: it stays, for the next claim to find.
+    // A loop of the application still runs on it. It stays, for the next claim to find.
     if (made->thread() != QThread::currentThread() || made->thread()->loopLevel() > 0)
         return nullptr;
     state.made = nullptr;

@@ -4,9 +4,9 @@ class QCoreApplication;
 
 namespace Velmora {
 
-/// A claim on the application object: the host's own, or one that the library makes for hosts
-/// without one and deletes with the last claim. Not before every `PumpScope` has ended, though: a
-/// callback may give up the last claim while the event loop that runs it is still on the stack.
+/// A claim on Qt's application object: the application's own, or one that the library makes where there is none. The
+/// library deletes its own with the last claim, but not before every `PumpScope` has ended: a callback may give up the
+/// last claim while the event loop that runs the callback is still on the stack.
 class ApplicationClaim {
 public:
     ApplicationClaim();
@@ -27,8 +27,8 @@ public:
     PumpScope &operator=(const PumpScope &) = delete;
 };
 
-/// Delivers what is due on this thread, deferred deletions included: Qt leaves those to an event
-/// loop, and a host that only pumps has none.
+/// Delivers what is due on this thread, deferred deletions included. Qt leaves those to an event loop, which an
+/// application that only pumps does not have.
 void pumpEvents();
 
 } // namespace Velmora

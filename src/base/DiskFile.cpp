@@ -23,7 +23,7 @@ fs::path nativePath(const QString &path)
     QString native = QDir::toNativeSeparators(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
     if (native.startsWith(QLatin1String("\\\\?\\"))) // long already
         return native.toStdWString();
-    // Only so may it be longer than 260 characters.
+    // A path without the prefix is limited to 260 characters.
     if (native.startsWith(QLatin1String("\\\\")))
         return (QLatin1String("\\\\?\\UNC") + native.mid(1)).toStdWString();
     return (QLatin1String("\\\\?\\") + native).toStdWString();
@@ -52,7 +52,7 @@ qint64 DiskFile::size() const { return m_file.size(); }
 bool DiskFile::isSameAs(const DiskFile &other) const
 {
     const auto absolute = [](const QFile &file) { return pathKey(QFileInfo(file.fileName()).absoluteFilePath()); };
-    std::error_code error; // the call below knows hard links, but no long paths
+    std::error_code error; // the call below resolves hard links, but takes no long paths
     return absolute(m_file) == absolute(other.m_file) ||
            fs::equivalent(m_file.fileName().toStdWString(), other.m_file.fileName().toStdWString(), error);
 }

@@ -19,9 +19,8 @@ struct Utf8Path {
     const char *text;
 };
 
-/// A file as the ciphers read and write it, without a buffer. Not Qt's own: on POSIX that converts names to the
-/// encoding of the host's locale, which need not be able to express what a UTF-8 path does. On Windows it is Qt's
-/// own: it takes paths of any length.
+/// An unbuffered file, for the ciphers. On POSIX it is not Qt's: Qt converts names to the encoding of the application's
+/// locale, which may lack characters of a UTF-8 path. On Windows it is Qt's, which takes paths of any length.
 class DiskFile {
 public:
     enum class Kind { Folder, Regular, Other }; ///< Other: a pipe, a device, or nothing
@@ -64,8 +63,8 @@ private:
 /// @return why not; empty when done.
 QString replaceFile(const QString &from, const QString &to, const std::atomic<bool> &stop);
 
-/// Tries once, and on Windows again for about a second, until it succeeds or `stop` is set: scanners hold a fresh file
-/// open there, and what is open can neither be renamed nor removed. Blocks; for pool threads.
+/// Tries once, and on Windows again for about a second, until it succeeds or `stop` is set. Virus scanners hold a fresh
+/// file open there, and an open file can neither be renamed nor removed. Blocks; for pool threads.
 bool persistently(const std::atomic<bool> &stop, const std::function<bool()> &attempt);
 
 /// Equal for two paths that name one file.

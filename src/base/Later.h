@@ -10,14 +10,14 @@
 
 namespace Velmora {
 
-/// Runs `call` from the event loop of `context`'s thread: outside whatever signal is being emitted
-/// now, and not at all when `context` dies first. `call` may destroy `context`.
+/// Runs `call` from the event loop of `context`'s thread, outside every signal that is being emitted now. `call` is
+/// dropped when `context` is destroyed first. `call` may destroy `context`.
 template <class Call> void later(QObject *context, Call &&call)
 {
     QMetaObject::invokeMethod(context, std::forward<Call>(call), Qt::QueuedConnection);
 }
 
-/// `later` for a host callback, which may be empty, with copies of its arguments.
+/// Runs a callback of the application, which may be empty, as `later` does, with copies of its arguments.
 template <class... Parameters, class... Values>
 void callLater(QObject *context, const std::function<void(Parameters...)> &callback, Values &&...values)
 {

@@ -11,8 +11,7 @@ namespace Velmora {
 
 namespace {
 
-// Outlives the task on whichever side still holds it: the pool thread may be in its last lines when
-// the owner stops waiting.
+// Shared by both threads: the pool thread may still be in its last lines when the owner stops waiting.
 struct Shared {
     std::mutex mutex;
     std::condition_variable changed;
@@ -20,7 +19,7 @@ struct Shared {
     std::atomic<bool> stop{false};
 };
 
-// Held for a moment on both sides, so that all of a task is seen on the pool's, however it gets there.
+// Locked briefly on both threads, so that the pool thread sees everything that the owner wrote into the task.
 std::mutex handOver;
 
 } // namespace
@@ -45,7 +44,7 @@ public:
         }
         m_work(shared->stop);
         const std::lock_guard lock(shared->mutex);
-        QCoreApplication::postEvent(m_owner, new QEvent(QEvent::User)); // it waits for `ended`: it is still there
+        QCoreApplication::postEvent(m_owner, new QEvent(QEvent::User)); // the owner waits for `ended`, so it still exists
         shared->ended = true;
         shared->changed.notify_all();
     }
@@ -86,12 +85,12 @@ void PoolWork::stopAndWait()
         return;
     m_task->stopAndWait();
     m_task.reset();
-    QCoreApplication::removePostedEvents(this, QEvent::User); // it may have ended by itself
+    QCoreApplication::removePostedEvents(this, QEvent::User); // the work may have finished by itself
 }
 
 void PoolWork::customEvent(QEvent *)
 {
-    stopAndWait(); // the work has posted this, so it is in its last lines
+    stopAndWait(); // the work posted this event, so it is about to finish
     const std::function<void()> done = std::move(m_done);
     done();
 }

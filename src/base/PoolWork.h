@@ -9,9 +9,9 @@
 
 namespace Velmora {
 
-/// Work on whole files or large bodies, run on a thread pool for one owner, one piece at a time. The owner
-/// keeps this as a member: destroying it stops the work between two buffers and waits for that, so
-/// that nothing the work uses, the library's code included, goes before it has ended.
+/// Runs work on whole files or large bodies on a thread pool, for one owner and one task at a time. The owner keeps this
+/// object as a member. Its destructor cancels the work between two buffers and waits for its end. So whatever the work
+/// uses, the library's code included, outlives it.
 class PoolWork : public QObject {
 public:
     using Work = std::function<void(const std::atomic<bool> &stop)>;
@@ -19,10 +19,10 @@ public:
     explicit PoolWork(QThreadPool *pool = QThreadPool::globalInstance());
     ~PoolWork() override;
 
-    /// Starts `work`; when it has ended, `done` runs on this object's thread, from a clean stack, and may
-    /// destroy this object. Only when nothing is running.
+    /// Starts `work`. When it has finished, `done` runs on this object's thread, from a clean stack, and may destroy this
+    /// object. Allowed only while nothing runs.
     void start(Work work, std::function<void()> done);
-    /// Stops the work and waits for its end; `done` does not run.
+    /// Cancels the work and waits for its end; `done` does not run.
     void stopAndWait();
 
 protected:
@@ -33,7 +33,7 @@ private:
 
     QThreadPool *m_pool;
     std::unique_ptr<Task> m_task;
-    std::function<void()> m_done; ///< never seen by the pool
+    std::function<void()> m_done; ///< not touched by the pool thread
 };
 
 } // namespace Velmora

@@ -2,7 +2,7 @@
 /// Encryption and decryption of whole files for the transfers: one pass, constant memory, and a result
 /// that says what went wrong. The functions block; call them on pool threads.
 ///
-/// A stop mark may be set from any thread; it is looked at between two buffers and must outlive the call.
+/// A cancellation flag may be set from any thread. It is read between two buffers and must outlive the call.
 #ifndef VELMORA_CRYPTO_FILECIPHER_H
 #define VELMORA_CRYPTO_FILECIPHER_H
 
@@ -23,13 +23,13 @@ enum class FileCipherStatus {
     Ok,
     BadKey,          ///< empty, or longer than 32 bytes
     InputNotOpened,  ///< missing, not readable, or a folder
-    ReadFailed,      ///< the input broke off with an error
+    ReadFailed,      ///< reading the input failed
     OutputNotOpened, ///< not creatable, or the input itself
     WriteFailed,     ///< a full disk, for example
     NotWholeBlocks,  ///< cipher text that was cut, or is empty
     BadLastBlock,    ///< no valid padding: a wrong key or damaged cipher text
     CipherFailed,    ///< the cipher could not be set up, or memory is short
-    Cancelled,       ///< the stop mark was set
+    Cancelled,       ///< the cancellation flag was set
 };
 
 struct FileCipherResult {
@@ -39,14 +39,14 @@ struct FileCipherResult {
     bool ok() const { return status == FileCipherStatus::Ok; }
 };
 
-/// Encrypts `source` into `destination`, which is created or replaced. Unless the result is ok there is
-/// no destination left, or, where it could not be opened, the one that was there before.
+/// Encrypts `source` into `destination`, which is created or replaced. Unless the result is ok, the destination is removed;
+/// one that could not be opened stays as it was.
 FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
                              const std::atomic<bool> &stop);
 
-/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in
-/// `path` + "orig" (a leftover of that name is removed first) and takes its place only when complete:
-/// unless the result is ok, cancelled included, `path` is as it was and the sibling is gone.
+/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in `path` + "orig",
+/// whose leftover is removed first, and takes its place when it is complete. Unless the result is ok, cancelled included,
+/// `path` is as it was and the sibling is removed.
 FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop);
 
 /// Replaces the file at `path` by its encryption, or leniently by its decryption, through the same sibling.

@@ -50,7 +50,7 @@ template <class Record, class Value> struct Field {
     }
 };
 
-/// A field with different names in the reply and towards the application.
+/// A field with different names in the service's reply and in the application's text.
 template <class Record, class Value>
 constexpr Field<Record, Value> field(Value Record::*member, const char *replyKey, const char *hostKey)
 {

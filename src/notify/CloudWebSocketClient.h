@@ -7,13 +7,12 @@
 
 class QWebSocket;
 
-/// One authenticated connection to the portal's notification socket. Every text frame and every loss
-/// of the connection becomes one `signalMessageReceived`; after a loss the client is inert. Four
-/// heartbeats without a text frame in between make it close and open a new connection by itself.
+/// One authenticated connection to the portal's notification socket. Every text frame and every loss of the connection
+/// becomes one `signalMessageReceived`. After a loss the client does nothing more. After four heartbeats without a text
+/// frame it closes the connection and opens a new one.
 ///
-/// The signal may be emitted from inside a signal of the socket: receivers connect queued, since
-/// deleting a `QWebSocket` in there is fatal. For the same reason each connection has a socket of its
-/// own, and an old one is released by the event loop.
+/// The signal may be emitted inside a signal of the socket. Deleting a `QWebSocket` there corrupts memory, so receivers
+/// connect queued. For the same reason each connection has a socket of its own, and the event loop releases the old one.
 class CloudWebSocketClient : public QObject {
     Q_OBJECT
 public:
@@ -40,7 +39,7 @@ private:
     void retireSocket();
     void onOpeningFailed();
 
-    QWebSocket *m_socket = nullptr; ///< child; null once inert
+    QWebSocket *m_socket = nullptr; ///< child; null after a loss
     QUrl m_url;
     QString m_cognitoToken;
     bool m_closeHandled = false;

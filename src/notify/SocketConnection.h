@@ -11,9 +11,9 @@ class CloudWebSocketClient;
 
 namespace Velmora {
 
-/// Binds one job's socket to the caller's two callbacks: tells the job's end and the loss of the
-/// socket (finish callback) from everything else (message callback). Messages arrive queued, so that
-/// callbacks run outside the socket's own signals and may delete this object.
+/// Binds one job's socket to the application's two callbacks. A finished job and a lost socket go to the finish callback,
+/// everything else goes to the message callback. Messages arrive queued, so callbacks run outside the socket's signals
+/// and may delete this object.
 class SocketConnection : public QObject {
     Q_OBJECT
 public:
@@ -24,7 +24,7 @@ public:
     CloudWebSocketClient *client() const { return m_client.get(); }
 
 Q_SIGNALS:
-    /// The job has finished: the subscription is over.
+    /// The job has finished, and so has the subscription.
     void signalDisconnectSocket(const QString &jobId);
 
 public Q_SLOTS:

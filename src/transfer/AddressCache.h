@@ -8,8 +8,7 @@
 
 namespace Velmora {
 
-/// Transfer addresses that the portal has handed out, for as long as they may be used again. Times are
-/// milliseconds since the epoch.
+/// Transfer addresses that the portal gave, for as long as they may be used again. Times are milliseconds since the epoch.
 class AddressCache {
 public:
     static constexpr qint64 lifetime = 30 * 60 * 1000;
@@ -17,7 +16,7 @@ public:
     std::optional<QJsonValue> find(const QString &key, qint64 now);
     void store(const QString &key, const QJsonValue &address, qint64 now) { m_entries[key] = {address, now}; }
     void remove(const QString &key) { m_entries.remove(key); }
-    /// Returns how many entries had run out.
+    /// Returns how many entries had expired.
     int removeStale(qint64 now);
 
 private:

@@ -42,7 +42,7 @@ DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const Download
 DownloadObjects::~DownloadObjects()
 {
     m_work.stopAndWait();
-    if (!m_over) {
+    if (!m_finished) {
         for (const auto &piece : m_pieces)
             piece->discard();
     }
@@ -113,14 +113,14 @@ void DownloadObjects::onChunkProgress()
 
 void DownloadObjects::onChunkComplete(const ApiError &error)
 {
-    ++m_atRest;
+    ++m_finishedPieces;
     if (error.errorCode >= 300 && !m_failed) {
         m_failed = true;
         m_failure = error;
         for (const auto &piece : m_pieces)
             piece->stop();
     }
-    if (m_atRest < m_pieces.size())
+    if (m_finishedPieces < m_pieces.size())
         return;
     if (m_failed)
         finish(m_failure);
@@ -165,7 +165,7 @@ void DownloadObjects::fail(const ApiError &error) { finish(error); }
 
 void DownloadObjects::finish(const ApiError &error)
 {
-    m_over = true;
+    m_finished = true;
     later(this, [this, error] { Q_EMIT downloadComplete(error); });
 }
 

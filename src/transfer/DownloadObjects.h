@@ -18,8 +18,8 @@ namespace Velmora {
 /// One download: its pieces, and their joining into the target.
 ///
 ///     waiting for the address and the key ── begin() ─▶ receiving pieces
-///         ─ all ready ─▶ joining (pool) ─ downloadComplete ─▶ over
-///         ─ one failed ─▶ stopping the others ─ all at rest ─ downloadComplete ─▶ over
+///         ─ all ready ─▶ joining (pool) ─ downloadComplete ─▶ finished
+///         ─ one failed ─▶ stopping the others ─ all finished ─ downloadComplete ─▶ finished
 ///
 /// The joined file grows beside the target and takes its place only when complete, so that a download
 /// that fails leaves an existing target alone. Owned by the `FileTransferManager`; owns its pieces.
@@ -36,7 +36,7 @@ public:
     /// The same target, or the same cloud file into the same folder, where its pieces would collide.
     bool isFor(const FileDownloadDetails &file) const;
     bool hasTarget(const FileDownloadDetails &file) const;
-    bool isOver() const { return m_over; }
+    bool isFinished() const { return m_finished; }
 
     /// Creates the pieces; returns false, and has done nothing, when `taken` holds one of their paths.
     bool prepare(const QJsonArray &chunks, const QByteArray &key, const QSet<QString> &taken);
@@ -67,9 +67,9 @@ private:
     QSet<QString> m_paths;
     ApiError m_failure; ///< the first one
     bool m_failed = false;
-    std::size_t m_atRest = 0;
+    std::size_t m_finishedPieces = 0;
     qint64 m_reported = 0;
-    bool m_over = false;
+    bool m_finished = false;
     PoolWork m_work; // last: destroyed first
 };
 

@@ -249,7 +249,7 @@ void FileDownload::finish(const ApiError &error)
     releaseReply();
     m_file.close();
     later(this, [this, error] {
-        m_atRest = true;
+        m_reported = true;
         Q_EMIT downloadComplete(error);
     });
 }

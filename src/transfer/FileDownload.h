@@ -43,12 +43,12 @@ public:
 
     const QString &fileName() const { return m_fileName; } ///< as the service gave it
     QString path() const;                                  ///< where the piece is when it is ready
-    bool isAtRest() const { return m_atRest; }
+    bool isReported() const { return m_reported; }
     qint64 bytesReceived() const { return m_received; } ///< encrypted bytes
 
     void start();
     void follow(QNetworkReply *reply);
-    /// Another piece has failed: come to rest, with `downloadComplete`.
+    /// Another piece has failed: finish, with `downloadComplete`.
     void stop();
     /// The download was cancelled: leave no file of this piece behind.
     void discard() { m_discard = true; }
@@ -94,7 +94,7 @@ private:
     QTimer m_drain;
     bool m_replyFinished = false;
     bool m_ended = false;  ///< the outcome is certain
-    bool m_atRest = false; ///< and reported
+    bool m_reported = false; ///< and `downloadComplete` was emitted
     bool m_discard = false;
     PoolWork m_work; // last: destroyed first
 };

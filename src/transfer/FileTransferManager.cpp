@@ -107,7 +107,7 @@ void FileTransferManager::downloadFile(const FileDownloadDetails &file, const Do
                                        const ResultDone<FileDownloadDetails> &onComplete)
 {
     const bool running = std::any_of(m_downloads.begin(), m_downloads.end(),
-                                     [&file](const auto &each) { return !each->isOver() && each->isFor(file); });
+                                     [&file](const auto &each) { return !each->isFinished() && each->isFor(file); });
     if (running) {
         if (const auto callback = onComplete)
             callback(alreadyRunning(), FileDownloadDetails(file));
@@ -137,7 +137,7 @@ void FileTransferManager::startDownload(DownloadObjects *download, const QJsonOb
         }
         QSet<QString> taken;
         for (const auto &other : m_downloads) {
-            if (other.get() != download && !other->isOver())
+            if (other.get() != download && !other->isFinished())
                 taken.unite(other->paths());
         }
         if (!download->prepare(chunks, key, taken)) {
@@ -168,7 +168,7 @@ void FileTransferManager::slotDownloadComplete(DownloadObjects *download, const 
 // callback runs once this object has gone.
 bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
 {
-    auto cancelled = take(m_uploads, [&file](const FileUpload &each) { return !each.isOver() && each.isFor(file); });
+    auto cancelled = take(m_uploads, [&file](const FileUpload &each) { return !each.isFinished() && each.isFor(file); });
     if (cancelled.empty())
         return false;
     std::vector<std::pair<ResultDone<FileUploadDetails>, FileUploadDetails>> completions;
@@ -187,7 +187,7 @@ bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
 bool FileTransferManager::cancelDownload(const FileDownloadDetails &file)
 {
     auto cancelled =
-        take(m_downloads, [&file](const DownloadObjects &each) { return !each.isOver() && each.hasTarget(file); });
+        take(m_downloads, [&file](const DownloadObjects &each) { return !each.isFinished() && each.hasTarget(file); });
     if (cancelled.empty())
         return false;
     const auto callback = cancelled.front()->onComplete();

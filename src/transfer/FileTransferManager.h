@@ -24,7 +24,7 @@ class RequestBody;
 /// Owns every running upload and download. What a transfer needs from the portal, and every request it sends, it asks
 /// for by the request signals. The engine connects them to `JobGrants` and to the `RestClient`.
 ///
-/// Host callbacks run from a clean stack. Destroying the manager ends all transfers without their
+/// Callbacks of the application run from a clean stack. Destroying the manager ends all transfers without their
 /// completions and leaves none of their temporary files behind.
 class FileTransferManager : public QObject {
     Q_OBJECT

@@ -149,7 +149,7 @@ void FileUpload::fail(const ApiError &error) { finish(error); }
 
 void FileUpload::finish(const ApiError &error)
 {
-    m_over = true;
+    m_finished = true;
     const auto complete = [this, error] { Q_EMIT signalUploadComplete(error); };
     if (!m_folder) {
         later(this, complete);

@@ -25,7 +25,7 @@ class RequestBody;
 ///
 ///     waiting for the key ── setKey() ─▶ waiting for its turn ── encrypt() ─▶ encrypting (pool)
 ///         ─ signalEncryptionDone ─▶ waiting for the address ── send() ─▶ sending ── follow()
-///         ─▶ confirmed ─▶ removing the temporary folder (pool) ─ signalUploadComplete ─▶ over
+///         ─▶ confirmed ─▶ removing the temporary folder (pool) ─ signalUploadComplete ─▶ finished
 ///
 /// Every state may instead fail (`fail()`: on to removing, with the error) or be destroyed, which
 /// stops the pool work between two buffers, aborts the reply and removes the temporary folder.
@@ -45,8 +45,8 @@ public:
     const FileUploadDetails &details() const { return m_details; }
     const ResultDone<FileUploadDetails> &onComplete() const { return m_onComplete; }
     /// True once the outcome is certain: too late to cancel.
-    bool isOver() const { return m_over; }
-    bool isReady() const { return !m_key.isEmpty() && !m_started && !m_over; }
+    bool isFinished() const { return m_finished; }
+    bool isReady() const { return !m_key.isEmpty() && !m_started && !m_finished; }
     bool isStarted() const { return m_started; }
 
     void setKey(const QByteArray &key) { m_key = key; }
@@ -59,7 +59,7 @@ public:
 
 Q_SIGNALS:
     void signalEncryptionDone();
-    /// `body` is the receiver's; `multipart` tells a form from the bare file.
+    /// `body` is the receiver's; `multipart` distinguishes a form from the bare file.
     void signalSend(const QNetworkRequest &request, const QByteArray &verb, RequestBody *body, bool multipart);
     /// The last signal; emitted from a clean stack.
     void signalUploadComplete(const ApiError &error);
@@ -80,7 +80,7 @@ private:
     QByteArray m_answer;          ///< the start of the answer's body
     qint64 m_bytesSent = 0;
     bool m_started = false;
-    bool m_over = false;
+    bool m_finished = false;
     PoolWork m_work; // last: destroyed first
 };
 

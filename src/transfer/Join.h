@@ -12,9 +12,8 @@ struct JoinResult {
     QString renameProblem; ///< the joined file is complete, but could not take the target's place
 };
 
-/// Puts the pieces together in `growing`, in this order, removing each one that is in it, then lets
-/// `growing` take the place of `target` in one step. When joining fails, or `stop` is set, `growing` is
-/// removed. Blocks; for pool threads.
+/// Appends the pieces to `growing` in this order and removes each piece that has been appended. Then `growing` takes the
+/// place of `target` in one step. When joining fails, or `stop` is set, `growing` is removed. Blocks; for pool threads.
 JoinResult joinPieces(const std::vector<QString> &pieces, const QString &growing, const QString &target,
                       const std::atomic<bool> &stop);
 

@@ -4,7 +4,7 @@
 
 namespace Velmora {
 
-/// A piece is called after its file, with a suffix like "._00002_00005": its number among how many.
+/// The name of a piece is that of its file with a suffix like "._00002_00005": its number, and how many there are.
 
 /// The number in the suffix; -1 for a name without one.
 int pieceNumber(const QString &name);
@@ -13,8 +13,8 @@ QString withoutPieceSuffix(const QString &name);
 /// The part of a cloud name behind the last "/".
 QString baseName(const QString &name);
 
-/// False for a name that would end up anywhere but in the folder it is put into, on any platform; on Windows also
-/// for one that Windows forbids.
+/// False for a name that would lead out of the folder it is put into, on any platform; on Windows also for a name that
+/// Windows forbids.
 bool isSafeFileName(const QString &name);
 /// False for names of devices (CON, COM1.txt), names that Windows would cut ("a.", "a ") and characters that no name
 /// may hold there.

@@ -8,9 +8,9 @@
 
 namespace Velmora {
 
-/// A request body that can be read once: bytes, or a file with the bytes of a form around it. The
-/// network layer repeats a request whose connection died before the answer by rewinding its body; one
-/// that cannot be rewound makes it fail instead, so that no job is submitted twice.
+/// A request body that can be read once: bytes, or a file with the bytes of a form around it. The network layer repeats a
+/// request whose connection broke before the answer by rewinding its body. A body that cannot be rewound makes the request
+/// fail instead, so no job is submitted twice.
 class RequestBody : public QIODevice {
     Q_OBJECT
 public:
@@ -18,7 +18,7 @@ public:
     RequestBody(QByteArray head, std::unique_ptr<QFile> file, QByteArray tail);
 
     bool isSequential() const override { return true; }
-    bool seek(qint64) override { return false; } // quietly: the network layer does try
+    bool seek(qint64) override { return false; } // without a warning: the network layer does try
     /// The whole body in bytes.
     qint64 size() const override { return m_size; }
     qint64 bytesAvailable() const override { return m_size - m_taken + QIODevice::bytesAvailable(); }

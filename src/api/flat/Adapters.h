@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <functional>
 
-// What every flat function does, written once: `plain` and `json` check the handle, convert each argument to
-// the type that the member takes, and adapt callbacks; the two differ in how results reach the host.
+// What every flat function does, written once. `plain` and `json` check the handle, convert each argument to the type
+// that the member takes, and adapt callbacks. They differ in how results reach the application.
 
 namespace Velmora::Flat {
 
@@ -42,7 +42,7 @@ struct Json {
     };
 };
 
-/// One argument of a host's callback. What it points to lives until the end of the full expression.
+/// One argument of the application's callback. What it points to lives until the end of the full expression.
 template <class Form, class T> auto handOver(const T &value)
 {
     if constexpr (std::is_same_v<T, std::string>)
@@ -62,7 +62,7 @@ void adapt(std::function<void(Values...)> &adapter, void (*callback)(Arguments..
         adapter = [callback](Values... values) { callback(handOver<Form>(values)...); };
 }
 
-/// A record that the host passed as text. A list comes as an array of the texts of its elements.
+/// A record that the application passed as text. A list comes as an array of the texts of its elements.
 template <class T> T fromText(const QByteArray &text)
 {
     if constexpr (Detail::IsList<T>::value) {
@@ -75,7 +75,7 @@ template <class T> T fromText(const QByteArray &text)
     }
 }
 
-/// An argument of the host's as a member takes it. A null text or record reads as an empty one.
+/// An argument of the application as a member takes it. A null text or record reads as an empty one.
 template <class Form, class Wanted, class Given> decltype(auto) argument(const Given &given)
 {
     if constexpr (std::is_same_v<Given, Wanted>) {

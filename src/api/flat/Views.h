@@ -6,7 +6,7 @@
 
 namespace Velmora {
 
-/// Hosts never see this record as text: the table feeds its view only.
+/// Applications never receive this record as text: the table feeds its view only.
 template <> struct Schema<DeleteFileDetails> {
     static constexpr auto fields()
     {
@@ -45,7 +45,7 @@ template <class T> struct Exactly {
     }
 };
 
-/// Converts to anything: tells whether a view has a field more.
+/// Converts to anything, which shows whether a view has one more field.
 struct AnyValue {
     template <class T> operator T() const;
 };
@@ -55,8 +55,8 @@ template <class View, class... Values>
 struct IsInitialisable<View, std::void_t<decltype(View{std::declval<Values>()...})>, Values...> : std::true_type {
 };
 
-/// What stands for a value in a view: its own characters for a text, a list of what stands for the elements
-/// for a list, for a record its view, initialised in the order of the record's field table. Points into the value.
+/// The form of a value in a view. A text becomes a pointer to its characters, a list becomes a list of the forms of its
+/// elements, a record becomes its view, initialised in the order of the record's field table. Points into the value.
 template <class T> auto toView(const T &value)
 {
     if constexpr (std::is_same_v<T, std::string>) {
