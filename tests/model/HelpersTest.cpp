@@ -66,21 +66,11 @@ TEST(HelpersTest, hasReceivedAll_anySize_isTrueFromTheListedSize)
 TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
 {
     const std::string bad[] = {"", ".", "..", "a\\b", "c:d", std::string("a\0b", 3)};
-    const std::string windows[] = {
-        "CON",         "con.txt", "Nul ",      "aux .b", "COM1", "lpt9.log.gz", "Com\xc2\xb3.x",
-        "LPT\xc2\xb9", "CONIN$",  "conout$.a", "prn",    "a.",   "a ",          "a?b",
-        "a<b",         "a\"b",    "a\tb",      "a|b",    "*"};
-    const std::string good[] = {"CONE",
-                                "COM",
-                                "COM10.dat",
-                                "xCON",
-                                "a.con",
-                                ".b",
-                                "...b",
-                                " a",
-                                "LPTx",
-                                "a\x7f",
-                                "gr\xc3\xbc\xc3\x9f \xe6\x96\x87"};
+    const std::string windows[] = {"CON",       "con.txt", "Nul ",      "aux .b", "COM1", "lpt9.log.gz", "Com\u00b3.x",
+                                   "LPT\u00b9", "CONIN$",  "conout$.a", "prn",    "a.",   "a ",          "a?b",
+                                   "a<b",       "a\"b",    "a\tb",      "a|b",    "*"};
+    const char *const good[] = {
+        "CONE", "COM", "COM10.dat", "xCON", "a.con", ".b", "...b", " a", "LPTx", "a\x7f", "gr\u00fc\u00df \u6587"};
     const auto check = [](const std::string &part, bool safe) {
         for (const std::string &path : {part, "sim-1/" + part, part + "/rtg/x", "a/" + part + "/b"})
             EXPECT_EQ(isSafePath(path), safe) << path;
@@ -93,13 +83,14 @@ TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
         EXPECT_FALSE(isWindowsFileName(QString::fromStdString(part))) << part;
         check(part, !onWindows);
     }
-    for (const std::string &part : good) {
+    for (const std::string part : good) {
         EXPECT_FALSE(isForbiddenOnWindows(part)) << part;
         EXPECT_TRUE(isWindowsFileName(QString::fromStdString(part))) << part;
         check(part, true);
     }
     for (const char *path : {"/a", "a/", "a//b", "/", "../../a", "a/../b"})
         EXPECT_FALSE(isSafePath(path)) << path;
+    EXPECT_FALSE(isSafeFileName(QStringLiteral("a/b"))) << "a path";
 }
 
 TEST(HelpersTest, jobFileIv_always_isTheOneOfEncryptedFiles)

@@ -9,10 +9,12 @@ import json
 import os
 import shlex
 import shutil
+import ssl
 import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.request
 
 SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 BUILD = os.path.abspath(sys.argv.pop(1))
@@ -46,9 +48,9 @@ class ApplicationsTest(unittest.TestCase):
         cls.environment["VELMORA_LIBRARY"] = f"{cls.libraries}/libvelmora.so.1"
 
     @classmethod
-    def start_portal(cls):
+    def start_portal(cls, *options):
         """Returns the environment of an application that uses it."""
-        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1"], text=True,
+        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1", *options], text=True,
                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         cls.addClassCleanup(portal.communicate)  # the end of its input stops it
         facts = json.loads(portal.stdout.readline())
@@ -115,6 +117,16 @@ class ApplicationsTest(unittest.TestCase):
         with open(f"{self.folder}/sim-1-results.dat", encoding="ascii") as file:
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")
+
+    def test_everyExample_failedJob_endsWithAnError(self):
+        portal = self.start_portal("--require-inputs")
+        # The storage confirms the upload without keeping it: the job fails because its input is missing.
+        fault = {"kind": "raw", "path": "storage", "times": 0, "body": "HTTP/1.1 204 No Content\r\n\r\n"}
+        urllib.request.urlopen(f"https://{portal['VELMORA_API_URL']}/control/faults", json.dumps(fault).encode(),
+                               context=ssl.create_default_context(cafile=portal["SSL_CERT_FILE"])).close()
+        for command in ([self.built_by_cmake("c_host")], self.python("beam"), *([self.csharp()] if MONO else [])):
+            with self.subTest(command):
+                self.expect(command, 1, "did not finish: its last status is FAILED", **portal)
 
     def test_desktop_actionsOfAUser_haveTheirResults(self):
         program = os.path.dirname(self.built_by_cmake("desktop", "tests/package")) + "/drive"

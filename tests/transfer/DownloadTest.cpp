@@ -92,20 +92,6 @@ TEST(PieceNameTest, pieceNumber_suffixNotAtTheEnd_isNone)
         EXPECT_EQ(pieceNumber(none), -1) << none;
 }
 
-TEST(PieceNameTest, isSafeFileName_anyName_staysInItsFolderAndFitsWindows)
-{
-    for (const char *name : {"", ".", "..", "a/b", "a\\b", "c:d"})
-        EXPECT_FALSE(isSafeFileName(name)) << name;
-    for (const char *name :
-         {"CON", "con.txt", "Nul ", "aux .b", "COM1", "lpt9.log.gz", "CONIN$", "a.", "a ", "a?b", "a\tb"}) {
-        EXPECT_FALSE(isWindowsFileName(name)) << name;
-        EXPECT_EQ(isSafeFileName(name), !onWindows) << name;
-    }
-    for (const char *name :
-         {"CONE", "COM", "COM10.dat", "xCON", "a.con", ".b", " a", "gr\xc3\xbc\xc3\x9f \xe6\x96\x87"})
-        EXPECT_TRUE(isWindowsFileName(name) && isSafeFileName(name)) << name;
-}
-
 TEST_F(TransferTest, download_targetOpenElsewhere_failsOnWindowsUnlessClosedInTime)
 {
     QDir(folder.path()).mkdir("to");
