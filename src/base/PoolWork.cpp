@@ -44,7 +44,8 @@ public:
         }
         m_work(shared->stop);
         const std::lock_guard lock(shared->mutex);
-        QCoreApplication::postEvent(m_owner, new QEvent(QEvent::User)); // the owner waits for `ended`, so it still exists
+        QCoreApplication::postEvent(m_owner,
+                                    new QEvent(QEvent::User)); // the owner waits for `ended`, so it still exists
         shared->ended = true;
         shared->changed.notify_all();
     }

@@ -9,9 +9,9 @@
 
 namespace Velmora {
 
-/// Runs work on whole files or large bodies on a thread pool, for one owner and one task at a time. The owner keeps this
-/// object as a member. Its destructor cancels the work between two buffers and waits for its end. So whatever the work
-/// uses, the library's code included, outlives it.
+/// Runs work on whole files or large bodies on a thread pool, for one owner and one task at a time. The owner keeps
+/// this object as a member. Its destructor cancels the work between two buffers and waits for its end. So whatever the
+/// work uses, the library's code included, outlives it.
 class PoolWork : public QObject {
 public:
     using Work = std::function<void(const std::atomic<bool> &stop)>;
@@ -19,8 +19,8 @@ public:
     explicit PoolWork(QThreadPool *pool = QThreadPool::globalInstance());
     ~PoolWork() override;
 
-    /// Starts `work`. When it has finished, `done` runs on this object's thread, from a clean stack, and may destroy this
-    /// object. Allowed only while nothing runs.
+    /// Starts `work`. When it has finished, `done` runs on this object's thread, from a clean stack, and may destroy
+    /// this object. Allowed only while nothing runs.
     void start(Work work, std::function<void()> done);
     /// Cancels the work and waits for its end; `done` does not run.
     void stopAndWait();

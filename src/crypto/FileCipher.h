@@ -39,14 +39,14 @@ struct FileCipherResult {
     bool ok() const { return status == FileCipherStatus::Ok; }
 };
 
-/// Encrypts `source` into `destination`, which is created or replaced. Unless the result is ok, the destination is removed;
-/// one that could not be opened stays as it was.
+/// Encrypts `source` into `destination`, which is created or replaced. Unless the result is ok, the destination is
+/// removed; one that could not be opened stays as it was.
 FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
                              const std::atomic<bool> &stop);
 
-/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in `path` + "orig",
-/// whose leftover is removed first, and takes its place when it is complete. Unless the result is ok, cancelled included,
-/// `path` is as it was and the sibling is removed.
+/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in `path` +
+/// "orig", whose leftover is removed first, and takes its place when it is complete. Unless the result is ok, cancelled
+/// included, `path` is as it was and the sibling is removed.
 FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop);
 
 /// Replaces the file at `path` by its encryption, or leniently by its decryption, through the same sibling.

@@ -35,8 +35,8 @@ void CloudWebSocketClient::openSocket()
     connect(m_socket, &QWebSocket::connected, this, &CloudWebSocketClient::onConnected);
     connect(m_socket, &QWebSocket::disconnected, this, &CloudWebSocketClient::onDisconnected);
     connect(m_socket, &QWebSocket::sslErrors, this, &CloudWebSocketClient::onSslErrors);
-    // A refused handshake whose connection the server keeps open emits an error and nothing else, possibly inside open().
-    // The check therefore runs from the event loop.
+    // A refused handshake whose connection the server keeps open emits an error and nothing else, possibly inside
+    // open(). The check therefore runs from the event loop.
     connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
             [this, socket = QPointer<QWebSocket>(m_socket)] {
                 const auto check = [this, socket] {

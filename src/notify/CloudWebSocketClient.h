@@ -12,7 +12,8 @@ class QWebSocket;
 /// frame it closes the connection and opens a new one.
 ///
 /// The signal may be emitted inside a signal of the socket. Deleting a `QWebSocket` there corrupts memory, so receivers
-/// connect queued. For the same reason each connection has a socket of its own, and the event loop releases the old one.
+/// connect queued. For the same reason each connection has a socket of its own, and the event loop releases the old
+/// one.
 class CloudWebSocketClient : public QObject {
     Q_OBJECT
 public:

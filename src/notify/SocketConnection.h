@@ -11,9 +11,9 @@ class CloudWebSocketClient;
 
 namespace Velmora {
 
-/// Binds one job's socket to the application's two callbacks. A finished job and a lost socket go to the finish callback,
-/// everything else goes to the message callback. Messages arrive queued, so callbacks run outside the socket's signals
-/// and may delete this object.
+/// Binds one job's socket to the application's two callbacks. A finished job and a lost socket go to the finish
+/// callback, everything else goes to the message callback. Messages arrive queued, so callbacks run outside the
+/// socket's signals and may delete this object.
 class SocketConnection : public QObject {
     Q_OBJECT
 public:

@@ -8,7 +8,8 @@
 
 namespace Velmora {
 
-/// Transfer addresses that the portal gave, for as long as they may be used again. Times are milliseconds since the epoch.
+/// Transfer addresses that the portal gave, for as long as they may be used again. Times are milliseconds since the
+/// epoch.
 class AddressCache {
 public:
     static constexpr qint64 lifetime = 30 * 60 * 1000;

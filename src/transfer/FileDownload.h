@@ -93,7 +93,7 @@ private:
     /// One slice in a turn of the loop; events posted from within events would all share one turn.
     QTimer m_drain;
     bool m_replyFinished = false;
-    bool m_ended = false;  ///< the outcome is certain
+    bool m_ended = false;    ///< the outcome is certain
     bool m_reported = false; ///< and `downloadComplete` was emitted
     bool m_discard = false;
     PoolWork m_work; // last: destroyed first

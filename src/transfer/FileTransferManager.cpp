@@ -168,7 +168,8 @@ void FileTransferManager::slotDownloadComplete(DownloadObjects *download, const 
 // callback runs once this object has gone.
 bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
 {
-    auto cancelled = take(m_uploads, [&file](const FileUpload &each) { return !each.isFinished() && each.isFor(file); });
+    auto cancelled =
+        take(m_uploads, [&file](const FileUpload &each) { return !each.isFinished() && each.isFor(file); });
     if (cancelled.empty())
         return false;
     std::vector<std::pair<ResultDone<FileUploadDetails>, FileUploadDetails>> completions;

@@ -8,9 +8,9 @@
 
 namespace Velmora {
 
-/// A request body that can be read once: bytes, or a file with the bytes of a form around it. The network layer repeats a
-/// request whose connection broke before the answer by rewinding its body. A body that cannot be rewound makes the request
-/// fail instead, so no job is submitted twice.
+/// A request body that can be read once: bytes, or a file with the bytes of a form around it. The network layer repeats
+/// a request whose connection broke before the answer by rewinding its body. A body that cannot be rewound makes the
+/// request fail instead, so no job is submitted twice.
 class RequestBody : public QIODevice {
     Q_OBJECT
 public:
