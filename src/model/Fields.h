@@ -16,7 +16,7 @@ enum class Width { Natural, Int32 };
 template <class Record, class Value> struct Field {
     Value Record::*member;
     const char *replyKey;
-    const char *hostKey;
+    const char *textKey;
     const char *replyObject = nullptr; ///< the reply's member object that holds the key; null: the reply itself
     Width replyWidth = Width::Natural;
     bool input = false; ///< read when an application passes the record as text
@@ -35,7 +35,7 @@ template <class Record, class Value> struct Field {
         copy.replyWidth = Width::Int32;
         return copy;
     }
-    constexpr Field fromHost(Width width = Width::Natural) const
+    constexpr Field asInput(Width width = Width::Natural) const
     {
         Field copy = *this;
         copy.input = true;
@@ -52,9 +52,9 @@ template <class Record, class Value> struct Field {
 
 /// A field with different names in the service's reply and in the application's text.
 template <class Record, class Value>
-constexpr Field<Record, Value> field(Value Record::*member, const char *replyKey, const char *hostKey)
+constexpr Field<Record, Value> field(Value Record::*member, const char *replyKey, const char *textKey)
 {
-    return {member, replyKey, hostKey};
+    return {member, replyKey, textKey};
 }
 
 /// A field with one name everywhere.

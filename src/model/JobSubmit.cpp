@@ -48,7 +48,7 @@ QJsonValue operationName(JobOperation operation)
 JobSubmit::JobSubmit(const std::string &json)
 {
     const QJsonObject object = QJsonDocument::fromJson(QByteArray::fromStdString(json)).object();
-    *this = readRecord<JobSubmit>(object, Form::HostInput);
+    *this = readRecord<JobSubmit>(object, Form::Input);
     if (operation == JobOperation::Mpi)
         coresRequired = object.value(QLatin1String(Schema<JobSubmit>::partsKey)).toInt();
     coreHourEstimate *= static_cast<double>(simulations.size()); // applications state it per simulation

@@ -20,8 +20,8 @@ namespace Velmora {
 /// The three JSON forms of a record differ in key names and in how wide integers are.
 enum class Form {
     Reply,     ///< what the service sends
-    HostInput, ///< what an application passes as text
-    Host,      ///< what applications receive as text; flags are the strings "true" and "false"
+    Input,     ///< what an application passes as text
+    Output,    ///< what applications receive as text; flags are the strings "true" and "false"
 };
 
 inline QString toQt(const std::string &text) { return QString::fromStdString(text); }
@@ -72,7 +72,7 @@ template <class T> QJsonValue writeValue(const T &value, Form form)
     if constexpr (std::is_same_v<T, std::string>) {
         return toQt(value);
     } else if constexpr (std::is_same_v<T, bool>) {
-        if (form == Form::Host)
+        if (form == Form::Output)
             return value ? QStringLiteral("true") : QStringLiteral("false");
         return value;
     } else if constexpr (std::is_same_v<T, long long>) {
@@ -112,7 +112,7 @@ template <class Record> Record readRecord(const QJsonObject &object, Form form)
             record.*field.member = Detail::readValue<Value>(value, form, field.replyWidth);
         } else if (field.input) {
             record.*field.member =
-                Detail::readValue<Value>(object.value(QLatin1String(field.hostKey)), form, field.inputWidth);
+                Detail::readValue<Value>(object.value(QLatin1String(field.textKey)), form, field.inputWidth);
         }
     });
     return record;
@@ -122,7 +122,7 @@ template <class Record> QJsonObject writeRecord(const Record &record, Form form)
 {
     QJsonObject object;
     forEachField<Record>([&](const auto &field) {
-        const char *key = form == Form::Reply ? field.replyKey : field.hostKey;
+        const char *key = form == Form::Reply ? field.replyKey : field.textKey;
         object.insert(QLatin1String(key), Detail::writeValue(record.*field.member, form));
     });
     return object;
@@ -135,7 +135,7 @@ template <class Record, class Value> QLatin1String keyOf(Value Record::*member, 
     forEachField<Record>([&](const auto &field) {
         if constexpr (std::is_convertible_v<decltype(field.member), Value Record::*>)
             if (field.member == member)
-                key = form == Form::Reply ? field.replyKey : field.hostKey;
+                key = form == Form::Reply ? field.replyKey : field.textKey;
     });
     return QLatin1String(key);
 }
@@ -159,9 +159,9 @@ template <class Record> std::list<Record> readReplyList(const QByteArray &body)
 }
 
 /// Reads a record that an application passes as text.
-template <class Record> Record readHostText(const QByteArray &text)
+template <class Record> Record readInput(const QByteArray &text)
 {
-    return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::HostInput);
+    return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::Input);
 }
 
 /// The "message" of a refusal's body; empty when there is none.
@@ -171,15 +171,15 @@ inline QString bodyMessage(const QByteArray &body)
 }
 
 /// The text that an application receives for one record.
-template <class Record> std::string hostText(const Record &record)
+template <class Record> std::string outputText(const Record &record)
 {
-    return toText(writeRecord(record, Form::Host)).toStdString();
+    return toText(writeRecord(record, Form::Output)).toStdString();
 }
 
 /// The text that an application receives for a list: one object whose only key names the list.
-template <class Record> std::string hostText(const std::list<Record> &records)
+template <class Record> std::string outputText(const std::list<Record> &records)
 {
-    return toText({{QLatin1String(Schema<Record>::listKey), Detail::writeValue(records, Form::Host)}}).toStdString();
+    return toText({{QLatin1String(Schema<Record>::listKey), Detail::writeValue(records, Form::Output)}}).toStdString();
 }
 
 } // namespace Velmora

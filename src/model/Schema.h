@@ -23,26 +23,26 @@ template <> struct Schema<CloudFile> {
     static constexpr auto fields()
     {
         return std::make_tuple(
-            field(&CloudFile::jobId, "jobId").fromHost(), field(&CloudFile::fileName, "fileName").fromHost(),
-            field(&CloudFile::fileSize, "fileSize").fromHost(Width::Int32), field(&CloudFile::fileDate, "fileDate"),
-            field(&CloudFile::fileHash, "fileHash"), field(&CloudFile::directory, "directory").fromHost());
+            field(&CloudFile::jobId, "jobId").asInput(), field(&CloudFile::fileName, "fileName").asInput(),
+            field(&CloudFile::fileSize, "fileSize").asInput(Width::Int32), field(&CloudFile::fileDate, "fileDate"),
+            field(&CloudFile::fileHash, "fileHash"), field(&CloudFile::directory, "directory").asInput());
     }
 };
 
 template <> struct Schema<FileDownloadDetails> {
     static constexpr auto fields()
     {
-        return std::make_tuple(field(&FileDownloadDetails::localFileLocation, "localFileLocation").fromHost(),
-                               field(&FileDownloadDetails::cloudFileDetails, "cloudFileDetails").fromHost());
+        return std::make_tuple(field(&FileDownloadDetails::localFileLocation, "localFileLocation").asInput(),
+                               field(&FileDownloadDetails::cloudFileDetails, "cloudFileDetails").asInput());
     }
 };
 
 template <> struct Schema<FileUploadDetails> {
     static constexpr auto fields()
     {
-        return std::make_tuple(field(&FileUploadDetails::localFileLocation, "localFileLocation").fromHost(),
-                               field(&FileUploadDetails::cloudFileJobID, "cloudFileJobID").fromHost(),
-                               field(&FileUploadDetails::totalFileSize, "totalFileSize").fromHost(Width::Int32));
+        return std::make_tuple(field(&FileUploadDetails::localFileLocation, "localFileLocation").asInput(),
+                               field(&FileUploadDetails::cloudFileJobID, "cloudFileJobID").asInput(),
+                               field(&FileUploadDetails::totalFileSize, "totalFileSize").asInput(Width::Int32));
     }
 };
 
@@ -50,8 +50,8 @@ template <> struct Schema<ItemTag> {
     static constexpr const char *listKey = "itemTagList";
     static constexpr auto fields()
     {
-        return std::make_tuple(field(&ItemTag::tagText, "tag", "tagText").fromHost(),
-                               field(&ItemTag::tagType, "type", "tagType").fromHost());
+        return std::make_tuple(field(&ItemTag::tagText, "tag", "tagText").asInput(),
+                               field(&ItemTag::tagType, "type", "tagType").asInput());
     }
 };
 
@@ -209,20 +209,20 @@ template <> struct Schema<JobSubmit> {
     static constexpr auto fields()
     {
         return std::make_tuple(
-            field(&JobSubmit::jobID, "jobId", "jobID").fromHost(),
-            field(&JobSubmit::accountID, "accountId", "accountID").fromHost(),
-            field(&JobSubmit::jobName, "jobName").fromHost(),
-            field(&JobSubmit::coresRequired, "coresRequired").fromHost(),
-            field(&JobSubmit::coreHourEstimate, "coreHourEstimate").fromHost(),
-            field(&JobSubmit::ramEstimate, "ramEstimate").fromHost(),
-            field(&JobSubmit::mainFile, "mainFile").fromHost(),
-            field(&JobSubmit::jobPrecision, "precision", "jobPrecision").fromHost(),
-            field(&JobSubmit::solverTag, "dockerTag", "solverTag").fromHost(),
-            field(&JobSubmit::dependentFilesList, "fileDependencies", "dependentFilesList").fromHost(),
-            field(&JobSubmit::dependentFilesAliasList, "fileAliases", "dependentFilesAliasList").fromHost(),
-            field(&JobSubmit::operation, "operation").fromHost(),
-            field(&JobSubmit::simulations, "simulations").fromHost(),
-            field(&JobSubmit::originApplication, "application", "originApplication").fromHost());
+            field(&JobSubmit::jobID, "jobId", "jobID").asInput(),
+            field(&JobSubmit::accountID, "accountId", "accountID").asInput(),
+            field(&JobSubmit::jobName, "jobName").asInput(),
+            field(&JobSubmit::coresRequired, "coresRequired").asInput(),
+            field(&JobSubmit::coreHourEstimate, "coreHourEstimate").asInput(),
+            field(&JobSubmit::ramEstimate, "ramEstimate").asInput(),
+            field(&JobSubmit::mainFile, "mainFile").asInput(),
+            field(&JobSubmit::jobPrecision, "precision", "jobPrecision").asInput(),
+            field(&JobSubmit::solverTag, "dockerTag", "solverTag").asInput(),
+            field(&JobSubmit::dependentFilesList, "fileDependencies", "dependentFilesList").asInput(),
+            field(&JobSubmit::dependentFilesAliasList, "fileAliases", "dependentFilesAliasList").asInput(),
+            field(&JobSubmit::operation, "operation").asInput(),
+            field(&JobSubmit::simulations, "simulations").asInput(),
+            field(&JobSubmit::originApplication, "application", "originApplication").asInput());
     }
 };
 

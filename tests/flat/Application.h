@@ -86,5 +86,5 @@ private:
     static std::string textOf(const char *text) { return text; }
     static std::string textOf(bool flag) { return flag ? "true" : "false"; }
     static std::string textOf(std::int32_t number) { return std::to_string(number); }
-    template <class View> static std::string textOf(const View *view) { return hostText(recordOf(*view)); }
+    template <class View> static std::string textOf(const View *view) { return outputText(recordOf(*view)); }
 };

@@ -222,7 +222,7 @@ TEST_F(FlatTest, operation_oneForm_takesItsArguments)
     const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"};
     deleteFile(api, &doomed, Callback());
     EXPECT_EQ(answer(), 200);
-    EXPECT_EQ(result(), hostText(doomed));
+    EXPECT_EQ(result(), outputText(doomed));
     EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
     clearActiveAccount(api);
     EXPECT_FALSE(isUserLoggedIn(api));
@@ -236,7 +236,7 @@ TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)
     mesh.close();
     const FileUploadDetails up{mesh.fileName().toStdString(), newJob(), 0};
     const FileDownloadDetails down{back.fileName().toStdString(), {up.cloudFileJobID, "mesh", 0, 0, {}, false}};
-    const std::string upText = hostText(up), downText = hostText(down);
+    const std::string upText = outputText(up), downText = outputText(down);
     std::string fleeting = upText; // texts may go as soon as the call returns
     expectTwins(
         204, [&](Callback<> done) { uploadFile(api, &up, Callback<2>(), done); },

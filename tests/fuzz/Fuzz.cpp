@@ -57,13 +57,13 @@ void write(const QString &path, const QByteArray &content)
 
 template <class Value> void isReadable(const Value &value)
 {
-    demand(QJsonDocument::fromJson(QByteArray::fromStdString(hostText(value))).isObject(), "a text is valid JSON");
+    demand(QJsonDocument::fromJson(QByteArray::fromStdString(outputText(value))).isObject(), "a text is valid JSON");
 }
 
 template <class... Records> void readAll(const QByteArray &text)
 {
     (isReadable(readReply<Records>(text)), ...);
-    (isReadable(readHostText<Records>(text)), ...);
+    (isReadable(readInput<Records>(text)), ...);
 }
 
 template <class... Records> void readLists(const QByteArray &text) { (isReadable(readReplyList<Records>(text)), ...); }
@@ -79,7 +79,7 @@ void replies(const QByteArray &text)
 
 void applicationTexts(const QByteArray &text)
 {
-    const auto job = readHostText<JobSubmit>(text);
+    const auto job = readInput<JobSubmit>(text);
     std::list<JobSubmitError> failures;
     const bool valid = job.validate(&failures);
     demand(valid == failures.empty(), "a valid job has no failures");

@@ -16,7 +16,7 @@ template <class R> void checkTable(const char *keys)
     const R record{};
     const void *before = nullptr;
     forEachField<R>([&](const auto &field) {
-        const std::string reply = field.replyKey, host = field.hostKey;
+        const std::string reply = field.replyKey, host = field.textKey;
         text += text.empty() ? "" : " ";
         text += field.replyObject ? field.replyObject + ("." + reply) : reply;
         text += (reply == host ? "" : "=" + host) + (field.input ? "*" : "");
@@ -136,7 +136,7 @@ TEST(RecordsTest, reader_wrongValues_givesDefaults)
     }
     for (const char *noObject : {"", "{", "[{}]", R"({"jobId": 1e999})", R"({"account": [{"accountId": "a"}]})"}) {
         EXPECT_EQ(text(readReply<AccountDetails>(noObject)), text(AccountDetails{})) << noObject;
-        EXPECT_EQ(text(readHostText<CloudFile>(noObject)), text(CloudFile{})) << noObject;
+        EXPECT_EQ(text(readInput<CloudFile>(noObject)), text(CloudFile{})) << noObject;
     }
 }
 
@@ -155,18 +155,18 @@ TEST(RecordsTest, readerAndWriter_everyForm_useItsNames)
     "jobId": "j"
 }
 )";
-    EXPECT_EQ(hostText(CloudFile{"j", "f%1 \u00fc", 5000000000, 1, "h", true}), file);
-    EXPECT_EQ(text(readHostText<CloudFile>(file)), text(CloudFile{"j", "f%1 \u00fc", 0, 0, "", false}));
+    EXPECT_EQ(outputText(CloudFile{"j", "f%1 \u00fc", 5000000000, 1, "h", true}), file);
+    EXPECT_EQ(text(readInput<CloudFile>(file)), text(CloudFile{"j", "f%1 \u00fc", 0, 0, "", false}));
     EXPECT_EQ(text(readReply<CloudFile>(file)), text(CloudFile{"j", "f%1 \u00fc", 5000000000, 1, "h", false}));
     const auto job = readReply<JobDetails>(R"({"coreHourEstimate": 2.5, "simulations": [7, {"simulationId": "s",
         "consoleParameters": "\t-noterm -s -Noterm -s -noterm -s\n",
         "simulationStatus": [{"simulationStatusDate": 5000000000}]}]})");
     EXPECT_EQ(job.coreHourEstimate, 2.5);
-    EXPECT_EQ(writeRecord(job, Form::Host)["simulations"].toArray(), parsed(R"([{"simulationId": "",
+    EXPECT_EQ(writeRecord(job, Form::Output)["simulations"].toArray(), parsed(R"([{"simulationId": "",
         "consoleParameters": "", "simulationStatus": []}, {"simulationId": "s", "consoleParameters": "-Noterm -s",
         "simulationStatus": [{"jobId": "", "simulationId": "", "simulationStatus": "",
         "simulationStatusDate": 5000000000}]}])"));
-    EXPECT_EQ(hostText(std::list<CloudFile>{}), "{\n    \"fileList\": [\n    ]\n}\n");
+    EXPECT_EQ(outputText(std::list<CloudFile>{}), "{\n    \"fileList\": [\n    ]\n}\n");
     EXPECT_STREQ(Schema<ItemTag>::listKey, "itemTagList");
     EXPECT_STREQ(Schema<JobDetails>::listKey, "jobDetailsList");
     EXPECT_STREQ(Schema<AccountDetails>::listKey, "accountDetailsList");

@@ -37,7 +37,7 @@ std::map<QString, Kind> knownKeys()
     std::map<QString, Kind> keys{{QLatin1String(Schema<JobSubmit>::partsKey), Kind::Whole}};
     forEachField<JobSubmit>([&keys](const auto &field) {
         using Value = std::decay_t<decltype(std::declval<JobSubmit>().*field.member)>;
-        keys.emplace(QLatin1String(field.hostKey), kindOf<Value>());
+        keys.emplace(QLatin1String(field.textKey), kindOf<Value>());
     });
     return keys;
 }

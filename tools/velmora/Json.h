@@ -8,7 +8,7 @@
 namespace Velmora::Cli {
 
 /// The form in which an application passes a record to the library: its key names, and flags that are booleans.
-template <class Record> QJsonObject toJson(const Record &record) { return writeRecord(record, Form::HostInput); }
+template <class Record> QJsonObject toJson(const Record &record) { return writeRecord(record, Form::Input); }
 
 template <class List> QJsonArray toJsonArray(const List &records)
 {

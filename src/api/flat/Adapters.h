@@ -32,7 +32,7 @@ struct Json {
     template <class T> class Result {
     public:
         explicit Result(const T &value)
-            : m_text(hostText(value))
+            : m_text(outputText(value))
         {
         }
         operator const char *() const { return m_text.c_str(); }
@@ -68,10 +68,10 @@ template <class T> T fromText(const QByteArray &text)
     if constexpr (Detail::IsList<T>::value) {
         T list;
         for (const QJsonValue &element : QJsonDocument::fromJson(text).array())
-            list.push_back(readHostText<typename T::value_type>(element.toString().toUtf8()));
+            list.push_back(readInput<typename T::value_type>(element.toString().toUtf8()));
         return list;
     } else {
-        return readHostText<T>(text);
+        return readInput<T>(text);
     }
 }
 
