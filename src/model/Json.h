@@ -19,9 +19,9 @@ namespace Velmora {
 
 /// The three JSON forms of a record differ in key names and in how wide integers are.
 enum class Form {
-    Reply,     ///< what the service sends
-    Input,     ///< what an application passes as text
-    Output,    ///< what applications receive as text; flags are the strings "true" and "false"
+    Reply,  ///< what the service sends
+    Input,  ///< what an application passes as text
+    Output, ///< what applications receive as text; flags are the strings "true" and "false"
 };
 
 inline QString toQt(const std::string &text) { return QString::fromStdString(text); }

@@ -1,7 +1,7 @@
 // An application without a QCoreApplication: the library makes one, and the application calls processEvents.
 
-#include "support/Parts.h"
 #include "support/Loopback.h"
+#include "support/Parts.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

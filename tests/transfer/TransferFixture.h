@@ -3,8 +3,8 @@
 // A scripted service with its storage: one job "J1" with a key, an upload address and a listing. Service paths begin
 // with /api/, storage paths with /s/: /s/up takes uploads, /s/p0, /s/p1, … hold pieces in the order of `piece`.
 
-#include "support/Parts.h"
 #include "support/Loopback.h"
+#include "support/Parts.h"
 
 #include "crypto/FileCipher.h"
 

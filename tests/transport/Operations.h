@@ -6,8 +6,8 @@
 // RESULT is left out when the result is the answer. A name with more words ("killJob of nothing") is another case.
 
 #include "support/AnyCompletion.h"
-#include "support/Parts.h"
 #include "support/Loopback.h"
+#include "support/Parts.h"
 
 #include <gtest/gtest.h>
 
