@@ -248,11 +248,8 @@ void Case::verify(const std::vector<Step> &steps)
         pieces = pieces || (each->name == "downloadFile" && each->failed);
         failIf(harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name],
                each->name + " failed with " + std::to_string(each->code));
-        if (each->verify) {
-            const string wrong = each->verify(environment, each->succeeded() && !falseReplies);
-            if (!wrong.empty())
-                fail(each->name + ": " + wrong);
-        }
+        const string wrong = each->verify ? each->verify(environment, each->succeeded() && !falseReplies) : "";
+        failIf(!wrong.empty(), each->name + ": " + wrong);
     }
     failIf(environment.portal.jobCount() - m_jobsBefore > submits, "more jobs than submissions");
     failIf(removable && entries(path("tmp").c_str()) > 2, "temporary files left");
@@ -290,10 +287,8 @@ void Case::searchForSecrets()
         }
     }
     const string texts = m_texts + environment.log.text();
-    for (const string &secret : secrets) {
-        if (texts.find(secret) != string::npos)
-            return fail("leaked: " + secret);
-    }
+    for (const string &secret : secrets)
+        failIf(texts.find(secret) != string::npos, "leaked: " + secret);
     environment.portal.clearRequests();
     environment.log.clear();
 }

@@ -31,24 +31,12 @@ string read(const string &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : string();
 }
 
-JobSubmit jobOf(Case &test)
-{
-    JobSubmit job;
-    job.jobID = test.job;
-    job.accountID = "ACC-1001";
-    job.jobName = "Torture";
-    job.mainFile = "t.trninp";
-    job.simulations = {"-x 1", "-x 2"};
-    job.coresRequired = 4;
-    job.coreHourEstimate = 1;
-    job.ramEstimate = 1024;
-    job.originApplication = "torture";
-    return job;
-}
-
 void submit(Case &test, bool asText)
 {
-    const JobSubmit job = jobOf(test);
+    const JobSubmit job(R"({"accountID": "ACC-1001", "jobName": "Torture", "mainFile": "t.trninp", "numberOfParts": 4,
+        "simulations": ["-x 1", "-x 2"], "coreHourEstimate": 0.5, "ramEstimate": 1024, "originApplication": "torture",
+        "jobID": ")" + test.job +
+                        "\"}");
     Call &call = test.call("submitNewJob");
     call.verify = [id = test.job](Environment &environment, bool succeeded) {
         return succeeded && environment.portal.jobStatus(id).empty() ? "success without a job" : "";
