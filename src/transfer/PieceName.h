@@ -13,11 +13,7 @@ QString withoutPieceSuffix(const QString &name);
 /// The part of a cloud name behind the last "/".
 QString baseName(const QString &name);
 
-/// False for a name that would lead out of the folder it is put into, on any platform; on Windows also for a name that
-/// Windows forbids.
+/// Whether the name, put into a folder, names a file in that folder: `isSafePath` for a single part.
 bool isSafeFileName(const QString &name);
-/// False for names of devices (CON, COM1.txt), names that Windows would cut ("a.", "a ") and characters that no name
-/// may hold there.
-bool isWindowsFileName(const QString &name);
 
 } // namespace Velmora

@@ -80,12 +80,10 @@ TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
         check(part, false);
     for (const std::string &part : windows) {
         EXPECT_TRUE(isForbiddenOnWindows(part)) << part;
-        EXPECT_FALSE(isWindowsFileName(QString::fromStdString(part))) << part;
         check(part, !onWindows);
     }
     for (const std::string part : good) {
         EXPECT_FALSE(isForbiddenOnWindows(part)) << part;
-        EXPECT_TRUE(isWindowsFileName(QString::fromStdString(part))) << part;
         check(part, true);
     }
     for (const char *path : {"/a", "a/", "a//b", "/", "../../a", "a/../b"})
