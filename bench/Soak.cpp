@@ -64,7 +64,7 @@ public:
         for (int i = m_subscriptions * 9 / 10; i < m_subscriptions; ++i)
             followQuietJob();
         every(100, [this] { ask(); });
-        every(2000, [this] { strike(); });
+        every(2000, [this] { injectFault(); });
         // A renewal whose answer was cut leaves a session without a token: the application signs in again.
         every(3000, [this] {
             if (std::exchange(m_unauthorised, 0) > 5)
@@ -202,7 +202,7 @@ private:
         }
     }
 
-    void strike()
+    void injectFault()
     {
         static const char *const kinds[] = {"status",      "delay",  "cutHead",   "cutBody",    "resetAfter",
                                             "resetBefore", "hangUp", "cutUpload", "socketDrop", "socketClose"};

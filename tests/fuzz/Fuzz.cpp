@@ -183,11 +183,11 @@ using Target = void (*)(const QByteArray &);
 
 Target target()
 {
-    static const std::map<QByteArray, Target> all = {{"replies", replies},     {"hosts", applicationTexts},
+    static const std::map<QByteArray, Target> all = {{"replies", replies},     {"applications", applicationTexts},
                                                      {"pieces", pieces},       {"ciphers", cipherTexts},
                                                      {"addresses", addresses}, {"messages", messages}};
     const auto found = all.find(qgetenv("VELMORA_FUZZ"));
-    demand(found != all.end(), "VELMORA_FUZZ is replies, hosts, pieces, ciphers, addresses or messages");
+    demand(found != all.end(), "VELMORA_FUZZ is replies, applications, pieces, ciphers, addresses or messages");
     return found->second;
 }
 
