@@ -82,9 +82,11 @@ public:
     /// sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`. The
     /// outcome of `logUserIn` tells whether a sign-in succeeded.
     bool isUserLoggedIn() const;
-    /// Signs out: forgets the tokens. Nothing is sent.
+    /// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions.
+    /// Nothing is sent. A sign-in or renewal under way completes its callback and has no other effect.
     void clearActiveAccount();
-    /// Signs in. The session then renews its token by itself, shortly before it expires. On success
+    /// Signs in. The session then renews its token by itself, shortly before it expires. Signing in as somebody
+    /// else forgets the keys and addresses of the last user's transfers. On success
     /// `ApiError::errorMessage` holds the service's whole answer, tokens included: do not show or log it.
     /// @param mfaCode digits; empty if the user has no multi-factor authentication
     void logUserIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
@@ -178,8 +180,8 @@ public:
                                const ResultDone<std::list<CloudFile>> &onComplete);
     /// The files of all of the user's jobs.
     void getUsersFileList(bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
-    /// Deletes a file in the cloud. The name goes into the request's address unchanged: percent-encode "%", "#"
-    /// and "?" in it, which would otherwise make it name another file.
+    /// Deletes a file in the cloud: the one that is named, or none. Give the name as it is listed; the library encodes
+    /// it. A name with a part "." or ".." is refused inside the call with code 400.
     void deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete);
     /// Sends a file into a job. The library first encrypts a copy in the temporary folder, which needs as much
     /// space as the file. Once progress is reported, the file itself may be changed or removed. All progress

@@ -188,7 +188,11 @@ void CloudAPI::getUsersFileList(bool showAllFiles, const ResultDone<std::list<Cl
 
 void CloudAPI::deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete)
 {
-    m_impl->rest.call(Files::remove(file), onComplete, file);
+    const auto refusal = Files::refusalOf(file);
+    if (!refusal)
+        m_impl->rest.call(Files::remove(file), onComplete, file);
+    else if (const auto callback = onComplete) // a copy: the callback may destroy the original
+        callback(*refusal, DeleteFileDetails(file));
 }
 
 void CloudAPI::uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,

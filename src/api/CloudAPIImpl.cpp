@@ -15,6 +15,8 @@ namespace Velmora {
 CloudAPIImpl::CloudAPIImpl()
 {
     QObject::connect(&session, &Session::tokenChanged, &sockets, &SocketManager::updateCognitoToken);
+    QObject::connect(&session, &Session::userChanged, &session, [this] { grants.forget(); });
+    QObject::connect(&session, &Session::loggedOut, &sockets, &SocketManager::unsubscribeFromAll);
     connectTransfers();
 }
 

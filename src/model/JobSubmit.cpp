@@ -99,7 +99,7 @@ std::string JobSubmit::toSubmissionJson() const
     const auto state = [&body](auto member, const QJsonValue &value) {
         body.insert(keyOf(member, Form::Reply), value);
     };
-    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("hhmmss-ddMMyy"));
+    const QString stamp = QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("hhmmss-ddMMyy"));
     QJsonArray sweep;
     for (const std::string &parameters : simulations)
         sweep.append(QJsonObject{{keyOf(&SimulationDetails::consoleParameters, Form::Reply), toQt(parameters)}});

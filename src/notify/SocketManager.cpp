@@ -10,7 +10,9 @@ namespace Velmora {
 
 SocketManager::SocketManager() = default;
 
-SocketManager::~SocketManager()
+SocketManager::~SocketManager() { unsubscribeFromAll(); }
+
+void SocketManager::unsubscribeFromAll()
 {
     const QStringList jobs = m_connections.keys();
     for (const QString &jobId : jobs)

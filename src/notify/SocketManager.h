@@ -28,6 +28,7 @@ public:
     void subscribeToJob(const QString &jobId, const QString &cognitoToken, const JobMessage &onMessage,
                         const JobMessage &onFinished);
     void unsubscribeFromJob(const QString &jobId);
+    void unsubscribeFromAll();
     /// Hands a new token to every connection, for its next reopening.
     void updateCognitoToken(const QString &cognitoToken) { Q_EMIT cognitoTokenUpdated(cognitoToken); }
 

@@ -5,6 +5,7 @@
 
 #include <velmora/Records.h>
 
+#include <optional>
 #include <string>
 
 /// Listing and deleting files in the cloud. A listing is named by what is appended to the endpoint's URL;
@@ -30,13 +31,9 @@ inline QString ofSimulation(const std::string &jobId, const std::string &simulat
     return QStringLiteral("/%1/%2").arg(toQt(jobId), toQt(simulationId));
 }
 
-inline Request remove(const DeleteFileDetails &file)
-{
-    VELMORA_LOG() << "Delete File API call being made:";
-    const QString name = file.simulationId.empty()
-                             ? toQt(file.fileName)
-                             : QStringLiteral("%1/%2").arg(toQt(file.simulationId), toQt(file.fileName));
-    return {Endpoints::JobFilesDelete, Verb::Delete, {}, QStringLiteral("/%1/%2").arg(toQt(file.jobId), name)};
-}
+/// Why a file is not deleted; no value when it can be named.
+std::optional<ApiError> refusalOf(const DeleteFileDetails &file);
+
+Request remove(const DeleteFileDetails &file);
 
 } // namespace Velmora::Files

@@ -23,6 +23,14 @@ JobGrants::JobGrants(RestClient &rest)
 {
 }
 
+void JobGrants::forget()
+{
+    ++m_user;
+    m_keys.clear();
+    m_uploadAddresses = {};
+    m_downloadAddresses = {};
+}
+
 void JobGrants::handleAESKeyRequest(const std::string &jobId, const EncryptionKeyCB &onCompleteCB)
 {
     const QString job = toQt(jobId);
@@ -30,21 +38,23 @@ void JobGrants::handleAESKeyRequest(const std::string &jobId, const EncryptionKe
         onCompleteCB({200, {}, {}}, key);
         return;
     }
-    m_keyRequests.join(job, onCompleteCB, [&] {
+    const JobOfUser wanted{m_user, job};
+    m_keyRequests.join(wanted, onCompleteCB, [&] {
         VELMORA_LOG() << "in CloudAPI::getEncryptionKey(): ZRV call being made for encryption key";
         const Request request{Endpoints::JobKey, Verb::Post, bodyOf({{"jobId", jobId}})};
-        return m_rest.exchange(request, [this, job](const Outcome &outcome) {
+        return m_rest.exchange(request, [this, wanted](const Outcome &outcome) {
             ApiError error = transferError(outcome, Endpoints::JobKey.title);
             const QJsonValue reply = QJsonDocument::fromJson(outcome.body).object().value(QLatin1String("key"));
             const auto decoded = QByteArray::fromBase64Encoding(
                 reply[QLatin1String("plaintextKey")].toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
-            const QByteArray key = decoded ? *decoded : QByteArray();
-            if (error.errorCode < 300 && !key.isEmpty() && key.size() <= cipherKeySize)
-                m_keys.insert(job, key);
-            else if (error.errorCode < 300)
+            const bool usable = decoded && !(*decoded).isEmpty() && (*decoded).size() <= cipherKeySize;
+            if (error.errorCode < 300 && !usable)
                 error = {400, Endpoints::JobKey.title, "The service gave no usable encryption key for the job."};
-            for (const EncryptionKeyCB &waiter : m_keyRequests.finish(job))
-                waiter(error, m_keys.value(job));
+            const QByteArray key = error.errorCode < 300 ? *decoded : QByteArray();
+            if (wanted.first == m_user)
+                m_keys.insert(wanted.second, key);
+            for (const EncryptionKeyCB &waiter : m_keyRequests.finish(wanted))
+                waiter(error, key);
         });
     });
 }
@@ -58,14 +68,15 @@ void JobGrants::handleUploadURLRequest(const std::string &jobId, const UploadUrl
         return;
     }
     VELMORA_LOG() << "Did not find cached upload request for job" << job;
-    m_uploadAddressRequests.join(job, onCompleteCB, [&] {
+    const JobOfUser wanted{m_user, job};
+    m_uploadAddressRequests.join(wanted, onCompleteCB, [&] {
         const Request request{Endpoints::JobFilesUpload, Verb::Get, {}, QStringLiteral("/uploadUrl/%1").arg(job)};
-        return m_rest.exchange(request, [this, job](const Outcome &outcome) {
+        return m_rest.exchange(request, [this, wanted](const Outcome &outcome) {
             const ApiError error = transferError(outcome, Endpoints::JobFilesUpload.title);
             const QJsonObject address = QJsonDocument::fromJson(outcome.body).object();
-            if (error.errorCode < 300 && address.contains(QLatin1String("uri")))
-                m_uploadAddresses.store(job, address, m_clock());
-            for (const UploadUrlCB &waiter : m_uploadAddressRequests.finish(job))
+            if (error.errorCode < 300 && address.contains(QLatin1String("uri")) && wanted.first == m_user)
+                m_uploadAddresses.store(wanted.second, address, m_clock());
+            for (const UploadUrlCB &waiter : m_uploadAddressRequests.finish(wanted))
                 waiter(error, address);
         });
     });
@@ -77,24 +88,27 @@ void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::st
     const QString job = toQt(jobId);
     const QString key = downloadKey(job, toQt(fileName));
     VELMORA_LOG() << "in CloudAPI::handleDownloadURLRequest() for" << key;
-    if (answerDownload(key, onCompleteCB))
+    if (answerDownload(m_downloadAddresses, key, onCompleteCB))
         return;
     VELMORA_LOG() << "Did not find cached download requests for job" << job;
-    m_listings.join(job, {onCompleteCB, key}, [&] {
+    const JobOfUser wanted{m_user, job};
+    m_listings.join(wanted, {onCompleteCB, m_user, key}, [this, wanted] {
+        const QString &job = wanted.second;
         VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
-        return requestFileList(QStringLiteral("/%1").arg(job), true, [this, job](const Outcome &outcome, FileList &&) {
+        const auto then = [this, wanted, job](const Outcome &outcome, FileList &&, AddressCache &found) {
             const Endpoint &titled = outcome.isRefused() ? Endpoints::JobFilesList : Endpoints::JobFilesUpload;
             const ApiError error = transferError(outcome, titled.title);
-            for (const DownloadWaiter &waiter : m_listings.finish(job)) {
+            for (const DownloadWaiter &waiter : m_listings.finish(wanted)) {
                 if (error.errorCode >= 300)
                     waiter(error, {});
-                else if (!answerDownload(waiter.key, waiter))
+                else if (!answerDownload(found, waiter.key, waiter))
                     waiter({404, Titles::DownloadFailed,
                             waiter.key.mid(job.size() + 1).toStdString() + " is not among the files of job " +
                                 job.toStdString() + '.'},
                            {});
             }
-        });
+        };
+        return requestFileList(QStringLiteral("/%1").arg(job), true, then);
     });
 }
 
@@ -114,7 +128,7 @@ JobGrants::FileList JobGrants::readFileList(const QByteArray &body, bool showAll
 
 void JobGrants::listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete)
 {
-    requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, FileList &&files) {
+    requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, FileList &&files, AddressCache &) {
         m_rest.deliver(onComplete, operationError(outcome, Endpoints::JobFilesList.title), std::move(files.shown));
     });
 }
@@ -123,38 +137,40 @@ RestClient::Abort JobGrants::requestFileList(const QString &suffix, bool showAll
 {
     const auto read = [showAllFiles](const QByteArray &body) { return readFileList(body, showAllFiles); };
     return m_rest.exchange({Endpoints::JobFilesList, Verb::Get, {}, suffix}, read,
-                           [this, then](const Outcome &outcome, FileList &&files) {
+                           [this, then, user = m_user](const Outcome &outcome, FileList &&files) {
+                               AddressCache ofAnotherUser;
+                               AddressCache &found = user == m_user ? m_downloadAddresses : ofAnotherUser;
                                if (!outcome.isRefused()) {
                                    VELMORA_LOG() << "Received list of" << files.shown.size() << "files.";
-                                   remember(files.array); // hidden files can be downloaded too
+                                   remember(files.array, user, found); // hidden files can be downloaded too
                                }
-                               then(outcome, std::move(files));
+                               then(outcome, std::move(files), found);
                            });
 }
 
-void JobGrants::remember(const QJsonArray &files)
+void JobGrants::remember(const QJsonArray &files, int user, AddressCache &found)
 {
     const qint64 now = m_clock();
-    if (const int removed = m_downloadAddresses.removeStale(now))
+    if (const int removed = found.removeStale(now))
         VELMORA_LOG() << "Cleared" << removed << "file download requests from cache.";
     for (const QJsonValue &file : files) {
         const QJsonValue chunks = file[QLatin1String("downloadRequest")];
         if (chunks.isArray())
-            m_downloadAddresses.store(
+            found.store(
                 downloadKey(file[QLatin1String("jobId")].toString(), file[QLatin1String("fileName")].toString()),
                 chunks, now);
     }
     // Downloads that wait for a listing of their own may find what they need in this one.
     const auto isKnown = [&](const DownloadWaiter &waiter) {
-        return m_downloadAddresses.find(waiter.key, now).has_value();
+        return waiter.user == user && found.find(waiter.key, now).has_value();
     };
     for (const DownloadWaiter &waiter : m_listings.takeIf(isKnown))
-        answerDownload(waiter.key, waiter);
+        answerDownload(found, waiter.key, waiter);
 }
 
-bool JobGrants::answerDownload(const QString &key, const DownloadUrlCB &waiter)
+bool JobGrants::answerDownload(AddressCache &addresses, const QString &key, const DownloadUrlCB &waiter)
 {
-    const auto chunks = m_downloadAddresses.find(key, m_clock());
+    const auto chunks = addresses.find(key, m_clock());
     if (!chunks)
         return false;
     waiter({200, {}, {}}, {{QLatin1String("chunks"), *chunks}});

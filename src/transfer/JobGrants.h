@@ -7,6 +7,7 @@
 
 #include <QJsonArray>
 #include <QMap>
+#include <QPair>
 #include <QString>
 
 #include <functional>
@@ -27,6 +28,9 @@ public:
     void handleDownloadURLRequest(const std::string &jobId, const std::string &fileName,
                                   const DownloadUrlCB &onCompleteCB);
 
+    /// Forgets all keys and addresses. What is under way for them completes for those who wait, and is not kept.
+    void forget();
+
     /// Lists files, and keeps their addresses, those of hidden files included. @param suffix  which files, appended to
     /// the endpoint's URL
     void listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
@@ -36,24 +40,28 @@ public:
 
 private:
     struct DownloadWaiter : DownloadUrlCB {
+        int user;
         QString key; ///< "job/file"
     };
     struct FileList;
-    using FileListHandler = std::function<void(const Outcome &, FileList &&)>;
+    /// The last argument holds the addresses of the listing.
+    using FileListHandler = std::function<void(const Outcome &, FileList &&, AddressCache &)>;
 
     static FileList readFileList(const QByteArray &body, bool showAllFiles);
     RestClient::Abort requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &then);
-    void remember(const QJsonArray &files);
-    bool answerDownload(const QString &key, const DownloadUrlCB &waiter);
+    void remember(const QJsonArray &files, int user, AddressCache &found);
+    bool answerDownload(AddressCache &addresses, const QString &key, const DownloadUrlCB &waiter);
 
     RestClient &m_rest;
     std::function<qint64()> m_clock;
     QMap<QString, QByteArray> m_keys; ///< by job
     AddressCache m_uploadAddresses;   ///< by job
     AddressCache m_downloadAddresses; ///< by "job/file": the pieces of the latest listing
-    SingleFlight<QString, EncryptionKeyCB> m_keyRequests;
-    SingleFlight<QString, UploadUrlCB> m_uploadAddressRequests;
-    SingleFlight<QString, DownloadWaiter> m_listings;
+    int m_user = 0;                   ///< counts the users that all of this was granted to
+    using JobOfUser = QPair<int, QString>;
+    SingleFlight<JobOfUser, EncryptionKeyCB> m_keyRequests;
+    SingleFlight<JobOfUser, UploadUrlCB> m_uploadAddressRequests;
+    SingleFlight<JobOfUser, DownloadWaiter> m_listings;
 };
 
 } // namespace Velmora

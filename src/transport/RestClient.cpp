@@ -82,6 +82,8 @@ QNetworkReply *RestClient::sendBody(const char *announcement, QNetworkRequest re
     VELMORA_LOG() << announcement << m_requestsInFlight << "in progress";
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     request.setHeader(QNetworkRequest::ContentLengthHeader, body->size());
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
     QNetworkReply *reply = nullptr;

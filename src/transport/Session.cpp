@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace Velmora {
 
@@ -32,7 +33,9 @@ Session::Session(RestClient &rest)
 void Session::logIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
                     const Done &onComplete)
 {
-    clear();
+    forgetTokens();
+    if (emailAddress != std::exchange(m_user, emailAddress))
+        Q_EMIT userChanged();
     QJsonObject body{{QLatin1String("emailAddress"), toQt(emailAddress)}, {QLatin1String("password"), toQt(password)}};
     if (!mfaCode.empty())
         body[QLatin1String("mfaToken")] = toQt(mfaCode).toInt();
@@ -50,11 +53,13 @@ void Session::renew()
 
 void Session::requestTokens(const Endpoint &endpoint, const QJsonObject &body, const Done &onComplete)
 {
-    m_rest.exchange({endpoint, Verb::Post, toText(body)}, [this, &endpoint, onComplete](const Outcome &outcome) {
+    const Request request{endpoint, Verb::Post, toText(body)};
+    m_rest.exchange(request, [this, &endpoint, onComplete, era = m_era](const Outcome &outcome) {
         ApiError error = operationError(outcome, endpoint.title);
         if (!outcome.isRefused()) {
             error.errorMessage = outcome.body.toStdString();
-            acceptTokens(endpoint, outcome.body);
+            if (era == m_era)
+                acceptTokens(endpoint, outcome.body);
         }
         m_rest.deliver(onComplete, error);
     });
@@ -76,15 +81,27 @@ void Session::acceptTokens(const Endpoint &endpoint, const QByteArray &body)
 
 void Session::clear()
 {
+    forgetTokens();
+    m_user.clear();
+    Q_EMIT userChanged();
+    Q_EMIT loggedOut();
+}
+
+void Session::forgetTokens()
+{
+    ++m_era;
     setIdToken({});
     m_refreshToken.clear();
     m_loggedIn = false;
 }
 
+// A token that could end the header it is sent in counts as none.
 void Session::setIdToken(const QString &idToken)
 {
-    m_idToken = idToken;
-    m_rest.setIdToken(idToken);
+    const bool usable =
+        !idToken.contains(QLatin1Char('\r')) && !idToken.contains(QLatin1Char('\n')) && !idToken.contains(QChar());
+    m_idToken = usable ? idToken : QString();
+    m_rest.setIdToken(m_idToken);
 }
 
 } // namespace Velmora

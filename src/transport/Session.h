@@ -17,7 +17,8 @@ struct Endpoint;
 ///
 ///     signed out ── logIn() ─▶ signing in ─ token ─▶ signed in ─ timer ─▶ renewing ─ token ─▶ signed in
 ///
-/// A refusal leads to signed out, and so does `clear()`.
+/// A refusal leads to signed out, and so does `clear()`. An answer that a later `logIn()` or `clear()` has overtaken
+/// completes its callback and changes nothing else.
 class Session : public QObject {
     Q_OBJECT
 public:
@@ -34,8 +35,12 @@ public:
 Q_SIGNALS:
     /// Emitted for each successful answer to a sign-in or renewal.
     void tokenChanged(const QString &idToken);
+    /// The user signed out, or somebody else signs in: nothing that was got for the last user may be used any more.
+    void userChanged();
+    void loggedOut();
 
 private:
+    void forgetTokens();
     void renew();
     void requestTokens(const Endpoint &endpoint, const QJsonObject &body, const Done &onComplete);
     void acceptTokens(const Endpoint &endpoint, const QByteArray &body);
@@ -44,6 +49,8 @@ private:
     RestClient &m_rest;
     QString m_idToken;
     QString m_refreshToken;
+    std::string m_user; ///< of the latest sign-in
+    int m_era = 0;      ///< counts sign-ins and logouts
     bool m_loggedIn = false;
     QTimer m_renewalTimer; ///< tests find it by the name "renewal"
 };

@@ -68,9 +68,12 @@ TEST(JobSubmitTest, submission_validJob_isOneDocumentStampedWithLocalTime)
 {
     JobSubmit job = goodJob();
     job.jobName = "%1 Tr\u00e4ger \u65e5\u672c %2";
+    const QLocale before;
+    QLocale::setDefault(QLocale(QLocale::Persian)); // which has digits of its own
     const std::time_t start = std::time(nullptr);
     const std::string text = job.toSubmissionJson();
     const std::time_t end = std::time(nullptr);
+    QLocale::setDefault(before);
     EXPECT_EQ(text.rfind("{\n    \"accountId\": \"account-1\",\n    \"application\"", 0), 0U);
     EXPECT_NE(text.find("Tr\u00e4ger"), std::string::npos); // UTF-8, not escaped
     QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();

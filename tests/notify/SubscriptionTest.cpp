@@ -93,6 +93,19 @@ TEST_F(SubscriptionTest, subscription_applicationOnlyProcessesEvents_endsItsConn
     EXPECT_EQ(listener.texts.size(), 0u);
 }
 
+TEST_F(SubscriptionTest, logout_insideACallback_endsAllSubscriptions)
+{
+    Listener second;
+    ASSERT_NO_FATAL_FAILURE(open(listener, 0, "J1"));
+    ASSERT_NO_FATAL_FAILURE(open(second, 1, "J2"));
+    listener.then = [this] { api->clearActiveAccount(); };
+    server.send(0, "a");
+    EXPECT_TRUE(gone(0) && gone(1));
+    EXPECT_FALSE(subscribed("J1") || subscribed("J2") || heartbeat());
+    settle();
+    EXPECT_EQ(listener.texts.size() + second.texts.size(), 1U);
+}
+
 TEST_F(SubscriptionTest, unsubscribe_messagesAlreadyReceived_areDropped)
 {
     Listener second;

@@ -113,6 +113,50 @@ TEST_F(TransferTest, sharedRequest_allItsTransfersCancelled_isAbortedAndAskedAne
     }
 }
 
+TEST_F(TransferTest, grants_anotherUserOrALogout_areAskedForAnew)
+{
+    list({piece(pieceName(1), noise(10))});
+    const std::string path = write("f", noise(10));
+    const auto transferBoth = [&] {
+        up = {};
+        down = {};
+        upload(path);
+        download(wanted());
+        EXPECT_TRUE(up.wait() && down.wait());
+        EXPECT_EQ(down.error.errorMessage, "");
+    };
+    const auto logIn = [&](const char *user) {
+        bool done = false;
+        api->logUserIn(user, "p", "", [&](const ApiError &) { done = true; });
+        EXPECT_TRUE(waitUntil([&] { return done; }));
+    };
+    transferBoth();
+    const std::tuple<const char *, bool, int> steps[] = {{"a@b", false, 0}, {"b@c", false, 1}, {"b@c", true, 1}};
+    for (const auto &[user, logout, asked] : steps) {
+        const qint64 before[] = {seen(keyPath), seen(addressPath), seen(listPath)};
+        if (logout)
+            api->clearActiveAccount();
+        logIn(user);
+        transferBoth();
+        EXPECT_EQ(seen(keyPath), before[0] + asked) << user << logout;
+        EXPECT_EQ(seen(addressPath), before[1] + asked) << user << logout;
+        EXPECT_EQ(seen(listPath), before[2] + asked) << user << logout;
+    }
+    // What was under way for the last user is neither shared nor kept.
+    api->clearActiveAccount();
+    logIn("c@d");
+    const qint64 before = seen(keyPath);
+    faults = {{keyPath, silence()}};
+    up = {};
+    upload(path);
+    ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 1; }));
+    faults.clear();
+    logIn("d@e");
+    upload(path);
+    EXPECT_TRUE(up.wait(1));
+    EXPECT_EQ(seen(keyPath), before + 2);
+}
+
 TEST_F(TransferTest, blockingUpload_completedOrDestroyed_returnsAfterwards)
 {
     const FileUploadDetails file{write("f", noise(100000)), "J1", 0};

@@ -109,6 +109,28 @@ TEST_F(RequestTest, result_severalShapes_areRead)
     }
 }
 
+TEST_F(RequestTest, deleteFile_pathWithDots_isRefusedInsideTheCall)
+{
+    for (const DeleteFileDetails &file :
+         {DeleteFileDetails{"J1", "", ".."}, {"J1", "..", "a"}, {"J1", "", "a/./b"}, {"..", "", "a"}}) {
+        done = {};
+        api->deleteFile(file, Into{&done});
+        EXPECT_EQ(done.calls, 1);
+        EXPECT_EQ(done.error.errorCode, 400);
+        EXPECT_EQ(done.error.errorTitle, "Error Transferring Files");
+        EXPECT_EQ(done.result, toJson(file));
+    }
+    EXPECT_EQ(log.text(), "") << "nothing is sent";
+}
+
+TEST_F(RequestTest, cookie_setByTheService_isNeverSent)
+{
+    server.next(answer(200, "{}", "application/json", "Set-Cookie: user=ada; Path=/\r\n"));
+    run("getCurrentUserDetails");
+    run("getCurrentUserDetails");
+    EXPECT_TRUE(server.requests().last().header("Cookie").isNull());
+}
+
 TEST_F(RequestTest, submitNewJob_invalidJob_completesInsideTheCall)
 {
     JobSubmit job;

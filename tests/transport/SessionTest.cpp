@@ -112,6 +112,46 @@ TEST_F(SessionTest, login_noAnswerOrNoTokens_readsAsLoggedIn)
     EXPECT_EQ(sent("POST", "/api/auth/login"), 4);
 }
 
+TEST_F(SessionTest, tokenAnswer_overtakenByLoginOrLogout_changesNothing)
+{
+    for (const bool renewal : {false, true}) {
+        for (const bool logout : {false, true}) {
+            const Answer late = answer(200, tokens(3600, "late")).paused();
+            Completion overtaken, next;
+            if (renewal) {
+                logIn();
+                renew(late);
+            } else {
+                server.next(late);
+                api->logUserIn("ada", "pw", "", Into{&overtaken});
+            }
+            ASSERT_TRUE(pausing());
+            if (logout) {
+                api->clearActiveAccount();
+            } else {
+                server.next(answer(200, tokens(3600, "next")));
+                api->logUserIn("bob", "pw", "", Into{&next});
+                ASSERT_TRUE(wait(next));
+            }
+            server.resume();
+            ASSERT_TRUE(waitUntil([this] { return log.lines().last().endsWith(QLatin1String("Cleared")); }));
+            settle();
+            EXPECT_EQ(overtaken.calls, renewal ? 0 : 1) << "its own callback runs all the same";
+            EXPECT_EQ(api->isUserLoggedIn(), !logout);
+            EXPECT_EQ(token(), logout ? QByteArray() : "next") << renewal;
+        }
+    }
+}
+
+TEST_F(SessionTest, idToken_thatWouldEndItsHeader_isNotSent)
+{
+    for (const char *id : {"a\\r\\nX-Evil: 1", "a\\n", "a\\u0000b"}) {
+        server.next(answer(200, tokens(3600, id)));
+        run("logUserIn");
+        EXPECT_TRUE(token().isNull()) << id;
+    }
+}
+
 TEST(ProxyTest, applyProxy_everyKind_setsItsProxy)
 {
     const bool systemBefore = QNetworkProxyFactory::usesSystemConfiguration();
