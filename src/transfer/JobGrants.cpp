@@ -92,8 +92,7 @@ void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::st
         return;
     VELMORA_LOG() << "Did not find cached download requests for job" << job;
     const JobOfUser wanted{m_user, job};
-    m_listings.join(wanted, {onCompleteCB, m_user, key}, [this, wanted] {
-        const QString &job = wanted.second;
+    m_listings.join(wanted, {onCompleteCB, m_user, key}, [&] {
         VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
         const auto then = [this, wanted, job](const Outcome &outcome, FileList &&, AddressCache &found) {
             const Endpoint &titled = outcome.isRefused() ? Endpoints::JobFilesList : Endpoints::JobFilesUpload;
