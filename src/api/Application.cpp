@@ -1,6 +1,7 @@
 #include "api/Application.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QThread>
@@ -29,7 +30,8 @@ QCoreApplication *takeUnused(Shared &state)
     QCoreApplication *made = state.made;
     if (!made || state.claims > 0 || state.pumps > 0)
         return nullptr;
-    // A loop of the application still runs on it. It stays, for the next claim to find.
+    // Only its own thread can delete it, and not below a loop of the application. Else it stays, for the next claim to
+    // find.
     if (made->thread() != QThread::currentThread() || made->thread()->loopLevel() > 0)
         return nullptr;
     state.made = nullptr;
@@ -49,6 +51,7 @@ ApplicationClaim::ApplicationClaim()
     m_made = state.made && state.made == QCoreApplication::instance();
     if (m_made)
         ++state.claims;
+    const QEventLoop dispatching; // gives this thread an event dispatcher that stays, if it has none
 }
 
 ApplicationClaim::~ApplicationClaim()

@@ -6,7 +6,9 @@ namespace Velmora {
 
 /// A claim on Qt's application object: the application's own, or one that the library makes where there is none. The
 /// library deletes its own with the last claim, but not before every `PumpScope` has ended: a callback may give up the
-/// last claim while the event loop that runs the callback is still on the stack.
+/// last claim while the event loop that runs the callback is still on the stack. Where the library made it on a thread
+/// that has ended, it stays. A claim also gives its thread an event dispatcher, without which nothing would be
+/// delivered there.
 class ApplicationClaim {
 public:
     ApplicationClaim();

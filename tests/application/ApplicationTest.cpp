@@ -11,6 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 using namespace Velmora;
 
 namespace {
@@ -105,6 +108,64 @@ TEST_F(ApplicationTest, application_lastSessionDestroyedInACallback_outlivesTheR
         api = std::make_unique<CloudAPI>(); // again
         EXPECT_TRUE(QCoreApplication::instance());
     }
+}
+
+/// A session on a plain thread, which goes on from step to step.
+class SessionThread {
+public:
+    enum Step { Starting, Constructed, Asking, Answered, Ending };
+
+    void proceed(Step step) { m_step = step; }
+    bool waitFor(Step step)
+    {
+        QElapsedTimer timer; // this thread serves the requests meanwhile
+        for (timer.start(); m_step != step && timer.elapsed() < 10000;)
+            QCoreApplication::processEvents();
+        return m_step == step;
+    }
+    void end()
+    {
+        proceed(Ending);
+        m_thread.join();
+    }
+
+private:
+    void run()
+    {
+        CloudAPI session;
+        m_step = Constructed;
+        while (m_step < Asking)
+            std::this_thread::yield();
+        session.getJobDetails("J1", [this](const auto &, const auto &) { m_step = Answered; });
+        while (m_step < Ending)
+            session.processEvents();
+    }
+
+    std::atomic<int> m_step{Starting};
+    std::thread m_thread{[this] { run(); }};
+};
+
+TEST_F(ApplicationTest, session_onAnyThread_completesWhateverSessionsEndedBefore)
+{
+    const auto run = [this] {
+        api.reset();
+        SessionThread first; // makes the application object, and ends before the others
+        bool good = first.waitFor(SessionThread::Constructed);
+        SessionThread second;
+        good = second.waitFor(SessionThread::Constructed) && good;
+        api = std::make_unique<CloudAPI>();
+        const Loopback loopback;
+        for (SessionThread *each : {&first, &second}) {
+            each->proceed(SessionThread::Asking);
+            good = each->waitFor(SessionThread::Answered) && good;
+            each->end();
+            good = load() && good; // on the main thread
+        }
+        std::_Exit(good ? 0 : 1);
+    };
+    // In a process of its own: the application object stays when its thread has gone.
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ApplicationTest, application_loopOfTheCallerRuns_stays)
