@@ -89,7 +89,8 @@ void Connection::headRead()
     if (!m_sink && m_bodyLeft > maxBody)
         return readFailed(http::error::body_limit);
     m_parser->body_limit(maxBody); // a chunked body is still unlimited
-    if (!beast::iequals(head[http::field::expect], "100-continue"))
+    const bool endsNow = m_sink && m_sink->endsAfter() == 0;
+    if (endsNow || !beast::iequals(head[http::field::expect], "100-continue"))
         return takeBody();
     if (m_sink && m_sink->isRefused()) {
         m_drain = true;
@@ -110,44 +111,50 @@ void Connection::takeBody()
         return readBody();
     const std::size_t ahead = static_cast<std::size_t>(std::min<std::uint64_t>(m_bodyLeft, m_buffer.size()));
     m_received = 0;
-    if (!sink(static_cast<const char *>(m_buffer.data().data()), ahead))
-        return;
+    const bool more = sink(static_cast<const char *>(m_buffer.data().data()), ahead);
     m_buffer.consume(ahead);
-    streamBody();
+    if (more)
+        streamBody();
+    else
+        endBody();
 }
 
-/// Passes bytes of the body on; false when the connection was reset instead.
+/// Passes bytes of the body on; false when the sink takes no more.
 bool Connection::sink(const char *data, std::size_t size)
 {
-    const long long most = m_sink->resetAfter() - m_received;
-    const bool cut = m_sink->resetAfter() >= 0 && most <= static_cast<long long>(size);
+    const long long most = m_sink->endsAfter() - m_received;
+    const bool cut = m_sink->endsAfter() >= 0 && most <= static_cast<long long>(size);
     const std::size_t count = cut ? static_cast<std::size_t>(most) : size;
     m_received += static_cast<long long>(count);
-    m_bodyLeft -= count;
+    m_bodyLeft -= size;
     if (count > 0)
         m_sink->take(data, count);
-    if (cut)
-        reset(lowest().socket());
     return !cut;
 }
 
 void Connection::streamBody()
 {
-    if (m_bodyLeft == 0) {
-        Answer made = m_sink->finish();
-        m_sink.reset();
-        return answer(std::move(made));
-    }
+    if (m_bodyLeft == 0)
+        return endBody();
     m_chunk.resize(chunkSize);
     const std::size_t room =
         slice(m_sink->rate(), static_cast<std::size_t>(std::min<std::uint64_t>(m_bodyLeft, chunkSize)));
     lowest().expires_after(idleTime);
     m_stream.async_read_some(net::buffer(m_chunk.data(), room),
                              [self = shared_from_this()](error_code error, std::size_t count) {
-                                 if (error || !self->sink(self->m_chunk.data(), count))
+                                 if (error)
                                      return;
+                                 if (!self->sink(self->m_chunk.data(), count))
+                                     return self->endBody();
                                  self->after(duration(count, self->m_sink->rate()), [self] { self->streamBody(); });
                              });
+}
+
+void Connection::endBody()
+{
+    Answer made = m_sink->finish();
+    m_sink.reset();
+    answer(std::move(made));
 }
 
 void Connection::readBody()
@@ -155,6 +162,7 @@ void Connection::readBody()
     http::async_read(m_stream, m_buffer, *m_parser, [self = shared_from_this()](error_code error, auto) {
         if (error)
             return self->readFailed(error);
+        self->m_bodyLeft = 0;
         self->answer(self->m_server.handler.answer(plainRequest(self->m_parser->get(), self->m_number)));
     });
 }

@@ -58,6 +58,7 @@ private:
     void takeBody();
     bool sink(const char *data, std::size_t size);
     void streamBody();
+    void endBody();
     void readBody();
     void readFailed(error_code error);
     void refuse(int status, const std::string &message);
@@ -74,6 +75,8 @@ private:
     void drain();
     void drainMore();
     void discard();
+    void skipBody();
+    void hold();
 
     Stream m_stream;
     Server::Impl &m_server;

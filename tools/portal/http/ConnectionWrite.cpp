@@ -9,12 +9,34 @@ namespace {
 constexpr auto closingTime = std::chrono::seconds(5);
 constexpr auto goodbyeTime = std::chrono::milliseconds(50);
 
+std::string informationalHead(int status)
+{
+    if (status == 100)
+        return "HTTP/1.1 100 Continue\r\n\r\n";
+    return "HTTP/1.1 " + std::to_string(status) + (status == 103 ? " Early Hints" : " Informational") +
+           "\r\nLink: </hint>; rel=preload\r\n\r\n";
+}
+
+bool closes(Closing closing)
+{
+    return closing == Closing::Notify || closing == Closing::End || closing == Closing::Reset;
+}
+
 } // namespace
 
 void Connection::answer(Answer answer)
 {
     m_answer = std::move(answer);
-    after(m_answer.delay, [self = shared_from_this()] { self->finish(); });
+    if (m_answer.informational.empty())
+        return after(m_answer.delay, [self = shared_from_this()] { self->finish(); });
+    m_out.clear();
+    for (const int status : m_answer.informational)
+        m_out += informationalHead(status);
+    lowest().expires_after(idleTime);
+    net::async_write(m_stream, net::buffer(m_out), [self = shared_from_this()](error_code error, auto) {
+        if (!error)
+            self->after(self->m_answer.delay, [self] { self->finish(); });
+    });
 }
 
 void Connection::finish()
@@ -26,6 +48,8 @@ void Connection::finish()
         return hangUp(lowest());
     case Answer::Ending::Silence:
         return discard();
+    case Answer::Ending::Stall:
+        return hold();
     case Answer::Ending::Raw:
         m_keepAlive = m_answer.keepOpen;
         m_left = 0;
@@ -46,7 +70,7 @@ void Connection::write()
         response.source = textBytes(std::move(response.body));
     const std::uint64_t size = response.source ? response.source->size() : response.body.size();
     const bool named = m_answer.lengthKnown || bodiless;
-    m_keepAlive = m_keepAlive && m_answer.keepOpen && named;
+    m_keepAlive = m_keepAlive && m_answer.keepOpen && named && !closes(m_answer.closing);
     m_out = "HTTP/1.1 " + std::to_string(response.status) + ' ' +
             std::string(http::obsolete_reason(http::int_to_status(static_cast<unsigned>(response.status)))) +
             "\r\nServer: velmora-portal\r\n";
@@ -117,6 +141,20 @@ void Connection::written()
 {
     const bool whole = m_answer.ending == Answer::Ending::Whole || m_answer.ending == Answer::Ending::Raw;
     m_answer.response.source.reset();
+    switch (m_answer.closing) {
+    case Closing::Notify:
+        return shutDown();
+    case Closing::End:
+        return m_bodyLeft > 0 ? drain() : hangUp(lowest());
+    case Closing::Reset:
+        return reset(lowest().socket());
+    case Closing::Hold:
+        return hold();
+    case Closing::Skip:
+        return skipBody();
+    case Closing::Usual:
+        break;
+    }
     if (!whole)
         hangUp(lowest());
     else if (m_drain)
@@ -130,7 +168,12 @@ void Connection::written()
 void Connection::shutDown()
 {
     lowest().expires_after(closingTime);
-    m_stream.async_shutdown([self = shared_from_this()](error_code) { hangUp(self->lowest()); });
+    m_stream.async_shutdown([self = shared_from_this()](error_code) {
+        if (self->m_bodyLeft > 0)
+            self->drain();
+        else
+            hangUp(self->lowest());
+    });
     // For some clients a body without a length ends with the connection, not with TLS.
     m_timer.expires_after(goodbyeTime);
     m_timer.async_wait([self = shared_from_this()](error_code error) {
@@ -170,6 +213,30 @@ void Connection::discard()
         if (!error)
             self->discard();
     });
+}
+
+void Connection::skipBody()
+{
+    const auto ahead = static_cast<std::size_t>(std::min<std::uint64_t>(m_bodyLeft, m_buffer.size()));
+    m_buffer.consume(ahead);
+    m_bodyLeft -= ahead;
+    if (m_bodyLeft == 0)
+        return m_keepAlive ? readHead() : shutDown();
+    m_chunk.resize(static_cast<std::size_t>(std::min<std::uint64_t>(m_bodyLeft, chunkSize)));
+    lowest().expires_after(idleTime);
+    m_stream.async_read_some(net::buffer(m_chunk), [self = shared_from_this()](error_code error, std::size_t count) {
+        self->m_bodyLeft -= count;
+        if (!error)
+            self->skipBody();
+    });
+}
+
+/// Without reading, the portal does not notice when the client closes.
+void Connection::hold()
+{
+    lowest().expires_never();
+    m_timer.expires_after(idleTime);
+    m_timer.async_wait([self = shared_from_this()](error_code) { reset(self->lowest().socket()); });
 }
 
 } // namespace VelmoraPortal
