@@ -284,7 +284,7 @@ private:
 
 } // namespace
 
-StorageService::StorageService(Store &store, const Addresses &addresses, std::function<std::int64_t()> now)
+StorageService::StorageService(Store &store, Addresses &addresses, std::function<std::int64_t()> now)
     : m_store(store)
     , m_addresses(addresses)
     , m_now(std::move(now))
