@@ -178,6 +178,8 @@ TEST_F(PortalTest, control_badFault_refusedWithItsReason)
         {R"({"kind":"status","path":"*","status":99})", "\"status\" must be from 200 to 599"},
         {R"({"kind":"delay","path":"*","delay":"1"})", "\"delay\" must be a whole number"},
         {R"({"kind":"raw","path":"*","keepOpen":2})", "\"keepOpen\" must be from 0 to 1"},
+        {R"({"kind":"raw","path":"*","closing":"x"})", "\"closing\" must be one of \"end\", \"hold\", \"notify\""},
+        {R"({"kind":"raw","path":"*","informational":[99]})", "\"informational\" must hold whole numbers from 100"},
         {R"([{"kind":"gzip","path":"*"},{"kind":"gzip","path":"*","contentType":""}])", "\"contentType\" must not be"},
         {R"({"kind":"socketDrop","odd":1})", "\"odd\" is not a known key"},
     };
@@ -187,7 +189,8 @@ TEST_F(PortalTest, control_badFault_refusedWithItsReason)
         EXPECT_EQ(reply.text("message").find(row.message), 0U) << reply.body;
     }
     EXPECT_EQ(portal.faultCount(), 0U);
-    const string good = R"({"kind":"socketClose","messages":3,"closeCode":4000,"reason":"r","keepOpen":0,"delay":7})";
+    const string good = R"({"kind":"socketClose","messages":3,"closeCode":4000,"reason":"r","keepOpen":0,"delay":7,)"
+                        R"("closing":"skip","informational":[100,103]})";
     const QJsonObject fault = control("POST", good).array()[0].toObject();
     const QJsonObject sent = QJsonDocument::fromJson(toBytes(good)).object();
     for (const QString &field : sent.keys())
@@ -196,6 +199,13 @@ TEST_F(PortalTest, control_badFault_refusedWithItsReason)
     EXPECT_EQ(fault["rate"], 65536);
     EXPECT_EQ(control("DELETE", "").status, 200);
     EXPECT_EQ(control("POST", R"({"kind":"resetBefore"})").array().size(), 1);
+    const auto storage = [&](const string &body) {
+        return send(replaced(request("POST", "storage", body, ""), "/api/", "/control/"));
+    };
+    portal.clearFaults();
+    EXPECT_EQ(storage(R"({"expiredStatus":402})").status, 400);
+    EXPECT_EQ(storage(R"({"expiredStatus":410,"addressUses":3})").object()["addressUses"], 3);
+    EXPECT_EQ(portal.storage().expiredStatus, 410);
 }
 
 TEST_F(PortalTest, program_portTakenOrDirectoryShared_refusesToStart)

@@ -1,5 +1,6 @@
 #include "portal/Core.h"
 
+#include "portal/control/FaultEffect.h"
 #include "portal/http/Text.h"
 
 #include <algorithm>
@@ -13,46 +14,6 @@ constexpr std::size_t maxNotedBody = 64 * 1024;
 std::chrono::milliseconds tickOf(std::chrono::milliseconds jobDuration)
 {
     return std::clamp(jobDuration / 50, std::chrono::milliseconds(5), std::chrono::milliseconds(200));
-}
-
-/// The service's answer with the fault in it; an empty answer when the service did not process the request.
-Answer faulty(const Fault &fault, Answer answer)
-{
-    answer.delay = fault.delay;
-    answer.bytes = fault.bytes;
-    answer.ending = rowOf(fault.kind).ending;
-    switch (fault.kind) {
-    case FaultKind::Status:
-        answer.response = {fault.status, fault.contentType, fault.body, {}, nullptr};
-        answer.keepOpen = fault.keepOpen;
-        break;
-    case FaultKind::Raw:
-        answer.response.body = fault.body;
-        answer.keepOpen = fault.keepOpen;
-        break;
-    case FaultKind::Drip:
-        answer.drip = true;
-        [[fallthrough]];
-    case FaultKind::SlowWrite:
-        answer.rate = fault.rate;
-        break;
-    case FaultKind::Gzip:
-        if (!answer.response.source)
-            answer.response.source = textBytes(std::move(answer.response.body));
-        answer.response.source = gzipped(std::move(answer.response.source));
-        answer.response.headers.emplace_back("Content-Encoding", "gzip");
-        if (fault.bytes > 0)
-            answer.ending = Answer::Ending::CutBody;
-        break;
-    case FaultKind::NoLength:
-        answer.lengthKnown = false;
-        if (fault.bytes > 0)
-            answer.ending = Answer::Ending::CutBody;
-        break;
-    default: // no more than the ending
-        break;
-    }
-    return answer;
 }
 
 bool reachesClient(Answer::Ending ending)
@@ -139,10 +100,7 @@ public:
     // A fault is injected after the whole body, so the request must not be refused before it.
     bool isRefused() const override { return !m_fault && m_inner->isRefused(); }
     long long rate() const override { return m_fault && m_fault->kind == FaultKind::SlowRead ? m_fault->rate : 0; }
-    long long resetAfter() const override
-    {
-        return m_fault && m_fault->kind == FaultKind::CutUpload ? m_fault->bytes : -1;
-    }
+    long long endsAfter() const override { return m_fault ? uploadLimit(*m_fault) : -1; }
 
 private:
     Core &m_core;
@@ -158,7 +116,8 @@ std::unique_ptr<BodySink> Core::sink(const HttpRequest &head)
     if (!isStoragePath(head.target))
         return nullptr;
     auto fault = faults.take(OnRequest, faultPath(head.target));
-    auto inner = fault && !rowOf(fault->kind).processed ? discarding({}) : storage.open(head);
+    auto inner =
+        fault && !rowOf(fault->kind).processed ? discarding({}) : storage.open(fault ? altered(*fault, head) : head);
     return std::make_unique<StorageSink>(*this, head, std::move(inner), std::move(fault));
 }
 

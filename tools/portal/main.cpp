@@ -93,6 +93,13 @@ int main(int argc, char **argv)
     app.add_option("--address-lifetime", addressLifetime, "Seconds until a signed address expires")
         ->capture_default_str()
         ->check(CLI::Range(0L, 0x7fffffffL));
+    app.add_option("--address-uses", options.storage.addressUses,
+                   "Requests until a signed address expires; 0: any number")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 1000000));
+    app.add_option("--expired-status", options.storage.expiredStatus, "Status for an expired address")
+        ->capture_default_str()
+        ->check(CLI::IsMember(VelmoraPortal::expiredStatuses));
     app.add_flag("--require-inputs", options.requireInputs,
                  "A job fails when an input that its submission names was not uploaded");
     app.add_flag("--verbose", verbose, "One line a request on standard error");

@@ -69,7 +69,9 @@ Json toJson(const StorageOptions &options)
 {
     Json json = {{"pieceSize", options.pieceSize},
                  {"shuffle", options.shuffle ? 1 : 0},
-                 {"addressLifetime", options.addressLifetime.count()}};
+                 {"addressLifetime", options.addressLifetime.count()},
+                 {"addressUses", options.addressUses},
+                 {"expiredStatus", options.expiredStatus}};
     for (const auto &[name, kind] : uploadNames)
         if (kind == options.upload)
             json["upload"] = name;
@@ -94,6 +96,12 @@ Json setStorage(const HttpRequest &request, Controlled &portal)
         options.shuffle = body.integer("shuffle", 0, 1) != 0;
     if (body.has("addressLifetime"))
         options.addressLifetime = std::chrono::seconds(body.integer("addressLifetime", 0, 0x7fffffff));
+    if (body.has("addressUses"))
+        options.addressUses = static_cast<int>(body.integer("addressUses", 0, 1000000));
+    if (body.has("expiredStatus"))
+        options.expiredStatus = static_cast<int>(body.integer("expiredStatus", 400, 499));
+    if (expiredStatuses.count(options.expiredStatus) == 0)
+        throw Refusal(400, "\"expiredStatus\" must be 401, 403, 404 or 410");
     body.end();
     portal.changeStorage(options);
     return toJson(options);
@@ -194,7 +202,8 @@ std::string controlHelp()
   POST   /control/jobs           {"duration": MILLISECONDS} of the jobs that follow
   GET    /control/storage        the options of the storage addresses
   POST   /control/storage        {"upload": "form", "put" or "post", "download": "get", "post" or "mixed",
-                                 "pieceSize": BYTES, "shuffle": 0 or 1, "addressLifetime": SECONDS}, any of them
+                                 "pieceSize": BYTES, "shuffle": 0 or 1, "addressLifetime": SECONDS,
+                                 "addressUses": N (0: any number), "expiredStatus": 401, 403, 404 or 410}, any of them
   GET    /control/files?job=ID   the job's files; with &name=NAME the file as it is stored, with &plain=1
                                  decrypted
   GET    /control/sockets        sockets with handshake headers, pings, texts
@@ -206,7 +215,10 @@ A fault is injected into the next "times" requests (default 1; 0 or less: until 
 storage, "socket" for sockets, "*" for any). "kind" is one of these, with the fields in parentheses:
 )" + faultHelp() +
            R"("delay" in milliseconds also holds back the other kinds that send an answer; "rate" is in bytes a second;
-"keepOpen": 0 closes the connection after the answer.)";
+"keepOpen": 0 closes the connection after the answer. "informational": [100, 103] are sent before the answer of every
+kind, or before its absence. "closing" says what follows an answer: "notify" closes in order with a TLS close_notify,
+"end" without it, "reset" resets, "hold" keeps the connection and reads and sends nothing more, "skip" ignores the rest
+of an upload's body and serves the next request; "usual" is HTTP's way, without a close_notify after a cut answer.)";
 }
 
 Json toJson(const SeenRequest &request)

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "portal/http/Http.h"
+
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace VelmoraPortal {
 
@@ -18,8 +21,14 @@ enum class FaultKind {
     SlowRead,
     SlowWrite,
     CutUpload,
+    RefuseEarly,
+    StopReading,
+    Informational,
     Gzip,
     NoLength,
+    IgnoreRange,
+    OtherRange,
+    OtherEtag,
     Raw,
     Drip,
     ResetBefore,
@@ -46,6 +55,8 @@ struct Fault {
     int messages = 0;       ///< the Socket… kinds are injected after so many texts
     int closeCode = 1011;
     std::string reason;
+    Closing closing = Closing::Usual; ///< of every kind that sends an answer
+    std::vector<int> informational;   ///< statuses sent before the answer of any kind, or before its absence
 };
 
 } // namespace VelmoraPortal

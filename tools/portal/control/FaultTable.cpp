@@ -2,6 +2,7 @@
 
 #include "portal/json/Body.h"
 
+#include <algorithm>
 #include <limits>
 #include <variant>
 
@@ -26,10 +27,21 @@ constexpr FaultRow kinds[] = {
     {K::SlowWrite, "slowWrite", OnRequest, true, E::Whole, "rate", "the answer's body is sent at this rate"},
     {K::CutUpload, "cutUpload", OnRequest, false, E::Reset, "bytes",
      "the connection is reset after so many bytes of an upload's body"},
+    {K::RefuseEarly, "refuseEarly", OnRequest, false, E::Whole, "status, body, contentType, bytes, closing",
+     "this answer after so many bytes of an upload's body; then closed in order, unless \"closing\" is given"},
+    {K::StopReading, "stopReading", OnRequest, false, E::Stall, "bytes",
+     "after so many bytes of an upload's body nothing more is read; no answer"},
+    {K::Informational, "informational", OnRequest, true, E::Whole, "informational",
+     "the answer comes after these statuses, or after 103"},
     {K::Gzip, "gzip", OnRequest, true, E::Whole, "bytes",
      "the answer's body is gzip; if not 0, closed after so many bytes of it"},
     {K::NoLength, "noLength", OnRequest, true, E::Whole, "bytes",
      "no Content-Length; closed after the body or, if not 0, so many bytes of it"},
+    {K::IgnoreRange, "ignoreRange", OnRequest, true, E::Whole, "", "the whole piece, also when a range is asked for"},
+    {K::OtherRange, "otherRange", OnRequest, true, E::Whole, "bytes",
+     "206 with the piece from this byte on, whatever is asked for"},
+    {K::OtherEtag, "otherEtag", OnRequest, true, E::Whole, "status",
+     "the piece has changed: it has another ETag; with status 206 the range is sent nevertheless"},
     {K::Raw, "raw", OnRequest, false, E::Raw, "body, keepOpen", "the body is sent unchanged, as head and body"},
     {K::Drip, "drip", OnRequest, true, E::Whole, "rate", "the answer, head included, is sent byte by byte"},
     {K::ResetBefore, "resetBefore", OnConnection, false, E::Reset, "",
@@ -56,7 +68,7 @@ static_assert(inOrder());
 struct FaultField {
     const char *name;
     std::variant<int Fault::*, long long Fault::*, bool Fault::*, std::chrono::milliseconds Fault::*,
-                 std::string Fault::*>
+                 std::string Fault::*, Closing Fault::*, std::vector<int> Fault::*>
         member;
     long long least;
     long long most;
@@ -78,12 +90,23 @@ const FaultField fields[] = {
     {"closeCode", &Fault::closeCode, 1000, 4999},
     {"reason", &Fault::reason, 0, maxText},
     {"keepOpen", &Fault::keepOpen, 0, 1},
+    {"closing", &Fault::closing, 0, 0},
+    {"informational", &Fault::informational, 100, 199},
+};
+
+const std::map<std::string, Closing> closingNames = {
+    {"usual", Closing::Usual}, {"notify", Closing::Notify}, {"end", Closing::End},
+    {"reset", Closing::Reset}, {"hold", Closing::Hold},     {"skip", Closing::Skip},
 };
 
 template <typename T> void read(Body &body, const FaultField &field, T &value)
 {
     if constexpr (std::is_same_v<T, std::string>)
         value = body.text(field.name, field.least == 0, static_cast<std::size_t>(field.most));
+    else if constexpr (std::is_same_v<T, Closing>)
+        value = body.choice(field.name, closingNames);
+    else if constexpr (std::is_same_v<T, std::vector<int>>)
+        value = body.integers(field.name, field.least, field.most);
     else
         value = static_cast<T>(body.integer(field.name, field.least, field.most));
 }
@@ -94,6 +117,10 @@ template <typename T> Json written(const T &value)
         return value ? 1 : 0;
     else if constexpr (std::is_same_v<T, std::chrono::milliseconds>)
         return value.count();
+    else if constexpr (std::is_same_v<T, Closing>)
+        return std::find_if(closingNames.begin(), closingNames.end(),
+                            [&](const auto &each) { return each.second == value; })
+            ->first;
     else
         return value;
 }

@@ -14,7 +14,7 @@ enum FaultMoment : unsigned {
     OnSocket = 8,    ///< a socket was accepted
 };
 
-/// The properties of a kind. Core.cpp holds the code of its effect.
+/// The properties of a kind. FaultEffect.cpp holds the code of its effect.
 struct FaultRow {
     FaultKind kind;
     const char *name; ///< in the control interface

@@ -32,6 +32,8 @@ public:
     virtual std::uint64_t size() const = 0; ///< of the whole body
     /// The next bytes, at most `room` (which is 1024 or more); 0 at the end, or when the rest cannot be read.
     virtual std::size_t give(char *to, std::size_t room) = 0;
+    /// Leaves out the next bytes where that needs no reading; returns how many. Called before the first `give`.
+    virtual std::uint64_t skip(std::uint64_t) { return 0; }
 };
 
 std::shared_ptr<BodySource> textBytes(std::string text);
@@ -56,6 +58,16 @@ struct Refusal : std::runtime_error {
     int status;
 };
 
+/// What becomes of the connection after an answer, whole or cut.
+enum class Closing {
+    Usual,  ///< as HTTP has it; closed without a TLS close_notify after a cut answer
+    Notify, ///< closed in order: close_notify, then the end of TCP
+    End,    ///< TCP ends without close_notify
+    Reset,  ///< TCP is reset
+    Hold,   ///< kept, but nothing more is read or sent
+    Skip,   ///< the rest of the request's body is read and ignored, then the next request is served
+};
+
 /// A response and how it is sent.
 struct Answer {
     enum class Ending {
@@ -66,6 +78,7 @@ struct Answer {
         Reset,   ///< connection reset, nothing sent
         HangUp,  ///< connection closed, nothing sent
         Silence, ///< nothing sent, connection kept
+        Stall,   ///< the same, and nothing more is read
     };
     HttpResponse response;
     Ending ending = Ending::Whole;
@@ -75,6 +88,8 @@ struct Answer {
     bool lengthKnown = true; ///< false: no Content-Length; the body ends with the connection
     long long rate = 0;      ///< bytes of the body sent in a second; 0: no limit
     bool drip = false;       ///< byte by byte, the head too
+    Closing closing = Closing::Usual;
+    std::vector<int> informational; ///< statuses of answers that are sent at once, before the delay
 };
 
 /// Takes a request's body while it arrives.
@@ -82,13 +97,13 @@ class BodySink {
 public:
     virtual ~BodySink() = default;
     virtual void take(const char *data, std::size_t size) = 0;
-    /// Called after the whole body, or before it when `isRefused`.
+    /// Called after the whole body, or before it when `isRefused`, or after `endsAfter` bytes of it.
     virtual Answer finish() = 0;
     /// True when the body is not needed any more: a client that waits for "100 Continue" does not get it.
     virtual bool isRefused() const = 0;
     virtual long long rate() const { return 0; } ///< bytes read in a second; 0: no limit
-    /// The connection is reset after so many bytes of the body; negative: never.
-    virtual long long resetAfter() const { return -1; }
+    /// The rest of the body is not taken: `finish` is called after so many bytes. Negative: never.
+    virtual long long endsAfter() const { return -1; }
 };
 
 /// Ignores the body, then returns that answer.

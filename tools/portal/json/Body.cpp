@@ -88,6 +88,17 @@ std::vector<std::string> Body::texts(const char *key)
     return list;
 }
 
+std::vector<int> Body::integers(const char *key, long long least, long long most)
+{
+    std::vector<int> list;
+    for (const Json &element : array(key)) {
+        if (!element.is_number_integer() || element < least || element > most)
+            refuse(key, "must hold whole numbers from " + std::to_string(least) + " to " + std::to_string(most));
+        list.push_back(element.get<int>());
+    }
+    return list;
+}
+
 void Body::end() const
 {
     for (const auto &item : m_object.items())

@@ -29,6 +29,7 @@ public:
     double positive(const char *key);
     const Json &array(const char *key);
     std::vector<std::string> texts(const char *key);
+    std::vector<int> integers(const char *key, long long least, long long most);
     bool has(const char *key) const { return m_object.contains(key); }
     /// Call it last: refuses all members that were not read.
     void end() const;

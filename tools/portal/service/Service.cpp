@@ -97,7 +97,7 @@ const Service::Route &Service::route(const std::string &path, const HttpRequest 
     throw Refusal(405, "\"" + path + "\" takes " + allowed + ", not " + request.method);
 }
 
-Service::Service(const Options &options, Store &store, const Addresses &addresses, Listener listener)
+Service::Service(const Options &options, Store &store, Addresses &addresses, Listener listener)
     : m_store(store)
     , m_addresses(addresses)
     , m_state(seededState(now(), store))

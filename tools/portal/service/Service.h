@@ -21,7 +21,7 @@ public:
         std::function<void(const std::string &jobId, const std::string &reason)> finish; ///< close with 1000
     };
 
-    Service(const Options &options, Store &store, const Addresses &addresses, Listener listener);
+    Service(const Options &options, Store &store, Addresses &addresses, Listener listener);
 
     /// Answers any request under /api/; a bad one with 4xx and a message.
     HttpResponse handle(const HttpRequest &request);
@@ -107,7 +107,7 @@ private:
     };
 
     Store &m_store;
-    const Addresses &m_addresses;
+    Addresses &m_addresses;
     State m_state;
     std::chrono::milliseconds m_jobDuration;
     std::chrono::seconds m_tokenLifetime;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <random>
+#include <sstream>
 
 namespace VelmoraPortal {
 namespace {
@@ -31,11 +32,6 @@ std::string pieceText(const std::string &jobId, const std::string &number, const
                       const std::string &size, const std::string &expires)
 {
     return "piece\n" + jobId + '\n' + number + '\n' + from + '\n' + size + '\n' + expires;
-}
-
-std::string expiryOf(const StorageOptions &options)
-{
-    return std::to_string(std::max<long long>(0, nowSeconds() + options.addressLifetime.count()));
 }
 
 /// Plain bytes of every piece but the last.
@@ -69,7 +65,16 @@ Addresses::Addresses()
 {
 }
 
-Json Addresses::upload(const std::string &host, const std::string &jobId, const StorageOptions &options) const
+std::string Addresses::expiryOf(const StorageOptions &options)
+{
+    const auto text = std::to_string(std::max<long long>(0, nowSeconds() + options.addressLifetime.count()));
+    if (options.addressUses == 0 && options.expiredStatus == StorageOptions().expiredStatus)
+        return text;
+    return text + '.' + std::to_string(++m_limited) + '.' + std::to_string(options.addressUses) + '.' +
+           std::to_string(options.expiredStatus);
+}
+
+Json Addresses::upload(const std::string &host, const std::string &jobId, const StorageOptions &options)
 {
     const std::string expires = expiryOf(options);
     if (options.upload == StorageOptions::Upload::Form) {
@@ -91,7 +96,7 @@ Json Addresses::upload(const std::string &host, const std::string &jobId, const 
 }
 
 Json Addresses::pieces(const std::string &host, const std::string &jobId, const StoredFile &file,
-                       const StorageOptions &options) const
+                       const StorageOptions &options)
 {
     const std::string expires = expiryOf(options);
     const std::string number = std::to_string(file.number);
@@ -136,15 +141,26 @@ std::int64_t Addresses::downloadSize(const StoredFile &file, const StorageOption
     return full * cipherSize(size) + cipherSize(file.plainSize - full * size);
 }
 
-void Addresses::check(const std::string &text, const std::string &signature, const std::string &expires) const
+void Addresses::check(const std::string &text, const std::string &signature, const std::string &expires)
 {
     if (!sameSecret(sign(text), signature))
         throw Refusal(403, "The signature of the address is not valid");
-    if (numberOf(expires) <= nowSeconds())
-        throw Refusal(403, "The address has expired");
+    use(signature, expires);
 }
 
-void Addresses::checkRaw(const HttpRequest &head, const std::string &jobId) const
+void Addresses::use(const std::string &signature, const std::string &expires)
+{
+    std::istringstream terms(expires); // signed, so well-formed
+    long long second = 0, number = 0, uses = 0;
+    int status = StorageOptions().expiredStatus;
+    char dot = 0;
+    if (terms >> second >> dot)
+        terms >> number >> dot >> uses >> dot >> status;
+    if (second <= nowSeconds() || (uses > 0 && ++m_uses[signature] > uses))
+        throw Refusal(status, "The address has expired");
+}
+
+void Addresses::checkRaw(const HttpRequest &head, const std::string &jobId)
 {
     const std::string *type = findHeader(head.headers, "Content-Type");
     const std::string *signature = findHeader(head.headers, signatureHeader);
@@ -152,7 +168,7 @@ void Addresses::checkRaw(const HttpRequest &head, const std::string &jobId) cons
     check(rawText(head.method, jobId, type ? *type : "", expires), signature ? *signature : "", expires);
 }
 
-void Addresses::checkForm(const std::string &jobId, const std::map<std::string, std::string> &fields) const
+void Addresses::checkForm(const std::string &jobId, const std::map<std::string, std::string> &fields)
 {
     const std::string policy = member(fields, "policy");
     const std::string signature = member(fields, "signature");
@@ -163,13 +179,11 @@ void Addresses::checkForm(const std::string &jobId, const std::map<std::string, 
     const Json terms = Json::parse(fromBase64(policy));
     if (terms.at("jobId") != jobId)
         throw Refusal(403, "The form is signed for another job");
-    if (numberOf(terms.at("expires").get<std::string>()) <= nowSeconds())
-        throw Refusal(403, "The address has expired");
+    use(signature, terms.at("expires").get<std::string>());
 }
 
 Addresses::Piece Addresses::checkPiece(const std::string &jobId, const std::string &number,
-                                       const std::map<std::string, std::string> &members,
-                                       const std::string &signature) const
+                                       const std::map<std::string, std::string> &members, const std::string &signature)
 {
     const std::string from = member(members, "from");
     const std::string size = member(members, "size");

@@ -146,6 +146,11 @@ public:
         m_offset += static_cast<long long>(count);
         return count;
     }
+    std::uint64_t skip(std::uint64_t count) override
+    {
+        m_offset += static_cast<long long>(count);
+        return count;
+    }
 
 private:
     File m_file;

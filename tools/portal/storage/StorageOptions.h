@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 
 namespace VelmoraPortal {
@@ -20,6 +21,8 @@ struct StorageOptions {
     std::int64_t pieceSize = 64 * 1024 * 1024; ///< plain bytes of every piece but the last
     bool shuffle = false;                      ///< lists the pieces out of order
     std::chrono::seconds addressLifetime{3600};
+    int addressUses = 0;     ///< requests until an address expires; 0: any number
+    int expiredStatus = 403; ///< of the refusal of an expired address
 };
 
 /// As the command line and the control paths name them.
@@ -33,5 +36,8 @@ inline const std::map<std::string, StorageOptions::Download> downloadNames = {
     {"post", StorageOptions::Download::Post},
     {"mixed", StorageOptions::Download::Mixed},
 };
+
+/// What `expiredStatus` can be.
+inline const std::set<int> expiredStatuses = {401, 403, 404, 410};
 
 } // namespace VelmoraPortal

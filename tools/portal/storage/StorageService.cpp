@@ -2,6 +2,7 @@
 
 #include "portal/http/Multipart.h"
 #include "portal/http/Text.h"
+#include "portal/storage/Ranges.h"
 
 #include <optional>
 #include <system_error>
@@ -233,6 +234,7 @@ public:
             const std::string *signature = findHeader(head.headers, signatureHeader);
             m_fields = queryOf(head.target);
             m_signature = signature ? *signature : "";
+            m_get = head;
         });
     }
 
@@ -263,6 +265,12 @@ protected:
         answer.response.source =
             whole ? storedBytes(file->path)
                   : encryptedRange(file->path, m_service.store().key(m_jobId), piece.from, piece.size);
+        const std::string etag =
+            '"' + file->hash.substr(0, 32) + '-' + std::to_string(piece.from) + '-' + std::to_string(piece.size) + '"';
+        if (m_form)
+            answer.response.headers.emplace_back("ETag", etag);
+        else
+            answerRange(m_get, etag, answer.response);
         return answer;
     }
 
@@ -271,11 +279,12 @@ private:
     std::string m_jobId;
     std::string m_number;
     std::string m_signature;
+    HttpRequest m_get; ///< of a GET: without body
 };
 
 } // namespace
 
-StorageService::StorageService(Store &store, const Addresses &addresses, std::function<std::int64_t()> now)
+StorageService::StorageService(Store &store, Addresses &addresses, std::function<std::int64_t()> now)
     : m_store(store)
     , m_addresses(addresses)
     , m_now(std::move(now))

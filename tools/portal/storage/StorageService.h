@@ -11,19 +11,19 @@ namespace VelmoraPortal {
 /// its sinks. Belongs to the portal's thread.
 class StorageService {
 public:
-    StorageService(Store &store, const Addresses &addresses, std::function<std::int64_t()> now);
+    StorageService(Store &store, Addresses &addresses, std::function<std::int64_t()> now);
 
     /// Takes the request's body and answers it, refusals included. The head must have a Content-Length.
     std::unique_ptr<BodySink> open(const HttpRequest &head);
 
     Store &store() { return m_store; }
-    const Addresses &addresses() const { return m_addresses; }
+    Addresses &addresses() { return m_addresses; }
     /// Stores a file that was received in full.
     void keep(const std::string &jobId, const std::string &name, const std::string &path);
 
 private:
     Store &m_store;
-    const Addresses &m_addresses;
+    Addresses &m_addresses;
     std::function<std::int64_t()> m_now;
 };
 
