@@ -23,6 +23,28 @@ struct Shared {
 // Held for a moment on both sides, so that all of a task is seen on the pool's, however it gets there.
 std::mutex handOver;
 
+class OneTask : public QRunnable {
+public:
+    explicit OneTask(std::function<void()> work)
+    {
+        const std::lock_guard lock(handOver);
+        m_work = std::move(work);
+    }
+
+    void run() override
+    {
+        std::function<void()> work;
+        {
+            const std::lock_guard lock(handOver);
+            work = std::move(m_work);
+        }
+        work();
+    }
+
+private:
+    std::function<void()> m_work;
+};
+
 } // namespace
 
 class PoolWork::Task : public QRunnable {
@@ -88,6 +110,8 @@ void PoolWork::stopAndWait()
     m_task.reset();
     QCoreApplication::removePostedEvents(this, QEvent::User); // it may have ended by itself
 }
+
+void startOnPool(QThreadPool *pool, std::function<void()> work) { pool->start(new OneTask(std::move(work))); }
 
 void PoolWork::customEvent(QEvent *)
 {
