@@ -22,8 +22,7 @@ template <class Result> using ResultDone = std::function<void(const ApiError &, 
 /// Arguments: outcome, job id, message text.
 using JobMessage = std::function<void(const ApiError &, const std::string &, const std::string &)>;
 /// Second argument: bytes sent so far. They are those of the encrypted file and of the form fields around it, so the
-/// last value is a little above the size of the file. The value never goes back. There is no call before the file has
-/// been encrypted.
+/// last value is a little above the size of the file. The value never goes back.
 using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;
 /// Second argument: encrypted bytes received so far over all pieces. The value never goes back.
 using DownloadProgress = std::function<void(const FileDownloadDetails &, std::int64_t)>;

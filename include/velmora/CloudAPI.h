@@ -183,14 +183,16 @@ public:
     /// Deletes a file in the cloud: the one that is named, or none. Give the name as it is listed; the library encodes
     /// it. A name with a part "." or ".." is refused inside the call with code 400.
     void deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete);
-    /// Sends a file into a job. The library first encrypts a copy in the temporary folder, which needs as much
-    /// space as the file. Once progress is reported, the file itself may be changed or removed. All progress
-    /// calls come before the completion. Both receive the path in native form and the size found on disk.
+    /// Sends a file into a job. The file is encrypted while it is sent: nothing is written, and nothing leaves this
+    /// machine unencrypted. Leave the file as it is until the completion: the upload of one that grows, shrinks, is
+    /// written to or removed fails. Only regular files are sent. All progress calls come before the completion. Both
+    /// receive the path in native form and the size found on disk.
     /// @param onProgress  bytes sent so far, of the encrypted file and the form fields around it. The last
     ///        value is a little larger than the file; from then on the transfer waits for the confirmation of
     ///        the service.
-    /// @param onComplete  receives code 400 if the file could not be read or encrypted, the job's key is not
-    ///        usable, or the connection broke; otherwise the service's status
+    /// @param onComplete  receives code 400 if the file could not be read or changed, the job's key is not
+    ///        usable, or the connection broke; otherwise the service's status, also of a refusal that comes
+    ///        before the whole file was sent
     void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                     const ResultDone<FileUploadDetails> &onComplete);
     /// As `uploadFile`, but returns only after the completion has run, or after a callback has destroyed the

@@ -35,14 +35,12 @@ void CloudAPIImpl::connectTransfers()
        [this](const std::string &jobId, const std::string &fileName, const DownloadUrlCB &then) {
            grants.handleDownloadURLRequest(jobId, fileName, then);
        });
-    on(&Manager::requestUploadPostMultiPart,
-       [this](FileUpload *upload, const QNetworkRequest &request, RequestBody *body) {
-           upload->follow(rest.sendMultipart(request, body));
-       });
-    on(&Manager::requestUploadPostFile,
-       [this](FileUpload *upload, const QNetworkRequest &request, const QByteArray &verb, RequestBody *body) {
-           upload->follow(rest.sendStream(request, verb, body));
-       });
+    on(&Manager::requestUploadPostMultiPart, [this](FileUpload *upload, const StorageRequest &request) {
+        upload->follow(storage, request, rest.count("Cloud API: Network Request Started with multipart:"));
+    });
+    on(&Manager::requestUploadPostFile, [this](FileUpload *upload, const StorageRequest &request) {
+        upload->follow(storage, request, rest.count("Cloud API: Network Request Started with stream data:"));
+    });
     on(&Manager::requestDownloadGetOrPostMultiPart,
        [this](FileDownload *download, const QNetworkRequest &request, RequestBody *form) {
            download->follow(form ? rest.sendMultipart(request, form) : rest.sendGet(request));

@@ -2,6 +2,7 @@
 
 #include "api/Application.h"
 #include "notify/SocketManager.h"
+#include "storage/StorageClient.h"
 #include "transfer/FileTransferManager.h"
 #include "transfer/JobGrants.h"
 #include "transport/RestClient.h"
@@ -45,6 +46,7 @@ public:
     Session session{rest};
     SocketManager sockets;
     JobGrants grants{rest};
+    StorageClient storage;
     FileTransferManager transfers;
 
 private:

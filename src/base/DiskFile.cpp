@@ -1,5 +1,6 @@
 #include "base/DiskFile.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -44,10 +45,12 @@ DiskFile::DiskFile(Utf8Path path)
 DiskFile::Kind DiskFile::kind() const
 {
     const QFileInfo info(m_file.fileName());
-    return info.isDir() ? Kind::Folder : info.isFile() ? Kind::Regular : Kind::Other;
+    return info.isDir() ? Kind::Folder : info.isFile() ? Kind::Regular : info.exists() ? Kind::Other : Kind::Missing;
 }
 
 qint64 DiskFile::size() const { return m_file.size(); }
+
+qint64 DiskFile::modified() const { return QFileInfo(m_file.fileName()).lastModified().toMSecsSinceEpoch(); }
 
 bool DiskFile::isSameAs(const DiskFile &other) const
 {
@@ -118,10 +121,17 @@ DiskFile::DiskFile(Utf8Path path)
 DiskFile::Kind DiskFile::kind() const
 {
     std::error_code error;
-    const fs::file_type type = fs::status(m_path, error).type();
-    if (type == fs::file_type::directory)
+    switch (fs::status(m_path, error).type()) {
+    case fs::file_type::directory:
         return Kind::Folder;
-    return type == fs::file_type::regular ? Kind::Regular : Kind::Other;
+    case fs::file_type::regular:
+        return Kind::Regular;
+    case fs::file_type::none:
+    case fs::file_type::not_found:
+        return Kind::Missing;
+    default:
+        return Kind::Other;
+    }
 }
 
 qint64 DiskFile::size() const
@@ -130,6 +140,12 @@ qint64 DiskFile::size() const
     const std::uintmax_t size = fs::file_size(m_path, error);
     m_error = error.value();
     return error ? -1 : static_cast<qint64>(size);
+}
+
+qint64 DiskFile::modified() const
+{
+    std::error_code error;
+    return fs::last_write_time(m_path, error).time_since_epoch().count();
 }
 
 bool DiskFile::isSameAs(const DiskFile &other) const

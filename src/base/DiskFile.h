@@ -23,13 +23,20 @@ struct Utf8Path {
 /// locale, which may lack characters of a UTF-8 path. On Windows it is Qt's, which takes paths of any length.
 class DiskFile {
 public:
-    enum class Kind { Folder, Regular, Other }; ///< Other: a pipe, a device, or nothing
+    enum class Kind {
+        Missing,
+        Folder,
+        Regular,
+        Other
+    }; ///< Missing: also what cannot be looked at. Other: pipes, devices
 
     explicit DiskFile(const QString &path);
     explicit DiskFile(Utf8Path path);
 
     Kind kind() const;
     qint64 size() const; ///< of a regular file; -1 on an error
+    /// The time of the last change of its bytes, in units of the system.
+    qint64 modified() const;
     /// Also by another name.
     bool isSameAs(const DiskFile &other) const;
 

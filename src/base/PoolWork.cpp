@@ -22,6 +22,28 @@ struct Shared {
 // Locked briefly on both threads, so that the pool thread sees everything that the owner wrote into the task.
 std::mutex handOver;
 
+class OneTask : public QRunnable {
+public:
+    explicit OneTask(std::function<void()> work)
+    {
+        const std::lock_guard lock(handOver);
+        m_work = std::move(work);
+    }
+
+    void run() override
+    {
+        std::function<void()> work;
+        {
+            const std::lock_guard lock(handOver);
+            work = std::move(m_work);
+        }
+        work();
+    }
+
+private:
+    std::function<void()> m_work;
+};
+
 } // namespace
 
 class PoolWork::Task : public QRunnable {
@@ -88,6 +110,8 @@ void PoolWork::stopAndWait()
     m_task.reset();
     QCoreApplication::removePostedEvents(this, QEvent::User); // the work may have finished by itself
 }
+
+void startOnPool(QThreadPool *pool, std::function<void()> work) { pool->start(new OneTask(std::move(work))); }
 
 void PoolWork::customEvent(QEvent *)
 {

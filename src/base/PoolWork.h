@@ -36,4 +36,7 @@ private:
     std::function<void()> m_done; ///< not touched by the pool thread
 };
 
+/// Runs `work` once on a thread of `pool`. Whoever owns the pool waits for its end before what the work uses goes.
+void startOnPool(QThreadPool *pool, std::function<void()> work);
+
 } // namespace Velmora

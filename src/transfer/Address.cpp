@@ -17,6 +17,30 @@ QByteArray quoted(const QString &name)
     return '"' + text + '"';
 }
 
+bool isUnsafe(const QString &text)
+{
+    return text.contains(QLatin1Char('\r')) || text.contains(QLatin1Char('\n')) || text.contains(QChar());
+}
+
+template <class FillUri, class FillHeader>
+AddressRequest requestOf(const QJsonObject &address, FillUri uri, FillHeader value)
+{
+    AddressRequest made;
+    made.request.address = uri(address.value(QLatin1String("uri")).toString()).toUtf8();
+    // Other schemes would make the network layer read or write local files.
+    if (!targetOf(made.request.address))
+        made.problem = QStringLiteral("The service gave an address that cannot be used.");
+    const QJsonObject headers = address.value(QLatin1String("headers")).toObject();
+    for (auto header = headers.begin(); header != headers.end(); ++header) {
+        const QString text = value(header.value().toString());
+        if (header.key().isEmpty() || isUnsafe(header.key()) || isUnsafe(text))
+            made.problem = QStringLiteral("The service gave an address with a header that cannot be sent.");
+        else
+            made.request.headers.emplace_back(header.key().toUtf8(), text.toUtf8());
+    }
+    return made;
+}
+
 } // namespace
 
 QString fillTemplate(QString text, const QString &fileName, qint64 fileSize)
@@ -26,26 +50,26 @@ QString fillTemplate(QString text, const QString &fileName, qint64 fileSize)
         .replace(QLatin1String("#urlEncodedFileName#"), QString::fromLatin1(QUrl::toPercentEncoding(fileName)));
 }
 
-AddressRequest Detail::requestTo(const QString &uri)
+QString fillUri(QString text, const QString &fileName, qint64 fileSize)
 {
-    AddressRequest result;
-    const QUrl url(uri);
-    // Other schemes would make the network layer read or write local files.
-    if (url.scheme() != QLatin1String("https") && url.scheme() != QLatin1String("http"))
-        result.problem = QStringLiteral("The service gave an address that cannot be used.");
-    result.request.setUrl(url);
-    return result;
+    QString name = fileName;
+    name.replace(QLatin1Char('%'), QLatin1String("%25"))
+        .replace(QLatin1Char('#'), QLatin1String("%23"))
+        .replace(QLatin1Char('?'), QLatin1String("%3F"));
+    return fillTemplate(text.replace(QLatin1String("#fileName#"), name), fileName, fileSize);
 }
 
-void Detail::addHeader(AddressRequest &target, const QString &name, const QString &value)
+AddressRequest addressRequest(const QJsonObject &address)
 {
-    const auto unsafe = [](const QString &text) {
-        return text.contains(QLatin1Char('\r')) || text.contains(QLatin1Char('\n')) || text.contains(QChar());
-    };
-    if (name.isEmpty() || unsafe(name) || unsafe(value))
-        target.problem = QStringLiteral("The service gave an address with a header that cannot be sent.");
-    else
-        target.request.setRawHeader(name.toUtf8(), value.toUtf8());
+    const auto same = [](const QString &text) { return text; };
+    return requestOf(address, same, same);
+}
+
+AddressRequest addressRequest(const QJsonObject &address, const QString &fileName, qint64 fileSize)
+{
+    return requestOf(
+        address, [&](const QString &text) { return fillUri(text, fileName, fileSize); },
+        [&](const QString &text) { return fillTemplate(text, fileName, fileSize); });
 }
 
 MultipartForm multipartForm(const QJsonObject &formFields)

@@ -77,20 +77,23 @@ void FileDownload::start()
         failWriting(problem);
         return;
     }
-    AddressRequest target = addressRequest(m_chunk, [](const QString &text) { return text; });
+    const AddressRequest target = addressRequest(m_chunk);
     if (!target.problem.isEmpty()) {
         fail(target.problem);
         return;
     }
-    if (!target.request.hasRawHeader("Accept-Encoding"))
-        target.request.setRawHeader("Accept-Encoding", "identity"); // what is stored is what must arrive
+    QNetworkRequest request(QUrl(QString::fromUtf8(target.request.address)));
+    for (const auto &[name, value] : target.request.headers)
+        request.setRawHeader(name, value);
+    if (!request.hasRawHeader("Accept-Encoding"))
+        request.setRawHeader("Accept-Encoding", "identity"); // what is stored is what must arrive
     RequestBody *form = nullptr;
     if (m_chunk.value(QLatin1String("method")).toString() == QLatin1String("POST")) {
         const MultipartForm parts = multipartForm(m_chunk.value(QLatin1String("formFields")).toObject());
-        target.request.setRawHeader("Content-Type", parts.contentType);
-        form = new RequestBody(parts.head, nullptr, parts.tail);
+        request.setRawHeader("Content-Type", parts.contentType);
+        form = new RequestBody(parts.head + parts.tail);
     }
-    Q_EMIT signalFetch(target.request, form);
+    Q_EMIT signalFetch(request, form);
 }
 
 bool FileDownload::prepareFolder(QString *problem)

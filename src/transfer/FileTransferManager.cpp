@@ -12,10 +12,6 @@ namespace Velmora {
 
 namespace {
 
-// Uploads that may be past their start at once: enough to keep every connection to the storage and the
-// pool busy, few enough that encrypted copies and open files do not pile up.
-constexpr int uploadsAtOnce = 10;
-
 ApiError alreadyRunning()
 {
     return {400, Titles::DownloadNotStarted,
@@ -50,7 +46,7 @@ void FileTransferManager::uploadFile(const FileUploadDetails &file, const Upload
 {
     m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete));
     FileUpload *upload = m_uploads.back().get();
-    connect(upload, &FileUpload::signalEncryptionDone, this, [this, upload] {
+    connect(upload, &FileUpload::signalExamined, this, [this, upload] {
         const auto send = [upload](const ApiError &error, const QJsonObject &address) {
             if (error.errorCode >= 300)
                 upload->fail(error);
@@ -59,38 +55,21 @@ void FileTransferManager::uploadFile(const FileUploadDetails &file, const Upload
         };
         Q_EMIT requestUploadURL(upload->jobId(), {upload, send});
     });
-    connect(upload, &FileUpload::signalSend, this,
-            [this, upload](const QNetworkRequest &request, const QByteArray &verb, RequestBody *body, bool multipart) {
-                if (multipart)
-                    Q_EMIT requestUploadPostMultiPart(upload, request, body);
-                else
-                    Q_EMIT requestUploadPostFile(upload, request, verb, body);
-            });
+    connect(upload, &FileUpload::signalSend, this, [this, upload](const StorageRequest &request, bool multipart) {
+        if (multipart)
+            Q_EMIT requestUploadPostMultiPart(upload, request);
+        else
+            Q_EMIT requestUploadPostFile(upload, request);
+    });
     connect(upload, &FileUpload::signalUploadComplete, this,
             [this, upload](const ApiError &error) { slotUploadComplete(upload, error); });
-    const auto whenKeyed = [this, upload](const ApiError &error, const QByteArray &key) {
-        if (error.errorCode >= 300) {
+    const auto whenKeyed = [upload](const ApiError &error, const QByteArray &key) {
+        if (error.errorCode >= 300)
             upload->fail(error);
-        } else {
-            upload->setKey(key);
-            startUploads();
-        }
+        else
+            upload->examine(key);
     };
     Q_EMIT requestAESKey(upload->jobId(), {upload, whenKeyed});
-}
-
-void FileTransferManager::startUploads()
-{
-    auto started =
-        std::count_if(m_uploads.begin(), m_uploads.end(), [](const auto &each) { return each->isStarted(); });
-    for (const auto &upload : m_uploads) {
-        if (started >= uploadsAtOnce)
-            return;
-        if (!upload->isReady())
-            continue;
-        ++started;
-        upload->encrypt();
-    }
 }
 
 void FileTransferManager::slotUploadComplete(FileUpload *upload, const ApiError &error)
@@ -98,7 +77,6 @@ void FileTransferManager::slotUploadComplete(FileUpload *upload, const ApiError 
     const auto callback = upload->onComplete();
     const FileUploadDetails details = upload->details();
     take(m_uploads, [upload](const FileUpload &each) { return &each == upload; });
-    startUploads();
     if (callback)
         callback(error, details);
 }
@@ -176,7 +154,6 @@ bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
     for (const auto &upload : cancelled)
         completions.emplace_back(upload->onComplete(), upload->details());
     cancelled.clear();
-    startUploads();
     const QPointer<FileTransferManager> self(this);
     for (const auto &[callback, details] : completions) {
         if (self && callback)

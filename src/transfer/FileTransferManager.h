@@ -20,6 +20,7 @@ class DownloadObjects;
 class FileDownload;
 class FileUpload;
 class RequestBody;
+struct StorageRequest;
 
 /// Owns every running upload and download. What a transfer needs from the portal, and every request it sends, it asks
 /// for by the request signals. The engine connects them to `JobGrants` and to the `RestClient`.
@@ -43,15 +44,14 @@ Q_SIGNALS:
     void requestAESKey(const std::string &jobId, const EncryptionKeyCB &onCompleteCB);
     void requestUploadURL(const std::string &jobId, const UploadUrlCB &onCompleteCB);
     void requestDownloadURL(const std::string &jobId, const std::string &fileName, const DownloadUrlCB &onCompleteCB);
-    /// The receiver sends the request, takes over `body` and calls `follow` with the reply.
-    void requestUploadPostMultiPart(FileUpload *uploadRunnable, const QNetworkRequest &request, RequestBody *body);
-    void requestUploadPostFile(FileUpload *uploadRunnable, const QNetworkRequest &request, const QByteArray &verb,
-                               RequestBody *body);
+    /// The receiver calls `follow` with a client that sends the request.
+    void requestUploadPostMultiPart(FileUpload *uploadRunnable, const StorageRequest &request);
+    void requestUploadPostFile(FileUpload *uploadRunnable, const StorageRequest &request);
+    /// The receiver sends the request, takes over `form` and calls `follow` with the reply.
     void requestDownloadGetOrPostMultiPart(FileDownload *downloadRunnable, const QNetworkRequest &request,
                                            RequestBody *form);
 
 private:
-    void startUploads();
     void slotUploadComplete(FileUpload *upload, const ApiError &error);
     void startDownload(DownloadObjects *download, const QJsonObject &address);
     void slotDownloadComplete(DownloadObjects *download, const ApiError &error);

@@ -1,55 +1,30 @@
 #include "transfer/FileUpload.h"
 
-#include "base/DiskFile.h"
 #include "base/Later.h"
-#include "crypto/FileCipher.h"
 #include "model/Json.h"
+#include "storage/Source.h"
 #include "transfer/Address.h"
 #include "transfer/Titles.h"
 #include "transport/Outcome.h"
-#include "transport/RequestBody.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QNetworkReply>
 
 namespace Velmora {
-
-namespace {
-
-constexpr qint64 longestAnswer = 64 * 1024; // enough for the message of a refusal
-
-QString fileNameOf(const FileUploadDetails &details) { return QFileInfo(toQt(details.localFileLocation)).fileName(); }
-
-ApiError localFailure(const FileUploadDetails &details, const QString &reason)
-{
-    return {400, Titles::UploadFailed,
-            QStringLiteral("%1 could not be encrypted for upload: %2")
-                .arg(toQt(details.localFileLocation), reason)
-                .toStdString()};
-}
-
-} // namespace
 
 FileUpload::FileUpload(const FileUploadDetails &file, const UploadProgress &onProgress,
                        const ResultDone<FileUploadDetails> &onComplete)
     : m_details(file)
     , m_onProgress(onProgress)
     , m_onComplete(onComplete)
+    , m_source(std::make_shared<Source>(toQt(file.localFileLocation)))
 {
     m_details.totalFileSize = QFileInfo(toQt(file.localFileLocation)).size();
 }
 
 FileUpload::~FileUpload()
 {
-    if (m_reply) {
-        m_reply->disconnect(this);
-        m_reply->abort();
-        m_reply->deleteLater();
-    }
-    if (m_body)
-        m_body->close(); // an open file cannot be removed everywhere
+    if (m_storage)
+        m_storage->cancel(m_request);
 }
 
 bool FileUpload::isFor(const FileUploadDetails &file) const
@@ -57,92 +32,62 @@ bool FileUpload::isFor(const FileUploadDetails &file) const
     return m_details.localFileLocation == file.localFileLocation && m_details.cloudFileJobID == file.cloudFileJobID;
 }
 
-QString FileUpload::temporaryPath() const { return m_folder->filePath(fileNameOf(m_details)); }
-
-void FileUpload::encrypt()
+void FileUpload::examine(const QByteArray &key)
 {
-    m_started = true;
-    m_folder = std::make_unique<QTemporaryDir>();
-    if (!m_folder->isValid()) {
-        fail(localFailure(m_details, m_folder->errorString()));
-        return;
-    }
-    const auto result = std::make_shared<FileCipherResult>();
-    m_work.start([result, key = m_key, source = toQt(m_details.localFileLocation),
-                  target = temporaryPath()](const auto &stop) { *result = encryptFile(key, source, target, stop); },
-                 [this, result] {
-                     if (result->ok())
-                         Q_EMIT signalEncryptionDone();
+    m_work.start([source = m_source, key](const auto &) { source->examine(key); },
+                 [this] {
+                     const QString problem = m_source->problem();
+                     if (problem.isEmpty())
+                         Q_EMIT signalExamined();
                      else
-                         fail(localFailure(m_details, result->reason));
+                         fail({400, Titles::UploadFailed, problem.toStdString()});
                  });
 }
 
 void FileUpload::send(const QJsonObject &address)
 {
-    auto file = std::make_unique<QFile>(temporaryPath());
-    if (!file->open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        fail(localFailure(m_details, file->errorString()));
-        return;
-    }
-    const QString name = fileNameOf(m_details);
-    AddressRequest target =
-        addressRequest(address, [&](const QString &text) { return fillTemplate(text, name, file->size()); });
+    const QString name = QFileInfo(toQt(m_details.localFileLocation)).fileName();
+    AddressRequest target = addressRequest(address, name, m_source->cipherSize());
     if (!target.problem.isEmpty()) {
         fail({400, Titles::UploadFailed, target.problem.toStdString()});
         return;
     }
+    StorageRequest &request = target.request;
+    request.verb = "POST";
+    request.body = m_source;
     const QJsonObject fields = address.value(QLatin1String("formFields")).toObject();
     const bool multipart = !fields.isEmpty();
-    QByteArray verb = "POST";
-    MultipartForm form;
     if (multipart) {
-        form = multipartForm(fields, name);
-        target.request.setRawHeader("Content-Type", form.contentType);
+        const MultipartForm form = multipartForm(fields, name);
+        request.setHeader("Content-Type", form.contentType);
+        m_source->frame(form.head, form.tail);
     } else {
         if (address.value(QLatin1String("method")).toString() == QLatin1String("PUT"))
-            verb = "PUT";
-        if (!target.request.hasRawHeader("Content-Type"))
-            target.request.setRawHeader("Content-Type", "application/octet-stream");
+            request.verb = "PUT";
+        if (!request.hasHeader("Content-Type"))
+            request.setHeader("Content-Type", "application/octet-stream");
     }
-    m_body = new RequestBody(form.head, std::move(file), multipart ? form.tail : QByteArray());
-    Q_EMIT signalSend(target.request, verb, m_body, multipart);
+    Q_EMIT signalSend(request, multipart);
 }
 
-void FileUpload::follow(QNetworkReply *reply)
+void FileUpload::follow(StorageClient &storage, const StorageRequest &request, std::shared_ptr<void> counted)
 {
-    m_reply = reply;
-    reply->setReadBufferSize(longestAnswer);
-    connect(reply, &QNetworkReply::uploadProgress, this, [this](qint64 bytesSent) { reportProgress(bytesSent); });
-    connect(reply, &QNetworkReply::readyRead, this, [this, reply] {
-        const QByteArray part = reply->readAll();
-        m_answer += part.left(static_cast<int>(longestAnswer - m_answer.size()));
-    });
-    connect(reply, &QNetworkReply::finished, this, &FileUpload::onReplyFinished);
-    if (reply->isFinished())
-        later(this, [this] { onReplyFinished(); });
+    m_storage = &storage;
+    m_counted = std::move(counted);
+    m_request = storage.start(request, {[this](qint64 sent) { reportProgress(sent); },
+                                        [this](const StorageAnswer &answer) { onAnswered(answer); }});
 }
 
 void FileUpload::reportProgress(qint64 bytesSent)
 {
-    if (bytesSent <= m_bytesSent) // the closing report says 0
-        return;
-    m_bytesSent = bytesSent;
     callLater(this, m_onProgress, m_details, static_cast<std::int64_t>(bytesSent));
 }
 
-void FileUpload::onReplyFinished()
+void FileUpload::onAnswered(const StorageAnswer &answer)
 {
-    if (!m_reply)
-        return;
-    m_answer += m_reply->read(longestAnswer - m_answer.size());
-    const ApiError outcome = transferError(outcomeOf(m_reply, m_answer), Titles::UploadFailed);
-    m_reply->disconnect(this);
-    m_reply->deleteLater();
-    m_reply.clear();
-    if (m_body)
-        m_body->close();
-    finish(outcome);
+    m_storage.clear();
+    m_counted.reset();
+    finish(transferError({answer.status, answer.body, answer.problem}, Titles::UploadFailed));
 }
 
 void FileUpload::fail(const ApiError &error) { finish(error); }
@@ -150,15 +95,7 @@ void FileUpload::fail(const ApiError &error) { finish(error); }
 void FileUpload::finish(const ApiError &error)
 {
     m_finished = true;
-    const auto complete = [this, error] { Q_EMIT signalUploadComplete(error); };
-    if (!m_folder) {
-        later(this, complete);
-        return;
-    }
-    // Giving back the blocks of a large file takes its time.
-    m_work.start([folder = std::shared_ptr<QTemporaryDir>(std::move(m_folder))](
-                     const auto &stop) { persistently(stop, [&] { return folder->remove(); }); },
-                 complete);
+    later(this, [this, error] { Q_EMIT signalUploadComplete(error); });
 }
 
 } // namespace Velmora

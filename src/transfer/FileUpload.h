@@ -1,36 +1,30 @@
 #pragma once
 
 #include "base/PoolWork.h"
+#include "storage/StorageClient.h"
 
 #include <velmora/Callbacks.h>
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
 #include <QString>
-#include <QTemporaryDir>
 
 #include <memory>
 
-class QFile;
-class QNetworkReply;
-
 namespace Velmora {
 
-class RequestBody;
+class Source;
 
 /// One file on its way into a job's storage.
 ///
-///     waiting for the key ── setKey() ─▶ waiting for its turn ── encrypt() ─▶ encrypting (pool)
-///         ─ signalEncryptionDone ─▶ waiting for the address ── send() ─▶ sending ── follow()
-///         ─▶ confirmed ─▶ removing the temporary folder (pool) ─ signalUploadComplete ─▶ finished
+///     waiting for the key ── examine() ─▶ looking at the file (pool) ─ signalExamined ─▶ waiting for the address
+///         ── send() ─▶ sending ── follow() ─▶ answered ─ signalUploadComplete ─▶ finished
 ///
-/// Every state may instead fail (`fail()`: on to removing, with the error) or be destroyed, which
-/// stops the pool work between two buffers, aborts the reply and removes the temporary folder.
-/// Owned by the `FileTransferManager`; owns the encrypted copy, its folder and the reply. The plain
-/// file is read once, and only its encryption is ever stored or sent.
+/// Every state may instead fail (`fail()`) or be destroyed, which cancels the request. Owned by the
+/// `FileTransferManager`. The file is encrypted while it is sent; only its encryption leaves the machine, and nothing
+/// is written.
 class FileUpload : public QObject {
     Q_OBJECT
 public:
@@ -46,40 +40,33 @@ public:
     const ResultDone<FileUploadDetails> &onComplete() const { return m_onComplete; }
     /// True once the outcome is certain: too late to cancel.
     bool isFinished() const { return m_finished; }
-    bool isReady() const { return !m_key.isEmpty() && !m_started && !m_finished; }
-    bool isStarted() const { return m_started; }
 
-    void setKey(const QByteArray &key) { m_key = key; }
-    void encrypt();
+    void examine(const QByteArray &key);
     /// Prepares the request for the address that the portal handed out.
     void send(const QJsonObject &address);
-    /// Follows the reply to its end.
-    void follow(QNetworkReply *reply);
+    /// Starts the request and follows it to its end. @param counted  released when the request has ended
+    void follow(StorageClient &storage, const StorageRequest &request, std::shared_ptr<void> counted);
     void fail(const ApiError &error);
 
 Q_SIGNALS:
-    void signalEncryptionDone();
-    /// `body` is the receiver's; `multipart` distinguishes a form from the bare file.
-    void signalSend(const QNetworkRequest &request, const QByteArray &verb, RequestBody *body, bool multipart);
+    void signalExamined();
+    /// `multipart` distinguishes a form from the bare file.
+    void signalSend(const StorageRequest &request, bool multipart);
     /// The last signal; emitted from a clean stack.
     void signalUploadComplete(const ApiError &error);
 
 private:
     void reportProgress(qint64 bytesSent);
-    void onReplyFinished();
+    void onAnswered(const StorageAnswer &answer);
     void finish(const ApiError &error);
-    QString temporaryPath() const;
 
     FileUploadDetails m_details;
     UploadProgress m_onProgress;
     ResultDone<FileUploadDetails> m_onComplete;
-    QByteArray m_key;
-    std::unique_ptr<QTemporaryDir> m_folder; ///< readable by its owner only
-    QPointer<QNetworkReply> m_reply;
-    QPointer<RequestBody> m_body; ///< the reply's
-    QByteArray m_answer;          ///< the start of the answer's body
-    qint64 m_bytesSent = 0;
-    bool m_started = false;
+    std::shared_ptr<Source> m_source;
+    QPointer<StorageClient> m_storage; ///< while a request is under way
+    StorageClient::Id m_request = 0;
+    std::shared_ptr<void> m_counted;
     bool m_finished = false;
     PoolWork m_work; // last: destroyed first
 };

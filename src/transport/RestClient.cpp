@@ -44,7 +44,7 @@ QNetworkRequest RestClient::buildRequest(const Endpoint &endpoint, const QString
 QNetworkReply *RestClient::send(const Request &request)
 {
     const QNetworkRequest prepared = buildRequest(request.endpoint, request.suffix);
-    auto *body = new RequestBody(request.body, nullptr, {});
+    auto *body = new RequestBody(request.body);
     switch (request.verb) {
     case Verb::Get:
         return sendBody("Cloud API: Network Request Started:", prepared, "GET", body);
@@ -60,7 +60,7 @@ QNetworkReply *RestClient::send(const Request &request)
 
 QNetworkReply *RestClient::sendGet(const QNetworkRequest &request)
 {
-    return sendBody("Cloud API: Network Request Started:", request, "GET", new RequestBody({}, nullptr, {}));
+    return sendBody("Cloud API: Network Request Started:", request, "GET", new RequestBody({}));
 }
 
 QNetworkReply *RestClient::sendMultipart(const QNetworkRequest &request, RequestBody *body)
@@ -68,18 +68,12 @@ QNetworkReply *RestClient::sendMultipart(const QNetworkRequest &request, Request
     return sendBody("Cloud API: Network Request Started with multipart:", request, "POST", body);
 }
 
-QNetworkReply *RestClient::sendStream(const QNetworkRequest &request, const QByteArray &verb, RequestBody *body)
-{
-    return sendBody("Cloud API: Network Request Started with stream data:", request, verb, body);
-}
-
 // Each request reaches the service at most once. The network layer repeats what it can send again, so even an empty
 // body is one that cannot be rewound. Such a body is neither buffered nor measured by the network layer.
 QNetworkReply *RestClient::sendBody(const char *announcement, QNetworkRequest request, const QByteArray &verb,
                                     RequestBody *body)
 {
-    ++m_requestsInFlight;
-    VELMORA_LOG() << announcement << m_requestsInFlight << "in progress";
+    onRequestStarted(announcement);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
@@ -95,6 +89,21 @@ QNetworkReply *RestClient::sendBody(const char *announcement, QNetworkRequest re
         reply = m_network->sendCustomRequest(request, verb, body);
     body->setParent(reply);
     return reply;
+}
+
+std::shared_ptr<void> RestClient::count(const char *announcement)
+{
+    onRequestStarted(announcement);
+    return {nullptr, [self = QPointer<RestClient>(this)](void *) {
+                if (self && self->m_network)
+                    self->onRequestFinished();
+            }};
+}
+
+void RestClient::onRequestStarted(const char *announcement)
+{
+    ++m_requestsInFlight;
+    VELMORA_LOG() << announcement << m_requestsInFlight << "in progress";
 }
 
 void RestClient::onRequestFinished()

@@ -70,9 +70,11 @@ public:
     // Requests to other addresses than the endpoints'. A body becomes the reply's.
     QNetworkReply *sendGet(const QNetworkRequest &request);
     QNetworkReply *sendMultipart(const QNetworkRequest &request, RequestBody *body);
-    QNetworkReply *sendStream(const QNetworkRequest &request, const QByteArray &verb, RequestBody *body);
 
     QString baseUrl() const;
+
+    /// Counts and logs a request that another client sends, until the result is released.
+    std::shared_ptr<void> count(const char *announcement);
 
 private:
     static constexpr int largeBody = 65536; ///< bytes; read in about a millisecond
@@ -84,6 +86,7 @@ private:
     QNetworkReply *send(const Request &request);
     QNetworkReply *sendBody(const char *announcement, QNetworkRequest request, const QByteArray &verb,
                             RequestBody *body);
+    void onRequestStarted(const char *announcement);
     void onRequestFinished();
     Outcome take(QNetworkReply *reply);
     void abort(QNetworkReply *reply);

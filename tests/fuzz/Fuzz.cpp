@@ -152,13 +152,13 @@ void addresses(const QByteArray &text)
 {
     const QJsonObject address = QJsonDocument::fromJson(text).object();
     const QString name = address.value(QLatin1String("fileName")).toString();
-    const AddressRequest made =
-        addressRequest(address, [&](const QString &part) { return fillTemplate(part, name, 4711); });
+    const AddressRequest made = addressRequest(address, name, 4711);
     if (made.problem.isEmpty()) {
-        const QString scheme = made.request.url().scheme();
-        demand(scheme == QLatin1String("https") || scheme == QLatin1String("http"), "addresses are web addresses");
-        for (const QByteArray &header : made.request.rawHeaderList()) {
-            const QByteArray line = header + made.request.rawHeader(header);
+        const std::optional<Target> target = targetOf(made.request.address);
+        demand(target && target->server.startsWith("http"), "addresses are web addresses");
+        demand(target->path.startsWith('/') && !target->path.contains(' '), "a path is one word");
+        for (const auto &[header, value] : made.request.headers) {
+            const QByteArray line = header + value;
             demand(!line.contains('\r') && !line.contains('\n') && !line.contains('\0'), "a header is one line");
         }
     }

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "storage/Request.h"
+#include "storage/Route.h"
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+
+namespace Velmora {
+
+/// One request and its answer, as libcurl runs them. Made anywhere, used on the storage thread only.
+class Exchange {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    Exchange(const StorageRequest &request, const Target &target, const Proxy &proxy, const Trust &trust);
+    ~Exchange();
+    Exchange(const Exchange &) = delete;
+    Exchange &operator=(const Exchange &) = delete;
+
+    /// Connections that compete for the same line to the same server.
+    const QByteArray &server() const { return m_target.server; }
+    const std::shared_ptr<Source> &body() const { return m_request.body; }
+
+    /// Makes the handle, which tells of bytes that were sent. Null when memory is short.
+    CURL *open(void *owner, std::function<void(qint64 sent)> onSent);
+    CURL *handle() const { return m_handle; }
+    /// Continues a body that had nothing ready.
+    void resume();
+    /// Ends the exchange with libcurl's result.
+    StorageAnswer answer(CURLcode result);
+    /// Frees what libcurl holds of it.
+    void close();
+
+    /// When the body last went on, and whether all of it has.
+    Clock::time_point movedAt() const { return m_movedAt; }
+    bool isSent() const { return m_isSent; }
+
+private:
+    void setBody();
+    void setHeaders();
+    void setProxy();
+    void setTrust();
+    template <class Value> void set(CURLoption option, Value value) { curl_easy_setopt(m_handle, option, value); }
+    QString textOf(CURLcode result, int status) const;
+
+    static std::size_t onRead(char *to, std::size_t size, std::size_t count, void *self);
+    static std::size_t onWrite(const char *data, std::size_t size, std::size_t count, void *self);
+    static std::size_t onHeader(const char *data, std::size_t size, std::size_t count, void *self);
+    static int onProgress(void *self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);
+    static int beforeRequest(void *self, char *, char *, int, int);
+    static CURLcode onTls(CURL *, void *context, void *);
+
+    const StorageRequest m_request;
+    const Target m_target;
+    const Proxy m_proxy;
+    const Trust m_trust;
+    const QByteArray m_requestTarget;
+    CURL *m_handle = nullptr;
+    curl_slist *m_headers = nullptr;
+    char m_error[CURL_ERROR_SIZE] = {};
+    std::function<void(qint64)> m_onSent;
+    QByteArray m_answer;
+    qint64 m_taken = 0;        ///< bytes of the body
+    qint64 m_sent = 0;         ///< those that have gone out
+    qint64 m_headReceived = 0; ///< bytes
+    qint64 m_bodyReceived = 0; ///< bytes
+    Clock::time_point m_movedAt;
+    bool m_isSent = false;
+    bool m_isPaused = false;
+};
+
+} // namespace Velmora

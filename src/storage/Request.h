@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace Velmora {
+
+class Source;
+
+/// A request to the storage, described.
+struct StorageRequest {
+    QByteArray verb = "GET"; ///< with a body POST or PUT
+    QByteArray address;
+    std::vector<std::pair<QByteArray, QByteArray>> headers; ///< none that frames the body
+    std::shared_ptr<Source> body = {};                      ///< null: none
+
+    // Names in any case of letters.
+    bool hasHeader(const QByteArray &name) const;
+    void setHeader(const QByteArray &name, const QByteArray &value);
+};
+
+/// What came back for it.
+struct StorageAnswer {
+    int status = 0;  ///< the HTTP status; 0 when there was none
+    QByteArray body; ///< at most the first 64 KiB
+    QString problem; ///< why the exchange is not whole, without the query of an address; empty when it is
+};
+
+/// An address, split at what connects and what is asked for.
+struct Target {
+    QByteArray server; ///< "https://host:port"
+    QByteArray path;   ///< path and query, as the request line holds them
+};
+
+/// Empty for an address that names no web server, or holds a user's name. The path is left as it is, but for bytes that
+/// no request line may hold: they are percent-encoded.
+std::optional<Target> targetOf(const QByteArray &address);
+
+} // namespace Velmora

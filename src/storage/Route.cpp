@@ -1,0 +1,68 @@
+#include "storage/Route.h"
+
+#include <QNetworkProxy>
+#include <QSslConfiguration>
+#include <QUrl>
+
+namespace Velmora {
+
+namespace {
+
+// Some systems load authorities only when a certificate is checked: the configuration lists none then, though it trusts
+// them. Setting a list, even the same one, ends that.
+bool loadsOnDemand(const QSslConfiguration &configuration)
+{
+    QSslConfiguration listed = configuration;
+    listed.setCaCertificates(configuration.caCertificates());
+    return listed != configuration;
+}
+
+const QList<QSslCertificate> &systemAuthorities()
+{
+    static const QList<QSslCertificate> all = QSslConfiguration::systemCaCertificates();
+    return all;
+}
+
+} // namespace
+
+Proxy proxyTo(const QByteArray &server)
+{
+    const QNetworkProxyQuery query(QUrl(QString::fromUtf8(server)), QNetworkProxyQuery::UrlRequest);
+    for (const QNetworkProxy &each : QNetworkProxyFactory::proxyForQuery(query)) {
+        Proxy proxy{Proxy::None, each.hostName().toUtf8(), each.port(), each.user().toUtf8(), each.password().toUtf8()};
+        switch (each.type()) {
+        case QNetworkProxy::Socks5Proxy:
+            proxy.kind = Proxy::Socks5;
+            return proxy;
+        case QNetworkProxy::HttpProxy:
+        case QNetworkProxy::HttpCachingProxy:
+            proxy.kind = Proxy::Http;
+            return proxy;
+        case QNetworkProxy::FtpCachingProxy: // not for us
+            break;
+        case QNetworkProxy::NoProxy:
+        case QNetworkProxy::DefaultProxy:
+            return {};
+        }
+    }
+    return {};
+}
+
+Trust TrustReader::read()
+{
+    const QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    const auto mode = configuration.peerVerifyMode();
+    m_trust.isVerified = mode == QSslSocket::AutoVerifyPeer || mode == QSslSocket::VerifyPeer;
+    QList<QSslCertificate> certificates = configuration.caCertificates();
+    if (loadsOnDemand(configuration))
+        certificates = certificates.isEmpty() ? systemAuthorities() : certificates + systemAuthorities();
+    if (certificates != m_certificates) { // quick for a list that is shared
+        m_certificates = certificates;
+        m_trust.authorities.clear();
+        for (const QSslCertificate &certificate : certificates)
+            m_trust.authorities += certificate.toPem();
+    }
+    return m_trust;
+}
+
+} // namespace Velmora

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "storage/Request.h"
+#include "storage/Route.h"
+
+#include <QObject>
+#include <QThreadPool>
+
+#include <curl/curl.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace Velmora {
+
+class Exchange;
+
+/// Sends requests to the storage, on a thread of its own, so that the bytes pass no event loop.
+///
+///     start() ─▶ waiting for its turn ─▶ under way ─ progressed() … ─ answered() ─▶ over
+///
+/// Everything public is used on the owner's thread, where the handlers run from a clean stack; they may destroy this
+/// object. Cancelling and destroying wait for no network; destroying waits for the reads under way of sources.
+///
+/// Turns: to each server, a few large and a few small bodies are sent at a time, so that a small one never waits for a
+/// large one. An exchange that only waits, for its answer or for a server that does not read, gives its turn away.
+///
+/// The thread starts with the first request. It ends, and closes the connections that it has kept, when there was none
+/// for a while.
+class StorageClient : public QObject {
+public:
+    using Id = std::uint64_t;
+    struct Handlers {
+        std::function<void(qint64 sent)> progressed; ///< bytes of the body that have gone out so far
+        std::function<void(const StorageAnswer &)> answered;
+    };
+
+    StorageClient();
+    ~StorageClient() override;
+
+    /// @param request  with an address that `targetOf` takes
+    Id start(const StorageRequest &request, Handlers handlers);
+    /// Neither handler is called any more. Does nothing for a request that was answered.
+    void cancel(Id id);
+
+    /// For work on sources: nobody else's work keeps them waiting.
+    QThreadPool *pool() { return &m_pool; }
+
+protected:
+    void customEvent(QEvent *event) override;
+
+private:
+    /// A request on its way through both threads.
+    struct Entry;
+    using EntryPointer = std::shared_ptr<Entry>;
+    /// Bodies of one size class that go to one server.
+    struct Lane {
+        std::deque<EntryPointer> waiting;
+        int turns = 0; ///< taken
+    };
+    struct Command {
+        enum Kind { Start, Cancel, Resume } kind;
+        EntryPointer entry;
+    };
+
+    // On any thread.
+    void send(Command command);
+    void report(const EntryPointer &entry);
+
+    // On the storage thread.
+    void run();
+    bool serve();
+    void handle(const Command &command);
+    void giveTurns();
+    void begin(const EntryPointer &entry, Lane &lane);
+    void takeBackTurns();
+    void collectAnswers();
+    void end(Entry &entry);
+
+    TrustReader m_trust;
+    Id m_lastId = 0;
+    std::map<Id, EntryPointer> m_entries;
+    QThreadPool m_pool;
+    std::thread m_thread;
+
+    std::mutex m_mutex; // guards what follows
+    std::vector<Command> m_commands;
+    std::vector<EntryPointer> m_reports; ///< entries with news for the owner
+    CURLM *m_awake = nullptr;            ///< can be woken
+    bool m_running = false;
+    bool m_stop = false;
+
+    // Of the storage thread.
+    CURLM *m_multi = nullptr;
+    std::map<QByteArray, Lane> m_lanes;
+    std::list<EntryPointer> m_underWay;
+};
+
+} // namespace Velmora
