@@ -9,6 +9,8 @@
 namespace {
 
 constexpr int pingsBeforeRestart = 4;
+constexpr quint64 longestMessage =
+    16 * 1024 * 1024; // bytes; the connection accepts any certificate, so memory is limited
 // A private marker of our own restart; no peer sends it.
 constexpr auto restartCode = QWebSocketProtocol::CloseCode(1015);
 
@@ -45,6 +47,8 @@ void CloudWebSocketClient::openSocket()
                 };
                 QMetaObject::invokeMethod(this, check, Qt::QueuedConnection);
             });
+    m_socket->setMaxAllowedIncomingFrameSize(longestMessage);
+    m_socket->setMaxAllowedIncomingMessageSize(longestMessage);
     QNetworkRequest request(m_url);
     request.setRawHeader("Authorization", m_cognitoToken.toUtf8());
     m_socket->open(request);
@@ -69,13 +73,10 @@ void CloudWebSocketClient::slotPingSocket()
     VELMORA_LOG() << "ping socket";
     if (++m_pingsWithoutMessage < pingsBeforeRestart)
         return;
-    if (open) {
+    if (open)
         m_socket->close(restartCode, QStringLiteral("rebooting"));
-    } else { // still opening: there is nothing to close, and no close event would come
-        retireSocket();
-        m_pingsWithoutMessage = 0;
-        openSocket();
-    }
+    else // the handshake is not answered
+        onOpeningFailed();
 }
 
 void CloudWebSocketClient::onConnected()

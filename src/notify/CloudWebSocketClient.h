@@ -9,7 +9,7 @@ class QWebSocket;
 
 /// One authenticated connection to the portal's notification socket. Every text frame and every loss of the connection
 /// becomes one `signalMessageReceived`. After a loss the client does nothing more. After four heartbeats without a text
-/// frame it closes the connection and opens a new one.
+/// frame it closes the connection and opens a new one; a connection that is not open by then is lost.
 ///
 /// The signal may be emitted inside a signal of the socket. Deleting a `QWebSocket` there corrupts memory, so receivers
 /// connect queued. For the same reason each connection has a socket of its own, and the event loop releases the old

@@ -2,6 +2,7 @@
 
 #include <QCryptographicHash>
 #include <QSslSocket>
+#include <QtEndian>
 
 #ifdef Q_OS_WIN
 #include <winsock2.h>
@@ -78,7 +79,13 @@ void SocketServer::write(std::size_t client, int opcode, const QByteArray &paylo
     QSslSocket *to = socket(toSocket(client));
     if (!to)
         return;
-    to->write(QByteArray(1, static_cast<char>(0x80 | opcode)) + static_cast<char>(payload.size()) + payload);
+    QByteArray length(1, static_cast<char>(payload.size()));
+    if (payload.size() > 125) { // 127 announces eight bytes of length
+        length.resize(9);
+        length[0] = 127;
+        qToBigEndian(quint64(payload.size()), length.data() + 1);
+    }
+    to->write(QByteArray(1, static_cast<char>(0x80 | opcode)) + length + payload);
     to->flush();
 }
 

@@ -83,24 +83,24 @@ TEST_F(SocketTest, heartbeat_textAfterThree_countsAnew)
     EXPECT_EQ(server.clients()[0].pings.size(), 10);
 }
 
-TEST_F(SocketTest, heartbeat_stillConnecting_restarts)
+TEST_F(SocketTest, handshake_unansweredForFourHeartbeats_isALoss)
 {
     server.setHandshake(Handshake::Ignore);
-    subscribe(listener);
-    for (const std::size_t client : {0, 1}) { // the one speaks TLS by then, the other one not yet
+    for (const bool speaksTls : {true, false}) {
+        const std::size_t client = server.clients().size();
+        Listener own;
+        subscribe(own);
         ASSERT_TRUE(waitUntil([&] {
-            return server.clients().size() > client && (client == 1 || !server.clients()[0].target.isEmpty());
+            return server.clients().size() > client && (!speaksTls || !server.clients()[client].target.isEmpty());
         }));
-        sockets().updateCognitoToken(QStringLiteral("newest"));
-        server.setHandshake(client == 0 ? Handshake::Ignore : Handshake::Accept);
-        beats(4);
-        ASSERT_TRUE(gone(client));
+        beats(3);
+        settle();
+        EXPECT_TRUE(own.texts.empty());
+        fire(heartbeat());
+        EXPECT_TRUE(gone(client));
+        expectLoss(own, client + 1);
+        api->unsubscribeFromJob("J1");
     }
-    ASSERT_TRUE(accepted(2));
-    EXPECT_EQ(authorization(server.clients()[2]), "newest");
-    ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 2));
-    EXPECT_EQ(listener.texts.size(), 1u);
-    EXPECT_EQ(server.clients().size(), 3u);
 }
 
 /// What the server does, and what the application receives of it.
@@ -159,6 +159,20 @@ TEST_F(SocketTest, socket_anyEvent_isReportedOnce)
             expectInert(own, client + 1);
         api->unsubscribeFromJob("J1");
     }
+}
+
+TEST_F(SocketTest, message_longerThanTheLimit_endsTheConnection)
+{
+    const QByteArray longest(16 * 1024 * 1024, 'x');
+    ASSERT_NO_FATAL_FAILURE(open(listener));
+    server.send(0, longest);
+    ASSERT_TRUE(notified(listener));
+    EXPECT_EQ(listener.texts[0].size(), std::size_t(longest.size()));
+    EXPECT_FALSE(listener.finish);
+    server.send(0, longest + 'x');
+    ASSERT_TRUE(notified(listener, 2));
+    EXPECT_EQ(listener.error.errorTitle, lost);
+    ASSERT_NO_FATAL_FAILURE(expectInert(listener, 1));
 }
 
 TEST_F(SocketTest, socket_lossAfterARestartBeforeAnyMessage_isLogged)

@@ -266,7 +266,14 @@ TEST_F(StorageTest, fault_withEndAndInformational_clientReceivesExactlyThat)
         std::vector<int> informational;
         string first, last, ending;
     } table[] = {
-        {FaultKind::RefuseEarly, up, 0, Closing::Usual, {}, "HTTP/1.1 413 ", full, notify},
+        {FaultKind::RefuseEarly,
+         with(up, "Expect: 100-continue\r\n"),
+         0,
+         Closing::Usual,
+         {},
+         "HTTP/1.1 413 ",
+         full,
+         notify},
         {FaultKind::RefuseEarly, up, 30000, Closing::Notify, {100}, "HTTP/1.1 100 Continue\r\n\r\n", full, notify},
         {FaultKind::RefuseEarly, up, 30000, Closing::End, {}, "HTTP/1.1 413 ", full, end},
         {FaultKind::RefuseEarly, up, 30000, Closing::Reset, {}, "HTTP/1.1 413 ", full, reset},

@@ -26,7 +26,12 @@ const std::vector<Action> &actions()
                  test.mute(each);
              }
          }},
-        {"log out", [](Case &test, const Step &) { test.api->clearActiveAccount(); }},
+        {"log out", // ends subscriptions too
+         [](Case &test, const Step &) {
+             test.api->clearActiveAccount();
+             for (const string &each : {string(storedJob), test.job})
+                 test.mute(each);
+         }},
         {"log in", [](Case &test, const Step &) { operations()[0].start(test); }},
         {"change portal", // VELMORA_API_URL wins over it
          [](Case &test, const Step &) { test.api->setAPIPortal(PortalTarget::Test); }, false},
