@@ -1,6 +1,6 @@
 # Cross build for Windows x86-64 with Debian's MinGW-w64, the variant with POSIX threads (for std::thread).
 # scripts/windows uses it; by hand: cmake --preset windows, with these set in the environment or by -D:
-#   VELMORA_WINDOWS_KIT     folder with Qt 5.15 and OpenSSL 3 for MinGW-w64: bin/, include/, lib/
+#   VELMORA_WINDOWS_KIT     folder with Qt 5.15, OpenSSL 3 and libcurl for MinGW-w64: bin/, include/, lib/
 #   VELMORA_WINDOWS_PREFIX  folder with what only the tests and tools need: headers, GoogleTest
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)

@@ -15,8 +15,9 @@ take_kit() {
         kit=$(find "$folder/kit" -maxdepth 3 -path '*/bin/Qt5Core.dll' -printf '%h\n' -quit)
         kit=${kit%/bin}
     fi
-    if [[ -z $kit || ! -e $kit/bin/Qt5Core.dll || ! -e $kit/bin/Qt5WebSockets.dll || ! -d $kit/include/openssl ]]; then
-        say "scripts/windows: $VELMORA_WINDOWS_KIT is no kit: Qt 5.15 with WebSockets and OpenSSL 3 belong into it."
+    if [[ -z $kit || ! -e $kit/bin/Qt5Core.dll || ! -e $kit/bin/Qt5WebSockets.dll || ! -d $kit/include/openssl ||
+        ! -e $kit/bin/libcurl.dll ]]; then
+        say "scripts/windows: $VELMORA_WINDOWS_KIT is no kit: Qt 5.15 with WebSockets, OpenSSL 3 and libcurl belong into it."
         exit 2
     fi
     VELMORA_WINDOWS_KIT=$(cd "$kit" && pwd -P)

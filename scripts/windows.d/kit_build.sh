@@ -17,6 +17,24 @@ build_openssl() {
     cp "$work/src/openssl/LICENSE.txt" "$kit/licenses/openssl.txt"
 }
 
+# HTTP and HTTPS only.
+build_curl() {
+    export VELMORA_WINDOWS_KIT=$kit VELMORA_WINDOWS_PREFIX=
+    rm -rf "$work/curl"
+    cmake -S "$work/src/curl" -B "$work/curl" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$root/cmake/windows-toolchain.cmake" \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$work/stage/curl" -DBUILD_SHARED_LIBS=ON -DBUILD_CURL_EXE=OFF \
+        -DBUILD_TESTING=OFF -DENABLE_MANUAL=OFF -DHTTP_ONLY=ON -DCURL_USE_OPENSSL=ON -DCURL_WINDOWS_SSPI=ON \
+        -DUSE_WIN32_IDN=ON -DUSE_LIBIDN2=OFF -DUSE_ZLIB=OFF -DCURL_USE_LIBPSL=OFF -DCURL_USE_LIBSSH2=OFF \
+        -DCURL_DISABLE_ALTSVC=ON -DCURL_DISABLE_HSTS=ON
+    ninja -C "$work/curl" install
+    mkdir -p "$kit/lib/cmake"
+    cp -r "$work/stage/curl/include/curl" "$kit/include/"
+    cp "$work/stage/curl/lib/libcurl.dll.a" "$kit/lib/"
+    cp -r "$work/stage/curl/lib/cmake/CURL" "$kit/lib/cmake/"
+    cp "$work/stage/curl/bin/libcurl.dll" "$kit/bin/"
+    cp "$work/src/curl/COPYING" "$kit/licenses/curl.txt"
+}
+
 build_qtbase() {
     local sources=$work/src/qtbase-opensource-src
     rm -rf "$work/qtbase" && mkdir "$work/qtbase" && cd "$work/qtbase"

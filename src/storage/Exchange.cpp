@@ -197,6 +197,12 @@ QString Exchange::textOf(CURLcode result, int status) const
     long error = 0;
     curl_easy_getinfo(m_handle, CURLINFO_OS_ERRNO, &error);
     QString detail = QString::fromLocal8Bit(m_error);
+    long tunnel = 0;
+    curl_easy_getinfo(m_handle, CURLINFO_HTTP_CONNECTCODE, &tunnel);
+    if (status == 0 && tunnel >= 300) {
+        result = CURLE_PROXY;
+        detail = QStringLiteral("It answered with %1").arg(tunnel);
+    }
     switch (result) {
     case CURLE_COULDNT_RESOLVE_HOST:
         return QStringLiteral("The host of %1 is unknown.").arg(server);

@@ -3,16 +3,26 @@
 #include <openssl/bio.h>
 #include <openssl/ssl.h>
 
+#include <cstdint>
+
 namespace Velmora {
 
 namespace {
+
+// Between two of them libcurl reads, unless it has the whole answer.
+constexpr std::intptr_t failuresHidden = 20;
 
 int writeOn(BIO *bio, const char *data, int size)
 {
     BIO *const next = BIO_next(bio);
     BIO_clear_retry_flags(bio);
     const int written = BIO_write(next, data, size);
-    if (written <= 0)
+    if (written > 0)
+        return written;
+    auto failures = reinterpret_cast<std::intptr_t>(BIO_get_data(bio));
+    if (!BIO_should_retry(next))
+        BIO_set_data(bio, reinterpret_cast<void *>(++failures));
+    if (failures <= failuresHidden)
         BIO_set_retry_write(bio);
     return written;
 }

@@ -36,6 +36,7 @@ public:
         m_socket.setSocketDescriptor(descriptor);
         connect(&m_socket, &QSslSocket::disconnected, this, [this] {
             m_server->m_pausing.removeAll(this);
+            m_server->m_interrupted.removeAll(this);
             m_server->m_open.remove(m_number);
             m_server->ended(m_number);
             deleteLater();
@@ -45,11 +46,19 @@ public:
     }
 
     void resume() { write(); }
+    void readOn()
+    {
+        m_reading = true;
+        m_socket.setReadBufferSize(0);
+        read();
+    }
     QSslSocket *socket() { return &m_socket; }
 
 private:
     void read()
     {
+        if (!m_reading)
+            return;
         m_buffer += m_socket.readAll();
         if (m_answer.bytes.startsWith("HTTP/1.1 101"))
             return m_server->upgraded(m_number, std::exchange(m_buffer, {}));
@@ -57,6 +66,8 @@ private:
         if (m_answering || end < 4)
             return;
         const QList<QByteArray> words = m_buffer.left(m_buffer.indexOf('\r')).split(' ');
+        if (interrupt(words.value(1), m_buffer.size() - end))
+            return;
         ReceivedRequest request{m_number, words.value(0), words.value(1), m_buffer.left(end), {}};
         const int size = request.header("Content-Length").toInt();
         if (m_buffer.size() < end + size)
@@ -66,6 +77,30 @@ private:
         m_answering = true;
         m_answer = m_server->answerFor(request);
         write();
+    }
+
+    bool interrupt(const QByteArray &target, int received)
+    {
+        const Interruption *found = m_server->interruptionFor(target);
+        if (!found || received < found->after)
+            return false;
+        m_reading = false; // writing may receive more
+        const Interruption::End end = found->end;
+        m_socket.write(found->answer.bytes);
+        m_socket.flush();
+        switch (end) {
+        case Interruption::Closes:
+            m_socket.disconnectFromHost();
+            return true;
+        case Interruption::Resets: // there are bytes that were not read
+            m_socket.abort();
+            return true;
+        case Interruption::StopsReading:
+            break;
+        }
+        m_socket.setReadBufferSize(1);
+        m_server->m_interrupted.append(this);
+        return true;
     }
 
     void write()
@@ -89,6 +124,7 @@ private:
     const int m_number;
     QByteArray m_buffer;
     bool m_answering = false;
+    bool m_reading = true;
     Answer m_answer;
 };
 
@@ -110,6 +146,22 @@ void ScriptedServer::resume()
 {
     while (!m_pausing.isEmpty())
         m_pausing.takeFirst()->resume();
+}
+
+void ScriptedServer::readOn()
+{
+    m_interruptions.clear();
+    while (!m_interrupted.isEmpty())
+        m_interrupted.takeFirst()->readOn();
+}
+
+const Interruption *ScriptedServer::interruptionFor(const QByteArray &target) const
+{
+    for (auto each = m_interruptions.begin(); each != m_interruptions.end(); ++each) {
+        if (target.startsWith(each.key()))
+            return &each.value();
+    }
+    return nullptr;
 }
 
 void ScriptedServer::incomingConnection(qintptr descriptor)

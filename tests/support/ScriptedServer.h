@@ -8,6 +8,7 @@
 //     loopback.server.next(answer(200).cut(100));    // then: 100 bytes, and the connection closes
 //     loopback.server.next(hangUp());                // reads the request and closes; silence() never answers
 //     loopback.server.setHandler(function);          // for every request after those: request -> answer
+//     loopback.server.interrupt("/s/up", {1000, answer(413), Interruption::Resets}); // does not read the whole body
 //
 // A request without a script or a handler is answered with 200 and "{}". Connections are kept alive and
 // numbered from 1. The server closes a connection only when a test says so.
@@ -47,6 +48,14 @@ Answer answer(int status, const QByteArray &body = {}, const QByteArray &content
 inline Answer hangUp() { return Answer().closed(); }
 inline Answer silence() { return Answer().paused(); }
 
+/// What happens to a request before its body has been read.
+struct Interruption {
+    enum End { Closes, Resets, StopsReading };
+    int after = 0; ///< bytes of the body
+    Answer answer; ///< may be empty
+    End end = StopsReading;
+};
+
 class QSslSocket;
 class ScriptedConnection;
 
@@ -61,6 +70,14 @@ public:
 
     void next(const Answer &scripted) { m_script.append(scripted); }
     void setHandler(Handler handler) { m_handler = std::move(handler); }
+    /// For requests whose target begins so; they are not among `requests`, unless they are read to their end.
+    void interrupt(const QByteArray &target, const Interruption &interruption)
+    {
+        m_interruptions[target] = interruption;
+    }
+    /// Ends the interruptions: reads on where one stopped.
+    void readOn();
+    int interrupted() const { return m_interrupted.size(); } ///< connections on which it stopped reading
     /// Continues every answer that pauses now.
     void resume();
     int pausing() const { return m_pausing.size(); }
@@ -78,11 +95,14 @@ protected:
 private:
     friend class ScriptedConnection;
     Answer answerFor(const ReceivedRequest &request);
+    const Interruption *interruptionFor(const QByteArray &target) const;
 
     QList<Answer> m_script;
     Handler m_handler;
     QList<ReceivedRequest> m_requests;
     QList<ScriptedConnection *> m_pausing;
+    QMap<QByteArray, Interruption> m_interruptions; ///< by the beginning of the target
+    QList<ScriptedConnection *> m_interrupted;
     QMap<int, ScriptedConnection *> m_open;
     int m_connections = 0;
 };

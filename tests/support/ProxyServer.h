@@ -1,0 +1,26 @@
+#pragma once
+
+// A proxy on loopback, SOCKS5 or HTTP with tunnels, that asks for the user "ada" with the password "p:w". It connects
+// to this machine whatever host it is asked for.
+
+#include <QByteArrayList>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+class ProxyServer : public QTcpServer {
+public:
+    explicit ProxyServer(bool socks);
+
+    const QByteArrayList &asked() const { return m_asked; } ///< "host:port" of every tunnel
+
+protected:
+    void incomingConnection(qintptr descriptor) override;
+
+private:
+    void readSocks(QTcpSocket *client);
+    void readHttp(QTcpSocket *client);
+    void tunnel(QTcpSocket *client, const QByteArray &host, int port, const QByteArray &accepted);
+
+    const bool m_socks;
+    QByteArrayList m_asked;
+};
