@@ -335,8 +335,8 @@ VELMORA_EXPORT bool isUserLoggedIn(VelmoraCloudAPI *api);
 /// Sends a request to the service and waits for the answer, without a time limit. Other callbacks may run meanwhile.
 /// @return 1 if an answer with a body came, whatever its status; otherwise -1; 0 for a null handle
 VELMORA_EXPORT int currentNetworkStatus(VelmoraCloudAPI *api);
-/// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions. Nothing is
-/// sent.
+/// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions. Nothing
+/// is sent.
 VELMORA_EXPORT void clearActiveAccount(VelmoraCloudAPI *api);
 /// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
 VELMORA_EXPORT void checkMFAEnabled(VelmoraCloudAPI *api, const char *emailAddress, VelmoraFlagCallback onComplete);
@@ -483,8 +483,8 @@ VELMORA_EXPORT void getSimulationFileList_Json(VelmoraCloudAPI *api, const char 
 VELMORA_EXPORT void getUsersFileList(VelmoraCloudAPI *api, bool showAllFiles, VelmoraFileListCallback onComplete);
 /// As `getUsersFileList`.
 VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFiles, VelmoraJsonCallback onComplete);
-/// Deletes a file in the cloud: the one that is named, or none. Give the name as it is listed; the library encodes it. A
-/// name with a part "." or ".." is refused inside the call with code 400.
+/// Deletes a file in the cloud: the one that is named, or none. Give the name as it is listed; the library encodes it.
+/// A name with a part "." or ".." is refused inside the call with code 400.
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,
                                VelmoraDeleteFileCallback onComplete);
 /// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
