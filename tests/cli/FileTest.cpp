@@ -78,7 +78,7 @@ TEST_F(FileTest, run_oneUploadFails_othersGoOnAndNothingIsSubmitted)
     for (const auto &[kind, exit] : {std::pair(FaultKind::Status, 1), {FaultKind::Silence, 3}}) {
         serve();
         inject("storage", kind, 1);
-        const auto program = ended(job(12000000) + " --timeout 1 --json", exit, "no job was submitted");
+        const auto program = ended(job(200000) + " --timeout 1 --json", exit, "no job was submitted");
         EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 2);
         EXPECT_EQ(m_portal->requestCount("job/submit"), 0U);
         EXPECT_EQ(below("tmp"), Strings());
