@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Portal.h"
+#include "transport/ProxyWatch.h"
 #include "transport/RequestBody.h"
 
 #include <QSslConfiguration>
@@ -67,8 +68,13 @@ QNetworkReply *RestClient::sendRest(const char *announcement, QNetworkRequest re
                                     const QByteArray &body)
 {
     request.setRawHeader("Accept-Encoding", "gzip");
-    QNetworkReply *reply = sendBody(announcement, request, verb, new RequestBody(body, nullptr, {}));
+    auto *device = new RequestBody(body, nullptr, {});
+    QNetworkReply *reply = sendBody(announcement, request, verb, device);
     limitAnswer(reply, m_limits);
+    // A connection more makes the network layer start what waits for one.
+    new ProxyWatch(reply, device, m_proxyWatchInterval, [network = reply->manager(), url = reply->url()] {
+        network->connectToHostEncrypted(url.host(), static_cast<quint16>(url.port(443)));
+    });
     return reply;
 }
 
@@ -120,6 +126,8 @@ void RestClient::openNetwork()
 
 void RestClient::onRequestFinished(QNetworkReply *reply)
 {
+    if (reply->url().scheme() == QLatin1String("preconnect-https")) // see `sendRest`
+        return reply->deleteLater();
     --m_requestsInFlight;
     VELMORA_LOG() << "Cloud API: Network Request Finished:" << m_requestsInFlight << "remaining";
     if (const int status = httpStatus(reply); status > 0 && status < 200) {

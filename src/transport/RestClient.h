@@ -46,6 +46,8 @@ public:
     void setIdToken(const QString &idToken) { m_idToken = idToken; }
     /// For the requests that follow; tests lower them.
     void setAnswerLimits(const AnswerLimits &limits) { m_limits = limits; }
+    /// For the requests that follow: see `ProxyWatch`. Tests lower it.
+    void setProxyWatchInterval(int milliseconds) { m_proxyWatchInterval = milliseconds; }
     /// Drops everything under way, without completions. Nothing may be sent after that.
     void close();
 
@@ -103,6 +105,7 @@ private:
     std::unique_ptr<QNetworkAccessManager> m_network;
     std::list<std::unique_ptr<QNetworkAccessManager>> m_retired; ///< get no more requests; see `onRequestFinished`
     AnswerLimits m_limits;
+    int m_proxyWatchInterval = 5000;
     PortalTarget m_portal = PortalTarget::Production;
     QString m_idToken;
     int m_requestsInFlight = 0;

@@ -2,6 +2,10 @@
 
 #include "transport/Operations.h"
 
+#include <QNetworkProxy>
+#include <QSignalSpy>
+#include <QTcpSocket>
+
 #include <zlib.h>
 
 using namespace Velmora;
@@ -171,6 +175,103 @@ TEST_F(TransportTest, answer_growingBeyondItsLimit_endsBeforeItsEnd)
         EXPECT_EQ(done.error.errorCode, size > 100000 ? 0 : 200);
         EXPECT_EQ(done.result.toArray().size(), size > 100000 ? 0 : 1);
     }
+}
+
+/// The application's proxy. Closes the first connections before it answers; those behind them are tunnels, HTTP only.
+class ClosingProxy : public QTcpServer {
+public:
+    ClosingProxy(const ScriptedServer &server, QNetworkProxy::ProxyType type, int closing)
+        : m_closing(closing)
+        , m_before(QNetworkProxy::applicationProxy())
+        , m_address("VELMORA_API_URL", "portal.velmora.example:" + QByteArray::number(server.serverPort()))
+    {
+        EXPECT_TRUE(listen(QHostAddress::LocalHost));
+        connect(this, &QTcpServer::newConnection, this, [this] { accept(nextPendingConnection()); });
+        QNetworkProxy::setApplicationProxy({type, QStringLiteral("127.0.0.1"), serverPort()});
+        QSslConfiguration anyHost = QSslConfiguration::defaultConfiguration(); // restored by the fixture
+        anyHost.setPeerVerifyMode(QSslSocket::VerifyNone);
+        QSslConfiguration::setDefaultConfiguration(anyHost);
+    }
+    ~ClosingProxy() override { QNetworkProxy::setApplicationProxy(m_before); }
+
+    int connections = 0;
+
+private:
+    void accept(QTcpSocket *client)
+    {
+        const bool closes = ++connections <= m_closing;
+        connect(client, &QTcpSocket::readyRead, client, [=, tunnel = static_cast<QTcpSocket *>(nullptr)]() mutable {
+            const QByteArray bytes = client->readAll();
+            if (closes)
+                return client->close();
+            if (tunnel) {
+                tunnel->write(bytes);
+                return;
+            }
+            const QByteArray port = bytes.mid(bytes.indexOf(':') + 1).split(' ').first();
+            tunnel = new QTcpSocket(client);
+            tunnel->setProxy(QNetworkProxy::NoProxy);
+            connect(tunnel, &QTcpSocket::readyRead, client, [=] { client->write(tunnel->readAll()); });
+            connect(client, &QTcpSocket::disconnected, tunnel, &QTcpSocket::disconnectFromHost);
+            connect(tunnel, &QTcpSocket::connected, client, [=] { client->write("HTTP/1.1 200 Fine\r\n\r\n"); });
+            tunnel->connectToHost(QHostAddress(QHostAddress::LocalHost), port.toUShort());
+        });
+    }
+
+    const int m_closing;
+    const QNetworkProxy m_before;
+    const ScopedEnvironment m_address; // Qt uses no proxy for a loopback address
+};
+
+TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsTheRequest)
+{
+    partsOf(*api).rest.setProxyWatchInterval(50);
+    for (const auto type : {QNetworkProxy::HttpProxy, QNetworkProxy::Socks5Proxy}) {
+        const ClosingProxy proxy(server, type, 1000);
+        for (const char *name : {"submitNewJob", "getUsersFileList", "untagJob"}) {
+            run(name);
+            EXPECT_EQ(done.error.errorCode, 0) << name;
+        }
+        EXPECT_EQ(api->currentNetworkStatus(), -1);
+        EXPECT_GE(proxy.connections, 4);
+    }
+    EXPECT_EQ(server.requests().size(), 0);
+}
+
+TEST_F(TransportTest, proxy_closingOnce_delaysTheRequest)
+{
+    partsOf(*api).rest.setProxyWatchInterval(50);
+    for (const char *name : {"submitNewJob", "getUsersFileList"}) {
+        ClosingProxy proxy(server, QNetworkProxy::HttpProxy, 1);
+        run(name);
+        EXPECT_EQ(done.error.errorCode, 200) << name;
+        EXPECT_GE(proxy.connections, 3) << "closed, watched, used";
+        settle();
+    }
+    EXPECT_EQ(server.requests().size(), 2) << "each sent once";
+}
+
+TEST_F(TransportTest, proxy_andASlowService_isNoReasonToEndTheRequest)
+{
+    partsOf(*api).rest.setProxyWatchInterval(20);
+    ClosingProxy proxy(server, QNetworkProxy::HttpProxy, 0);
+    for (const char *name :
+         {"getUsersFileList", "submitNewJob", "getUsersFileList"}) { // later ones reuse the connection
+        server.next(answer(200, "[]").paused());
+        done = {};
+        operation(name).call(*api, Into{&done});
+        ASSERT_TRUE(pausing());
+        QTimer over;
+        over.start(100);
+        QSignalSpy spy(&over, &QTimer::timeout);
+        EXPECT_TRUE(spy.wait());
+        EXPECT_EQ(done.calls, 0);
+        server.resume();
+        ASSERT_TRUE(wait(done));
+        EXPECT_EQ(done.error.errorCode, 200) << name;
+    }
+    EXPECT_GE(proxy.connections, 1);
+    EXPECT_TRUE(waitUntil([this] { return networkOf(*api).findChildren<QNetworkReply *>().isEmpty(); }));
 }
 
 } // namespace
