@@ -38,7 +38,8 @@ show_progress() {
 
 packages=(
     g++ cmake ninja-build ccache pkg-config
-    qtbase5-dev libqt5websockets5-dev libssl-dev libcurl4-openssl-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev
+    qtbase5-dev libqt5websockets5-dev libssl-dev libcurl4-openssl-dev zlib1g-dev libboost1.81-dev
+    nlohmann-json3-dev libcli11-dev
     libgtest-dev libbenchmark-dev mono-mcs mono-runtime
     openssl curl ca-certificates python3
 )

@@ -30,9 +30,10 @@ class CloudAPIImpl;
 /// it reports on, log out, run an event loop, destroy the `CloudAPI`.
 ///
 /// **Errors.** Nothing is thrown. The first argument of every completion is an `ApiError`; `succeeded`
-/// tells whether it is a success. Code 0 means that no answer came, which is a failure. On failure the
-/// result is empty, with one exception: uploads, downloads and `deleteFile` always hand over the details
-/// that they were called with. No request is repeated, and none has a time limit.
+/// tells whether it is a success. Code 0 means that no answer came, or none that is whole: one that was cut
+/// or damaged, or is larger than 256 MiB. That is a failure. On failure the result is empty, with one
+/// exception: uploads, downloads and `deleteFile` always hand over the details that they were called with.
+/// No request is repeated, and none has a time limit.
 ///
 /// **Applications without Qt.** If the process has no `QCoreApplication`, the constructor makes one. It
 /// lives as long as any `CloudAPI` does. Call `processEvents` often, because answers, the renewal of the

@@ -26,7 +26,7 @@
 /// valid until the callback returns, also when it destroys the handle. Copy what you keep; release nothing.
 ///
 /// **Errors.** Nothing is thrown. The first argument of every completion is the outcome. Codes from 1 to 299 are
-/// success. Code 0 means that no answer came at all, which is a failure. The library's own refusals have the code 400.
+/// success. Code 0 means that no whole answer came, which is a failure. The library's own refusals have the code 400.
 /// On failure the result is empty, with one exception: uploads, downloads and `deleteFile` always hand over the details
 /// that they were called with. No request is repeated, and none has a time limit. For what title and message hold, see
 /// `Velmora::ApiError`.

@@ -28,7 +28,7 @@ enum class PortalTarget : std::int32_t {
 /// The outcome of an operation: the first argument of every completion callback, on success too. Use
 /// `succeeded` to read it.
 struct ApiError {
-    /// The HTTP status as received; below 300 is success. 0 means that no answer came at all (connection
+    /// The HTTP status as received; below 300 is success. 0 means that no whole answer came (connection
     /// refused or broken, certificate not trusted): a failure. The library's own refusals and broken
     /// transfers have the code 400.
     int errorCode = 0;

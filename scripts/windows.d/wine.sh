@@ -16,7 +16,7 @@ windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 run_tests() {
     local excluded name found path
     path=$(windows_path "$VELMORA_WINDOWS_KIT/bin")
-    for name in libgcc_s_seh-1 libstdc++-6 libwinpthread-1; do # the compiler's, which a kit need not have
+    for name in libgcc_s_seh-1 libstdc++-6 libwinpthread-1 zlib1; do # this machine's, which a kit need not have
         found=$("$triplet-g++-posix" -print-file-name=$name.dll)
         path="$(windows_path "$(dirname "$found")");$path"
     done

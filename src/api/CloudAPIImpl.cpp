@@ -75,18 +75,18 @@ void CloudAPIImpl::setAPIPortal(PortalTarget portal)
 int CloudAPIImpl::currentNetworkStatus()
 {
     const PumpScope pumping;
-    const QPointer<QNetworkReply> reply = rest.sendGet(QNetworkRequest(QUrl(rest.baseUrl())));
+    const QPointer<QNetworkReply> reply = rest.sendProbe();
     QEventLoop loop;
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     QObject::connect(reply, &QObject::destroyed, &loop, &QEventLoop::quit); // a callback destroyed this object
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     if (!reply)
         return -1;
-    const int status = reply->bytesAvailable() != 0 ? 1 : -1;
     if (!reply->isFinished()) // the application is quitting, so the loop did not wait
         reply->abort();
-    reply->deleteLater();
-    return status;
+    Outcome outcome = rest.take(reply);
+    unpackOrSpoil(outcome, AnswerLimits().body);
+    return outcome.body.isEmpty() ? -1 : 1;
 }
 
 void CloudAPIImpl::uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,

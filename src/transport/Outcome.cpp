@@ -23,10 +23,22 @@ int httpStatus(const QNetworkReply *reply)
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
+void Outcome::spoil(const QString &why)
+{
+    if (!isRefused())
+        status = 0;
+    body.clear();
+    isPacked = false;
+    problem = why;
+}
+
 Outcome outcomeOf(const QNetworkReply *reply, const QByteArray &body)
 {
     const bool whole = reply->error() == QNetworkReply::NoError;
-    return {httpStatus(reply), body, whole ? QString() : withoutQueries(reply->errorString())};
+    Outcome outcome{httpStatus(reply), body, whole ? QString() : withoutQueries(reply->errorString())};
+    if (whole && outcome.status < 200) // Qt 5.15 ends a request with the first 1xx other than 100
+        outcome.spoil(QStringLiteral("The server sent no final answer."));
+    return outcome;
 }
 
 ApiError operationError(const Outcome &outcome, const char *title)

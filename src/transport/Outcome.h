@@ -13,11 +13,14 @@ namespace Velmora {
 
 /// What came back for one request.
 struct Outcome {
-    int status = 0; ///< the HTTP status; 0 when there was none
+    int status = 0; ///< the HTTP status; 0 when there was none, or an informational one (1xx) only
     QByteArray body;
-    QString problem; ///< the network layer's text, without the query of an address; empty when all went well
+    QString problem;       ///< the network layer's text, without the query of an address; empty when all went well
+    bool isPacked = false; ///< `body` is still gzip
 
     bool isRefused() const { return status >= 300; }
+    /// The answer is not whole. A success becomes no answer; a refusal stays one and loses its body.
+    void spoil(const QString &why);
 };
 
 /// The HTTP status; 0 when there was none.

@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Portal.h"
+#include "transport/ProxyWatch.h"
 #include "transport/RequestBody.h"
 
 #include <QSslConfiguration>
@@ -10,11 +11,9 @@
 namespace Velmora {
 
 RestClient::RestClient()
-    : m_network(std::make_unique<QNetworkAccessManager>(this))
 {
     m_readerPool.setMaxThreadCount(1);
-    connect(m_network.get(), &QNetworkAccessManager::finished, this, &RestClient::onRequestFinished,
-            Qt::DirectConnection);
+    openNetwork();
 }
 
 RestClient::~RestClient() { close(); }
@@ -22,6 +21,7 @@ RestClient::~RestClient() { close(); }
 void RestClient::close()
 {
     m_network.reset();
+    m_retired.clear();
     m_readers.clear();
     m_turns.clear();
 }
@@ -44,18 +44,38 @@ QNetworkRequest RestClient::buildRequest(const Endpoint &endpoint, const QString
 QNetworkReply *RestClient::send(const Request &request)
 {
     const QNetworkRequest prepared = buildRequest(request.endpoint, request.suffix);
-    auto *body = new RequestBody(request.body);
     switch (request.verb) {
     case Verb::Get:
-        return sendBody("Cloud API: Network Request Started:", prepared, "GET", body);
+        return sendRest("Cloud API: Network Request Started:", prepared, "GET", request.body);
     case Verb::Delete:
-        return sendBody("Cloud API: Network Request Started:", prepared, "DELETE", body);
+        return sendRest("Cloud API: Network Request Started:", prepared, "DELETE", request.body);
     case Verb::DeleteWithBody:
-        return sendBody("Cloud API: Custom Network Request Started:", prepared, "DELETE", body);
+        return sendRest("Cloud API: Custom Network Request Started:", prepared, "DELETE", request.body);
     case Verb::Post:
         break;
     }
-    return sendBody("Cloud API: Network Request Started with text/JSON data:", prepared, "POST", body);
+    return sendRest("Cloud API: Network Request Started with text/JSON data:", prepared, "POST", request.body);
+}
+
+QNetworkReply *RestClient::sendProbe()
+{
+    return sendRest("Cloud API: Network Request Started:", QNetworkRequest(QUrl(baseUrl())), "GET", {});
+}
+
+// Asking for gzip by this header turns the network layer's unpacking off, which neither notices that a body was cut nor
+// bounds what comes out.
+QNetworkReply *RestClient::sendRest(const char *announcement, QNetworkRequest request, const QByteArray &verb,
+                                    const QByteArray &body)
+{
+    request.setRawHeader("Accept-Encoding", "gzip");
+    auto *device = new RequestBody(body);
+    QNetworkReply *reply = sendBody(announcement, request, verb, device);
+    limitAnswer(reply, m_limits);
+    // A connection more makes the network layer start what waits for one.
+    new ProxyWatch(reply, device, m_proxyWatchInterval, [network = reply->manager(), url = reply->url()] {
+        network->connectToHostEncrypted(url.host(), static_cast<quint16>(url.port(443)));
+    });
+    return reply;
 }
 
 QNetworkReply *RestClient::sendGet(const QNetworkRequest &request)
@@ -106,6 +126,25 @@ void RestClient::onRequestStarted(const char *announcement)
     VELMORA_LOG() << announcement << m_requestsInFlight << "in progress";
 }
 
+void RestClient::openNetwork()
+{
+    m_network = std::make_unique<QNetworkAccessManager>(this);
+    connect(m_network.get(), &QNetworkAccessManager::finished, this, &RestClient::onReplyFinished,
+            Qt::DirectConnection);
+}
+
+void RestClient::onReplyFinished(QNetworkReply *reply)
+{
+    if (reply->url().scheme() == QLatin1String("preconnect-https")) // see `sendRest`
+        return reply->deleteLater();
+    if (const int status = httpStatus(reply); status > 0 && status < 200) {
+        // The final answer is still to come, and Qt would take it for that of the next request on the connection.
+        m_retired.push_back(std::move(m_network));
+        openNetwork();
+    }
+    onRequestFinished();
+}
+
 void RestClient::onRequestFinished()
 {
     --m_requestsInFlight;
@@ -113,13 +152,17 @@ void RestClient::onRequestFinished()
     if (m_requestsInFlight == 0) {
         m_network->clearAccessCache();
         VELMORA_LOG() << "Cloud API: Network Manager Cleared";
+        later(this, [this] { // a manager is not destroyed inside its own signal
+            if (m_requestsInFlight == 0)
+                m_retired.clear();
+        });
     }
 }
 
 Outcome RestClient::take(QNetworkReply *reply)
 {
     reply->deleteLater();
-    return outcomeOf(reply, reply->readAll());
+    return answerOf(reply);
 }
 
 void RestClient::abort(QNetworkReply *reply)

@@ -2,6 +2,7 @@
 
 #include "base/Later.h"
 #include "base/PoolWork.h"
+#include "transport/Answer.h"
 #include "transport/Call.h"
 #include "transport/Outcome.h"
 
@@ -26,10 +27,11 @@ class RequestBody;
 
 /// Sends requests, counts and logs them, reads their answers and completes operations with them.
 ///
-///     call ─▶ send ─▶ answer arrived ─▶ read (a large body on another thread) ─▶ its turn ─▶ callback queued
+///     call ─▶ send ─▶ answer arrived ─▶ unpack, read (a large body on another thread) ─▶ its turn ─▶ callback queued
 ///
-/// Answers take turns in the order of their arrival: one that is still being read holds up those behind it. Callbacks
-/// of the application run from a clean stack (`deliver`) and may destroy this object. What is queued then dies with it.
+/// An answer is whole or none: see `answerOf`. Answers take turns in the order of their arrival: one that is still
+/// being read holds up those behind it. Callbacks of the application run from a clean stack (`deliver`) and may destroy
+/// this object. What is queued then dies with it.
 class RestClient : public QObject {
     Q_OBJECT
 public:
@@ -42,6 +44,10 @@ public:
     void setPortal(PortalTarget portal) { m_portal = portal; }
     /// The value of "Authorization" in the requests that follow; none when empty.
     void setIdToken(const QString &idToken) { m_idToken = idToken; }
+    /// For the requests that follow; tests lower them.
+    void setAnswerLimits(const AnswerLimits &limits) { m_limits = limits; }
+    /// For the requests that follow: see `ProxyWatch`. Tests lower it.
+    void setProxyWatchInterval(int milliseconds) { m_proxyWatchInterval = milliseconds; }
     /// Drops everything under way, without completions. Nothing may be sent after that.
     void close();
 
@@ -67,6 +73,11 @@ public:
         callLater(this, callback, std::forward<Values>(values)...);
     }
 
+    /// Requests the address below which the endpoints are, without a token; `take` reads the answer.
+    QNetworkReply *sendProbe();
+    /// The answer of a finished reply, which is released.
+    Outcome take(QNetworkReply *reply);
+
     // Requests to other addresses than the endpoints'. A body becomes the reply's.
     QNetworkReply *sendGet(const QNetworkRequest &request);
     QNetworkReply *sendMultipart(const QNetworkRequest &request, RequestBody *body);
@@ -84,15 +95,21 @@ private:
 
     QNetworkRequest buildRequest(const Endpoint &endpoint, const QString &suffix) const;
     QNetworkReply *send(const Request &request);
+    QNetworkReply *sendRest(const char *announcement, QNetworkRequest request, const QByteArray &verb,
+                            const QByteArray &body);
     QNetworkReply *sendBody(const char *announcement, QNetworkRequest request, const QByteArray &verb,
                             RequestBody *body);
     void onRequestStarted(const char *announcement);
+    void openNetwork();
+    void onReplyFinished(QNetworkReply *reply);
     void onRequestFinished();
-    Outcome take(QNetworkReply *reply);
     void abort(QNetworkReply *reply);
     void takeTurns();
 
     std::unique_ptr<QNetworkAccessManager> m_network;
+    std::list<std::unique_ptr<QNetworkAccessManager>> m_retired; ///< get no more requests; see `onRequestFinished`
+    AnswerLimits m_limits;
+    int m_proxyWatchInterval = 5000;
     PortalTarget m_portal = PortalTarget::Production;
     QString m_idToken;
     int m_requestsInFlight = 0;
@@ -106,25 +123,31 @@ template <class Read, class Then> RestClient::Abort RestClient::exchange(const R
     QPointer<QNetworkReply> reply(send(request));
     connect(reply, &QNetworkReply::finished, this, [=] {
         using Result = decltype(read(QByteArray()));
-        const Outcome outcome = take(reply);
+        const auto outcome = std::make_shared<Outcome>(take(reply));
         const auto turn = m_turns.insert(m_turns.end(), Turn());
         const auto result = std::make_shared<Result>();
+        const auto open = [=, limit = m_limits.body] {
+            unpackOrSpoil(*outcome, limit);
+            if (!outcome->isRefused())
+                *result = read(outcome->body);
+        };
         const auto finish = [=] {
-            *turn = [=] { then(outcome, std::move(*result)); };
+            *turn = [=] { then(*outcome, std::move(*result)); };
             takeTurns();
         };
-        if (!outcome.isRefused() && outcome.body.size() >= largeBody) {
-            const auto reader = m_readers.emplace(m_readers.end(), &m_readerPool);
-            reader->start([=](const std::atomic<bool> &) { *result = read(outcome.body); },
-                          [=] {
-                              m_readers.erase(reader);
-                              finish();
-                          });
-            return;
+        // A small packed body may hold a large one: what is not unpacked at once is left to the other thread.
+        const bool isSmall =
+            outcome->body.size() < largeBody ? unpack(*outcome, largeBody) : outcome->isRefused() && !outcome->isPacked;
+        if (isSmall) {
+            open();
+            return finish();
         }
-        if (!outcome.isRefused())
-            *result = read(outcome.body);
-        finish();
+        const auto reader = m_readers.emplace(m_readers.end(), &m_readerPool);
+        reader->start([=](const std::atomic<bool> &) { open(); },
+                      [=] {
+                          m_readers.erase(reader);
+                          finish();
+                      });
     });
     return [=] { abort(reply); };
 }

@@ -1,0 +1,277 @@
+// What arrived, byte for byte, and whether it is an answer.
+
+#include "transport/Operations.h"
+
+#include <QNetworkProxy>
+#include <QSignalSpy>
+#include <QTcpSocket>
+
+#include <zlib.h>
+
+using namespace Velmora;
+
+namespace {
+
+const QByteArray list = R"([{"jobId":"J1"}])", refusal = R"({"message":"No such job"})";
+constexpr const char *jobTitle = "Error Requesting Job Information", *packed = "Content-Encoding: gzip\r\n";
+
+QByteArray gzip(const QByteArray &content)
+{
+    z_stream stream{};
+    EXPECT_EQ(deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, MAX_WBITS + 16, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    QByteArray out(static_cast<int>(deflateBound(&stream, static_cast<uLong>(content.size()))), '\0');
+    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(content.constData()));
+    stream.avail_in = static_cast<uInt>(content.size());
+    stream.next_out = reinterpret_cast<Bytef *>(out.data());
+    stream.avail_out = static_cast<uInt>(out.size());
+    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+    out.truncate(static_cast<int>(stream.total_out));
+    deflateEnd(&stream);
+    return out;
+}
+
+QByteArray gzipWith(int fromTheEnd, char added)
+{
+    QByteArray bytes = gzip(list);
+    bytes[bytes.size() - fromTheEnd] = static_cast<char>(bytes[bytes.size() - fromTheEnd] + added);
+    return bytes;
+}
+
+/// An answer with these headers only.
+Answer raw(const QByteArray &status, const QByteArray &headers, const QByteArray &body)
+{
+    return {"HTTP/1.1 " + status + " Scripted\r\n" + headers + "\r\n" + body};
+}
+Answer gzipped(const QByteArray &body, int status = 200) { return answer(status, body, "application/json", packed); }
+/// The body is complete by itself; its length or its last chunk says that more was to come.
+Answer cut(int status, const QByteArray &body, const QByteArray &headers = {})
+{
+    const QByteArray length = "Content-Length: " + QByteArray::number(body.size() + 1) + "\r\n";
+    return raw(QByteArray::number(status), headers + length, body).closed();
+}
+Answer chunked(const QByteArray &end)
+{
+    return raw("200", "Transfer-Encoding: chunked\r\n", QByteArray::number(list.size(), 16) + "\r\n" + list + end);
+}
+Answer behind(const QByteArray &informational, const Answer &last)
+{
+    return {"HTTP/1.1 " + informational + " Wait\r\nLink: </a>\r\n\r\n" + last.bytes};
+}
+
+struct Row {
+    const char *name;
+    Answer answer;
+    int code = 0;
+    int jobs = 0;
+    const char *message = "";
+    bool hasBody = true; // when it is an answer
+};
+
+TEST_F(TransportTest, answer_anyBytes_isWholeOrNone)
+{
+    const QByteArray many = '[' + QByteArray("{\"jobId\":\"J1\"},").repeated(20000).chopped(1) + ']';
+    const Row table[] = {
+        {"with its length", answer(200, list), 200, 1},
+        {"shorter than its length", cut(200, list)},
+        {"nothing of its length", cut(200, "")},
+        {"chunks", chunked("\r\n0\r\n\r\n"), 200, 1},
+        {"chunks without the last", chunked("\r\n").closed()},
+        {"a chunk cut", chunked("\r\n20\r\n[]").closed()},
+        {"chunks that end within a size", chunked("\r\n0").closed()},
+        {"ended by the connection", raw("200", "", list).closed(), 200, 1},
+        {"head cut", Answer{"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n"}.closed()},
+        {"status 000", raw("000", "Content-Length: 16\r\n", list)},
+        {"gzip", gzipped(gzip(list)), 200, 1},
+        {"gzip by its old name", answer(200, gzip(list), "", "Content-Encoding: X-GZip\r\n"), 200, 1},
+        {"gzip of two members", gzipped(gzip(list.left(5)) + gzip(list.mid(5))), 200, 1},
+        {"gzip of a large body", gzipped(gzip(many)), 200, 20000},
+        {"gzip shorter than its length", cut(200, gzip(list), packed)},
+        {"gzip without a byte of its trailer", gzipped(gzip(list).chopped(1))},
+        {"gzip with another check sum", gzipped(gzipWith(8, 1))},
+        {"gzip with another length", gzipped(gzipWith(4, 1))},
+        {"gzip with a byte behind it", gzipped(gzip(list) + '\0')},
+        {"gzip that is none", gzipped(list)},
+        {"gzip of 300 MiB", gzipped(gzip(QByteArray(300 * 1024 * 1024, '\0')))},
+        {"gzip of no byte", gzipped(""), 200, 0, "", false},
+        {"gzip cut before its first byte", raw("200", packed, "").closed()},
+        {"an encoding that was not asked for", answer(200, list, "", "Content-Encoding: deflate\r\n")},
+        {"no encoding, said aloud", answer(200, list, "", "Content-Encoding: identity\r\n"), 200, 1},
+        {"300 MiB announced", raw("200", "Content-Length: 314572800\r\n", list)},
+        {"head of more than 1 MiB", answer(200, list, "", "X: " + QByteArray(1100000, 'x') + "\r\n")},
+        {"refusal", answer(404, refusal), 404, 0, "No such job"},
+        {"refusal shorter than its length", cut(404, refusal), 404, 0, "No such job"},
+        {"refusal cut within its message", cut(404, refusal.chopped(1)), 404},
+        {"refusal as gzip", gzipped(gzip(refusal), 404), 404, 0, "No such job"},
+        {"refusal as damaged gzip", gzipped(gzip(refusal).chopped(1), 404), 404, 0, "", false},
+        {"100, then success", behind("100", answer(200, list)), 200, 1},
+        {"100, then refusal", behind("100", answer(507, refusal)), 507, 0, "No such job"},
+        {"103, then success", behind("103", answer(200, list))},
+        {"103, then refusal", behind("103", answer(507, refusal))},
+        {"102 and no more", behind("102", {}).closed()},
+    };
+    int count = 0;
+    for (const Row &row : table) {
+        SCOPED_TRACE(row.name);
+        server.next(row.answer);
+        run("getAllJobDetails");
+        EXPECT_EQ(done.error.errorCode, row.code);
+        EXPECT_EQ(done.error.errorTitle, row.code >= 300 ? jobTitle : "");
+        EXPECT_EQ(done.error.errorMessage, row.message);
+        EXPECT_EQ(done.result.toArray().size(), row.jobs);
+        EXPECT_EQ(server.requests().size(), ++count) << "sent once";
+        EXPECT_EQ(server.requests().last().header("Accept-Encoding"), "gzip");
+        server.next(row.answer);
+        EXPECT_EQ(api->currentNetworkStatus(), row.code > 0 && row.hasBody ? 1 : -1);
+        EXPECT_EQ(server.requests().size(), ++count);
+        if (row.code == 0) {
+            server.next(row.answer);
+            run("logUserIn");
+            EXPECT_EQ(done.error.errorCode, 0);
+            EXPECT_EQ(done.error.errorMessage, "");
+            ++count;
+        }
+    }
+}
+
+TEST_F(TransportTest, tokens_cut_areNotUsed)
+{
+    server.next(cut(200, tokens(3600)));
+    run("logUserIn");
+    EXPECT_EQ(done.error.errorCode, 0);
+    EXPECT_EQ(done.error.errorMessage, "");
+    run("getJobDetails");
+    EXPECT_TRUE(server.requests().last().header("Authorization").isNull());
+}
+
+TEST_F(TransportTest, answer_behindAnInformationalOne_isNotTakenForTheNextRequests)
+{
+    api->getUsersFileList(true, {}); // keeps the connections: they are closed when nothing is in flight
+    server.next(answer(200, "[]").paused());
+    ASSERT_TRUE(pausing());
+    const Answer late = behind("103", answer(200, R"({"jobId":"late"})"));
+    server.next(late.paused(late.bytes.indexOf("\r\n\r\n") + 4));
+    run("getJobDetails");
+    EXPECT_EQ(done.error.errorCode, 0);
+    server.next(answer(200, R"({"jobId":"own"})"));
+    done = {};
+    api->getJobDetails("J2", Into{&done});
+    ASSERT_TRUE(seen(3)) << "waits for the end of another answer";
+    server.resume();
+    ASSERT_TRUE(wait(done));
+    EXPECT_EQ(done.result[QLatin1String("jobId")], QJsonValue(QLatin1String("own")));
+    EXPECT_TRUE(waitUntil([this] { return log.text().find("Cleared") != std::string::npos; }));
+    settle();
+    EXPECT_EQ(partsOf(*api).rest.findChildren<QNetworkAccessManager *>().size(), 1) << "the other one is released";
+}
+
+TEST_F(TransportTest, answer_growingBeyondItsLimit_endsBeforeItsEnd)
+{
+    partsOf(*api).rest.setAnswerLimits({100000, 1000});
+    for (const int size : {100000, 100001, 5000000}) {
+        SCOPED_TRACE(size);
+        const Answer whole = raw("200", "", list + QByteArray(size - list.size(), ' '));
+        server.next(size > 100000 ? whole.paused(whole.bytes.size()) : whole.closed()); // the former never ends
+        run("getAllJobDetails");
+        EXPECT_EQ(done.error.errorCode, size > 100000 ? 0 : 200);
+        EXPECT_EQ(done.result.toArray().size(), size > 100000 ? 0 : 1);
+    }
+}
+
+/// The application's proxy. Closes the first connections before it answers; those behind them are tunnels, HTTP only.
+class ClosingProxy : public QTcpServer {
+public:
+    ClosingProxy(const ScriptedServer &server, QNetworkProxy::ProxyType type, int closing)
+        : m_closing(closing)
+        , m_before(QNetworkProxy::applicationProxy())
+        , m_address("VELMORA_API_URL", "portal.velmora.example:" + QByteArray::number(server.serverPort()))
+    {
+        EXPECT_TRUE(listen(QHostAddress::LocalHost));
+        connect(this, &QTcpServer::newConnection, this, [this] { accept(nextPendingConnection()); });
+        QNetworkProxy::setApplicationProxy({type, QStringLiteral("127.0.0.1"), serverPort()});
+        QSslConfiguration anyHost = QSslConfiguration::defaultConfiguration(); // restored by the fixture
+        anyHost.setPeerVerifyMode(QSslSocket::VerifyNone);
+        QSslConfiguration::setDefaultConfiguration(anyHost);
+    }
+    ~ClosingProxy() override { QNetworkProxy::setApplicationProxy(m_before); }
+
+    int connections = 0;
+
+private:
+    void accept(QTcpSocket *client)
+    {
+        const bool closes = ++connections <= m_closing;
+        connect(client, &QTcpSocket::readyRead, client, [=, tunnel = static_cast<QTcpSocket *>(nullptr)]() mutable {
+            const QByteArray bytes = client->readAll();
+            if (closes)
+                return client->close();
+            if (tunnel) {
+                tunnel->write(bytes);
+                return;
+            }
+            const QByteArray port = bytes.mid(bytes.indexOf(':') + 1).split(' ').first();
+            tunnel = new QTcpSocket(client);
+            tunnel->setProxy(QNetworkProxy::NoProxy);
+            connect(tunnel, &QTcpSocket::readyRead, client, [=] { client->write(tunnel->readAll()); });
+            connect(client, &QTcpSocket::disconnected, tunnel, &QTcpSocket::disconnectFromHost);
+            connect(tunnel, &QTcpSocket::connected, client, [=] { client->write("HTTP/1.1 200 Fine\r\n\r\n"); });
+            tunnel->connectToHost(QHostAddress(QHostAddress::LocalHost), port.toUShort());
+        });
+    }
+
+    const int m_closing;
+    const QNetworkProxy m_before;
+    const ScopedEnvironment m_address; // Qt uses no proxy for a loopback address
+};
+
+TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsTheRequest)
+{
+    partsOf(*api).rest.setProxyWatchInterval(50);
+    for (const auto type : {QNetworkProxy::HttpProxy, QNetworkProxy::Socks5Proxy}) {
+        const ClosingProxy proxy(server, type, 1000);
+        for (const char *name : {"submitNewJob", "getUsersFileList", "untagJob"}) {
+            run(name);
+            EXPECT_EQ(done.error.errorCode, 0) << name;
+        }
+        EXPECT_EQ(api->currentNetworkStatus(), -1);
+        EXPECT_GE(proxy.connections, 4);
+    }
+    EXPECT_EQ(server.requests().size(), 0);
+}
+
+TEST_F(TransportTest, proxy_closingOnce_delaysTheRequest)
+{
+    partsOf(*api).rest.setProxyWatchInterval(50);
+    for (const char *name : {"submitNewJob", "getUsersFileList"}) {
+        ClosingProxy proxy(server, QNetworkProxy::HttpProxy, 1);
+        run(name);
+        EXPECT_EQ(done.error.errorCode, 200) << name;
+        EXPECT_GE(proxy.connections, 3) << "closed, watched, used";
+        settle();
+    }
+    EXPECT_EQ(server.requests().size(), 2) << "each sent once";
+}
+
+TEST_F(TransportTest, proxy_andASlowService_isNoReasonToEndTheRequest)
+{
+    partsOf(*api).rest.setProxyWatchInterval(20);
+    ClosingProxy proxy(server, QNetworkProxy::HttpProxy, 0);
+    for (const char *name :
+         {"getUsersFileList", "submitNewJob", "getUsersFileList"}) { // later ones reuse the connection
+        server.next(answer(200, "[]").paused());
+        done = {};
+        operation(name).call(*api, Into{&done});
+        ASSERT_TRUE(pausing());
+        QTimer over;
+        over.start(100);
+        QSignalSpy spy(&over, &QTimer::timeout);
+        EXPECT_TRUE(spy.wait());
+        EXPECT_EQ(done.calls, 0);
+        server.resume();
+        ASSERT_TRUE(wait(done));
+        EXPECT_EQ(done.error.errorCode, 200) << name;
+    }
+    EXPECT_GE(proxy.connections, 1);
+    EXPECT_TRUE(waitUntil([this] { return networkOf(*api).findChildren<QNetworkReply *>().isEmpty(); }));
+}
+
+} // namespace
