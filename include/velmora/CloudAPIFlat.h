@@ -9,8 +9,7 @@
 /// **Threads.** The thread that creates a handle owns it. Call every function on that thread. Every callback runs on
 /// it too: inside the thread's Qt event loop, or inside `processEvents` where there is no event loop. Call
 /// `processEvents` often, because answers, the renewal of the token and job messages are delivered only inside it. The
-/// bytes of transfers pass through it as well, at most 16 KiB of an upload in one call. An application that calls it 60
-/// times a second uploads 0.9 MB/s and downloads about 6 MB/s. While a transfer runs, call it again without a pause.
+/// bytes of transfers do not pass through it, so a pause between two calls does not slow them down.
 ///
 /// **Arguments.** Texts are UTF-8 and NUL-terminated. A null text counts as an empty one, a null record as one with
 /// empty fields. The application owns what it passes and may release it when the function has returned. File sizes and
@@ -335,8 +334,8 @@ VELMORA_EXPORT bool isUserLoggedIn(VelmoraCloudAPI *api);
 /// Sends a request to the service and waits for the answer, without a time limit. Other callbacks may run meanwhile.
 /// @return 1 if an answer with a body came, whatever its status; otherwise -1; 0 for a null handle
 VELMORA_EXPORT int currentNetworkStatus(VelmoraCloudAPI *api);
-/// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions. Nothing is
-/// sent.
+/// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions. Nothing
+/// is sent.
 VELMORA_EXPORT void clearActiveAccount(VelmoraCloudAPI *api);
 /// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
 VELMORA_EXPORT void checkMFAEnabled(VelmoraCloudAPI *api, const char *emailAddress, VelmoraFlagCallback onComplete);
@@ -483,13 +482,13 @@ VELMORA_EXPORT void getSimulationFileList_Json(VelmoraCloudAPI *api, const char 
 VELMORA_EXPORT void getUsersFileList(VelmoraCloudAPI *api, bool showAllFiles, VelmoraFileListCallback onComplete);
 /// As `getUsersFileList`.
 VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFiles, VelmoraJsonCallback onComplete);
-/// Deletes a file in the cloud: the one that is named, or none. Give the name as it is listed; the library encodes it. A
-/// name with a part "." or ".." is refused inside the call with code 400.
+/// Deletes a file in the cloud: the one that is named, or none. Give the name as it is listed; the library encodes it.
+/// A name with a part "." or ".." is refused inside the call with code 400.
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,
                                VelmoraDeleteFileCallback onComplete);
 /// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
 /// download is complete; until then, and on failure, an older file of that name stays as it is. Code 400 inside the
-/// call: a download to the same target, or of the same file into the same folder, is already running.
+/// call: a download to the same target is already running.
 /// @param onProgress encrypted bytes received so far. All are received when the value reaches the file's listed size;
 ///        the work that remains until the completion is done on this machine and reports no progress.
 /// @param onComplete on success the title is "Download Success"

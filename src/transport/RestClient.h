@@ -67,9 +67,8 @@ public:
         callLater(this, callback, std::forward<Values>(values)...);
     }
 
-    // Requests to other addresses than the endpoints'. A body becomes the reply's.
+    /// A request to another address than the endpoints'.
     QNetworkReply *sendGet(const QNetworkRequest &request);
-    QNetworkReply *sendMultipart(const QNetworkRequest &request, RequestBody *body);
 
     QString baseUrl() const;
 
