@@ -30,7 +30,7 @@ bool LockedFile::append(LockedFile &other, const std::atomic<bool> &stop)
 
 bool LockedFile::moveTo(const QString &target, const std::atomic<bool> &stop)
 {
-    if (!sync() || !prepareFor(target) || stop)
+    if (!prepareFor(target) || !sync() || stop)
         return false;
     m_problem = replaceFile(m_path, target, stop);
     if (!m_problem.isEmpty())
