@@ -24,7 +24,8 @@ using JobMessage = std::function<void(const ApiError &, const std::string &, con
 /// Second argument: bytes sent so far. They are those of the encrypted file and of the form fields around it, so the
 /// last value is a little above the size of the file. The value never goes back.
 using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;
-/// Second argument: encrypted bytes received so far over all pieces. The value never goes back.
+/// Second argument: encrypted bytes received so far over all pieces, so the last value is a little above the size of
+/// the file. The value never goes back.
 using DownloadProgress = std::function<void(const FileDownloadDetails &, std::int64_t)>;
 
 } // namespace Velmora

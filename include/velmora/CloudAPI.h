@@ -37,9 +37,8 @@ class CloudAPIImpl;
 ///
 /// **Applications without Qt.** If the process has no `QCoreApplication`, the constructor makes one. It
 /// lives as long as any `CloudAPI` does. Call `processEvents` often, because answers, the renewal of the
-/// token and job messages are delivered only inside it. The bytes of transfers pass through it as well,
-/// at most 16 KiB of an upload in one call. An application that calls it 60 times a second uploads
-/// 0.9 MB/s and downloads about 6 MB/s. While a transfer runs, call it again without a pause.
+/// token and job messages are delivered only inside it. The bytes of transfers do not pass through it, so
+/// a pause between two calls does not slow them down.
 class VELMORA_EXPORT CloudAPI {
 public:
     /// @name Callback types
@@ -200,11 +199,14 @@ public:
     /// `CloudAPI`. Other callbacks may run meanwhile.
     void uploadInputFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                          const ResultDone<FileUploadDetails> &onComplete);
-    /// Fetches a file. Its pieces are received, decrypted and joined in the folder of the target. The folder is
-    /// made if it is missing, and needs space for twice the file. The target is created or replaced only when
-    /// the download is complete; until then, and on failure, an older file of that name stays as it is. Code
-    /// 400 inside the call: a download to the same target, or of the same file into the same folder, is already
-    /// running.
+    /// Fetches a file. Its pieces are decrypted while they are received, and joined in the folder of the target,
+    /// which is made if it is missing. The target is created or replaced only when the download is complete and
+    /// safe on the disk; until then, and on failure, an older file of that name stays as it is. The new file
+    /// takes over its permissions. Code 400 inside the call: a download to the same target is already running.
+    ///
+    /// The file grows in a working file beside the target, "UNCONFIRMED_DOWNLOAD.name.VELMORA", where "name" is
+    /// the service's. It holds decrypted text. A download that fails leaves it, the next one of that file removes
+    /// it, and so does cancelling.
     /// @param file  check a listed name with `isSafePath` before making a path from it
     /// @param onProgress  encrypted bytes received so far. All are received when the value reaches
     ///        `CloudFile::fileSize` as listed (see `hasReceivedAll`); the work that remains until the completion

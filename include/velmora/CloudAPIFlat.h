@@ -9,8 +9,7 @@
 /// **Threads.** The thread that creates a handle owns it. Call every function on that thread. Every callback runs on
 /// it too: inside the thread's Qt event loop, or inside `processEvents` where there is no event loop. Call
 /// `processEvents` often, because answers, the renewal of the token and job messages are delivered only inside it. The
-/// bytes of transfers pass through it as well, at most 16 KiB of an upload in one call. An application that calls it 60
-/// times a second uploads 0.9 MB/s and downloads about 6 MB/s. While a transfer runs, call it again without a pause.
+/// bytes of transfers do not pass through it, so a pause between two calls does not slow them down.
 ///
 /// **Arguments.** Texts are UTF-8 and NUL-terminated. A null text counts as an empty one, a null record as one with
 /// empty fields. The application owns what it passes and may release it when the function has returned. File sizes and
@@ -489,7 +488,7 @@ VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDeta
                                VelmoraDeleteFileCallback onComplete);
 /// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
 /// download is complete; until then, and on failure, an older file of that name stays as it is. Code 400 inside the
-/// call: a download to the same target, or of the same file into the same folder, is already running.
+/// call: a download to the same target is already running.
 /// @param onProgress encrypted bytes received so far. All are received when the value reaches the file's listed size;
 ///        the work that remains until the completion is done on this machine and reports no progress.
 /// @param onComplete on success the title is "Download Success"

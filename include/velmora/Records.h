@@ -252,7 +252,7 @@ inline std::string latestStatus(const SimulationDetails &simulation)
 }
 
 /// Whether a download has received everything. What remains until its completion is work on this
-/// machine: decrypting, and putting the file together in its place.
+/// machine: writing, and putting the file into its place.
 /// @param file   as the progress callback receives it; its listed size must have been passed to the
 ///               download. Without one the answer is false.
 /// @param bytes  as the progress callback receives them

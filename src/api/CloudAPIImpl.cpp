@@ -3,7 +3,6 @@
 #include "operations/Transfers.h"
 #include "transfer/FileDownload.h"
 #include "transfer/FileUpload.h"
-#include "transport/RequestBody.h"
 
 #include <QEventLoop>
 #include <QNetworkProxy>
@@ -41,10 +40,12 @@ void CloudAPIImpl::connectTransfers()
     on(&Manager::requestUploadPostFile, [this](FileUpload *upload, const StorageRequest &request) {
         upload->follow(storage, request, rest.count("Cloud API: Network Request Started with stream data:"));
     });
-    on(&Manager::requestDownloadGetOrPostMultiPart,
-       [this](FileDownload *download, const QNetworkRequest &request, RequestBody *form) {
-           download->follow(form ? rest.sendMultipart(request, form) : rest.sendGet(request));
-       });
+    on(&Manager::requestDownloadGetOrPostMultiPart, [this](FileDownload *download, const StorageRequest &request) {
+        const bool hasForm = !request.form.isEmpty();
+        download->follow(storage, request,
+                         rest.count(hasForm ? "Cloud API: Network Request Started with multipart:"
+                                            : "Cloud API: Network Request Started:"));
+    });
 }
 
 void CloudAPIImpl::applyProxy(const ProxyDefinition &definition)

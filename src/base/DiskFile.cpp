@@ -19,6 +19,8 @@ namespace {
 
 constexpr int pauses[] = {50, 100, 200, 300, 350}; // milliseconds between two tries
 
+} // namespace
+
 fs::path nativePath(const QString &path)
 {
     QString native = QDir::toNativeSeparators(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
@@ -29,8 +31,6 @@ fs::path nativePath(const QString &path)
         return (QLatin1String("\\\\?\\UNC") + native.mid(1)).toStdWString();
     return (QLatin1String("\\\\?\\") + native).toStdWString();
 }
-
-} // namespace
 
 DiskFile::DiskFile(const QString &path)
     : m_file(path)
@@ -102,11 +102,7 @@ QString pathKey(const QString &path) { return path.toCaseFolded(); }
 
 #else
 
-namespace {
-
 fs::path nativePath(const QString &path) { return QFile::encodeName(path).toStdString(); }
-
-} // namespace
 
 DiskFile::DiskFile(const QString &path)
     : m_path(nativePath(path))

@@ -66,6 +66,9 @@ private:
 #endif
 };
 
+/// As the system's own calls take it; on Windows without a limit of length.
+std::filesystem::path nativePath(const QString &path);
+
 /// Lets `from` take the place of `to` in one step. Blocks; for pool threads.
 /// @return why not; empty when done.
 QString replaceFile(const QString &from, const QString &to, const std::atomic<bool> &stop);

@@ -12,8 +12,6 @@ namespace Velmora {
 
 namespace {
 
-enum class Padding { Checked, Unchecked };
-
 using Status = FileCipherStatus;
 using Result = FileCipherResult;
 
@@ -22,11 +20,6 @@ Result failure(Status status, const DiskFile &file) { return {status, file.probl
 Result cancelled() { return {Status::Cancelled, QStringLiteral("Cancelled")}; }
 
 Result cipherFailure() { return {Status::CipherFailed, QStringLiteral("The cipher could not be run")}; }
-
-Result notWholeBlocks()
-{
-    return {Status::NotWholeBlocks, QStringLiteral("The encrypted file is not a whole number of blocks")};
-}
 
 // The file being written: gone again unless it was completed.
 class Output {
@@ -60,8 +53,7 @@ private:
     bool m_incomplete;
 };
 
-Result stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &cipher, Padding padding,
-              const std::atomic<bool> &stop)
+Result stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &cipher, const std::atomic<bool> &stop)
 {
     const auto bufferSize = static_cast<std::size_t>(std::min<std::uintmax_t>(size, fileCipherBufferSize));
     // One block for what an update holds back, one for the padding.
@@ -91,11 +83,7 @@ Result stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &c
             return cipherFailure();
         if (last) {
             int tail = 0;
-            if (!cipher.finish(out + produced, &tail) && padding == Padding::Checked) {
-                if (total == 0 || total % cipherBlockSize != 0)
-                    return notWholeBlocks();
-                return {Status::BadLastBlock, QStringLiteral("The file does not decrypt with this key")};
-            }
+            cipher.finish(out + produced, &tail); // decrypting, what has no padding ends where its blocks end
             produced += tail;
         }
         if (produced > 0 && !output.write(out, static_cast<std::size_t>(produced)))
@@ -104,8 +92,8 @@ Result stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &c
     return {};
 }
 
-Result cryptFile(Cipher::Direction direction, Padding padding, const unsigned char *key, const unsigned char *iv,
-                 DiskFile &source, DiskFile &target, const std::atomic<bool> &stop)
+Result cryptFile(Cipher::Direction direction, const unsigned char *key, const unsigned char *iv, DiskFile &source,
+                 DiskFile &target, const std::atomic<bool> &stop)
 {
     if (stop.load(std::memory_order_relaxed))
         return cancelled();
@@ -123,8 +111,6 @@ Result cryptFile(Cipher::Direction direction, Padding padding, const unsigned ch
         if (known < 0)
             return failure(Status::InputNotOpened, source);
         size = static_cast<std::uintmax_t>(known);
-        if (padding == Padding::Checked && (size == 0 || size % cipherBlockSize != 0))
-            return notWholeBlocks();
     }
 
     Cipher cipher(direction, key, iv);
@@ -135,13 +121,13 @@ Result cryptFile(Cipher::Direction direction, Padding padding, const unsigned ch
     Output output(target);
     if (!target.isOpen())
         return failure(Status::OutputNotOpened, target);
-    Result result = stream(source, size, target, cipher, padding, stop);
+    Result result = stream(source, size, target, cipher, stop);
     if (result.ok() && !output.complete())
         result = failure(Status::WriteFailed, target);
     return result;
 }
 
-Result cryptFileThroughSibling(Cipher::Direction direction, Padding padding, const CipherKey &key, const QString &path,
+Result cryptFileThroughSibling(Cipher::Direction direction, const CipherKey &key, const QString &path,
                                const std::atomic<bool> &stop)
 {
     const QString siblingPath = path + QLatin1String("orig");
@@ -151,7 +137,7 @@ Result cryptFileThroughSibling(Cipher::Direction direction, Padding padding, con
     Result result;
     {
         DiskFile source(path); // closed before it is replaced
-        result = cryptFile(direction, padding, key.data(), fixedIv, source, sibling, stop);
+        result = cryptFile(direction, key.data(), fixedIv, source, sibling, stop);
     }
     if (!result.ok())
         return result;
@@ -178,16 +164,7 @@ FileCipherResult encryptFile(const QByteArray &key, const QString &source, const
         return badKey();
     DiskFile input(source);
     DiskFile output(destination);
-    return cryptFile(Cipher::Direction::Encrypt, Padding::Unchecked, bytes.data(), fixedIv, input, output, stop);
-}
-
-FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop)
-{
-    const CipherThreadState state; // first: released when the cipher and its key have gone
-    const CipherKey bytes(key);
-    if (key.isEmpty() || !bytes.isValid())
-        return badKey();
-    return cryptFileThroughSibling(Cipher::Direction::Decrypt, Padding::Checked, bytes, path, stop);
+    return cryptFile(Cipher::Direction::Encrypt, bytes.data(), fixedIv, input, output, stop);
 }
 
 int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt)
@@ -196,7 +173,7 @@ int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt)
     if (!bytes.isValid())
         return 1;
     const auto direction = encrypt ? Cipher::Direction::Encrypt : Cipher::Direction::Decrypt;
-    switch (cryptFileThroughSibling(direction, Padding::Unchecked, bytes, path, neverStop).status) {
+    switch (cryptFileThroughSibling(direction, bytes, path, neverStop).status) {
     case Status::CipherFailed:
         return 1;
     case Status::WriteFailed:
@@ -215,7 +192,7 @@ int cryptBinaryFile(Cipher::Direction direction, const char *inPath, const char 
         return 2;
     DiskFile input{Utf8Path{inPath}};
     DiskFile output{Utf8Path{outPath}};
-    switch (cryptFile(direction, Padding::Unchecked, key, iv, input, output, neverStop).status) {
+    switch (cryptFile(direction, key, iv, input, output, neverStop).status) {
     case Status::Ok:
         return 0;
     case Status::OutputNotOpened:

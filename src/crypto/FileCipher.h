@@ -26,8 +26,6 @@ enum class FileCipherStatus {
     ReadFailed,      ///< reading the input failed
     OutputNotOpened, ///< not creatable, or the input itself
     WriteFailed,     ///< a full disk, for example
-    NotWholeBlocks,  ///< cipher text that was cut, or is empty
-    BadLastBlock,    ///< no valid padding: a wrong key or damaged cipher text
     CipherFailed,    ///< the cipher could not be set up, or memory is short
     Cancelled,       ///< the cancellation flag was set
 };
@@ -44,13 +42,9 @@ struct FileCipherResult {
 FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
                              const std::atomic<bool> &stop);
 
-/// Replaces the encrypted file at `path` by its plain text, strictly. The plain text grows beside it in `path` +
-/// "orig", whose leftover is removed first, and takes its place when it is complete. Unless the result is ok, cancelled
-/// included, `path` is as it was and the sibling is removed.
-FileCipherResult decryptFileInPlace(const QByteArray &key, const QString &path, const std::atomic<bool> &stop);
-
-/// Replaces the file at `path` by its encryption, or leniently by its decryption, through the same sibling.
-/// Unlike the functions above it takes an empty key, as 32 zero bytes.
+/// Replaces the file at `path` by its encryption, or leniently by its decryption. The result grows beside it in `path`
+/// + "orig", whose leftover is removed first, and takes its place when it is complete. Unlike the function above it
+/// takes an empty key, as 32 zero bytes.
 /// @return 0 done, and also when the file could not be read or the sibling not be created; 1 the key
 ///         is longer than 32 bytes or the cipher failed; 2 the result could not be written in full. The
 ///         file is unchanged in all cases but success.

@@ -1,5 +1,6 @@
 #include "storage/Exchange.h"
 
+#include "storage/Sink.h"
 #include "storage/Source.h"
 #include "storage/TlsContext.h"
 
@@ -14,6 +15,7 @@ constexpr qint64 longestAnswer = 64 * 1024; // enough for the message of a refus
 constexpr qint64 mostOfAnswer = 256 * 1024 * 1024;
 constexpr qint64 longestHead = 1024 * 1024;
 constexpr long longestUploadBuffer = 512 * 1024; // what one call to the TLS layer gets
+constexpr long receiveBuffer = 256 * 1024;
 constexpr long shortestUploadBuffer = 16 * 1024;
 constexpr long longestIdle = 15; // seconds; a server that has waited longer may be closing the connection right now
 
@@ -42,13 +44,14 @@ Exchange::Exchange(const StorageRequest &request, const Target &target, const Pr
 
 Exchange::~Exchange() { close(); }
 
-CURL *Exchange::open(void *owner, std::function<void(qint64)> onSent)
+CURL *Exchange::open(void *owner, std::function<void(qint64)> onMoved)
 {
     m_handle = curl_easy_init();
     if (!m_handle)
         return nullptr;
-    m_onSent = std::move(onSent);
+    m_onMoved = std::move(onMoved);
     m_movedAt = Clock::now();
+    m_isSent = !m_request.body;
     set(CURLOPT_PRIVATE, owner);
     set(CURLOPT_ERRORBUFFER, static_cast<char *>(m_error));
     set(CURLOPT_NOSIGNAL, 1L);
@@ -81,8 +84,17 @@ CURL *Exchange::open(void *owner, std::function<void(qint64)> onSent)
 
 void Exchange::setBody()
 {
-    if (!m_request.body) {
+    if (m_request.sink)
+        set(CURLOPT_BUFFERSIZE, receiveBuffer);
+    if (!m_request.body && m_request.form.isEmpty()) {
         set(CURLOPT_HTTPGET, 1L);
+        return;
+    }
+    if (!m_request.body) {
+        set(CURLOPT_POST, 1L);
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(m_request.form.size()));
+        set(CURLOPT_POSTFIELDS, m_request.form.constData());
+        set(CURLOPT_FRESH_CONNECT, 1L); // on one that was kept, and is dead, it would be sent a second time
         return;
     }
     const auto size = static_cast<curl_off_t>(m_request.body->size());
@@ -153,10 +165,20 @@ void Exchange::setTrust()
     set(CURLOPT_SSL_CTX_FUNCTION, &Exchange::onTls);
 }
 
-void Exchange::resume()
+bool Exchange::isLarger(qint64 small) const
 {
-    if (m_handle && std::exchange(m_isPaused, false))
-        curl_easy_pause(m_handle, CURLPAUSE_CONT);
+    const qint64 sent = m_request.body ? m_request.body->size() : 0;
+    return std::max({sent, m_request.expected, m_bodyReceived}) > small;
+}
+
+bool Exchange::resume()
+{
+    if (!m_handle)
+        return true;
+    m_isFull = false;
+    // What libcurl kept back comes while it is resumed, where it does not act on a failure itself.
+    const bool goesOn = !std::exchange(m_isPaused, false) || curl_easy_pause(m_handle, CURLPAUSE_CONT) == CURLE_OK;
+    return goesOn && !(m_request.sink && m_request.sink->hasFailed());
 }
 
 void Exchange::close()
@@ -166,9 +188,11 @@ void Exchange::close()
     curl_slist_free_all(m_headers);
     m_handle = nullptr;
     m_headers = nullptr;
-    m_onSent = nullptr;
+    m_onMoved = nullptr;
     if (m_request.body)
         m_request.body->stop();
+    if (m_request.sink)
+        m_request.sink->detach();
 }
 
 StorageAnswer Exchange::answer(CURLcode result)
@@ -179,15 +203,45 @@ StorageAnswer Exchange::answer(CURLcode result)
     curl_easy_getinfo(m_handle, CURLINFO_SIZE_UPLOAD_T, &sent);
     onProgress(this, 0, 0, 0, sent);                                               // the last report need not have come
     StorageAnswer made{status < 200 ? 0 : static_cast<int>(status), m_answer, {}}; // 1xx is no outcome
-    if (m_request.body)
-        made.problem = m_request.body->problem();
-    if (made.problem.isEmpty() && result != CURLE_OK)
-        made.problem = textOf(result, made.status);
-    else if (made.problem.isEmpty() && made.status == 0)
-        made.problem = textOf(CURLE_GOT_NOTHING, 0);
-    else if (made.problem.isEmpty() && made.status < 300 && m_request.body && m_sent < m_request.body->size())
-        made.problem = QStringLiteral("The storage answered before the whole file was sent.");
+    made.problem = problemOf(result, made.status);
     return made;
+}
+
+QString Exchange::problemOf(CURLcode result, int status) const
+{
+    if (m_request.body && !m_request.body->problem().isEmpty())
+        return m_request.body->problem();
+    if (m_request.sink && !m_request.sink->problem().isEmpty())
+        return m_request.sink->problem();
+    if (m_request.sink && status >= 200 && status < 300 && !hasStatusForSink(status))
+        return QStringLiteral("The storage answered with the status %1, not with the piece.").arg(status);
+    if (m_request.sink && hasStatusForSink(status) && !isBounded())
+        return QStringLiteral("The storage announced neither the length nor the end of its answer, so that it cannot "
+                              "be known to be whole.");
+    if (result != CURLE_OK)
+        return textOf(result, status);
+    if (status == 0)
+        return textOf(CURLE_GOT_NOTHING, 0);
+    if (status < 300 && m_request.body && m_sent < m_request.body->size())
+        return QStringLiteral("The storage answered before the whole file was sent.");
+    return {};
+}
+
+bool Exchange::hasStatusForSink(long status) const
+{
+    return status == 200 || (status == 206 && m_request.hasHeader("Range"));
+}
+
+// Whether the answer has a length, or comes in chunks.
+bool Exchange::isBounded() const
+{
+    curl_off_t length = -1;
+    curl_easy_getinfo(m_handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (length >= 0)
+        return true;
+    curl_header *coding = nullptr;
+    return curl_easy_header(m_handle, "Transfer-Encoding", 0, CURLH_HEADER, -1, &coding) == CURLHE_OK &&
+           QByteArray(coding->value).toLower().contains("chunked");
 }
 
 QString Exchange::textOf(CURLcode result, int status) const
@@ -263,12 +317,36 @@ std::size_t Exchange::onWrite(const char *data, std::size_t size, std::size_t co
 {
     auto &exchange = *static_cast<Exchange *>(self);
     const auto length = static_cast<qint64>(size * count);
+    long status = 0;
+    curl_easy_getinfo(exchange.m_handle, CURLINFO_RESPONSE_CODE, &status);
+    if (exchange.m_request.sink && status < 300)
+        return exchange.store(data, size * count, status);
     exchange.m_bodyReceived += length;
     if (exchange.m_bodyReceived > mostOfAnswer)
         return 0;
     const qint64 kept = std::min(length, longestAnswer - exchange.m_answer.size());
     exchange.m_answer.append(data, static_cast<int>(kept));
     return size * count;
+}
+
+std::size_t Exchange::store(const char *data, std::size_t size, long status)
+{
+    if (!hasStatusForSink(status) || (m_bodyReceived == 0 && !isBounded()))
+        return 0;
+    switch (m_request.sink->put(data, size)) {
+    case Sink::State::Taken:
+        m_bodyReceived += static_cast<qint64>(size);
+        m_movedAt = Clock::now();
+        m_onMoved(m_bodyReceived);
+        return size;
+    case Sink::State::Full:
+        m_isPaused = true;
+        m_isFull = true;
+        return CURL_WRITEFUNC_PAUSE;
+    case Sink::State::Failed:
+        break;
+    }
+    return 0;
 }
 
 std::size_t Exchange::onHeader(const char *, std::size_t size, std::size_t count, void *self)
@@ -283,7 +361,8 @@ int Exchange::onProgress(void *self, curl_off_t, curl_off_t, curl_off_t, curl_of
     auto &exchange = *static_cast<Exchange *>(self);
     if (sent > exchange.m_sent) {
         exchange.m_sent = sent;
-        exchange.m_onSent(sent);
+        if (!exchange.m_request.sink)
+            exchange.m_onMoved(sent);
     }
     return 0;
 }

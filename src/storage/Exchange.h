@@ -24,19 +24,22 @@ public:
     /// Connections that compete for the same line to the same server.
     const QByteArray &server() const { return m_target.server; }
     const std::shared_ptr<Source> &body() const { return m_request.body; }
+    const std::shared_ptr<Sink> &sink() const { return m_request.sink; }
+    /// Whether more than `small` bytes are sent or received, as far as is known.
+    bool isLarger(qint64 small) const;
 
-    /// Makes the handle, which tells of bytes that were sent. Null when memory is short.
-    CURL *open(void *owner, std::function<void(qint64 sent)> onSent);
+    /// Makes the handle, which tells of bytes that were sent, or with a sink received. Null when memory is short.
+    CURL *open(void *owner, std::function<void(qint64 bytes)> onMoved);
     CURL *handle() const { return m_handle; }
-    /// Continues a body that had nothing ready.
-    void resume();
+    /// Continues a body that had nothing ready, or no room. @return false: it cannot go on, and must be ended
+    bool resume();
     /// Ends the exchange with libcurl's result.
     StorageAnswer answer(CURLcode result);
     /// Frees what libcurl holds of it.
     void close();
 
-    /// When the body last went on, and whether all of it has.
-    Clock::time_point movedAt() const { return m_movedAt; }
+    /// When the body last went on, and whether all of it has been sent. A disk without room holds nobody else up.
+    Clock::time_point movedAt() const { return m_isFull ? Clock::now() : m_movedAt; }
     bool isSent() const { return m_isSent; }
 
 private:
@@ -46,6 +49,10 @@ private:
     void setTrust();
     template <class Value> void set(CURLoption option, Value value) { curl_easy_setopt(m_handle, option, value); }
     QString textOf(CURLcode result, int status) const;
+    bool hasStatusForSink(long status) const;
+    bool isBounded() const;
+    QString problemOf(CURLcode result, int status) const;
+    std::size_t store(const char *data, std::size_t size, long status);
 
     static std::size_t onRead(char *to, std::size_t size, std::size_t count, void *self);
     static std::size_t onWrite(const char *data, std::size_t size, std::size_t count, void *self);
@@ -62,7 +69,7 @@ private:
     CURL *m_handle = nullptr;
     curl_slist *m_headers = nullptr;
     char m_error[CURL_ERROR_SIZE] = {};
-    std::function<void(qint64)> m_onSent;
+    std::function<void(qint64)> m_onMoved;
     QByteArray m_answer;
     qint64 m_taken = 0;        ///< bytes of the body
     qint64 m_sent = 0;         ///< those that have gone out
@@ -71,6 +78,7 @@ private:
     Clock::time_point m_movedAt;
     bool m_isSent = false;
     bool m_isPaused = false;
+    bool m_isFull = false; ///< the sink has no room
 };
 
 } // namespace Velmora

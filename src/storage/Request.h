@@ -10,6 +10,7 @@
 
 namespace Velmora {
 
+class Sink;
 class Source;
 
 /// A request to the storage, described.
@@ -18,6 +19,9 @@ struct StorageRequest {
     QByteArray address;
     std::vector<std::pair<QByteArray, QByteArray>> headers; ///< none that frames the body
     std::shared_ptr<Source> body = {};                      ///< null: none
+    QByteArray form = {};                                   ///< a body that is short, without `body`
+    std::shared_ptr<Sink> sink = {};                        ///< takes the body of an answer with the status 200
+    qint64 expected = 0;                                    ///< bytes for the sink, about; 0: not known
 
     // Names in any case of letters.
     bool hasHeader(const QByteArray &name) const;

@@ -2,6 +2,7 @@
 
 #include "crypto/Cipher.h"
 #include "storage/Exchange.h"
+#include "storage/Sink.h"
 #include "storage/Source.h"
 
 #include <QCoreApplication>
@@ -25,7 +26,7 @@ constexpr milliseconds patience{200};      // with an answer, before the turn is
 constexpr milliseconds longPatience{2000}; // with a body that does not go on
 constexpr milliseconds idleTime{20000};    // before the thread ends
 constexpr long connectionsKept = 32;
-constexpr int readers = 4; // threads that read and encrypt
+constexpr int poolThreads = 4; // that read and encrypt, decrypt and write
 
 // Once for the process. The library is never ended: others in the process may use it.
 bool initialiseLibrary()
@@ -42,6 +43,7 @@ struct StorageClient::Entry {
         : id(number)
         , handlers(std::move(both))
         , exchange(request, target, proxy, trust)
+        , isLarge(exchange.isLarger(smallBody))
     {
     }
 
@@ -58,9 +60,10 @@ struct StorageClient::Entry {
     // The storage thread's.
     Exchange exchange;
     Lane *lane = nullptr; ///< whose turn it has
+    const bool isLarge;   ///< as was known at first
 };
 
-StorageClient::StorageClient() { m_pool.setMaxThreadCount(readers); }
+StorageClient::StorageClient() { m_pool.setMaxThreadCount(poolThreads); }
 
 StorageClient::~StorageClient()
 {
@@ -213,11 +216,14 @@ void StorageClient::handle(const Command &command)
 {
     const EntryPointer &entry = command.entry;
     Exchange &exchange = entry->exchange;
-    if (command.kind == Command::Resume)
-        return exchange.resume();
-    const bool isSmall = !exchange.body() || exchange.body()->size() <= smallBody;
-    Lane &lane = m_lanes[(isSmall ? "small " : "large ") + exchange.server()];
     const auto underWay = std::find(m_underWay.begin(), m_underWay.end(), entry);
+    if (command.kind == Command::Resume) {
+        if (underWay != m_underWay.end() && !exchange.resume())
+            finish(entry, CURLE_WRITE_ERROR);
+        return;
+    }
+    Lane &lane = m_lanes[(entry->isLarge ? "large " : "small ") + QByteArray(exchange.sink() ? "from " : "to ") +
+                         exchange.server()];
     if (command.kind == Command::Start) {
         lane.waiting.push_back(entry);
     } else if (underWay != m_underWay.end()) {
@@ -267,20 +273,23 @@ void StorageClient::begin(const EntryPointer &entry, Lane &lane)
     ++lane.turns;
     entry->lane = &lane;
     m_underWay.push_back(entry);
-    if (const auto &body = entry->exchange.body()) {
-        body->begin(&m_pool, [this, weak] {
-            if (EntryPointer held = weak.lock())
-                send({Command::Resume, std::move(held)});
-        });
-    }
+    const auto resume = [this, weak] {
+        if (EntryPointer held = weak.lock())
+            send({Command::Resume, std::move(held)});
+    };
+    if (const auto &body = entry->exchange.body())
+        body->begin(&m_pool, resume);
+    if (const auto &sink = entry->exchange.sink())
+        sink->begin(&m_pool, resume);
 }
 
 void StorageClient::takeBackTurns()
 {
     const auto now = Exchange::Clock::now();
     for (const EntryPointer &entry : m_underWay) {
-        const auto waited = now - entry->exchange.movedAt();
-        if (entry->lane && waited >= (entry->exchange.isSent() ? patience : longPatience)) {
+        const Exchange &exchange = entry->exchange;
+        const bool isIdle = now - exchange.movedAt() >= (exchange.isSent() ? patience : longPatience);
+        if (entry->lane && (isIdle || (!entry->isLarge && exchange.isLarger(smallBody)))) {
             --entry->lane->turns;
             entry->lane = nullptr;
         }
@@ -296,18 +305,24 @@ void StorageClient::collectAnswers()
         const CURLcode result = message->data.result;
         void *owner = nullptr;
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
-        const auto found = std::find_if(m_underWay.begin(), m_underWay.end(),
-                                        [owner](const EntryPointer &each) { return each.get() == owner; });
-        const EntryPointer entry = *found;
-        m_underWay.erase(found);
-        StorageAnswer answer = entry->exchange.answer(result);
-        end(*entry);
-        {
-            const std::lock_guard lock(m_mutex);
-            entry->answer = std::move(answer);
-        }
-        report(entry);
+        finish(*std::find_if(m_underWay.begin(), m_underWay.end(),
+                             [owner](const EntryPointer &each) { return each.get() == owner; }),
+               result);
     }
+}
+
+// Ends an exchange that is under way with its answer.
+void StorageClient::finish(const EntryPointer &entry, CURLcode result)
+{
+    const EntryPointer held = entry; // the argument may be in the list
+    m_underWay.remove(held);
+    StorageAnswer answer = held->exchange.answer(result);
+    end(*held);
+    {
+        const std::lock_guard lock(m_mutex);
+        held->answer = std::move(answer);
+    }
+    report(held);
 }
 
 // Takes an exchange that is under way off the connection.

@@ -24,15 +24,17 @@ namespace Velmora {
 
 class Exchange;
 
-/// Sends requests to the storage, on a thread of its own, so that the bytes pass no event loop.
+/// Sends requests to the storage and receives its answers, on a thread of its own, so that the bytes pass no event
+/// loop.
 ///
 ///     start() ─▶ waiting for its turn ─▶ under way ─ progressed() … ─ answered() ─▶ over
 ///
 /// Everything public is used on the owner's thread, where the handlers run from a clean stack; they may destroy this
-/// object. Cancelling and destroying wait for no network; destroying waits for the reads under way of sources.
+/// object. Cancelling and destroying wait for no network; destroying waits for what sources read and sinks write.
 ///
-/// Turns: to each server, a few large and a few small bodies are sent at a time, so that a small one never waits for a
-/// large one. An exchange that only waits, for its answer or for a server that does not read, gives its turn away.
+/// Turns: to each server, a few large and a few small bodies are sent at a time, and as many received, so that a small
+/// one never waits for a large one. An exchange that only waits, for its answer or for a server that does not read,
+/// gives its turn away; so does one that was thought small and is not.
 ///
 /// The thread starts with the first request. It ends, and closes the connections that it has kept, when there was none
 /// for a while.
@@ -40,7 +42,8 @@ class StorageClient : public QObject {
 public:
     using Id = std::uint64_t;
     struct Handlers {
-        std::function<void(qint64 sent)> progressed; ///< bytes of the body that have gone out so far
+        /// Bytes of the body that have gone out so far; with a sink, bytes that have come in for it.
+        std::function<void(qint64 bytes)> progressed;
         std::function<void(const StorageAnswer &)> answered;
     };
 
@@ -52,7 +55,7 @@ public:
     /// Neither handler is called any more. Does nothing for a request that was answered.
     void cancel(Id id);
 
-    /// For work on sources: nobody else's work keeps them waiting.
+    /// For work on sources and sinks: nobody else's work keeps them waiting.
     QThreadPool *pool() { return &m_pool; }
 
 protected:
@@ -62,7 +65,7 @@ private:
     /// A request on its way through both threads.
     struct Entry;
     using EntryPointer = std::shared_ptr<Entry>;
-    /// Bodies of one size class that go to one server.
+    /// Bodies of one size class that go to one server, or come from it.
     struct Lane {
         std::deque<EntryPointer> waiting;
         int turns = 0; ///< taken
@@ -84,6 +87,7 @@ private:
     void begin(const EntryPointer &entry, Lane &lane);
     void takeBackTurns();
     void collectAnswers();
+    void finish(const EntryPointer &entry, CURLcode result);
     void end(Entry &entry);
 
     TrustReader m_trust;

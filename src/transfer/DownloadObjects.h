@@ -5,72 +5,91 @@
 
 #include <velmora/Callbacks.h>
 
+#include <QByteArray>
 #include <QJsonArray>
 #include <QObject>
-#include <QSet>
 #include <QString>
+#include <QThreadPool>
 
 #include <memory>
 #include <vector>
 
 namespace Velmora {
 
+/// The threads on which downloads end. To append is long work; a small file does not wait behind it.
+struct DownloadPools {
+    DownloadPools();
+
+    QThreadPool finishing;
+    QThreadPool appending;
+};
+
 /// One download: its pieces, and their joining into the target.
 ///
-///     waiting for the address and the key ── begin() ─▶ receiving pieces
-///         ─ all ready ─▶ joining (pool) ─ downloadComplete ─▶ finished
+///     waiting for the address and the key ── prepare() ── begin() ─▶ receiving pieces, a few at a time, and appending
+///         ─ all appended ─▶ putting the file into place (pool) ─ downloadComplete ─▶ finished
 ///         ─ one failed ─▶ stopping the others ─ all finished ─ downloadComplete ─▶ finished
 ///
-/// The joined file grows beside the target and takes its place only when complete, so that a download
-/// that fails leaves an existing target alone. Owned by the `FileTransferManager`; owns its pieces.
-/// Destroying it unfinished removes every file it has made.
+/// The joined file grows beside the target, under the working name of its first piece. A piece whose predecessors are
+/// all in it when it starts is written straight into it; another one has a working file of its own, and is appended in
+/// its turn. The joined file takes the target's place only when complete, so a download that fails leaves an existing
+/// target alone. Owned by the `FileTransferManager`; owns its pieces. Destroying it unfinished removes every file that
+/// it has made.
 class DownloadObjects : public QObject {
     Q_OBJECT
 public:
     DownloadObjects(const FileDownloadDetails &file, const DownloadProgress &onProgress,
-                    const ResultDone<FileDownloadDetails> &onComplete);
+                    const ResultDone<FileDownloadDetails> &onComplete, DownloadPools &pools);
     ~DownloadObjects() override;
 
     const FileDownloadDetails &details() const { return m_details; }
     const ResultDone<FileDownloadDetails> &onComplete() const { return m_onComplete; }
-    /// The same target, or the same cloud file into the same folder, where its pieces would collide.
-    bool isFor(const FileDownloadDetails &file) const;
     bool hasTarget(const FileDownloadDetails &file) const;
     bool isFinished() const { return m_finished; }
 
-    /// Creates the pieces; returns false, and has done nothing, when `taken` holds one of their paths.
-    bool prepare(const QJsonArray &chunks, const QByteArray &key, const QSet<QString> &taken);
-    /// Every path that this download writes, as `pathKey` has it.
-    const QSet<QString> &paths() const { return m_paths; }
+    /// Creates the pieces.
+    void prepare(const QJsonArray &chunks, const QByteArray &key);
     const std::vector<std::unique_ptr<FileDownload>> &pieces() const { return m_pieces; }
     void begin();
-    void fail(const ApiError &error);
+    void fail(const ApiError &error) { finish(error); }
 
 Q_SIGNALS:
     /// The last signal; emitted from a clean stack.
     void downloadComplete(const ApiError &error);
 
-private Q_SLOTS:
+private:
+    using Work = std::function<QString(const std::atomic<bool> &stop)>;
+
+    ApiError problemOfNames() const;
+    void startPieces();
     void onChunkProgress();
     void onChunkComplete(const ApiError &error);
-
-private:
-    void join();
+    void goOn();
+    void append();
+    void moveToTarget();
+    void work(PoolWork &on, Work job, std::function<void()> then);
+    void failOnce(const ApiError &error);
     void finish(const ApiError &error);
 
     FileDownloadDetails m_details;
     DownloadProgress m_onProgress;
     ResultDone<FileDownloadDetails> m_onComplete;
-    QString m_target; ///< cleaned, absolute
-    QString m_folder;
-    std::vector<std::unique_ptr<FileDownload>> m_pieces; ///< in the order of the chunks
-    QSet<QString> m_paths;
-    ApiError m_failure; ///< the first one
+    DownloadPools &m_pools;
+    const QString m_target; ///< cleaned, absolute
+    const QString m_folder;
+    QByteArray m_key;
+    std::vector<std::unique_ptr<FileDownload>> m_pieces; ///< in the order of their numbers
+    std::shared_ptr<WorkingFile> m_joined;
+    std::size_t m_started = 0;
+    std::size_t m_receiving = 0;
+    std::size_t m_appended = 0; ///< pieces that the joined file holds
+    bool m_working = false;     ///< the joined file is appended to, or put into place
+    ApiError m_failure;         ///< the first one
     bool m_failed = false;
-    std::size_t m_finishedPieces = 0;
     qint64 m_reported = 0;
     bool m_finished = false;
-    PoolWork m_work; // last: destroyed first
+    PoolWork m_appending; // last: destroyed first
+    PoolWork m_moving;
 };
 
 } // namespace Velmora

@@ -1,101 +1,76 @@
 #pragma once
 
 #include "base/PoolWork.h"
+#include "storage/StorageClient.h"
 
 #include <velmora/Records.h>
 
 #include <QByteArray>
-#include <QFile>
 #include <QJsonObject>
-#include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
 #include <QString>
-#include <QTimer>
 
 #include <memory>
 
-class QNetworkReply;
-
 namespace Velmora {
 
-class RequestBody;
+class Sink;
+class WorkingFile;
 
-/// One piece of a download, in the target's folder.
+/// One piece of a download.
 ///
-///     start() ─▶ receiving (UNCONFIRMED_DOWNLOAD.name.VELMORA) ── follow() … finished and drained
-///         ─▶ decrypting on the pool (UNCONFIRMED_DECRYPT.name.VELMORA) ─▶ ready (name)
+///     start() ─ signalFetch ─▶ receiving ── follow() … answered ─▶ writing what is left (pool) ─▶ ready
 ///
-/// Every state may fail, which leaves the file under the name it has reached, or be ended by `stop()`.
-/// Either way `downloadComplete` is emitted once, from a clean stack. Destruction stops the pool work
-/// between two buffers and aborts the reply, without a signal; after `discard()` it also removes the
-/// piece's file, whatever its name is by then.
-///
-/// The reply is read in slices through a bounded buffer, so that memory stays flat and the owner's
-/// thread never waits for the disk longer than one slice takes.
+/// Every state may fail, or be ended by `stop()`. Either way `downloadComplete` is emitted once, from a clean stack.
+/// Destruction cancels the request and waits for what is written right now, without a signal.
 class FileDownload : public QObject {
     Q_OBJECT
 public:
-    /// @param folder  the target's
-    /// @param target  the download's target file, which a piece never touches
-    FileDownload(const QString &folder, const QString &target, const QJsonObject &chunk, const QByteArray &key);
+    /// @param pool  for the work that ends the piece
+    FileDownload(const QJsonObject &chunk, QThreadPool *pool);
     ~FileDownload() override;
 
     const QString &fileName() const { return m_fileName; } ///< as the service gave it
-    QString path() const;                                  ///< where the piece is when it is ready
-    bool isReported() const { return m_reported; }
-    qint64 bytesReceived() const { return m_received; } ///< encrypted bytes
+    int number() const { return m_number; }                ///< -1: none
+    qint64 bytesReceived() const { return m_received; }    ///< encrypted bytes
+    bool isReady() const { return m_ready; }
+    /// Where the piece goes; null before the start.
+    const std::shared_ptr<WorkingFile> &file() const { return m_file; }
 
-    void start();
-    void follow(QNetworkReply *reply);
-    /// Another piece has failed: finish, with `downloadComplete`.
+    /// @param file      used by nobody else until the piece is complete
+    /// @param expected  bytes, about
+    void start(std::shared_ptr<WorkingFile> file, const QByteArray &key, qint64 expected);
+    /// Starts the request and follows it to its end. @param counted  released when the request has ended
+    void follow(StorageClient &storage, const StorageRequest &request, std::shared_ptr<void> counted);
+    /// Another piece has failed: finish, with `downloadComplete`. Does nothing for a piece that has ended.
     void stop();
-    /// The download was cancelled: leave no file of this piece behind.
-    void discard() { m_discard = true; }
 
 Q_SIGNALS:
-    /// `form` is null for a GET; otherwise it is posted, and the receiver's.
-    void signalFetch(const QNetworkRequest &request, RequestBody *form);
+    void signalFetch(const StorageRequest &request);
     void downloadProgress();
     /// Code 200 when the piece is ready, otherwise the failure.
     void downloadComplete(const ApiError &error);
 
 private:
-    /// Where the file is, and how its decryption went; shared with the pool.
-    struct Progress;
-
-    bool prepareFolder(QString *problem);
-    void scheduleDrain();
-    void drain();
-    bool store(const char *part, int received);
-    void onReceived();
-    void decrypt();
-    void onDecrypted();
-    void releaseReply();
+    void onReceived(qint64 bytes);
+    void onAnswered(const StorageAnswer &answer);
+    void onWritten();
+    void release();
+    void failBySink();
     void finish(const ApiError &error);
-    void fail(const QString &reason);
-    void failWriting(const QString &reason);
-    QString temporaryPath(const char *phase) const;
 
-    QString m_folder;
-    QString m_target; ///< cleaned, absolute
-    QJsonObject m_chunk;
-    QString m_fileName;
-    QByteArray m_key;
-    QByteArray m_batch; ///< as it arrived
-    int m_filled = 0;   ///< of the batch's bytes
-    int m_taken = 0;    ///< of those
-    QFile m_file;
-    QPointer<QNetworkReply> m_reply;
-    QByteArray m_refusal; ///< the start of a refusal's body
+    const QJsonObject m_chunk;
+    const QString m_fileName;
+    const int m_number;
+    std::shared_ptr<WorkingFile> m_file;
+    std::shared_ptr<Sink> m_sink;
+    QPointer<StorageClient> m_storage; ///< while a request is under way
+    StorageClient::Id m_request = 0;
+    std::shared_ptr<void> m_counted;
     qint64 m_received = 0;
-    std::shared_ptr<Progress> m_progress;
-    /// One slice in a turn of the loop; events posted from within events would all share one turn.
-    QTimer m_drain;
-    bool m_replyFinished = false;
-    bool m_ended = false;    ///< the outcome is certain
-    bool m_reported = false; ///< and `downloadComplete` was emitted
-    bool m_discard = false;
+    bool m_ended = false; ///< the outcome is certain
+    bool m_ready = false;
     PoolWork m_work; // last: destroyed first
 };
 

@@ -1,9 +1,7 @@
 #include "transfer/FileTransferManager.h"
 
-#include "transfer/DownloadObjects.h"
 #include "transfer/FileUpload.h"
 #include "transfer/Titles.h"
-#include "transport/RequestBody.h"
 
 #include <algorithm>
 #include <vector>
@@ -84,14 +82,15 @@ void FileTransferManager::slotUploadComplete(FileUpload *upload, const ApiError 
 void FileTransferManager::downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
                                        const ResultDone<FileDownloadDetails> &onComplete)
 {
-    const bool running = std::any_of(m_downloads.begin(), m_downloads.end(),
-                                     [&file](const auto &each) { return !each->isFinished() && each->isFor(file); });
+    const bool running = std::any_of(m_downloads.begin(), m_downloads.end(), [&file](const auto &each) {
+        return !each->isFinished() && each->hasTarget(file);
+    });
     if (running) {
         if (const auto callback = onComplete)
             callback(alreadyRunning(), FileDownloadDetails(file));
         return;
     }
-    m_downloads.push_back(std::make_unique<DownloadObjects>(file, onProgress, onComplete));
+    m_downloads.push_back(std::make_unique<DownloadObjects>(file, onProgress, onComplete, m_pools));
     DownloadObjects *download = m_downloads.back().get();
     connect(download, &DownloadObjects::downloadComplete, this,
             [this, download](const ApiError &error) { slotDownloadComplete(download, error); });
@@ -113,19 +112,11 @@ void FileTransferManager::startDownload(DownloadObjects *download, const QJsonOb
             download->fail(error);
             return;
         }
-        QSet<QString> taken;
-        for (const auto &other : m_downloads) {
-            if (other.get() != download && !other->isFinished())
-                taken.unite(other->paths());
-        }
-        if (!download->prepare(chunks, key, taken)) {
-            download->fail(alreadyRunning());
-            return;
-        }
+        download->prepare(chunks, key);
         for (const auto &piece : download->pieces()) {
             connect(piece.get(), &FileDownload::signalFetch, this,
-                    [this, target = piece.get()](const QNetworkRequest &request, RequestBody *form) {
-                        Q_EMIT requestDownloadGetOrPostMultiPart(target, request, form);
+                    [this, target = piece.get()](const StorageRequest &request) {
+                        Q_EMIT requestDownloadGetOrPostMultiPart(target, request);
                     });
         }
         download->begin();

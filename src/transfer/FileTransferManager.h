@@ -1,12 +1,12 @@
 #pragma once
 
+#include "transfer/DownloadObjects.h"
 #include "transfer/Waiter.h"
 
 #include <velmora/Callbacks.h>
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -16,10 +16,7 @@
 
 namespace Velmora {
 
-class DownloadObjects;
-class FileDownload;
 class FileUpload;
-class RequestBody;
 struct StorageRequest;
 
 /// Owns every running upload and download. What a transfer needs from the portal, and every request it sends, it asks
@@ -44,18 +41,17 @@ Q_SIGNALS:
     void requestAESKey(const std::string &jobId, const EncryptionKeyCB &onCompleteCB);
     void requestUploadURL(const std::string &jobId, const UploadUrlCB &onCompleteCB);
     void requestDownloadURL(const std::string &jobId, const std::string &fileName, const DownloadUrlCB &onCompleteCB);
-    /// The receiver calls `follow` with a client that sends the request.
+    // The receiver calls `follow` with a client that sends the request.
     void requestUploadPostMultiPart(FileUpload *uploadRunnable, const StorageRequest &request);
     void requestUploadPostFile(FileUpload *uploadRunnable, const StorageRequest &request);
-    /// The receiver sends the request, takes over `form` and calls `follow` with the reply.
-    void requestDownloadGetOrPostMultiPart(FileDownload *downloadRunnable, const QNetworkRequest &request,
-                                           RequestBody *form);
+    void requestDownloadGetOrPostMultiPart(FileDownload *downloadRunnable, const StorageRequest &request);
 
 private:
     void slotUploadComplete(FileUpload *upload, const ApiError &error);
     void startDownload(DownloadObjects *download, const QJsonObject &address);
     void slotDownloadComplete(DownloadObjects *download, const ApiError &error);
 
+    DownloadPools m_pools;
     std::list<std::unique_ptr<FileUpload>> m_uploads;
     std::list<std::unique_ptr<DownloadObjects>> m_downloads;
 };

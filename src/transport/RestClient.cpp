@@ -78,16 +78,6 @@ QNetworkReply *RestClient::sendRest(const char *announcement, QNetworkRequest re
     return reply;
 }
 
-QNetworkReply *RestClient::sendGet(const QNetworkRequest &request)
-{
-    return sendBody("Cloud API: Network Request Started:", request, "GET", new RequestBody({}));
-}
-
-QNetworkReply *RestClient::sendMultipart(const QNetworkRequest &request, RequestBody *body)
-{
-    return sendBody("Cloud API: Network Request Started with multipart:", request, "POST", body);
-}
-
 // Each request reaches the service at most once. The network layer repeats what it can send again, so even an empty
 // body is one that cannot be rewound. Such a body is neither buffered nor measured by the network layer.
 QNetworkReply *RestClient::sendBody(const char *announcement, QNetworkRequest request, const QByteArray &verb,

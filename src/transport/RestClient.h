@@ -78,10 +78,6 @@ public:
     /// The answer of a finished reply, which is released.
     Outcome take(QNetworkReply *reply);
 
-    // Requests to other addresses than the endpoints'. A body becomes the reply's.
-    QNetworkReply *sendGet(const QNetworkRequest &request);
-    QNetworkReply *sendMultipart(const QNetworkRequest &request, RequestBody *body);
-
     QString baseUrl() const;
 
     /// Counts and logs a request that another client sends, until the result is released.

@@ -7,8 +7,8 @@
 #include "model/Json.h"
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
+#include "storage/Sink.h"
 #include "transfer/Address.h"
-#include "transfer/Join.h"
 #include "transfer/PieceName.h"
 
 #include <velmora/CloudAPI.h>
@@ -96,9 +96,8 @@ void applicationTexts(const QByteArray &text)
 
 void pieces(const QByteArray &text)
 {
-    const QString whole = at(QStringLiteral("whole")), target = at(QStringLiteral("target"));
-    std::map<int, QString> ordered;
-    QByteArray expected;
+    const QString target = at(QStringLiteral("target"));
+    std::map<int, QByteArray> ordered;
     for (const QByteArray &line : text.split('\n')) {
         const QString name = QString::fromUtf8(line), base = baseName(name);
         const int number = pieceNumber(name);
@@ -106,21 +105,25 @@ void pieces(const QByteArray &text)
         demand((number < 0) == (withoutPieceSuffix(name) == name), "a number comes with its suffix");
         if (!isSafeFileName(base))
             continue;
-        const QString clean = QDir::cleanPath(at(base));
+        const QString clean = QDir::cleanPath(at(base)), working = WorkingFile::pathOf(folder().path(), base, 2);
         demand(QFileInfo(clean).path() == folder().path() && clean != folder().path(),
                "a safe name stays in its folder");
-        const QString path = at(QStringLiteral("piece %1").arg(ordered.size()));
-        if (number >= 0 && ordered.emplace(number, path).second)
-            write(path, line);
-    }
-    std::vector<QString> paths;
-    for (const auto &[number, path] : ordered) {
-        paths.push_back(path);
-        expected += contentOf(path);
+        demand(QFileInfo(working).path() == folder().path(), "a working file stays in its folder");
+        demand(QFileInfo(working).fileName().toUtf8().size() <= 255, "a working name fits its folder");
+        if (number >= 0)
+            ordered.emplace(number, line);
     }
     const std::atomic<bool> go{false};
-    demand(joinPieces(paths, whole, target, go).joined == !paths.empty(), "pieces join");
-    demand(paths.empty() || contentOf(target) == expected, "nothing is lost in joining");
+    WorkingFile whole(folder().path(), QStringLiteral("whole"));
+    QByteArray expected;
+    for (const auto &[number, line] : ordered) {
+        WorkingFile piece(folder().path(), QStringLiteral("whole")); // of one name, side by side
+        demand(piece.open() && piece.write(line.constData(), line.size()), "a piece is written");
+        demand(whole.append(piece, go), "pieces join");
+        expected += line;
+    }
+    demand(ordered.empty() || whole.moveTo(target, go), "a file gets into its place");
+    demand(ordered.empty() || contentOf(target) == expected, "nothing is lost in joining");
     QFile::remove(target);
     demand(QDir(folder().path()).isEmpty(), "joining leaves only the target");
 }
@@ -143,8 +146,15 @@ void cipherTexts(const QByteArray &text)
            "decoding is lenient");
     const QByteArray decoded = contentOf(shown);
     demand(decoded.size() <= text.size(), "a decoded file is not longer");
-    const bool strict = decryptFileInPlace(key, path, std::atomic<bool>(false)).ok();
-    demand(contentOf(path) == (strict ? decoded : text), "a file is decrypted or left alone");
+    const auto file = std::make_shared<WorkingFile>(folder().path(), QStringLiteral("strict"));
+    const auto sink = std::make_shared<Sink>(file, key);
+    sink->begin(QThreadPool::globalInstance(), {});
+    demand(sink->put(text.constData(), text.size()) == Sink::State::Taken, "there is room");
+    if (sink->finish()) {
+        demand(file->moveTo(path, std::atomic<bool>(false)), "a file gets into its place");
+        demand(contentOf(path) == decoded, "strict and lenient decryption agree");
+    }
+    file->remove();
     QFile::remove(shown);
 }
 

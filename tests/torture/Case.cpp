@@ -174,8 +174,9 @@ void Case::inject(const Step &step)
         atPortal.path = random.of(step.operation->paths);
         if (fault.silent)
             QTimer::singleShot(300, &m_timers, [this] { destroy(); });
-        // The library accepts a piece only as it is stored: not compressed.
-        m_disturbed = m_disturbed || (atPortal.kind == FaultKind::Gzip && atPortal.path == "storage");
+        // The library accepts a piece only as it is stored, not compressed, and where its end can be known.
+        const bool spoilsPieces = atPortal.kind == FaultKind::Gzip || atPortal.kind == FaultKind::NoLength;
+        m_disturbed = m_disturbed || (spoilsPieces && atPortal.path == "storage");
         environment.portal.inject(atPortal);
     } else if (fault.host != Fault::Portal && !m_host) {
         m_plain = plainServer();
@@ -269,7 +270,8 @@ void Case::searchTargets(bool pieces)
     QDirIterator each(QString::fromStdString(path("to")), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (each.hasNext()) {
         const string name = QFileInfo(each.next()).fileName().toStdString();
-        if (name.find(".bin") + 4 != name.size() && (!pieces || name.find("JOIN") != string::npos))
+        const bool isTarget = name.size() > 4 && name.find(".bin") + 4 == name.size();
+        if (!isTarget && (!pieces || name.find("UNCONFIRMED_DOWNLOAD.") != 0))
             fail("left behind: " + name);
     }
 }

@@ -68,7 +68,27 @@ DiskPause::~DiskPause() { armed = m_armed; }
 
 using Torture::DiskCall, Torture::fails, Torture::next;
 
+namespace {
+
+// The library calls the one, Qt the other.
+template <class Real> int openOr(Real real, const char *path, int flags, unsigned int mode)
+{
+    return fails(DiskCall::Open, path) ? -1 : real(path, flags, mode);
+}
+
+} // namespace
+
 extern "C" {
+
+int open(const char *path, int flags, ...)
+{
+    static const auto real = next(&::open, "open");
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = va_arg(rest, unsigned int); // read only when the flags ask for it
+    va_end(rest);
+    return openOr(real, path, flags, mode);
+}
 
 int open64(const char *path, int flags, ...)
 {
@@ -77,7 +97,7 @@ int open64(const char *path, int flags, ...)
     va_start(rest, flags);
     const auto mode = va_arg(rest, unsigned int); // read only when the flags ask for it
     va_end(rest);
-    return fails(DiskCall::Open, path) ? -1 : real(path, flags, mode);
+    return openOr(real, path, flags, mode);
 }
 
 ssize_t read(int descriptor, void *to, size_t size)
@@ -90,6 +110,24 @@ ssize_t write(int descriptor, const void *from, size_t size)
 {
     static const auto real = next(&::write, "write");
     return fails(DiskCall::Write, descriptor) ? -1 : real(descriptor, from, size);
+}
+
+int fsync(int descriptor)
+{
+    static const auto real = next(&::fsync, "fsync");
+    return fails(DiskCall::Sync, descriptor) ? -1 : real(descriptor);
+}
+
+// The descriptor is closed all the same.
+int close(int descriptor)
+{
+    static const auto real = next(&::close, "close");
+    const bool failing = fails(DiskCall::Close, descriptor);
+    const int error = errno;
+    const int result = real(descriptor);
+    if (failing)
+        errno = error;
+    return failing ? -1 : result;
 }
 
 int rename(const char *from, const char *to) noexcept

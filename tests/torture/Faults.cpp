@@ -201,6 +201,8 @@ const std::vector<Fault> &faults()
         disk("disk cannot read", DiskCall::Read, EIO),
         disk("disk cannot write", DiskCall::Write, EIO),
         disk("disk full", DiskCall::Write, ENOSPC),
+        disk("disk cannot sync", DiskCall::Sync, EIO),
+        disk("disk cannot close", DiskCall::Close, EIO),
         disk("disk cannot rename", DiskCall::Rename, EPERM),
         disk("disk cannot remove", DiskCall::Remove, EROFS),
     };

@@ -53,7 +53,7 @@ struct Resources {
 Resources resources();
 
 /// The call of the disk that fails, once or every time.
-enum class DiskCall { None, Open, Read, Write, Rename, Remove };
+enum class DiskCall { None, Open, Read, Write, Sync, Close, Rename, Remove };
 struct DiskFault {
     DiskCall call = DiskCall::None;
     int error = 0; ///< errno

@@ -1,7 +1,10 @@
 #include "transfer/TransferFixture.h"
 
+#include "base/PoolWork.h"
+#include "storage/WorkingFile.h"
 #include "transfer/PieceName.h"
 
+#include <QSemaphore>
 #include <QTimer>
 
 namespace {
@@ -35,6 +38,141 @@ TEST_F(TransferTest, download_piecesInAnyOrderAndMethod_joinsThemByNumber)
         EXPECT_EQ(request.body.contains("name=\"f\"\r\n\r\nv\r\n"), request.verb == "POST");
     }
     EXPECT_EQ(seen(keyPath), 1);
+}
+
+TEST_F(TransferTest, download_manyPiecesInOtherForms_areJoined)
+{
+    QByteArray whole;
+    QJsonArray chunks;
+    for (int number = 0; number < 20; ++number) { // from 0, and more than are received at once
+        chunks.append(piece(pieceName(number), noise(number * 50000)));
+        whole += noise(number * 50000);
+        const QString path = QStringLiteral("/s/p%1").arg(number);
+        if (number % 3 == 1)
+            faults[path + '?'] = {chunked(stored[path]) + "0\r\n\r\n"};
+        if (number % 3 == 2)
+            faults[path + '?'] = {"HTTP/1.1 103 Early Hints\r\nLink: <x>\r\n\r\n" + answer(200, stored[path]).bytes};
+        if (number % 3 > 0)
+            chunks[number] = [&](QJsonObject chunk) {
+                chunk["uri"] = url(path + '?');
+                return chunk;
+            }(chunks[number].toObject());
+    }
+    list(chunks);
+    download(wanted());
+    ASSERT_TRUE(down.wait());
+    down.expect(200, "Download Success", "");
+    EXPECT_TRUE(read("to/res.dat") == whole);
+    EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
+    EXPECT_TRUE(down.monotone);
+}
+
+// Working files are this download's own: one of a running download stays, one that was left behind is removed.
+TEST_F(TransferTest, download_workingNameInUse_takesAnother)
+{
+    const QString name = "UNCONFIRMED_DOWNLOAD.res.dat._00001_00003", first = name + ".VELMORA";
+    QDir(folder.path()).mkdir("to");
+    write("to/" + first, "left behind");
+    write("to/" + name + ".2.VELMORA", "left behind");
+    write("to/UNCONFIRMED_DOWNLOAD.res.dat._00002_00003.VELMORA", "left behind");
+    write("to/res.dat._00001_00003", "of the user");
+    const QByteArray contents[] = {noise(1000000), noise(1000001)};
+    list({piece(pieceName(1, "a/res.dat"), contents[0])}, "a/res.dat");
+    list({piece(pieceName(1, "b/res.dat"), contents[1]), piece(pieceName(2, "b/res.dat"), "")}, "b/res.dat");
+    for (const char *path : {"/s/p0", "/s/p1"})
+        faults[path] = answer(200, stored[path]).paused(700000);
+    CloudAPI other; // another session; a lock does not distinguish it from another process
+    other.logUserIn("a@b", "p", "", {});
+    ASSERT_TRUE(waitUntil([&] { return other.isUserLoggedIn(); }));
+    Transfer<FileDownloadDetails> second;
+    download(wanted("to/one", "a/res.dat"));
+    ASSERT_TRUE(waitForFiles([&] { return read("to/" + first).size() > 100000; }));
+    other.downloadFile(wanted("to/two", "b/res.dat"), second.progressed(), second.completed());
+    ASSERT_TRUE(waitForFiles([&] { return read("to/" + name + ".2.VELMORA").size() > 100000; }));
+    ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 2; }));
+    EXPECT_GT(read("to/" + first).size(), 100000) << "left alone";
+    loopback.server.resume();
+    ASSERT_TRUE(down.wait() && second.wait());
+    EXPECT_TRUE(read("to/one") == contents[0] && read("to/two") == contents[1]);
+    EXPECT_EQ(filesIn("to"), QStringList({"one", "res.dat._00001_00003", "two"}));
+    EXPECT_EQ(read("to/res.dat._00001_00003"), "of the user");
+}
+
+TEST_F(TransferTest, download_nameTooLongForAFolder_isShortened)
+{
+    const QString name = "out/" + QString(120, QChar(0xfc));
+    list({piece(pieceName(1, name), "one "), piece(pieceName(2, name), "two")}, name);
+    download(wanted("to/res.dat", name.toUtf8()));
+    ASSERT_TRUE(down.wait());
+    EXPECT_EQ(read("to/res.dat"), "one two") << down.error.errorMessage;
+    EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
+    const QString pairs = QString::fromUcs4(U"\U0001F30A").repeated(200);
+    const QString path = WorkingFile::pathOf("to", 'x' + pairs, 12);
+    EXPECT_TRUE(path.endsWith(".12.VELMORA") && path.startsWith("to/UNCONFIRMED_DOWNLOAD.x")) << path.toStdString();
+    const int length = onWindows ? path.size() - 3 : path.toUtf8().size() - 3;
+    EXPECT_TRUE(length > 250 && length <= 255) << length;
+    EXPECT_EQ(QString::fromUtf8(path.toUtf8()), path) << "no half of a pair is left";
+}
+
+TEST_F(TransferTest, download_replacedFile_keepsItsPermissions)
+{
+    const auto own = QFile::ReadOwner | QFile::WriteOwner;
+    QDir(folder.path()).mkdir("to");
+    write("to/res.dat", "old");
+    ASSERT_TRUE(QFile::setPermissions(qt("to/res.dat"), own));
+    const auto before = QFile::permissions(qt("to/res.dat"));
+    list({piece(pieceName(1), "content")});
+    download(wanted());
+    ASSERT_TRUE(down.wait());
+    EXPECT_EQ(read("to/res.dat"), "content");
+    EXPECT_EQ(QFile::permissions(qt("to/res.dat")), before);
+}
+
+/// Keeps the threads of a pool busy until it goes.
+class BusyPool {
+public:
+    explicit BusyPool(QThreadPool &pool)
+        : m_pool(pool)
+    {
+        for (int i = 0; i < pool.maxThreadCount(); ++i)
+            startOnPool(&pool, [this] { m_end.acquire(); });
+    }
+    ~BusyPool() { m_end.release(m_pool.maxThreadCount()); }
+
+private:
+    Q_DISABLE_COPY(BusyPool)
+    QThreadPool &m_pool;
+    QSemaphore m_end;
+};
+
+TEST_F(TransferTest, download_diskTakesNothing_holdsTheSenderUp)
+{
+    const QByteArray content = noise(8 * 1024 * 1024);
+    list({piece(pieceName(1), content)});
+    faults["/s/p0"] = answer(200, stored["/s/p0"]).closed(); // the end comes while the answer is held up
+    {
+        const BusyPool busy(*partsOf(*api).storage.pool());
+        download(wanted());
+        ASSERT_TRUE(waitUntil([&] { return down.progress > 900 * 1024; }));
+        EXPECT_FALSE(waitUntil([&] { return down.progress > 1024 * 1024; }, 300)) << "memory is bounded";
+    }
+    ASSERT_TRUE(down.wait());
+    EXPECT_EQ(down.error.errorCode, 200) << down.error.errorMessage;
+    EXPECT_TRUE(read("to/res.dat") == content);
+}
+
+TEST_F(TransferTest, download_cannotWriteWhileItIsHeldUp_fails)
+{
+    list({piece(pieceName(1), noise(8 * 1024 * 1024))});
+    faults["/s/p0"] = answer(200, stored["/s/p0"]).paused(6 * 1024 * 1024);
+    write("to", "a file, not a folder");
+    {
+        const BusyPool busy(*partsOf(*api).storage.pool());
+        download(wanted());
+        ASSERT_TRUE(waitUntil([&] { return down.progress > 900 * 1024; }));
+    }
+    ASSERT_TRUE(down.wait()) << "though the server sends nothing more";
+    down.expect(400, "Unable to write to target file", "could not be created");
 }
 
 TEST_F(TransferTest, download_hiddenFile_asksForTheListingEveryThirtyMinutes)
@@ -72,8 +210,7 @@ TEST_F(TransferTest, download_targetInUse_isRefusedInsideTheCall)
     faults["/s/"] = silence();
     list({piece(pieceName(1), "content")});
     download(wanted());
-    for (const FileDownloadDetails &second :
-         {wanted(), wanted("to/other name"), wanted("to/../to/res.dat", "another")}) {
+    for (const FileDownloadDetails &second : {wanted(), wanted("to/../to/res.dat", "another")}) {
         Transfer<FileDownloadDetails> late;
         api->downloadFile(second, late.progressed(), late.completed());
         EXPECT_EQ(late.completions, 1);

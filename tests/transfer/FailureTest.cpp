@@ -40,7 +40,8 @@ public:
 
 TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
 {
-    const auto &[name, spoil, message, code, title] = GetParam();
+    const auto &[name, spoil, message, code, ownTitle] = GetParam();
+    const std::string title = ownTitle ? ownTitle : "";
     const bool uploads = QByteArray(name).startsWith("upload");
     const std::string path = write("plain.txt", "PLAINTEXT");
     QDir(folder.path()).mkdir("to");
@@ -53,7 +54,7 @@ TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
         upload(path);
         EXPECT_EQ(up.completions, 0) << "inside the call";
         ASSERT_TRUE(up.wait());
-        up.expect(code, title ? title : "File Failed to Upload", message);
+        up.expect(code, ownTitle ? title : "File Failed to Upload", message);
         EXPECT_LE(seen("/s/"), 1);
         for (const ReceivedRequest &request : loopback.server.requests())
             EXPECT_FALSE(request.body.contains("PLAINTEXT"));
@@ -61,9 +62,12 @@ TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
         download(wanted());
         EXPECT_EQ(down.completions, 0) << "inside the call";
         ASSERT_TRUE(down.wait());
-        down.expect(code, title ? title : "Unable to download file", message);
+        down.expect(code, ownTitle ? title : "Unable to download file", message);
         EXPECT_TRUE(down.monotone);
-        EXPECT_FALSE(filesIn("to").contains("UNCONFIRMED_JOIN.res.dat.VELMORA"));
+        for (const QString &left : filesIn("to"))
+            EXPECT_TRUE(left == "res.dat" || left.startsWith("UNCONFIRMED_DOWNLOAD.res.dat")) << left.toStdString();
+        const bool namesAreBad = message == std::string(stitch) || title == writeTitle;
+        EXPECT_TRUE(!namesAreBad || seen("/s/") == 0) << "fetched before the names were checked";
         EXPECT_EQ(filesIn("."), QStringList({"plain.txt", "tmp", "to"})) << "written outside the target's folder";
     }
     EXPECT_EQ(read("to/res.dat"), "old") << "the target is left alone";
@@ -93,23 +97,39 @@ const Row rows[] = {
     {"noChunks", [](Test &t) { t.chunks = {}; }, stitch},
     {"keyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
     {"pieceRefused", [](Test &t) { t.faults["/s/p1"] = answer(403, refused); }, "no way", 403},
-    {"pieceRedirected", [](Test &t) { t.faults["/s/p1"] = answer(302, {}, {}, "Location: /s/p0\r\n"); }, "", 302},
+    {"pieceRedirected", [](Test &t) { t.faults["/s/p1"] = answer(302, {}, {}, "Location: /s/p0\r\n"); }, "status 302",
+     302},
+    {"pieceIsPartial", [](Test &t) { t.faults["/s/p1"] = answer(206, t.cipher()); }, "status 206"},
+    {"pieceWithoutContent", [](Test &t) { t.faults["/s/p1"] = answer(204); }, "status 204"},
+    {"informationOnly", [](Test &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 103 Early\r\n\r\n"}.closed(); },
+     "before it answered"},
     {"cutAtABlock",
      [](Test &t) {
          const Answer whole = answer(200, t.cipher(), "application/octet-stream");
          t.faults["/s/p1"] = whole.cut(whole.bytes.size() - t.cipher().size() + 128 * 1024);
-     }},
-    {"noLength",
-     [](Test &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 200 OK\r\n\r\n" + t.cipher().left(1000)}.closed(); }},
+     },
+     "before its answer was complete"},
+    {"cutBetweenChunks", [](Test &t) { t.faults["/s/p1"] = Answer{chunked(t.cipher())}.closed(); },
+     "before its answer was complete"},
+    {"noLength", [](Test &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 200 OK\r\n\r\n" + t.cipher()}.closed(); },
+     "cannot be known to be whole"},
+    {"noLengthAndEmpty", [](Test &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 200 OK\r\n\r\n"}.closed(); },
+     "cannot be known to be whole"},
     {"gzip",
      [](Test &t) { t.faults["/s/p1"] = answer(200, qCompress(t.cipher()).mid(4), {}, "Content-Encoding: gzip\r\n"); }},
-    {"empty", [](Test &t) { t.cipher().clear(); }},
-    {"badLastBlock", [](Test &t) { t.cipher().chop(16); }},
+    {"empty", [](Test &t) { t.cipher().clear(); }, "empty piece"},
+    {"badLastBlock", [](Test &t) { t.cipher().chop(16); }, "does not decrypt"},
+    {"cutInABlock", [](Test &t) { t.cipher().chop(5); }, "whole number of blocks"},
     {"pieceWithoutSuffix", [](Test &t) { t.rename("other.dat"); }, stitch},
     {"pieceTwice", [](Test &t) { t.rename("x/res.dat._00001_00003"); }, stitch},
-    {"pieceNamedAsTheTarget", [](Test &t) { t.rename("out/res.dat"); }, "", 400, writeTitle},
-    {"nameGoesUp", [](Test &t) { t.rename("out/.."); }, "", 400, writeTitle},
-    {"nameIsEmpty", [](Test &t) { t.rename("out/"); }, "", 400, writeTitle},
+    {"pieceMissing", [](Test &t) { t.rename("out/res.dat._00004_00004"); }, stitch},
+    {"firstPieceMissing", [](Test &t) { t.rename("out/res.dat._00004_00004", 0); }, stitch},
+    {"pieceNamedAsTheTarget", [](Test &t) { t.rename("out/res.dat"); }, stitch},
+    {"nameGoesUp", [](Test &t) { t.rename("out/.."); }, stitch},
+    {"nameIsEmpty", [](Test &t) { t.rename("out/"); }, stitch},
+    {"nameHasADrive", [](Test &t) { t.rename("out/c:x._00002_00003"); }, "c:x", 400, writeTitle},
+    {"nameHasAFolder", [](Test &t) { t.rename("out/..\\x._00002_00003"); }, "x._", 400, writeTitle},
+    {"joinedNameGoesUp", [](Test &t) { t.rename("out/..._00002_00003"); }, "...", 400, writeTitle},
     {"joinedNameIsEmpty", [](Test &t) { t.rename("._00001_00003", 0); }, "", 400, writeTitle},
     {"addressIsALocalFile", [](Test &t) { t.change(1, "uri", "file:///etc/passwd"); }, "address"},
 };
@@ -119,13 +139,14 @@ INSTANTIATE_TEST_SUITE_P(Table, FailureTest, testing::ValuesIn(rows), [](const a
 TEST_F(TransferTest, cancel_transfersUnderWay_completesThemInsideTheCall)
 {
     const FileUploadDetails file{write("big", noise(4 * 1024 * 1024)), "J1", 0};
-    list({piece(pieceName(1), noise(100000)), piece(pieceName(2), noise(100000))});
+    list({piece(pieceName(1), noise(1000000)), piece(pieceName(2), noise(1000000))});
     faults["/s/up"] = silence();
-    faults["/s/p0"] = answer(200, stored["/s/p0"]).paused(50000);
+    for (const char *path : {"/s/p0", "/s/p1"})
+        faults[path] = answer(200, stored[path]).paused(700000);
     upload(file.localFileLocation);
     upload(file.localFileLocation); // side by side with the first
     download(wanted());
-    ASSERT_TRUE(waitUntil([&] { return seen("/s/up") == 2 && seen("/s/p1") > 0 && down.progress > 100000; }));
+    ASSERT_TRUE(waitForFiles([&] { return seen("/s/up") == 2 && filesIn("to").size() == 2; })) << "written";
     EXPECT_TRUE(api->cancelUpload(file) && api->cancelDownload(wanted()));
     EXPECT_EQ(up.completions + down.completions, 3) << "inside the calls";
     EXPECT_FALSE(api->cancelUpload(file) || api->cancelDownload(wanted()));

@@ -13,6 +13,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -38,6 +39,16 @@ inline QByteArray noise(int size)
 inline QString pieceName(int number, const QString &base = "out/res.dat")
 {
     return base + QStringLiteral("._%1_00003").arg(number, 5, 10, QLatin1Char('0'));
+}
+
+/// The head of an answer in chunks, and all of them but the last, empty one.
+inline QByteArray chunked(const QByteArray &body)
+{
+    const int half = body.size() / 2;
+    QByteArray bytes = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    for (const QByteArray &part : {body.left(half), body.mid(half)})
+        bytes += QByteArray::number(part.size(), 16) + "\r\n" + part + "\r\n";
+    return bytes;
 }
 
 /// What the callbacks of some transfers received.
@@ -148,6 +159,14 @@ protected:
         const QByteArray result = read("crypt");
         EXPECT_TRUE(QFile::remove(qt("crypt")));
         return result;
+    }
+
+    /// As `waitUntil`, for what other threads do to files, which wakes no event loop.
+    bool waitForFiles(const std::function<bool()> &condition)
+    {
+        QTimer tick;
+        tick.start(5);
+        return waitUntil(condition);
     }
 
     void upload(const std::string &path) { api->uploadFile({path, "J1", 0}, up.progressed(), up.completed()); }
