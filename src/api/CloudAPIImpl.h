@@ -47,7 +47,7 @@ public:
     SocketManager sockets;
     JobGrants grants{rest};
     StorageClient storage;
-    FileTransferManager transfers;
+    FileTransferManager transfers{storage.pool()};
 
 private:
     void connectTransfers();

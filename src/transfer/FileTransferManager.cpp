@@ -35,14 +35,17 @@ std::vector<std::unique_ptr<Transfer>> take(std::list<std::unique_ptr<Transfer>>
 
 } // namespace
 
-FileTransferManager::FileTransferManager() = default;
+FileTransferManager::FileTransferManager(QThreadPool *uploadPool)
+    : m_uploadPool(uploadPool)
+{
+}
 
 FileTransferManager::~FileTransferManager() = default;
 
 void FileTransferManager::uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                                      const ResultDone<FileUploadDetails> &onComplete)
 {
-    m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete));
+    m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete, m_uploadPool));
     FileUpload *upload = m_uploads.back().get();
     connect(upload, &FileUpload::signalExamined, this, [this, upload] {
         const auto send = [upload](const ApiError &error, const QJsonObject &address) {

@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QThreadPool>
 
 #include <list>
 #include <memory>
@@ -27,7 +28,8 @@ struct StorageRequest;
 class FileTransferManager : public QObject {
     Q_OBJECT
 public:
-    FileTransferManager();
+    /// @param uploadPool  where uploads look at their files; outlives this
+    explicit FileTransferManager(QThreadPool *uploadPool);
     ~FileTransferManager() override;
 
     void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
@@ -52,6 +54,7 @@ private:
     void slotDownloadComplete(DownloadObjects *download, const ApiError &error);
 
     DownloadPools m_pools;
+    QThreadPool *m_uploadPool;
     std::list<std::unique_ptr<FileUpload>> m_uploads;
     std::list<std::unique_ptr<DownloadObjects>> m_downloads;
 };

@@ -12,11 +12,12 @@
 namespace Velmora {
 
 FileUpload::FileUpload(const FileUploadDetails &file, const UploadProgress &onProgress,
-                       const ResultDone<FileUploadDetails> &onComplete)
+                       const ResultDone<FileUploadDetails> &onComplete, QThreadPool *pool)
     : m_details(file)
     , m_onProgress(onProgress)
     , m_onComplete(onComplete)
     , m_source(std::make_shared<Source>(toQt(file.localFileLocation)))
+    , m_work(pool)
 {
     m_details.totalFileSize = QFileInfo(toQt(file.localFileLocation)).size();
 }

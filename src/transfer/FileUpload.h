@@ -29,7 +29,7 @@ class FileUpload : public QObject {
     Q_OBJECT
 public:
     FileUpload(const FileUploadDetails &file, const UploadProgress &onProgress,
-               const ResultDone<FileUploadDetails> &onComplete);
+               const ResultDone<FileUploadDetails> &onComplete, QThreadPool *pool);
     ~FileUpload() override;
 
     /// Same local file, same job.

@@ -5,7 +5,6 @@
 
 #include "storage/Route.h"
 
-#include <QCoreApplication>
 #include <QNetworkProxy>
 
 #ifndef Q_OS_WIN
@@ -33,17 +32,17 @@ protected:
 
 TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
 {
-    constexpr auto closed = "closed the connection before";
+    constexpr auto none = "closed the connection before it answered", cut = "before its answer was complete";
     const Answer whole = answer(200, R"({"a":1})");
     const Answer early{"HTTP/1.1 103 Early\r\nLink: <x>\r\n\r\n" + answer(507, refused).bytes};
     const std::tuple<const char *, Answer, int, const char *> rows[] = {
         {"a status below 300", answer(201, "{}"), 201, ""},
         {"a refusal", answer(403, refused), 403, "no way"},
         {"an informational one first", early, 507, "no way"},
-        {"only an informational one", early.cut(33), 400, closed},
-        {"none", hangUp(), 400, closed},
-        {"a head that was cut", whole.cut(20), 400, closed},
-        {"a body that was cut", whole.cut(whole.bytes.size() - 3), 400, closed},
+        {"only an informational one", early.cut(33), 400, none},
+        {"none", hangUp(), 400, none},
+        {"a head that was cut", whole.cut(20), 400, ""},
+        {"a body that was cut", whole.cut(whole.bytes.size() - 3), 400, cut},
         {"a refusal that was cut", answer(403, refused).cut(90), 403, ""},
         {"no HTTP", Answer{"nonsense\r\n\r\n"}.closed(), 400, ""},
         {"a long refusal", answer(500, '"' + noise(3 * mebibyte).toHex() + '"'), 500, ""}};
@@ -274,22 +273,44 @@ TEST_F(StorageTest, upload_othersHang_completes)
 
 TEST_F(StorageTest, cancelAndDestroy_atAnyMoment_completeOnceOrNever)
 {
-    const FileUploadDetails file{write("f", noise(2 * mebibyte)), "J1", 0};
-    for (int turns = 0; turns < 60; ++turns) {
+    const FileUploadDetails file{write("f", noise(8 * mebibyte)), "J1", 0};
+    qint64 keys = 0, addresses = 0;
+    const std::tuple<const char *, std::function<void()>, std::function<bool()>> moments[] = {
+        {"at once", [] {}, [] { return true; }},
+        {"asking for the key", [] {}, [&] { return seen(keyPath) > keys; }},
+        {"asking for the address", [] {}, [&] { return seen(addressPath) > addresses; }},
+        {"connecting", [] {}, [&] { return seen(addressPath) > addresses && server.openConnections() > 1; }},
+        {"beginning", [] {}, [&] { return up.progress > 0; }},
+        {"sending", [&] { server.interrupt("/s/up", {}); }, [&] { return server.interrupted() == 3; }},
+        {"waiting for the answer", [&] { faults["/s/up"] = silence(); }, [&] { return server.pausing() == 3; }},
+        {"refused",
+         [&] {
+             server.interrupt("/s/up", {0, answer(413), Interruption::Resets});
+         },
+         [&] { return up.completions > 0; }}};
+    for (const auto &[name, prepare, reached] : moments) {
         for (const bool destroys : {false, true}) {
+            SCOPED_TRACE(testing::Message() << name << (destroys ? ", destroyed" : ", cancelled"));
+            api = std::make_unique<CloudAPI>(); // asks for the key and the address again
+            keys = seen(keyPath);
+            addresses = seen(addressPath);
+            faults.clear();
+            prepare();
             up = {};
             for (int i = 0; i < 3; ++i)
                 upload(file.localFileLocation);
-            for (int i = 0; i < turns; ++i)
-                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 1);
+            ASSERT_TRUE(waitUntil(reached));
             if (destroys)
-                api = std::make_unique<CloudAPI>();
+                api.reset();
             else
                 api->cancelUpload(file);
             const int completions = up.completions;
+            EXPECT_TRUE(destroys || completions > 0);
+            server.readOn();
+            EXPECT_TRUE(waitUntil([this] { return server.openConnections() <= 1; })) << "not ended";
             settle();
-            EXPECT_EQ(up.completions, completions);
-            EXPECT_TRUE(destroys || completions == 3);
+            EXPECT_LE(up.completions, 3);
+            EXPECT_EQ(up.completions, destroys ? completions : 3);
         }
     }
 }
