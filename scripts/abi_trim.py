@@ -12,24 +12,32 @@ import sys
 import xml.etree.ElementTree as xml
 
 DECLARATION = r"\b(?:class|struct|enum)(?: class)?(?: VELMORA_EXPORT)? (\w+)[^;\n]*\{"
+FORWARD = r"\b(?:class|struct) (\w+);"
 CONTAINERS = ("abi-corpus", "abi-instr", "namespace-decl")
 SYMBOLS = ("elf-function-symbols", "elf-variable-symbols", "elf-symbol")
 
 
-def declared(paths):
-    """Names of the types that the headers declare."""
+def named(pattern, paths):
+    """The names in the headers that the pattern finds."""
     names = set()
     for path in paths:
         with open(path, encoding="utf-8") as file:
-            names.update(re.findall(DECLARATION, file.read()))
+            names.update(re.findall(pattern, file.read()))
     return names
 
 
-def close(types, own):
-    """Empties the types that are not ours. Those inside one of ours are its own, too."""
+def close(types, own, hidden):
+    """Empties the types that are not ours. Those inside one of ours are its own, too. Of those that the headers only
+    name, nobody outside knows the size."""
     for node in types:
+        node.attrib.pop("is-non-reachable", None)  # `prune` says it
         if node.tag == "namespace-decl":
-            close(node, own)
+            close(node, own, hidden)
+        elif node.tag == "class-decl" and node.get("name") in hidden:
+            for part in list(node):
+                node.remove(part)
+            node.attrib.pop("size-in-bits", None)
+            node.set("is-declaration-only", "yes")
         elif node.tag in ("class-decl", "union-decl", "enum-decl") and node.get("name") not in own:
             for part in list(node) if node.tag != "enum-decl" else node.findall("enumerator"):
                 node.remove(part)
@@ -61,7 +69,7 @@ def prune(corpus, own):
         return kept
 
     by_functions = reached(list(exported))
-    types = [node for node in corpus.iter("class-decl") if node.get("name") in own]
+    types = [node for node in corpus.iter() if node.tag in ("class-decl", "enum-decl") and node.get("name") in own]
     for node in types:
         if node not in by_functions:  # only by std::function and std::list, which are closed
             node.set("is-non-reachable", "yes")
@@ -74,12 +82,14 @@ def prune(corpus, own):
 
 corpus = xml.parse(sys.stdin).getroot()
 like = sys.argv[2] if sys.argv[1] == "--like" else None
-own = declared(sys.argv[3 if like else 1:])
+headers = sys.argv[3 if like else 1:]
+own = named(DECLARATION, headers)
+hidden = named(FORWARD, headers) - own
 if like:
     own &= {node.get("name") for node in xml.parse(like).iter()}
 for number, unit in enumerate(corpus.findall("abi-instr")):
     unit.set("path", str(number))  # must differ, but not when a source moves
-    close(unit, own)
+    close(unit, own, hidden)
 prune(corpus, own)
 xml.indent(corpus, " ")
 print(xml.tostring(corpus, encoding="unicode"))

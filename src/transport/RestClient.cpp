@@ -93,8 +93,6 @@ QNetworkReply *RestClient::sendBody(const char *announcement, QNetworkRequest re
     QNetworkReply *reply = nullptr;
     if (verb == "POST")
         reply = m_network->post(request, body);
-    else if (verb == "PUT")
-        reply = m_network->put(request, body);
     else
         reply = m_network->sendCustomRequest(request, verb, body);
     body->setParent(reply);
