@@ -16,7 +16,6 @@
 
 #include <openssl/evp.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -97,17 +96,6 @@ void largeFile(const std::string &folder, std::size_t size, int rounds)
     row(
         "do_encode_binfile, large file", "openssl enc", 0.8, rounds, [&] { ours(true, plain, mine); },
         [&] { openssl(true, plain, other); });
-    requireSame(mine, other);
-
-    const std::atomic<bool> stop{false};
-    row(
-        "upload's local work, source to encrypted file", "one do_encode_binfile pass", 1.05, rounds,
-        [&] {
-            require(Velmora::encryptFile(key, QFile::decodeName(plain.c_str()), QFile::decodeName(other.c_str()), stop)
-                        .ok(),
-                    "encryptFile failed");
-        },
-        [&] { ours(true, plain, mine); });
     requireSame(mine, other);
 
     require(std::rename(mine.c_str(), plain.c_str()) == 0, "cannot rename");

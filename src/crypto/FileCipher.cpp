@@ -3,6 +3,8 @@
 #include "base/DiskFile.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -12,14 +14,13 @@ namespace Velmora {
 
 namespace {
 
-using Status = FileCipherStatus;
-using Result = FileCipherResult;
-
-Result failure(Status status, const DiskFile &file) { return {status, file.problem()}; }
-
-Result cancelled() { return {Status::Cancelled, QStringLiteral("Cancelled")}; }
-
-Result cipherFailure() { return {Status::CipherFailed, QStringLiteral("The cipher could not be run")}; }
+enum class Status {
+    Ok,
+    InputFailed,     ///< missing, not readable, or a folder
+    OutputNotOpened, ///< not creatable, or the input itself
+    WriteFailed,     ///< a full disk, for example
+    CipherFailed,    ///< the cipher could not be set up, or memory is short
+};
 
 // The file being written: gone again unless it was completed.
 class Output {
@@ -53,119 +54,91 @@ private:
     bool m_incomplete;
 };
 
-Result stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &cipher, const std::atomic<bool> &stop)
+Status stream(DiskFile &source, std::uintmax_t size, DiskFile &output, Cipher &cipher)
 {
     const auto bufferSize = static_cast<std::size_t>(std::min<std::uintmax_t>(size, fileCipherBufferSize));
     // One block for what an update holds back, one for the padding.
     const std::unique_ptr<unsigned char[]> buffers(
         new (std::nothrow) unsigned char[2 * bufferSize + 2 * cipherBlockSize]);
     if (!buffers)
-        return cipherFailure();
+        return Status::CipherFailed;
     unsigned char *const in = buffers.get();
     unsigned char *const out = in + bufferSize;
 
     std::uintmax_t total = 0;
     bool last = false;
     while (!last) {
-        if (stop.load(std::memory_order_relaxed))
-            return cancelled();
-
         const auto wanted = static_cast<std::size_t>(std::min<std::uintmax_t>(size - total, bufferSize));
         const qint64 read = source.read(in, wanted);
         if (read < 0)
-            return failure(Status::ReadFailed, source);
+            return Status::InputFailed;
         const auto got = static_cast<std::size_t>(read);
         total += got;
         last = got < wanted || total == size;
 
         int produced = 0;
         if (got > 0 && !cipher.update(in, static_cast<int>(got), out, &produced))
-            return cipherFailure();
+            return Status::CipherFailed;
         if (last) {
             int tail = 0;
             cipher.finish(out + produced, &tail); // decrypting, what has no padding ends where its blocks end
             produced += tail;
         }
         if (produced > 0 && !output.write(out, static_cast<std::size_t>(produced)))
-            return failure(Status::WriteFailed, output);
+            return Status::WriteFailed;
     }
-    return {};
+    return Status::Ok;
 }
 
-Result cryptFile(Cipher::Direction direction, const unsigned char *key, const unsigned char *iv, DiskFile &source,
-                 DiskFile &target, const std::atomic<bool> &stop)
+Status cryptFile(Cipher::Direction direction, const unsigned char *key, const unsigned char *iv, DiskFile &source,
+                 DiskFile &target)
 {
-    if (stop.load(std::memory_order_relaxed))
-        return cancelled();
-
     // The C library opens a folder as a file on some platforms and only fails to read it.
     const DiskFile::Kind kind = source.kind();
     if (kind == DiskFile::Kind::Folder)
-        return {Status::InputNotOpened, QStringLiteral("Is a directory")};
+        return Status::InputFailed;
     if (!source.openToRead())
-        return failure(Status::InputNotOpened, source);
+        return Status::InputFailed;
 
     std::uintmax_t size = std::numeric_limits<std::uintmax_t>::max();
     if (kind == DiskFile::Kind::Regular) {
         const qint64 known = source.size();
         if (known < 0)
-            return failure(Status::InputNotOpened, source);
+            return Status::InputFailed;
         size = static_cast<std::uintmax_t>(known);
     }
 
     Cipher cipher(direction, key, iv);
     if (!cipher.isReady())
-        return cipherFailure();
+        return Status::CipherFailed;
     if (source.isSameAs(target))
-        return {Status::OutputNotOpened, QStringLiteral("The output is the input itself")};
+        return Status::OutputNotOpened;
     Output output(target);
     if (!target.isOpen())
-        return failure(Status::OutputNotOpened, target);
-    Result result = stream(source, size, target, cipher, stop);
-    if (result.ok() && !output.complete())
-        result = failure(Status::WriteFailed, target);
-    return result;
+        return Status::OutputNotOpened;
+    const Status status = stream(source, size, target, cipher);
+    return status == Status::Ok && !output.complete() ? Status::WriteFailed : status;
 }
 
-Result cryptFileThroughSibling(Cipher::Direction direction, const CipherKey &key, const QString &path,
-                               const std::atomic<bool> &stop)
+Status cryptFileThroughSibling(Cipher::Direction direction, const CipherKey &key, const QString &path)
 {
+    static const std::atomic<bool> never{false};
     const QString siblingPath = path + QLatin1String("orig");
     DiskFile sibling(siblingPath);
     if (sibling.kind() != DiskFile::Kind::Folder)
         sibling.remove();
-    Result result;
+    Status status;
     {
         DiskFile source(path); // closed before it is replaced
-        result = cryptFile(direction, key.data(), fixedIv, source, sibling, stop);
+        status = cryptFile(direction, key.data(), fixedIv, source, sibling);
     }
-    if (!result.ok())
-        return result;
-    const QString problem = replaceFile(siblingPath, path, stop);
-    if (!problem.isEmpty()) {
-        sibling.remove();
-        result = {Status::WriteFailed, problem};
-    }
-    return result;
+    if (status != Status::Ok || replaceFile(siblingPath, path, never).isEmpty())
+        return status;
+    sibling.remove();
+    return Status::WriteFailed;
 }
-
-const std::atomic<bool> neverStop{false};
-
-Result badKey() { return {Status::BadKey, QStringLiteral("The key is empty or too long")}; }
 
 } // namespace
-
-FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
-                             const std::atomic<bool> &stop)
-{
-    const CipherThreadState state; // first: released when the cipher and its key have gone
-    const CipherKey bytes(key);
-    if (key.isEmpty() || !bytes.isValid())
-        return badKey();
-    DiskFile input(source);
-    DiskFile output(destination);
-    return cryptFile(Cipher::Direction::Encrypt, bytes.data(), fixedIv, input, output, stop);
-}
 
 int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt)
 {
@@ -173,7 +146,7 @@ int cryptFileInPlace(const QByteArray &key, const QString &path, bool encrypt)
     if (!bytes.isValid())
         return 1;
     const auto direction = encrypt ? Cipher::Direction::Encrypt : Cipher::Direction::Decrypt;
-    switch (cryptFileThroughSibling(direction, bytes, path, neverStop).status) {
+    switch (cryptFileThroughSibling(direction, bytes, path)) {
     case Status::CipherFailed:
         return 1;
     case Status::WriteFailed:
@@ -192,7 +165,7 @@ int cryptBinaryFile(Cipher::Direction direction, const char *inPath, const char 
         return 2;
     DiskFile input{Utf8Path{inPath}};
     DiskFile output{Utf8Path{outPath}};
-    switch (cryptFile(direction, key, iv, input, output, neverStop).status) {
+    switch (cryptFile(direction, key, iv, input, output)) {
     case Status::Ok:
         return 0;
     case Status::OutputNotOpened:

@@ -1,8 +1,5 @@
 /// @file FileCipher.h
-/// Encryption and decryption of whole files for the transfers: one pass, constant memory, and a result
-/// that says what went wrong. The functions block; call them on pool threads.
-///
-/// A cancellation flag may be set from any thread. It is read between two buffers and must outlive the call.
+/// Encryption and decryption of whole files, in one pass and constant memory. The functions block.
 #ifndef VELMORA_CRYPTO_FILECIPHER_H
 #define VELMORA_CRYPTO_FILECIPHER_H
 
@@ -11,7 +8,6 @@
 #include <QByteArray>
 #include <QString>
 
-#include <atomic>
 #include <cstddef>
 
 namespace Velmora {
@@ -19,32 +15,9 @@ namespace Velmora {
 /// Bytes read and written at a time.
 constexpr std::size_t fileCipherBufferSize = 256 * 1024;
 
-enum class FileCipherStatus {
-    Ok,
-    BadKey,          ///< empty, or longer than 32 bytes
-    InputNotOpened,  ///< missing, not readable, or a folder
-    ReadFailed,      ///< reading the input failed
-    OutputNotOpened, ///< not creatable, or the input itself
-    WriteFailed,     ///< a full disk, for example
-    CipherFailed,    ///< the cipher could not be set up, or memory is short
-    Cancelled,       ///< the cancellation flag was set
-};
-
-struct FileCipherResult {
-    FileCipherStatus status = FileCipherStatus::Ok;
-    QString reason; ///< why, for people; the system's text where a file was at fault; empty when ok
-
-    bool ok() const { return status == FileCipherStatus::Ok; }
-};
-
-/// Encrypts `source` into `destination`, which is created or replaced. Unless the result is ok, the destination is
-/// removed; one that could not be opened stays as it was.
-FileCipherResult encryptFile(const QByteArray &key, const QString &source, const QString &destination,
-                             const std::atomic<bool> &stop);
-
 /// Replaces the file at `path` by its encryption, or leniently by its decryption. The result grows beside it in `path`
-/// + "orig", whose leftover is removed first, and takes its place when it is complete. Unlike the function above it
-/// takes an empty key, as 32 zero bytes.
+/// + "orig", whose leftover is removed first, and takes its place when it is complete. An
+/// empty key counts as 32 zero bytes.
 /// @return 0 done, and also when the file could not be read or the sibling not be created; 1 the key
 ///         is longer than 32 bytes or the cipher failed; 2 the result could not be written in full. The
 ///         file is unchanged in all cases but success.

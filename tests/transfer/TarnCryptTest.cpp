@@ -14,8 +14,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-using Status = FileCipherStatus;
-
 namespace {
 
 using Bytes = QByteArray;
@@ -28,7 +26,7 @@ const Bytes nistPlain = Bytes::fromHex("6bc1bee22e409f96e93d7e117393172aae2d8a57
 const Bytes nistCipher = Bytes::fromHex("f58c4c04d6e5f1ba779eabfb5f7bfbd69cfc4e967edb808d679f777bc6702c7d"
                                         "39f23369a9d9bacfa530e26304231461b2eb05e2c39be9fcda6c19078c6a9d1b");
 const Bytes wrongKey(32, 'k');
-const std::atomic<bool> go{false}, stopped{true};
+const std::atomic<bool> go{false};
 constexpr int buffer = static_cast<int>(fileCipherBufferSize);
 
 unsigned char *raw(Bytes &bytes) { return reinterpret_cast<unsigned char *>(bytes.data()); }
@@ -46,10 +44,6 @@ protected:
     int decode(const char *in, const char *out, const Bytes &key = nistKey) const
     {
         return TarnCrypt::do_decode_binfile(at(in).c_str(), at(out).c_str(), raw(key), fixedIv);
-    }
-    Status encrypt(const char *in, const char *out, const Bytes &key = nistKey)
-    {
-        return encryptFile(key, qt(in), qt(out), go).status;
     }
     /// As a piece of a download is decrypted: the problem, and the text in `to`.
     QString decryptStrictly(const Bytes &cipherText, const char *to, const Bytes &key = nistKey)
@@ -165,8 +159,6 @@ TEST_F(TarnCryptFileTest, encryption_everySize_givesTheBytesOfTheOpensslCommand)
         EXPECT_TRUE(read("cipher") == cipher);
         ASSERT_EQ(decode("cipher", "shown"), 0);
         EXPECT_TRUE(read("shown") == plain);
-        ASSERT_EQ(encrypt("plain", "mine"), Status::Ok);
-        EXPECT_TRUE(read("mine") == cipher);
     }
 }
 
@@ -201,20 +193,17 @@ TEST_F(TarnCryptFileTest, decryption_damagedCipherText_keepsThePrefixOrFails)
     EXPECT_TRUE(read("strict") == plain);
 }
 
-TEST_F(TarnCryptFileTest, cipher_unusableFileOrCancelled_changesNothing)
+TEST_F(TarnCryptFileTest, cipher_unusableFile_changesNothing)
 {
     write("plain", "text");
     write("kept", "kept");
     for (const char *bad : {"missing", ""}) { // "" is the folder itself
         EXPECT_EQ(encode(bad, "kept"), 1);
         EXPECT_EQ(decode(bad, "kept"), 1);
-        EXPECT_EQ(encrypt(bad, "kept"), Status::InputNotOpened);
     }
     EXPECT_EQ(read("kept"), "kept");
-    for (const char *bad : {"no/such/folder", ""}) {
+    for (const char *bad : {"no/such/folder", ""})
         EXPECT_EQ(encode("plain", bad), 2);
-        EXPECT_EQ(encrypt("plain", bad), Status::OutputNotOpened);
-    }
     std::filesystem::create_hard_link(at("plain"), at("twin"));
     for (const char *same : {"plain", "./plain", "twin"}) {
         EXPECT_EQ(encode("plain", same), 2) << same;
@@ -222,8 +211,6 @@ TEST_F(TarnCryptFileTest, cipher_unusableFileOrCancelled_changesNothing)
     }
     EXPECT_EQ(cryptInPlace("missing", true), 0);
     EXPECT_FALSE(exists("missing") || exists("missingorig"));
-    EXPECT_EQ(encryptFile(nistKey, qt("plain"), qt("out"), stopped).status, Status::Cancelled);
-    EXPECT_FALSE(exists("out"));
     if (std::filesystem::exists("/dev/full")) {
         EXPECT_EQ(TarnCrypt::do_encode_binfile(at("plain").c_str(), "/dev/full", raw(nistKey), fixedIv), 2);
         EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
@@ -259,13 +246,12 @@ TEST_F(TarnCryptFileTest, inPlace_siblingOfACrash_isRemovedNotWrittenInto)
 TEST_F(TarnCryptFileTest, key_wrongLength_isPaddedOrRefused)
 {
     write("plain", "text");
-    ASSERT_EQ(encrypt("plain", "cipher", "short"), Status::Ok);
-    ASSERT_EQ(encode("plain", "padded", "short" + Bytes(27, '\0')), 0);
+    write("padded", "text");
+    ASSERT_EQ(cryptFileInPlace("short", qt("padded"), true), 0);
+    ASSERT_EQ(encode("plain", "cipher", "short" + Bytes(27, '\0')), 0);
     EXPECT_EQ(read("cipher"), read("padded"));
 
     write("kept", "kept");
-    for (const Bytes &key : {Bytes(), Bytes(33, 'k')})
-        EXPECT_EQ(encrypt("plain", "kept", key), Status::BadKey);
     EXPECT_EQ(cryptFileInPlace(Bytes(33, 'k'), qt("kept"), true), 1);
     EXPECT_EQ(read("kept"), "kept");
     ASSERT_EQ(cryptFileInPlace({}, qt("kept"), true), 0);
