@@ -26,7 +26,7 @@ bool fails(DiskCall call, const char *path)
     const std::lock_guard lock(mutex);
     if (!armed || call != wanted.call || string(path).compare(0, below.size(), below) != 0 || wanted.skip-- > 0)
         return false;
-    armed = wanted.everyTime;
+    armed = wanted.isPermanent;
     errno = wanted.error;
     return true;
 }

@@ -58,7 +58,7 @@ struct DiskFault {
     DiskCall call = DiskCall::None;
     int error = 0; ///< errno
     int skip = 0;  ///< so many such calls succeed first
-    bool everyTime = false;
+    bool isPermanent = false;
 };
 void failDisk(const string &folder, const DiskFault &fault);
 void restoreDisk();
