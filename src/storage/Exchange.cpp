@@ -316,7 +316,7 @@ std::size_t Exchange::onRead(char *to, std::size_t size, std::size_t count, void
 std::size_t Exchange::onWrite(const char *data, std::size_t size, std::size_t count, void *self)
 {
     auto &exchange = *static_cast<Exchange *>(self);
-    const auto length = static_cast<qint64>(size * count);
+    const qint64 length = static_cast<qint64>(size) * static_cast<qint64>(count);
     long status = 0;
     curl_easy_getinfo(exchange.m_handle, CURLINFO_RESPONSE_CODE, &status);
     if (exchange.m_request.sink && status < 300)

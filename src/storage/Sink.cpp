@@ -121,7 +121,8 @@ bool Sink::write(const QByteArray &part, bool isLast)
         return fail(QStringLiteral("The cipher could not be run"));
     if (isLast && !m_cipher->finish(out + produced, &closing))
         return fail(QStringLiteral("The file does not decrypt with this key"));
-    if (!m_file->open() || !m_file->write(out, static_cast<std::size_t>(produced + closing)))
+    const auto size = static_cast<std::size_t>(produced) + static_cast<std::size_t>(closing);
+    if (!m_file->open() || !m_file->write(out, size))
         return fail(m_file->problem(), true);
     return true;
 }

@@ -311,18 +311,17 @@ void StorageClient::collectAnswers()
     }
 }
 
-// Ends an exchange that is under way with its answer.
-void StorageClient::finish(const EntryPointer &entry, CURLcode result)
+// Ends an exchange that is under way with its answer. Takes a copy of the entry, which may stand in the list.
+void StorageClient::finish(EntryPointer entry, CURLcode result)
 {
-    const EntryPointer held = entry; // the argument may be in the list
-    m_underWay.remove(held);
-    StorageAnswer answer = held->exchange.answer(result);
-    end(*held);
+    m_underWay.remove(entry);
+    StorageAnswer answer = entry->exchange.answer(result);
+    end(*entry);
     {
         const std::lock_guard lock(m_mutex);
-        held->answer = std::move(answer);
+        entry->answer = std::move(answer);
     }
-    report(held);
+    report(entry);
 }
 
 // Takes an exchange that is under way off the connection.

@@ -87,7 +87,7 @@ private:
     void begin(const EntryPointer &entry, Lane &lane);
     void takeBackTurns();
     void collectAnswers();
-    void finish(const EntryPointer &entry, CURLcode result);
+    void finish(EntryPointer entry, CURLcode result);
     void end(Entry &entry);
 
     TrustReader m_trust;
