@@ -53,15 +53,23 @@ Trust TrustReader::read()
     const QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
     const auto mode = configuration.peerVerifyMode();
     m_trust.isVerified = mode == QSslSocket::AutoVerifyPeer || mode == QSslSocket::VerifyPeer;
-    QList<QSslCertificate> certificates = configuration.caCertificates();
-    if (loadsOnDemand(configuration))
-        certificates = certificates.isEmpty() ? systemAuthorities() : certificates + systemAuthorities();
-    if (certificates != m_certificates) { // quick for a list that is shared
-        m_certificates = certificates;
-        m_trust.authorities.clear();
-        for (const QSslCertificate &certificate : certificates)
-            m_trust.authorities += certificate.toPem();
+    const QList<QSslCertificate> listed = configuration.caCertificates();
+    const bool onDemand = loadsOnDemand(configuration);
+    if (m_read && listed == m_listed && onDemand == m_onDemand) // quick for a list that is shared
+        return m_trust;
+    m_read = true;
+    m_listed = listed;
+    m_onDemand = onDemand;
+    QList<QSslCertificate> certificates = listed;
+    if (onDemand) {
+        for (const QSslCertificate &authority : systemAuthorities()) {
+            if (!listed.contains(authority))
+                certificates.append(authority);
+        }
     }
+    m_trust.authorities.clear();
+    for (const QSslCertificate &certificate : qAsConst(certificates))
+        m_trust.authorities += certificate.toPem();
     return m_trust;
 }
 

@@ -31,7 +31,9 @@ public:
     Trust read();
 
 private:
-    QList<QSslCertificate> m_certificates;
+    bool m_read = false;
+    QList<QSslCertificate> m_listed; ///< by the configuration that was read last
+    bool m_onDemand = false;
     Trust m_trust;
 };
 

@@ -43,7 +43,8 @@ bool WorkingFile::open()
 {
     if (m_file.isOpen())
         return true;
-    if (!QDir().mkpath(m_folder)) {
+    // Where pieces make one folder side by side, all but one may fail on Windows at first.
+    if (!QDir().mkpath(m_folder) && !QDir().mkpath(m_folder)) {
         m_problem = QStringLiteral("The folder %1 could not be created.").arg(QDir::toNativeSeparators(m_folder));
         return false;
     }

@@ -146,7 +146,8 @@ TEST_F(StorageTest, source_noRegularFile_isRefused)
     for (const auto &[path, reason] : rows) {
         uploadAndWait(path);
         up.expect(400, failed, reason);
-        EXPECT_NE(up.error.errorMessage.find(path), std::string::npos) << up.error.errorMessage;
+        const std::string native = QDir::toNativeSeparators(QString::fromStdString(path)).toStdString();
+        EXPECT_NE(up.error.errorMessage.find(native), std::string::npos) << up.error.errorMessage;
     }
     EXPECT_EQ(seen("/s/"), 0);
 }
