@@ -135,14 +135,14 @@ public:
         : m_pool(pool)
     {
         for (int i = 0; i < pool.maxThreadCount(); ++i)
-            startOnPool(&pool, [this] { m_end.acquire(); });
+            startOnPool(&pool, [end = m_end] { end->acquire(); });
     }
-    ~BusyPool() { m_end.release(m_pool.maxThreadCount()); }
+    ~BusyPool() { m_end->release(m_pool.maxThreadCount()); }
 
 private:
     Q_DISABLE_COPY(BusyPool)
     QThreadPool &m_pool;
-    QSemaphore m_end;
+    std::shared_ptr<QSemaphore> m_end = std::make_shared<QSemaphore>(); ///< tasks may still hold it
 };
 
 TEST_F(TransferTest, download_diskTakesNothing_holdsTheSenderUp)
