@@ -27,7 +27,7 @@ class Exchange;
 /// Sends requests to the storage and receives its answers, on a thread of its own, so that the bytes pass no event
 /// loop.
 ///
-///     start() ─▶ waiting for its turn ─▶ under way ─ progressed() … ─ answered() ─▶ over
+///     start() ─▶ waiting for its turn ─▶ under way ─ progressed() … ─ answered() ─▶ finished
 ///
 /// Everything public is used on the owner's thread, where the handlers run from a clean stack; they may destroy this
 /// object. Cancelling and destroying wait for no network; destroying waits for what sources read and sinks write.

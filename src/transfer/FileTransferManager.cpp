@@ -3,6 +3,8 @@
 #include "transfer/FileUpload.h"
 #include "transfer/Titles.h"
 
+#include <QPointer>
+
 #include <algorithm>
 #include <vector>
 

@@ -8,7 +8,6 @@
 #include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QThreadPool>
 

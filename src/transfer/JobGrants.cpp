@@ -15,6 +15,12 @@ QString downloadKey(const QString &jobId, const QString &fileName)
     return QStringLiteral("%1/%2").arg(jobId, fileName);
 }
 
+// The message of a refusal is the service's alone. The network layer's text is for a broken connection.
+ApiError grantError(const Outcome &outcome, const char *title)
+{
+    return outcome.isRefused() ? operationError(outcome, title) : transferError(outcome, title);
+}
+
 } // namespace
 
 JobGrants::JobGrants(RestClient &rest)
@@ -43,7 +49,7 @@ void JobGrants::handleAESKeyRequest(const std::string &jobId, const EncryptionKe
         VELMORA_LOG() << "in CloudAPI::getEncryptionKey(): ZRV call being made for encryption key";
         const Request request{Endpoints::JobKey, Verb::Post, bodyOf({{"jobId", jobId}})};
         return m_rest.exchange(request, [this, wanted](const Outcome &outcome) {
-            ApiError error = transferError(outcome, Endpoints::JobKey.title);
+            ApiError error = grantError(outcome, Endpoints::JobKey.title);
             const QJsonValue reply = QJsonDocument::fromJson(outcome.body).object().value(QLatin1String("key"));
             const auto decoded = QByteArray::fromBase64Encoding(
                 reply[QLatin1String("plaintextKey")].toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
@@ -72,7 +78,7 @@ void JobGrants::handleUploadURLRequest(const std::string &jobId, const UploadUrl
     m_uploadAddressRequests.join(wanted, onCompleteCB, [&] {
         const Request request{Endpoints::JobFilesUpload, Verb::Get, {}, QStringLiteral("/uploadUrl/%1").arg(job)};
         return m_rest.exchange(request, [this, wanted](const Outcome &outcome) {
-            const ApiError error = transferError(outcome, Endpoints::JobFilesUpload.title);
+            const ApiError error = grantError(outcome, Endpoints::JobFilesUpload.title);
             const QJsonObject address = QJsonDocument::fromJson(outcome.body).object();
             if (error.errorCode < 300 && address.contains(QLatin1String("uri")) && wanted.first == m_user)
                 m_uploadAddresses.store(wanted.second, address, m_clock());
@@ -96,7 +102,7 @@ void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::st
         VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
         const auto then = [this, wanted, job](const Outcome &outcome, FileList &&, AddressCache &found) {
             const Endpoint &titled = outcome.isRefused() ? Endpoints::JobFilesList : Endpoints::JobFilesUpload;
-            const ApiError error = transferError(outcome, titled.title);
+            const ApiError error = grantError(outcome, titled.title);
             for (const DownloadWaiter &waiter : m_listings.finish(wanted)) {
                 if (error.errorCode >= 300)
                     waiter(error, {});
