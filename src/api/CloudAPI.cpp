@@ -20,6 +20,8 @@ CloudAPI &CloudAPI::operator=(const CloudAPI &other) = default;
 
 void CloudAPI::applyProxy(ProxyDefinition proxy) { CloudAPIImpl::applyProxy(proxy); }
 
+void CloudAPI::setClientOptions(const ClientOptions &options) { m_impl->setClientOptions(options); }
+
 void CloudAPI::setAPIPortal(const PortalTarget &portal) { m_impl->setAPIPortal(portal); }
 
 int CloudAPI::currentNetworkStatus() { return m_impl->currentNetworkStatus(); }

@@ -67,6 +67,15 @@ void CloudAPIImpl::applyProxy(const ProxyDefinition &definition)
     }
 }
 
+void CloudAPIImpl::setClientOptions(const ClientOptions &options)
+{
+    rest.setOptions(options);
+    session.setOptions(options);
+    sockets.setOptions(options);
+    storage.setOptions(options);
+    transfers.setOptions(options);
+}
+
 void CloudAPIImpl::setAPIPortal(PortalTarget portal)
 {
     rest.setPortal(portal);

@@ -34,6 +34,7 @@ public:
     static CloudAPIImpl &of(const CloudAPI &api) { return *api.m_impl; }
 
     static void applyProxy(const ProxyDefinition &proxy);
+    void setClientOptions(const ClientOptions &options);
     void setAPIPortal(PortalTarget portal);
 
     // These run an event loop until they are done.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <velmora/Callbacks.h>
+#include <velmora/ClientOptions.h>
 
 #include <QMap>
 #include <QObject>
@@ -23,6 +24,7 @@ public:
     SocketManager();
     ~SocketManager() override;
 
+    void setOptions(const ClientOptions &options) { m_options = options; }
     void setAPIPortal(PortalTarget portal) { m_portal = portal; }
     /// Ends an earlier subscription of the job first.
     void subscribeToJob(const QString &jobId, const QString &cognitoToken, const JobMessage &onMessage,
@@ -39,6 +41,7 @@ Q_SIGNALS:
 private:
     void beat();
 
+    ClientOptions m_options;
     PortalTarget m_portal = PortalTarget::Production;
     QMap<QString, SocketConnection *> m_connections; ///< owned
     std::unique_ptr<QTimer> m_heartbeat;             ///< null while no job is subscribed

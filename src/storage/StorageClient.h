@@ -3,6 +3,8 @@
 #include "storage/Request.h"
 #include "storage/Route.h"
 
+#include <velmora/ClientOptions.h>
+
 #include <QObject>
 #include <QThreadPool>
 
@@ -50,6 +52,7 @@ public:
     StorageClient();
     ~StorageClient() override;
 
+    void setOptions(const ClientOptions &options) { m_options = options; }
     /// @param request  with an address that `targetOf` takes
     Id start(const StorageRequest &request, Handlers handlers);
     /// Neither handler is called any more. Does nothing for a request that was answered.
@@ -90,6 +93,7 @@ private:
     void finish(EntryPointer entry, CURLcode result);
     void end(Entry &entry);
 
+    ClientOptions m_options;
     TrustReader m_trust;
     Id m_lastId = 0;
     std::map<Id, EntryPointer> m_entries;

@@ -4,6 +4,7 @@
 #include "transfer/Waiter.h"
 
 #include <velmora/Callbacks.h>
+#include <velmora/ClientOptions.h>
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -31,6 +32,7 @@ public:
     explicit FileTransferManager(QThreadPool *uploadPool);
     ~FileTransferManager() override;
 
+    void setOptions(const ClientOptions &options) { m_options = options; }
     void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                     const ResultDone<FileUploadDetails> &onComplete);
     void downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
@@ -52,6 +54,7 @@ private:
     void startDownload(DownloadObjects *download, const QJsonObject &address);
     void slotDownloadComplete(DownloadObjects *download, const ApiError &error);
 
+    ClientOptions m_options;
     DownloadPools m_pools;
     QThreadPool *m_uploadPool;
     std::list<std::unique_ptr<FileUpload>> m_uploads;

@@ -7,6 +7,7 @@
 #include "transport/Outcome.h"
 
 #include <velmora/Callbacks.h>
+#include <velmora/ClientOptions.h>
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -44,6 +45,7 @@ public:
     void setPortal(PortalTarget portal) { m_portal = portal; }
     /// The value of "Authorization" in the requests that follow; none when empty.
     void setIdToken(const QString &idToken) { m_idToken = idToken; }
+    void setOptions(const ClientOptions &options) { m_options = options; }
     /// For the requests that follow; tests lower them.
     void setAnswerLimits(const AnswerLimits &limits) { m_limits = limits; }
     /// For the requests that follow: see `ProxyWatch`. Tests lower it.
@@ -104,6 +106,7 @@ private:
 
     std::unique_ptr<QNetworkAccessManager> m_network;
     std::list<std::unique_ptr<QNetworkAccessManager>> m_retired; ///< get no more requests; see `onRequestFinished`
+    ClientOptions m_options;
     AnswerLimits m_limits;
     int m_proxyWatchInterval = 5000;
     PortalTarget m_portal = PortalTarget::Production;

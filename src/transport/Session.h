@@ -1,6 +1,7 @@
 #pragma once
 
 #include <velmora/Callbacks.h>
+#include <velmora/ClientOptions.h>
 
 #include <QObject>
 #include <QString>
@@ -24,6 +25,7 @@ class Session : public QObject {
 public:
     explicit Session(RestClient &rest);
 
+    void setOptions(const ClientOptions &options) { m_options = options; }
     bool isLoggedIn() const { return m_loggedIn; }
     const QString &idToken() const { return m_idToken; }
 
@@ -46,6 +48,7 @@ private:
     void acceptTokens(const Endpoint &endpoint, const QByteArray &body);
     void setIdToken(const QString &idToken);
 
+    ClientOptions m_options;
     RestClient &m_rest;
     QString m_idToken;
     QString m_refreshToken;

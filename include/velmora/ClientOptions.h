@@ -1,0 +1,51 @@
+/// @file ClientOptions.h
+/// What an application can choose of a session's behaviour. See `CloudAPI::setClientOptions`.
+#ifndef VELMORA_CLIENTOPTIONS_H
+#define VELMORA_CLIENTOPTIONS_H
+
+#include <cstdint>
+#include <string>
+
+namespace Velmora {
+
+/// How a session deals with bad networks and long runs. A default one changes nothing: no request is repeated, and none
+/// has a time limit. Negative numbers count as 0.
+struct ClientOptions {
+    /// A renewal of the token that gets no answer, or one with a status of 500 or more, is tried again after 1, 2, 4 …
+    /// 30 s, until it succeeds, is refused, or the user signs out. Requests that are made during a renewal wait for
+    /// it and go out with its token.
+    bool keepAlive = false;
+    /// Seconds that a request may go without a byte of its answer, 0 for ever. Then it ends with code 0. It does
+    /// not apply to transfers.
+    int answerTimeout = 0;
+    /// Seconds that a transfer may go without a byte sent or received, 0 for ever. Then it breaks.
+    int stallTimeout = 0;
+    /// How often a transfer that broke goes on, for each file or piece of a file. The pauses are 1, 2, 4 … s. A
+    /// download goes on where it broke, if the storage can do that and still has the same file. An upload starts again.
+    /// An address that the storage refuses is asked for anew.
+    int transferRetries = 0;
+    /// Bytes per second that all uploads of the session together may send, 0 for no limit.
+    std::int64_t uploadBytesPerSecond = 0;
+    /// Bytes per second that all downloads of the session together may receive, 0 for no limit.
+    std::int64_t downloadBytesPerSecond = 0;
+    /// Transfers to one storage server that may move bytes at a time, 0 for the library's choice.
+    int connectionsPerHost = 0;
+    /// A file of certificate authorities in PEM form that are trusted besides those of the system, for requests,
+    /// transfers and subscriptions. Empty for none.
+    std::string caFile;
+
+    /// What suits an application that has nothing better to do about a failure than to try again.
+    static ClientOptions robust()
+    {
+        ClientOptions options;
+        options.keepAlive = true;
+        options.answerTimeout = 120;
+        options.stallTimeout = 60;
+        options.transferRetries = 5;
+        return options;
+    }
+};
+
+} // namespace Velmora
+
+#endif
