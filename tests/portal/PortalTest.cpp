@@ -156,7 +156,7 @@ TEST_F(PortalTest, socket_refusedOrFaulty_clientSeesTheReason)
     ASSERT_TRUE(waitUntil([&] { return portal.jobStatus(job) == "FINISHED"; }));
     QSignalSpy pongs(&silent, &QWebSocket::pong);
     silent.ping("hello");
-    EXPECT_TRUE(waitUntil([&] { return !pongs.isEmpty() && pongs[0][1] == "hello"; }));
+    EXPECT_TRUE(waitUntil([&] { return !pongs.isEmpty() && pongs[0][1].toByteArray() == "hello"; }));
     EXPECT_EQ(portal.sockets().back().pings, std::vector<string>{"hello"});
     EXPECT_TRUE(silent.texts.isEmpty());
     EXPECT_EQ(portal.dropSockets(job), 1U);

@@ -7,7 +7,9 @@
 
 #include <QProcess>
 #include <QStandardPaths>
+#if QT_VERSION_MAJOR < 6
 #include <QTextCodec>
+#endif
 
 #include <openssl/err.h>
 
@@ -53,8 +55,8 @@ protected:
         sink->begin(QThreadPool::globalInstance(), {});
         bool goesOn = true; // until writing, on another thread, has failed
         for (int from = 0; goesOn && from < cipherText.size(); from += 10000)
-            goesOn = sink->put(cipherText.constData() + from, std::min(10000, cipherText.size() - from)) ==
-                     Sink::State::Taken;
+            goesOn = sink->put(cipherText.constData() + from,
+                               std::min(10000, static_cast<int>(cipherText.size()) - from)) == Sink::State::Taken;
         EXPECT_TRUE(!sink->finish() || file->moveTo(qt(to), go)) << file->problem().toStdString();
         file->remove();
         EXPECT_FALSE(sink->isUnwritable());
@@ -217,6 +219,7 @@ TEST_F(TarnCryptFileTest, cipher_unusableFile_changesNothing)
     }
 }
 
+#if QT_VERSION_MAJOR < 6 // later ones have no codec to set
 TEST_F(TarnCryptFileTest, path_anyLocaleOfQt_isUtf8)
 {
     write("plain", "text");
@@ -229,6 +232,7 @@ TEST_F(TarnCryptFileTest, path_anyLocaleOfQt_isUtf8)
     EXPECT_TRUE(std::filesystem::exists(std::filesystem::u8path(at(name))));
     EXPECT_EQ(read("shown"), "text");
 }
+#endif
 
 TEST_F(TarnCryptFileTest, inPlace_siblingOfACrash_isRemovedNotWrittenInto)
 {
