@@ -44,10 +44,8 @@ TEST_F(FileTest, run_realInputs_bringsBackEveryByte)
 {
     VelmoraPortal::Options options;
     options.requireInputs = true;
-    options.storage.pieceSize = 30000;
-    options.storage.shuffle = true;
-    options.storage.upload = VelmoraPortal::StorageOptions::Upload::RawPut;
-    options.storage.download = VelmoraPortal::StorageOptions::Download::Mixed;
+    using Storage = VelmoraPortal::StorageOptions;
+    options.storage = {Storage::Upload::RawPut, Storage::Download::Mixed, 30000, true};
     serve(1000ms, options);
     const auto program = ended(job() + " --json", 0);
     EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 3 + 6);
@@ -92,19 +90,16 @@ TEST_F(FileTest, download_anySelection_keepsPathsAndStaysInItsFolder)
     serve();
     m_portal->addFile("job-wing0001", "sim-2/forces.csv", "2");
     m_portal->addFile("job-wing0001", "sim-2/../../evil", "!");
-    const struct {
-        const char *arguments;
-        int exit;
-        Strings files;
-    } rows[] = {{"forces.csv", 0, {"sim-1/forces.csv", "sim-2/forces.csv"}},
-                {"sim-1 wing.*", 0, {"sim-1/forces.csv", "wing.trninp", "wing.mesh"}},
-                {"sim-1/rtg/residuals.dat", 0, {"sim-1/rtg/residuals.dat"}},
-                {"nothing wing.mesh", 1, {"wing.mesh"}},
-                {"", 1, {"sim-1/forces.csv", "sim-2/forces.csv", "wing.trninp", "wing.mesh"}}};
-    for (const auto &row : rows) {
-        ended("download job-wing0001 "s + row.arguments, row.exit);
-        EXPECT_EQ(below("job-wing0001"), row.files) << row.arguments;
-        for (const string &name : row.files)
+    const std::tuple<string, int, Strings> rows[] = {
+        {"forces.csv", 0, {"sim-1/forces.csv", "sim-2/forces.csv"}},
+        {"sim-1 wing.*", 0, {"sim-1/forces.csv", "wing.trninp", "wing.mesh"}},
+        {"sim-1/rtg/residuals.dat", 0, {"sim-1/rtg/residuals.dat"}},
+        {"nothing wing.mesh", 1, {"wing.mesh"}},
+        {"", 1, {"sim-1/forces.csv", "sim-2/forces.csv", "wing.trninp", "wing.mesh"}}};
+    for (const auto &[arguments, exit, files] : rows) {
+        ended("download job-wing0001 " + arguments, exit);
+        EXPECT_EQ(below("job-wing0001"), files) << arguments;
+        for (const string &name : files)
             EXPECT_EQ(read("job-wing0001/" + name), m_portal->plainFile("job-wing0001", name)) << name;
         QDir(q(path("job-wing0001"))).removeRecursively();
     }
