@@ -110,25 +110,22 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
 {
     serve();
     const string run = job(12000000); // more than the sockets' buffers take
-    inject("storage", FaultKind::SlowRead, 0);
-    const auto sending = start(run);
-    EXPECT_TRUE(sending->says("b.mesh sending"));
-    sending->interrupt();
-    EXPECT_EQ(sending->end(), 130);
-    EXPECT_TRUE(contains(sending->errors(), "interrupted; left undone:\n  b.mesh\nno job was submitted"));
-    EXPECT_EQ(m_portal->requestCount("job/submit"), 0U);
-    EXPECT_EQ(below("tmp"), Strings());
-
+    string said;
+    for (const bool sends : {true, false}) {
+        m_portal->clearFaults();
+        inject(sends ? "storage" : "storage/piece", sends ? FaultKind::SlowRead : FaultKind::SlowWrite, 0);
+        const auto program = start(run);
+        EXPECT_TRUE(program->says(sends ? "b.mesh sending" : "sim-1/results.dat receiving"));
+        program->interrupt();
+        EXPECT_EQ(program->end(), 130);
+        said = program->errors();
+        EXPECT_EQ(bool(contains(said, "interrupted; left undone:\n  b.mesh\nno job was submitted")), sends) << said;
+        EXPECT_EQ(m_portal->requestCount("job/submit"), sends ? 0U : 1U);
+        EXPECT_EQ(below("tmp"), Strings());
+        for (const string &name : below("out"))
+            EXPECT_FALSE(contains(name, "results.dat"));
+    }
     m_portal->clearFaults();
-    inject("storage/piece", FaultKind::SlowWrite, 0);
-    const auto receiving = start(run);
-    EXPECT_TRUE(receiving->says("sim-1/results.dat receiving"));
-    receiving->interrupt();
-    EXPECT_EQ(receiving->end(), 130);
-    for (const string &name : below("out"))
-        EXPECT_FALSE(contains(name, "results.dat"));
-    m_portal->clearFaults();
-    const string said = receiving->errors();
     const auto from = said.find("velmora download") + 8;
     Program rest(said.substr(from, said.find('\n', from) - from), m_directory.path());
     EXPECT_EQ(rest.end(), 0) << rest.errors();
