@@ -36,9 +36,7 @@ protected:
     }
     static string header(const Reply &reply, const string &name)
     {
-        const std::size_t at = reply.head.find("\r\n" + name + ": ");
-        const std::size_t from = at + name.size() + 4;
-        return at == string::npos ? "" : reply.head.substr(from, reply.head.find("\r\n", from) - from);
+        return ReceivedRequest{0, {}, {}, toBytes(reply.head), {}}.header(toBytes(name)).toStdString();
     }
 };
 
@@ -52,6 +50,7 @@ TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
         {{Form, Raw, Piece}, "\r\nContent-Length", "\r\nAuthorization: x\r\nContent-Length", 400},
         {{Form, Raw, Piece}, job, other, 403},
         {{Form, Raw}, "X-Storage-Size: 1008", "X-Storage-Size: 1007", 400},
+        {{Form}, "?size=1008", "?size=1007", 400},
         {{Form}, "name=\"signature\"\r\n\r\n", "name=\"signature\"\r\n\r\n0", 403},
         {{Form}, "filename=\"n\"", "filename=\"..\"", 400},
         {{Form}, "; filename=\"n\"", "", 400},
