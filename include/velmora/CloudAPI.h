@@ -80,6 +80,12 @@ public:
     /// Runs the callbacks that are due, then returns; it never waits. For applications without an event
     /// loop: see the head of this class for how often to call it.
     void processEvents();
+    /// As above, but if nothing is due, it first waits for something to happen. The wait takes no processor time. The
+    /// call returns as soon as something was handled: a callback ran, or the library did a step that leads to one. So
+    /// check your own condition and call it again.
+    /// @param maxWaitMilliseconds  how long to wait at most; 0 or less does not wait
+    /// @return true if something was handled before the time was over
+    bool processEvents(int maxWaitMilliseconds);
     /// Whether the latest sign-in or renewal has ended without a refusal. That is weaker than it sounds:
     /// it includes one that got no answer (code 0) and an answer without tokens. False before the first
     /// sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`. The

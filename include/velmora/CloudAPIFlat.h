@@ -51,6 +51,7 @@
 
 #ifdef __cplusplus
 
+#include <velmora/ClientOptions.h>
 #include <velmora/JobSubmit.h>
 #include <velmora/Records.h>
 
@@ -65,6 +66,7 @@ typedef Velmora::CloudAPI VelmoraCloudAPI;
 /// The portal to talk to, see `Velmora::PortalTarget`.
 typedef Velmora::PortalTarget VelmoraPortalTarget;
 
+typedef Velmora::ClientOptions VelmoraClientOptions;
 typedef Velmora::JobSubmit VelmoraJobSubmit;
 typedef Velmora::DeleteFileDetails VelmoraDeleteFileDetails;
 typedef Velmora::FileDownloadDetails VelmoraFileDownloadDetails;
@@ -81,6 +83,7 @@ typedef struct VelmoraCloudAPI VelmoraCloudAPI;
 typedef int32_t VelmoraPortalTarget;
 enum { VELMORA_PORTAL_TEST = 0, VELMORA_PORTAL_DEVELOPMENT = 1, VELMORA_PORTAL_PRODUCTION = 2 };
 
+typedef struct VelmoraClientOptions VelmoraClientOptions;
 typedef struct VelmoraJobSubmit VelmoraJobSubmit;
 typedef struct VelmoraDeleteFileDetails VelmoraDeleteFileDetails;
 typedef struct VelmoraFileDownloadDetails VelmoraFileDownloadDetails;
@@ -323,6 +326,29 @@ VELMORA_EXPORT void DestroyCloudAPI(VelmoraCloudAPI *api);
 /// Runs the callbacks that are due, then returns; it never waits. For applications without an event loop: see the head
 /// of this file for how often to call it.
 VELMORA_EXPORT void processEvents(VelmoraCloudAPI *api);
+/// As `processEvents`, but if nothing is due, it first waits for something to happen. The wait takes no processor time.
+/// The call returns as soon as something was handled: a callback ran, or the library did a step that leads to one. So
+/// check your own condition and call it again: `while (!finished) waitForEvents(api, 1000);`
+/// @param milliseconds how long to wait at most; 0 or less does not wait
+/// @return true if something was handled before the time was over; false, at once, for a null handle
+VELMORA_EXPORT bool waitForEvents(VelmoraCloudAPI *api, int milliseconds);
+/// Sets the options of what follows: see `Velmora::ClientOptions`. Requests, transfers and subscriptions that are under
+/// way keep theirs. Null sets the default ones.
+VELMORA_EXPORT void setClientOptions(VelmoraCloudAPI *api, const VelmoraClientOptions *options);
+/// As `setClientOptions`.
+/// @param options an object with any of these keys:
+///        - "robust": true starts from what suits most applications (`Velmora::ClientOptions::robust`): "keepAlive"
+///        true,
+///          "answerTimeout" 120, "stallTimeout" 60, "transferRetries" 5. Otherwise all start as false, 0 and empty.
+///        - "keepAlive": true or false
+///        - "answerTimeout", "stallTimeout": seconds, 0 for ever
+///        - "transferRetries": a number
+///        - "uploadBytesPerSecond", "downloadBytesPerSecond": bytes, 0 for no limit
+///        - "connectionsPerHost": a number, 0 for the library's choice
+///        - "caFile": the path of a file in PEM form
+///
+///        A key that is missing, or whose value has another type, keeps what it starts as. Each call sets all options.
+VELMORA_EXPORT void setClientOptions_Json(VelmoraCloudAPI *api, const char *options);
 /// Chooses the portal for the requests and subscriptions that follow: 0 test, 1 development, 2 production. The
 /// environment variable VELMORA_API_URL (a host, optionally with a port) takes precedence. A null `portal` changes
 /// nothing.

@@ -28,6 +28,8 @@ int CloudAPI::currentNetworkStatus() { return m_impl->currentNetworkStatus(); }
 
 void CloudAPI::processEvents() { pumpEvents(); }
 
+bool CloudAPI::processEvents(int maxWaitMilliseconds) { return pumpEvents(maxWaitMilliseconds); }
+
 bool CloudAPI::isUserLoggedIn() const { return m_impl->session.isLoggedIn(); }
 
 void CloudAPI::clearActiveAccount() { m_impl->session.clear(); }

@@ -2,6 +2,7 @@
 
 #include "model/Fields.h"
 
+#include <velmora/ClientOptions.h>
 #include <velmora/JobSubmit.h>
 #include <velmora/Records.h>
 
@@ -15,6 +16,21 @@ template <> struct Schema<ApiError> {
     {
         return std::make_tuple(field(&ApiError::errorCode, "errorCode"), field(&ApiError::errorTitle, "errorTitle"),
                                field(&ApiError::errorMessage, "errorMessage"));
+    }
+};
+
+template <> struct Schema<ClientOptions> {
+    /// True starts from `ClientOptions::robust`.
+    static constexpr const char *robustKey = "robust";
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&ClientOptions::keepAlive, "keepAlive"), field(&ClientOptions::answerTimeout, "answerTimeout"),
+            field(&ClientOptions::stallTimeout, "stallTimeout"),
+            field(&ClientOptions::transferRetries, "transferRetries"),
+            field(&ClientOptions::uploadBytesPerSecond, "uploadBytesPerSecond"),
+            field(&ClientOptions::downloadBytesPerSecond, "downloadBytesPerSecond"),
+            field(&ClientOptions::connectionsPerHost, "connectionsPerHost"), field(&ClientOptions::caFile, "caFile"));
     }
 };
 

@@ -124,7 +124,7 @@ TEST(ExportsTest, everyExport_nullHandle_doesNothingAndReturnsNothing)
                   std::string(name) == "submitNewJob_Json" ? "\ne\ne\ne\ne\ne\ne\ne\ne\n" : "")
             << name;
     });
-    EXPECT_EQ(count, 59);
+    EXPECT_EQ(count, 62);
 }
 
 TEST_F(FlatTest, everyExport_nullArguments_areAccepted)

@@ -4,6 +4,8 @@
 
 #include <boost/pfr.hpp>
 
+#include <sstream>
+
 namespace Velmora {
 namespace {
 
@@ -67,6 +69,8 @@ template <class... R> void checkViews() { (checkView<R>(), ...); }
 TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 {
     checkTable<ApiError>("errorCode errorTitle errorMessage");
+    checkTable<ClientOptions>("keepAlive answerTimeout stallTimeout transferRetries uploadBytesPerSecond "
+                              "downloadBytesPerSecond connectionsPerHost caFile");
     checkTable<CloudFile>("jobId* fileName* fileSize* fileDate fileHash directory*");
     checkTable<FileDownloadDetails>("localFileLocation* cloudFileDetails*");
     checkTable<FileUploadDetails>("localFileLocation* cloudFileJobID* totalFileSize*");
@@ -101,6 +105,27 @@ TEST(RecordsTest, view_everyRecord_holdsEachField)
                AccountDetails, AccountTransaction, AccountBalance, JobDetails, JobProgress, SimulationAbortState>();
 }
 
+TEST(RecordsTest, options_asText_startFromTheirDefaults)
+{
+    const auto read = [](const QByteArray &text) {
+        const auto options = readInput<ClientOptions>(text);
+        std::ostringstream values;
+        std::apply([&](const auto &...each) { ((values << options.*each.member << ' '), ...); },
+                   Schema<ClientOptions>::fields());
+        return values.str();
+    };
+    const std::string none = "0 0 0 0 0 0 0  ", robust = "1 120 60 5 0 0 0  ";
+    for (const char *text : {"", "no JSON", "[]", "{}", R"({"robust": false})", R"({"robust": "true"})",
+                             R"({"keepAlive": 1, "stallTimeout": "7", "uploadBytesPerSecond": "7", "caFile": 7})",
+                             R"({"answerTimeout": 1.5, "transferRetries": 1e10, "connectionsPerHost": null})"})
+        EXPECT_EQ(read(text), none) << text;
+    EXPECT_EQ(read(R"({"robust": true, "keepAlive": "false"})"), robust);
+    EXPECT_EQ(read(R"({"robust": true, "keepAlive": false, "answerTimeout": 0})"), "0 0 60 5 0 0 0  ");
+    EXPECT_EQ(read(R"({"keepAlive": true, "answerTimeout": 1, "stallTimeout": 2, "transferRetries": 3, "caFile": "a",
+                       "uploadBytesPerSecond": 4294967296, "downloadBytesPerSecond": 5, "connectionsPerHost": 6})"),
+              "1 1 2 3 4294967296 5 6 a ");
+}
+
 TEST(RecordsTest, reader_wrongValues_givesDefaults)
 {
     const struct {
@@ -120,6 +145,10 @@ TEST(RecordsTest, reader_wrongValues_givesDefaults)
         {"[2147483647]", "", 2147483647, 2147483647, 2147483647},
         {"[2147483648]", "", 0, 2147483648, 2147483648},
         {"[9007199254740993]", "", 0, 9007199254740993, 9007199254740992},
+        {"[9223372036854775807]", "", 0, 9223372036854775807, 9223372036854775807.0},
+        {"[9223372036854775808]", "", 0, 0, 9223372036854775808.0},
+        {"[-1e300]", "", 0, 0, -1e300},
+        {R"(["9223372036854775808"])", "9223372036854775808"},
         {R"([{"a": 1}])"},
         {"[[1]]"},
     };

@@ -9,6 +9,8 @@ using Flat::plain;
 namespace {
 
 // The overloads that have a flat form.
+constexpr void (CloudAPI::*pump)() = &CloudAPI::processEvents;
+constexpr bool (CloudAPI::*pumpFor)(int) = &CloudAPI::processEvents;
 constexpr void (CloudAPI::*newJobId)(const std::string &,
                                      const CloudAPI::ResultDone<std::string> &) = &CloudAPI::generateNewJobID;
 constexpr void (CloudAPI::*submitJob)(const JobSubmit &,
@@ -45,7 +47,19 @@ VelmoraCloudAPI *CreateCloudAPI() { return new CloudAPI; }
 
 void DestroyCloudAPI(VelmoraCloudAPI *api) { delete api; }
 
-void processEvents(VelmoraCloudAPI *api) { plain(api, &CloudAPI::processEvents); }
+void processEvents(VelmoraCloudAPI *api) { plain(api, pump); }
+
+bool waitForEvents(VelmoraCloudAPI *api, int milliseconds) { return plain(api, pumpFor, milliseconds); }
+
+void setClientOptions(VelmoraCloudAPI *api, const VelmoraClientOptions *options)
+{
+    plain(api, &CloudAPI::setClientOptions, options);
+}
+
+void setClientOptions_Json(VelmoraCloudAPI *api, const char *options)
+{
+    json(api, &CloudAPI::setClientOptions, options);
+}
 
 void setAPIPortal(VelmoraCloudAPI *api, const VelmoraPortalTarget *portal)
 {
