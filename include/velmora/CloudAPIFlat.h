@@ -36,10 +36,9 @@
 /// whose only key names the list. Flags are the strings "true" and "false". A JSON text that is passed in but is not
 /// JSON counts as an empty object.
 ///
-/// **C.** Lists and record arguments are opaque in C: call the `_Json` twin. Three functions have none. `deleteFile`
-/// cannot be called from C, because its argument cannot be made there. `getJobProgress` and `getAccountBalance` can,
-/// but the list in their result cannot be read. `checkMFAEnabled`, `modifyCurrentUserDetails` and
-/// `unsubscribeFromJob` have no twin either, and need none.
+/// **C.** Lists and record arguments are opaque in C: call the `_Json` twin. `checkMFAEnabled` has none, and neither
+/// have the functions without a callback that take no record; they need none. Callbacks take no pointer of the
+/// application's own: inside one, `currentCloudAPI` gives the handle, and `userData` what you keep with it.
 #ifndef VELMORA_CLOUDAPIFLAT_H
 #define VELMORA_CLOUDAPIFLAT_H
 
@@ -67,6 +66,7 @@ typedef Velmora::CloudAPI VelmoraCloudAPI;
 typedef Velmora::PortalTarget VelmoraPortalTarget;
 
 typedef Velmora::ClientOptions VelmoraClientOptions;
+typedef Velmora::ProxyDefinition VelmoraProxyDefinition;
 typedef Velmora::JobSubmit VelmoraJobSubmit;
 typedef Velmora::DeleteFileDetails VelmoraDeleteFileDetails;
 typedef Velmora::FileDownloadDetails VelmoraFileDownloadDetails;
@@ -84,6 +84,7 @@ typedef int32_t VelmoraPortalTarget;
 enum { VELMORA_PORTAL_TEST = 0, VELMORA_PORTAL_DEVELOPMENT = 1, VELMORA_PORTAL_PRODUCTION = 2 };
 
 typedef struct VelmoraClientOptions VelmoraClientOptions;
+typedef struct VelmoraProxyDefinition VelmoraProxyDefinition;
 typedef struct VelmoraJobSubmit VelmoraJobSubmit;
 typedef struct VelmoraDeleteFileDetails VelmoraDeleteFileDetails;
 typedef struct VelmoraFileDownloadDetails VelmoraFileDownloadDetails;
@@ -209,6 +210,18 @@ typedef struct VelmoraAccountBalanceView {
     VelmoraAccountTransactionList recentTransactions;
 } VelmoraAccountBalanceView;
 
+/// See `Velmora::HpcDetails`.
+typedef struct VelmoraHpcDetailsView {
+    const char *hpcId;
+    bool hpcActive; ///< accepts jobs
+    const char *hpcCloud;
+    const char *hpcClusterName;
+    const char *hpcDescription;
+    const char *hpcRegion;
+    const char *hpcAccountBucket;
+} VelmoraHpcDetailsView;
+VELMORA_LIST(VelmoraHpcDetailsView, VelmoraHpcDetailsList);
+
 /// See `Velmora::JobStatusEntry`.
 typedef struct VelmoraJobStatusEntryView {
     const char *jobId;
@@ -295,6 +308,7 @@ typedef void (*VelmoraDeleteFileCallback)(const VelmoraApiErrorView *error, cons
 typedef void (*VelmoraDownloadCallback)(const VelmoraApiErrorView *error, const VelmoraFileDownloadDetailsView *file);
 typedef void (*VelmoraDownloadProgressCallback)(const VelmoraFileDownloadDetailsView *file, int32_t bytes);
 typedef void (*VelmoraFileListCallback)(const VelmoraApiErrorView *error, const VelmoraCloudFileList *files);
+typedef void (*VelmoraHpcListCallback)(const VelmoraApiErrorView *error, const VelmoraHpcDetailsList *clusters);
 typedef void (*VelmoraJobDetailsCallback)(const VelmoraApiErrorView *error, const VelmoraJobDetailsView *job);
 typedef void (*VelmoraJobListCallback)(const VelmoraApiErrorView *error, const VelmoraJobDetailsList *jobs);
 typedef void (*VelmoraJobProgressCallback)(const VelmoraApiErrorView *error, const VelmoraJobProgressView *progress);
@@ -323,6 +337,13 @@ VELMORA_EXPORT VelmoraCloudAPI *CreateCloudAPI(void);
 /// Aborts what is in flight and destroys the session. No callback runs any more. May be called from inside a callback.
 /// A null handle is ignored.
 VELMORA_EXPORT void DestroyCloudAPI(VelmoraCloudAPI *api);
+/// Keeps a pointer of the application's own with the handle, null at first. The library does not use it.
+VELMORA_EXPORT void setUserData(VelmoraCloudAPI *api, void *data);
+/// @return what `setUserData` was given last; null for a null handle
+VELMORA_EXPORT void *userData(VelmoraCloudAPI *api);
+/// The handle whose callback is running on this thread: with callbacks inside each other, the innermost one's.
+/// @return null outside callbacks, and in a callback that has destroyed its handle
+VELMORA_EXPORT VelmoraCloudAPI *currentCloudAPI(void);
 /// Runs the callbacks that are due, then returns; it never waits. For applications without an event loop: see the head
 /// of this file for how often to call it.
 VELMORA_EXPORT void processEvents(VelmoraCloudAPI *api);
@@ -349,6 +370,14 @@ VELMORA_EXPORT void setClientOptions(VelmoraCloudAPI *api, const VelmoraClientOp
 ///
 ///        A key that is missing, or whose value has another type, keeps what it starts as. Each call sets all options.
 VELMORA_EXPORT void setClientOptions_Json(VelmoraCloudAPI *api, const char *options);
+/// Sets the proxy of the whole process, sockets included, for all handles: see `Velmora::ProxyDefinition`. A proxy type
+/// other than 0, 1 or 2 changes nothing, and neither does a null `proxy`. Type 2 does not replace a proxy that was set
+/// before with 0 or 1.
+VELMORA_EXPORT void applyProxy(VelmoraCloudAPI *api, const VelmoraProxyDefinition *proxy);
+/// As `applyProxy`. Without a "proxyType" nothing changes.
+/// @param proxy an object with the keys proxyType (0 SOCKS 5, 1 HTTP, 2 the system's configuration), proxyHost,
+///        proxyPort, proxyUser, proxyPassword
+VELMORA_EXPORT void applyProxy_Json(VelmoraCloudAPI *api, const char *proxy);
 /// Chooses the portal for the requests and subscriptions that follow: 0 test, 1 development, 2 production. The
 /// environment variable VELMORA_API_URL (a host, optionally with a port) takes precedence. A null `portal` changes
 /// nothing.
@@ -383,6 +412,9 @@ VELMORA_EXPORT void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddres
 /// change.
 VELMORA_EXPORT void modifyCurrentUserDetails(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
                                              const char *companyName, VelmoraUserDetailsCallback onComplete);
+/// As `modifyCurrentUserDetails`.
+VELMORA_EXPORT void modifyCurrentUserDetails_Json(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
+                                                  const char *companyName, VelmoraJsonCallback onComplete);
 /// The signed-in user.
 VELMORA_EXPORT void getCurrentUserDetails(VelmoraCloudAPI *api, VelmoraUserDetailsCallback onComplete);
 /// As `getCurrentUserDetails`.
@@ -394,6 +426,26 @@ VELMORA_EXPORT void getAccountList_Json(VelmoraCloudAPI *api, VelmoraJsonCallbac
 /// The account's core hours and its recent transactions.
 VELMORA_EXPORT void getAccountBalance(VelmoraCloudAPI *api, const char *accountId,
                                       VelmoraAccountBalanceCallback onComplete);
+/// As `getAccountBalance`; the result has the keys accountId, coreHoursAvailable and recentTransactions, which is an
+/// array.
+VELMORA_EXPORT void getAccountBalance_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
+/// The clusters that the account may use.
+VELMORA_EXPORT void getHpcList(VelmoraCloudAPI *api, const char *accountId, VelmoraHpcListCallback onComplete);
+/// As `getHpcList`; the list is named "hpcDetailsList".
+VELMORA_EXPORT void getHpcList_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
+/// The clusters that the account prefers.
+VELMORA_EXPORT void getHpcPreferenceList(VelmoraCloudAPI *api, const char *accountId,
+                                         VelmoraHpcListCallback onComplete);
+/// As `getHpcPreferenceList`; the list is named "hpcDetailsList".
+VELMORA_EXPORT void getHpcPreferenceList_Json(VelmoraCloudAPI *api, const char *accountId,
+                                              VelmoraJsonCallback onComplete);
+/// Reports to the service something that the user did, for its statistics.
+/// @param eventValue left out of the request if empty
+VELMORA_EXPORT void sendUserEvent(VelmoraCloudAPI *api, const char *eventType, const char *eventSource,
+                                  const char *eventValue, VelmoraDoneCallback onComplete);
+/// As `sendUserEvent`.
+VELMORA_EXPORT void sendUserEvent_Json(VelmoraCloudAPI *api, const char *eventType, const char *eventSource,
+                                       const char *eventValue, VelmoraDoneJsonCallback onComplete);
 /// @}
 
 /// @name Jobs
@@ -404,6 +456,12 @@ VELMORA_EXPORT void getAccountBalance(VelmoraCloudAPI *api, const char *accountI
 VELMORA_EXPORT void generateNewJobID(VelmoraCloudAPI *api, const char *accountId, VelmoraTextCallback onComplete);
 /// As `generateNewJobID`; the result is the bare id, not JSON.
 VELMORA_EXPORT void generateNewJobID_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
+/// As `generateNewJobID`, for a job that is to run on the cluster `hpcId`.
+VELMORA_EXPORT void generateNewJobIDForHpc(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
+                                           VelmoraTextCallback onComplete);
+/// As `generateNewJobIDForHpc`; the result is the bare id, not JSON.
+VELMORA_EXPORT void generateNewJobIDForHpc_Json(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
+                                                VelmoraJsonCallback onComplete);
 /// Validates, then submits. An invalid job completes inside the call with code 400 and a message that lists every
 /// failed check; nothing is sent.
 VELMORA_EXPORT void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *job,
@@ -436,6 +494,9 @@ VELMORA_EXPORT void killSimulation_Json(VelmoraCloudAPI *api, const char *jobId,
                                         VelmoraJsonCallback onComplete);
 /// The progress of each simulation of a job, as last reported to the service.
 VELMORA_EXPORT void getJobProgress(VelmoraCloudAPI *api, const char *jobId, VelmoraJobProgressCallback onComplete);
+/// As `getJobProgress`; the result has the keys jobId and simulationProgressList, which is an array of objects with the
+/// keys simulationId and progress.
+VELMORA_EXPORT void getJobProgress_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
 /// Subscribes to the messages that the service sends about a job. Subscribing a job again ends the earlier
 /// subscription, whose callbacks are then not called any more.
 ///
@@ -475,6 +536,10 @@ VELMORA_EXPORT void untagJob(VelmoraCloudAPI *api, const char *jobId, const char
 /// As `untagJob`.
 VELMORA_EXPORT void untagJob_Json(VelmoraCloudAPI *api, const char *jobId, const char *tag,
                                   VelmoraJsonCallback onComplete);
+/// The tags that are in use within an account.
+VELMORA_EXPORT void getAllAccountTags(VelmoraCloudAPI *api, const char *accountId, VelmoraTagListCallback onComplete);
+/// As `getAllAccountTags`; the list is named "itemTagList".
+VELMORA_EXPORT void getAllAccountTags_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
 /// The user's jobs that carry the tags.
 VELMORA_EXPORT void searchUserTags(VelmoraCloudAPI *api, const VelmoraItemTags *tags,
                                    VelmoraJobListCallback onComplete);
@@ -512,6 +577,10 @@ VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFile
 /// A name with a part "." or ".." is refused inside the call with code 400.
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,
                                VelmoraDeleteFileCallback onComplete);
+/// As `deleteFile`.
+/// @param file an object with the keys jobId, simulationId (left out if the file is directly under the job) and
+/// fileName
+VELMORA_EXPORT void deleteFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraJsonCallback onComplete);
 /// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
 /// download is complete; until then, and on failure, an older file of that name stays as it is. Code 400 inside the
 /// call: a download to the same target is already running.

@@ -17,26 +17,40 @@ long long Detail::toInteger(const QJsonValue &value)
     return number.toLongLong();
 }
 
+namespace {
+
+template <class Record> Record readOver(Record record, const QJsonObject &object)
+{
+    forEachField<Record>([&](const auto &field) {
+        auto &known = record.*field.member;
+        using Value = std::decay_t<decltype(known)>;
+        const QJsonValue value = object.value(QLatin1String(field.textKey));
+        if constexpr (std::is_same_v<Value, bool>)
+            known = value.toBool(known);
+        else if constexpr (std::is_same_v<Value, int>)
+            known = value.toInt(known);
+        else if constexpr (std::is_same_v<Value, std::string>)
+            known = value.isString() ? value.toString().toStdString() : known;
+        else if (value.isDouble())
+            known = Detail::toInteger(value);
+    });
+    return record;
+}
+
+} // namespace
+
 template <> ClientOptions readInput(const QByteArray &text)
 {
     const QJsonObject object = QJsonDocument::fromJson(text).object();
-    ClientOptions options;
-    if (object.value(QLatin1String(Schema<ClientOptions>::robustKey)).toBool())
-        options = ClientOptions::robust();
-    forEachField<ClientOptions>([&](const auto &field) {
-        auto &option = options.*field.member;
-        using Option = std::decay_t<decltype(option)>;
-        const QJsonValue value = object.value(QLatin1String(field.textKey));
-        if constexpr (std::is_same_v<Option, bool>)
-            option = value.toBool(option);
-        else if constexpr (std::is_same_v<Option, int>)
-            option = value.toInt(option);
-        else if constexpr (std::is_same_v<Option, std::string>)
-            option = value.isString() ? value.toString().toStdString() : option;
-        else if (value.isDouble())
-            option = Detail::toInteger(value);
-    });
-    return options;
+    const bool robust = object.value(QLatin1String(Schema<ClientOptions>::robustKey)).toBool();
+    return readOver(robust ? ClientOptions::robust() : ClientOptions(), object);
+}
+
+template <> ProxyDefinition readInput(const QByteArray &text)
+{
+    ProxyDefinition none;
+    none.proxyType = -1;
+    return readOver(none, QJsonDocument::fromJson(text).object());
 }
 
 } // namespace Velmora

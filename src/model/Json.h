@@ -167,8 +167,10 @@ template <class Record> Record readInput(const QByteArray &text)
     return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::Input);
 }
 
-/// As above. A key that is missing, or whose value has another type, leaves the option as it is by default.
+// As above, but a key that is missing, or whose value has another type, leaves the field as it starts: an option as it
+// is by default, a proxy without a type, which sets none.
 template <> ClientOptions readInput(const QByteArray &text);
+template <> ProxyDefinition readInput(const QByteArray &text);
 
 /// The "message" of a refusal's body; empty when there is none.
 inline QString bodyMessage(const QByteArray &body)

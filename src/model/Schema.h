@@ -34,6 +34,16 @@ template <> struct Schema<ClientOptions> {
     }
 };
 
+template <> struct Schema<ProxyDefinition> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&ProxyDefinition::proxyHost, "proxyHost"), field(&ProxyDefinition::proxyUser, "proxyUser"),
+            field(&ProxyDefinition::proxyPassword, "proxyPassword"), field(&ProxyDefinition::proxyPort, "proxyPort"),
+            field(&ProxyDefinition::proxyType, "proxyType"));
+    }
+};
+
 template <> struct Schema<CloudFile> {
     static constexpr const char *listKey = "fileList";
     static constexpr auto fields()
@@ -59,6 +69,15 @@ template <> struct Schema<FileUploadDetails> {
         return std::make_tuple(field(&FileUploadDetails::localFileLocation, "localFileLocation").asInput(),
                                field(&FileUploadDetails::cloudFileJobID, "cloudFileJobID").asInput(),
                                field(&FileUploadDetails::totalFileSize, "totalFileSize").asInput(Width::Int32));
+    }
+};
+
+template <> struct Schema<DeleteFileDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&DeleteFileDetails::jobId, "jobId").asInput(),
+                               field(&DeleteFileDetails::simulationId, "simulationId").asInput(),
+                               field(&DeleteFileDetails::fileName, "fileName").asInput());
     }
 };
 
@@ -137,6 +156,7 @@ template <> struct Schema<AccountBalance> {
 };
 
 template <> struct Schema<HpcDetails> {
+    static constexpr const char *listKey = "hpcDetailsList";
     static constexpr auto fields()
     {
         return std::make_tuple(

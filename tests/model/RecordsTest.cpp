@@ -74,6 +74,8 @@ TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
     checkTable<CloudFile>("jobId* fileName* fileSize* fileDate fileHash directory*");
     checkTable<FileDownloadDetails>("localFileLocation* cloudFileDetails*");
     checkTable<FileUploadDetails>("localFileLocation* cloudFileJobID* totalFileSize*");
+    checkTable<DeleteFileDetails>("jobId* simulationId* fileName*");
+    checkTable<ProxyDefinition>("proxyHost proxyUser proxyPassword proxyPort proxyType");
     checkTable<ItemTag>("tag=tagText* type=tagType*");
     checkTable<UserDetails>("userId cognitoEmail=userEmail lastName=surname firstName=forename companyName");
     checkTable<AccountAccess>("accountId=accountID cognitoEmail=userEmail maxCoreHourRequest accountAdmin hasMFA");
@@ -102,7 +104,8 @@ TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 TEST(RecordsTest, view_everyRecord_holdsEachField)
 {
     checkViews<ApiError, CloudFile, FileDownloadDetails, FileUploadDetails, DeleteFileDetails, ItemTag, UserDetails,
-               AccountDetails, AccountTransaction, AccountBalance, JobDetails, JobProgress, SimulationAbortState>();
+               AccountDetails, AccountTransaction, AccountBalance, HpcDetails, JobDetails, JobProgress,
+               SimulationAbortState>();
 }
 
 TEST(RecordsTest, options_asText_startFromTheirDefaults)
@@ -124,6 +127,11 @@ TEST(RecordsTest, options_asText_startFromTheirDefaults)
     EXPECT_EQ(read(R"({"keepAlive": true, "answerTimeout": 1, "stallTimeout": 2, "transferRetries": 3, "caFile": "a",
                        "uploadBytesPerSecond": 4294967296, "downloadBytesPerSecond": 5, "connectionsPerHost": 6})"),
               "1 1 2 3 4294967296 5 6 a ");
+    EXPECT_EQ(readInput<ProxyDefinition>(R"({"proxyHost": "h", "proxyType": "1"})").proxyType, -1) << "sets none";
+    const auto proxy = readInput<ProxyDefinition>(
+        R"({"proxyHost": "h", "proxyUser": "u", "proxyPassword": "p", "proxyPort": 8080, "proxyType": 1})");
+    EXPECT_EQ(proxy.proxyHost + proxy.proxyUser + proxy.proxyPassword, "hup");
+    EXPECT_EQ(proxy.proxyPort * 10 + proxy.proxyType, 80801);
 }
 
 TEST(RecordsTest, reader_wrongValues_givesDefaults)
