@@ -7,9 +7,9 @@
 /// still writes its trace.
 ///
 /// **Threads.** The thread that creates a handle owns it. Call every function on that thread. Every callback runs on
-/// it too: inside the thread's Qt event loop, or inside `processEvents` where there is no event loop. Call
-/// `processEvents` often, because answers, the renewal of the token and job messages are delivered only inside it. The
-/// bytes of transfers do not pass through it, so a pause between two calls does not slow them down.
+/// it too: inside the thread's Qt event loop, or inside `processEvents` or `waitForEvents` where there is no event
+/// loop. Call one of these often, because answers, the renewal of the token and job messages are delivered only inside
+/// them. The bytes of transfers do not pass through them, so a pause between two calls does not slow transfers down.
 ///
 /// **Arguments.** Texts are UTF-8 and NUL-terminated. A null text counts as an empty one, a null record as one with
 /// empty fields. The application owns what it passes and may release it when the function has returned. File sizes and
@@ -32,9 +32,9 @@
 ///
 /// **Two forms.** A plain function hands over its result as a *view*: a structure with the record's fields in the
 /// record's order, with texts as `const char *`. Its twin, whose name ends in `_Json`, hands it over as JSON text: an
-/// outcome as `{"errorCode", "errorMessage", "errorTitle"}`, a record as an object with its fields, a list as an object
-/// whose only key names the list. Flags are the strings "true" and "false". A JSON text that is passed in but is not
-/// JSON counts as an empty object.
+/// outcome as `{"errorCode", "errorMessage", "errorTitle"}` with the code as a number, a record as an object with its
+/// fields, a list as an object whose only key names the list. Flags are the strings "true" and "false". A JSON text
+/// that is passed in but is not JSON counts as an empty object.
 ///
 /// **C.** Lists and record arguments are opaque in C: call the `_Json` twin. `checkMFAEnabled` has none, and neither
 /// have the functions without a callback that take no record; they need none. Callbacks take no pointer of the
@@ -578,8 +578,9 @@ VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFile
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,
                                VelmoraDeleteFileCallback onComplete);
 /// As `deleteFile`.
-/// @param file an object with the keys jobId, simulationId (left out if the file is directly under the job) and
-/// fileName
+/// @param file an object with the keys jobId and fileName, the name as it is listed. Or the name below a simulation,
+/// and
+///        the key simulationId.
 VELMORA_EXPORT void deleteFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraJsonCallback onComplete);
 /// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
 /// download is complete; until then, and on failure, an older file of that name stays as it is. Code 400 inside the
