@@ -19,16 +19,16 @@
 /// first, it never runs. What the library itself refuses (an invalid job, an upload without a file, a second download
 /// to one target) completes inside the call, and so do the transfers that a cancel function ends. Operations of one
 /// handle complete in the order in which their answers arrived. A null callback is never called. A callback may do
-/// anything, including destroying the handle.
+/// anything, including destroying the handle. It must not throw, nor leave by `longjmp`.
 ///
 /// **Pointers given to a callback** (outcome, views, the texts and lists in them, JSON texts) are never null, and are
 /// valid until the callback returns, also when it destroys the handle. Copy what you keep; release nothing.
 ///
 /// **Errors.** Nothing is thrown. The first argument of every completion is the outcome. Codes from 1 to 299 are
-/// success. Code 0 means that no whole answer came, which is a failure. The library's own refusals have the code 400.
-/// On failure the result is empty, with one exception: uploads, downloads and `deleteFile` always hand over the details
-/// that they were called with. No request is repeated, and none has a time limit. For what title and message hold, see
-/// `Velmora::ApiError`.
+/// success. Code 0 means that no whole answer came, which is a failure; `lastNetworkError` says why. The library's own
+/// refusals have the code 400. On failure the result is empty, with one exception: uploads, downloads and `deleteFile`
+/// always hand over the details that they were called with. No request is repeated, and none has a time limit. For what
+/// title and message hold, see `Velmora::ApiError`.
 ///
 /// **Two forms.** A plain function hands over its result as a *view*: a structure with the record's fields in the
 /// record's order, with texts as `const char *`. Its twin, whose name ends in `_Json`, hands it over as JSON text: an
@@ -325,6 +325,14 @@ typedef void (*VelmoraDoneJsonCallback)(const char *error);
 typedef void (*VelmoraJsonCallback)(const char *error, const char *result);
 typedef void (*VelmoraMessageJsonCallback)(const char *error, const char *jobId, const char *message);
 typedef void (*VelmoraProgressJsonCallback)(const char *file, int32_t bytes);
+/// `change`: see `Velmora::SessionChange`; in C one of VELMORA_SESSION_….
+typedef void (*VelmoraSessionCallback)(int change);
+enum {
+    VELMORA_SESSION_SIGNED_IN = 0,
+    VELMORA_SESSION_RENEWED = 1,
+    VELMORA_SESSION_RENEWAL_FAILED = 2, ///< there is no token any more: sign in again
+    VELMORA_SESSION_SIGNED_OUT = 3
+};
 /// @}
 
 /// @name Session
@@ -384,7 +392,8 @@ VELMORA_EXPORT void applyProxy_Json(VelmoraCloudAPI *api, const char *proxy);
 VELMORA_EXPORT void setAPIPortal(VelmoraCloudAPI *api, const VelmoraPortalTarget *portal);
 /// Whether the latest sign-in or renewal has ended without a refusal, which includes one that got no answer (code 0).
 /// False before the first sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`.
-/// The outcome of `logUserIn` tells whether a sign-in succeeded.
+/// With the option "keepAlive" it stays true during a renewal. The outcome of `logUserIn` tells whether a sign-in
+/// succeeded, and `onSessionChanged` what became of the session since.
 VELMORA_EXPORT bool isUserLoggedIn(VelmoraCloudAPI *api);
 /// Sends a request to the service and waits for the answer, without a time limit. Other callbacks may run meanwhile.
 /// @return 1 if an answer with a body came, whatever its status; otherwise -1; 0 for a null handle
@@ -394,8 +403,8 @@ VELMORA_EXPORT int currentNetworkStatus(VelmoraCloudAPI *api);
 VELMORA_EXPORT void clearActiveAccount(VelmoraCloudAPI *api);
 /// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
 VELMORA_EXPORT void checkMFAEnabled(VelmoraCloudAPI *api, const char *emailAddress, VelmoraFlagCallback onComplete);
-/// Signs in. The session then renews its token by itself, shortly before it expires. Writes the line
-/// "api->logUserIn()" to standard output.
+/// Signs in. The session then renews its token by itself, shortly before it expires: see
+/// `Velmora::CloudAPI::logUserIn`. Writes the line "api->logUserIn()" to standard output.
 /// @param mfaCode digits; empty if the user has no multi-factor authentication
 /// @param onComplete on success the message holds the service's whole answer, tokens included: do not show or log it
 VELMORA_EXPORT void logUserIn(VelmoraCloudAPI *api, const char *emailAddress, const char *password, const char *mfaCode,
@@ -403,6 +412,20 @@ VELMORA_EXPORT void logUserIn(VelmoraCloudAPI *api, const char *emailAddress, co
 /// As `logUserIn`.
 VELMORA_EXPORT void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddress, const char *password,
                                    const char *mfaCode, VelmoraDoneJsonCallback onComplete);
+/// Signs in with the refresh token of an earlier sign-in, so that a one-time code is typed once: the member
+/// "refreshToken" of the JSON object that is the message of a successful `logUserIn`. It completes as that does.
+/// Whoever was signed in counts as somebody else.
+VELMORA_EXPORT void resumeSession(VelmoraCloudAPI *api, const char *refreshToken, VelmoraDoneCallback onComplete);
+/// As `resumeSession`.
+VELMORA_EXPORT void resumeSession_Json(VelmoraCloudAPI *api, const char *refreshToken,
+                                       VelmoraDoneJsonCallback onComplete);
+/// Sets the callback that is notified of sign-ins, renewals and sign-outs; it replaces the one before, and a null one
+/// ends that. It never runs inside a call. VELMORA_SESSION_SIGNED_IN comes right after the completion of the sign-in.
+VELMORA_EXPORT void onSessionChanged(VelmoraCloudAPI *api, VelmoraSessionCallback callback);
+/// Why the last code 0 was one, as a sentence for an engineer: refused, unknown host, certificate not trusted, no
+/// answer in time, cut … It names the host, and holds no token. Empty before the first.
+/// @return valid until the next call with this handle; null for a null handle
+VELMORA_EXPORT const char *lastNetworkError(VelmoraCloudAPI *api);
 /// @}
 
 /// @name Accounts and users

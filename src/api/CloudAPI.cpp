@@ -40,6 +40,15 @@ void CloudAPI::logUserIn(const std::string &emailAddress, const std::string &pas
     m_impl->session.logIn(emailAddress, password, mfaCode, onComplete);
 }
 
+void CloudAPI::resumeSession(const std::string &refreshToken, const Done &onComplete)
+{
+    m_impl->session.resume(refreshToken, onComplete);
+}
+
+void CloudAPI::onSessionChanged(const SessionChanged &callback) { m_impl->session.setCallback(callback); }
+
+std::string CloudAPI::lastNetworkError() const { return m_impl->rest.lastNetworkError(); }
+
 void CloudAPI::checkMFAEnabled(const std::string &emailAddress, const ResultDone<bool> &onComplete)
 {
     m_impl->rest.call(Accounts::mfaEnabled(emailAddress), onComplete);

@@ -1,5 +1,6 @@
 #include "storage/Exchange.h"
 
+#include "base/UserAgent.h"
 #include "storage/Sink.h"
 #include "storage/Source.h"
 #include "storage/TlsContext.h"
@@ -114,7 +115,8 @@ void Exchange::setBody()
 
 void Exchange::setHeaders()
 {
-    QByteArrayList lines{"Expect:"}; // without a value: not sent
+    set(CURLOPT_USERAGENT, userAgent); // the address's own one, if it has any, takes its place
+    QByteArrayList lines{"Expect:"};   // without a value: not sent
     if (!m_request.hasHeader("Accept"))
         lines += "Accept:";
     for (const auto &[name, value] : m_request.headers) {

@@ -134,7 +134,8 @@ JobGrants::FileList JobGrants::readFileList(const QByteArray &body, bool showAll
 void JobGrants::listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete)
 {
     requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, FileList &&files, AddressCache &) {
-        m_rest.deliver(onComplete, operationError(outcome, Endpoints::JobFilesList.title), std::move(files.shown));
+        m_rest.complete(outcome, onComplete, operationError(outcome, Endpoints::JobFilesList.title),
+                        std::move(files.shown));
     });
 }
 

@@ -129,7 +129,7 @@ TEST(ExportsTest, everyExport_nullHandle_doesNothingAndReturnsNothing)
                   std::string(name) == "submitNewJob_Json" ? "\ne\ne\ne\ne\ne\ne\ne\ne\n" : "")
             << name;
     });
-    EXPECT_EQ(count, 81);
+    EXPECT_EQ(count, 85);
 }
 
 TEST_F(FlatTest, everyExport_nullArguments_areAccepted)
@@ -224,6 +224,27 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
         });
     EXPECT_NE(result().find(wing), std::string::npos);
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
+}
+
+TEST_F(FlatTest, session_resumedAndLost_isReported)
+{
+    const std::string tokens = Callback<>::last().at(0);
+    const auto message = QJsonDocument::fromJson(tokens.c_str())["errorMessage"].toString();
+    const QByteArray stored = QJsonDocument::fromJson(message.toUtf8())["refreshToken"].toString().toUtf8();
+    expectTwins(resumeSession, resumeSession_Json, 401, "unknown");
+    onSessionChanged(api, Callback<2>());
+    resumeSession(api, stored, Callback());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_TRUE(isUserLoggedIn(api));
+    clearActiveAccount(api);
+    EXPECT_TRUE(waitUntil([] { return Callback<2>::received.size() == 2; }));
+    EXPECT_EQ(Callback<2>::received.front().at(0), std::to_string(VELMORA_SESSION_SIGNED_IN));
+    EXPECT_EQ(Callback<2>::last().at(0), std::to_string(VELMORA_SESSION_SIGNED_OUT));
+    EXPECT_STREQ(lastNetworkError(api), "");
+    const ScopedEnvironment nobody("VELMORA_API_URL", "127.0.0.1:1");
+    getJobDetails_Json(api, wing, Callback());
+    EXPECT_EQ(answer(), 0);
+    EXPECT_NE(std::string(lastNetworkError(api)).find("127.0.0.1:1 was refused"), std::string::npos);
 }
 
 TEST_F(FlatTest, operation_oneForm_takesItsArguments)

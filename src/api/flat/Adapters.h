@@ -69,6 +69,8 @@ template <class Form, class T> auto handOver(const T &value)
         return value;
     else if constexpr (std::is_same_v<T, std::int64_t>)
         return static_cast<std::int32_t>(value); // the low 32 bits
+    else if constexpr (std::is_enum_v<T>)
+        return static_cast<int>(value);
     else
         return typename Form::template Result<T>(value);
 }

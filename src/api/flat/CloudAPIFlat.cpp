@@ -1,3 +1,4 @@
+#include "api/CloudAPIImpl.h"
 #include "api/flat/Adapters.h"
 
 #include <cstdio>
@@ -78,6 +79,26 @@ void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddress, const char *
                     VelmoraDoneJsonCallback onComplete)
 {
     json(traced(api), &CloudAPI::logUserIn, emailAddress, password, mfaCode, onComplete);
+}
+
+void resumeSession(VelmoraCloudAPI *api, const char *refreshToken, VelmoraDoneCallback onComplete)
+{
+    plain(api, &CloudAPI::resumeSession, refreshToken, onComplete);
+}
+
+void resumeSession_Json(VelmoraCloudAPI *api, const char *refreshToken, VelmoraDoneJsonCallback onComplete)
+{
+    json(api, &CloudAPI::resumeSession, refreshToken, onComplete);
+}
+
+void onSessionChanged(VelmoraCloudAPI *api, VelmoraSessionCallback callback)
+{
+    plain(api, &CloudAPI::onSessionChanged, callback);
+}
+
+const char *lastNetworkError(VelmoraCloudAPI *api)
+{
+    return api ? CloudAPIImpl::of(*api).rest.lastNetworkError().c_str() : nullptr;
 }
 
 void modifyCurrentUserDetails(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
