@@ -93,9 +93,10 @@ void resume(Case &test)
     const CloudAPI::Done done = watch(test, test.call("resumeSession"));
     test.api->logUserIn(ada.email, ada.password, "", [&test, done](const ApiError &error) {
         const QJsonDocument tokens = QJsonDocument::fromJson(QByteArray::fromStdString(error.errorMessage));
-        if (succeeded(error))
-            test.api->resumeSession(tokens[QLatin1String("refreshToken")].toString().toStdString(), done);
-        else
+        const string stored = tokens[QLatin1String("refreshToken")].toString().toStdString();
+        if (succeeded(error) && !stored.empty())
+            test.api->resumeSession(stored, done);
+        else // spoilt by the fault
             done(error);
     });
 }

@@ -79,7 +79,6 @@ TEST_F(FailureTest, lastNetworkError_eachCause_isASentence)
                 api->getJobDetails("J1", received);
             EXPECT_TRUE(probes ? api->currentNetworkStatus() == -1 : wait(done));
             EXPECT_TRUE(knows(row.part) && knows(row.host.constData())) << api->lastNetworkError();
-            std::puts(api->lastNetworkError().c_str());
             EXPECT_EQ(inside, probes ? "" : api->lastNetworkError());
         }
     }
