@@ -202,8 +202,14 @@ void CloudAPI::getUsersFileList(bool showAllFiles, const ResultDone<std::list<Cl
 void CloudAPI::deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete)
 {
     const auto refusal = Files::refusalOf(file);
+    const auto whenDone = [&grants = m_impl->grants, onComplete](const ApiError &error,
+                                                                 const DeleteFileDetails &details) {
+        grants.dropFile(details.jobId, toQt(details.fileName)); // a refused one may be gone all the same
+        if (onComplete)
+            onComplete(error, details);
+    };
     if (!refusal)
-        m_impl->rest.call(Files::remove(file), onComplete, file);
+        m_impl->rest.call(Files::remove(file), ResultDone<DeleteFileDetails>(whenDone), file);
     else if (const auto callback = onComplete) // a copy: the callback may destroy the original
         callback(*refusal, DeleteFileDetails(file));
 }

@@ -39,6 +39,14 @@ void CloudAPIImpl::connectTransfers()
        [this](const std::string &jobId, const std::string &fileName, const DownloadUrlCB &then) {
            grants.handleDownloadURLRequest(jobId, fileName, then);
        });
+    on(&Manager::uploadAddressSpent,
+       [this](const std::string &jobId, const QJsonObject &address) { grants.dropUploadAddress(jobId, address); });
+    on(&Manager::downloadAddressSpent,
+       [this](const std::string &jobId, const std::string &fileName, const QJsonObject &address) {
+           grants.dropDownloadAddress(jobId, fileName, address);
+       });
+    on(&Manager::cloudFileChanged,
+       [this](const std::string &jobId, const QString &fileName) { grants.dropFile(jobId, fileName); });
     on(&Manager::requestUploadPostMultiPart, [this](FileUpload *upload, const StorageRequest &request) {
         upload->follow(storage, request, rest.count("Cloud API: Network Request Started with multipart:"));
     });
