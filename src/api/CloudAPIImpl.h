@@ -30,7 +30,7 @@ public:
     CloudAPIImpl(const CloudAPIImpl &) = delete;
     CloudAPIImpl &operator=(const CloudAPIImpl &) = delete;
 
-    /// For tests, which reach the parts by their names.
+    /// For the flat functions, and for tests, which reach the parts by their names.
     static CloudAPIImpl &of(const CloudAPI &api) { return *api.m_impl; }
 
     static void applyProxy(const ProxyDefinition &proxy);
@@ -49,6 +49,8 @@ public:
     JobGrants grants{rest};
     StorageClient storage;
     FileTransferManager transfers{storage.pool()};
+
+    void *userData = nullptr; ///< the application's own; see `setUserData`
 
 private:
     void connectTransfers();

@@ -35,6 +35,9 @@ public:
     void setHandshake(Handshake handshake) { m_handshake = handshake; }
     const std::vector<Client> &clients() const { return m_clients; }
 
+    /// The answer to a handshake. It is the handler, until a test sets another one, which may call it.
+    Answer greet(const ReceivedRequest &request);
+
     /// Returns when the frame has been written.
     void send(std::size_t client, const QByteArray &text) { write(client, 1, text); }
     /// Starts the closing handshake; code 0 sends a close frame without code.
@@ -50,7 +53,6 @@ protected:
     void ended(int connection) override { m_clients[std::size_t(connection) - 1].gone = true; }
 
 private:
-    Answer greet(const ReceivedRequest &request);
     void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;
