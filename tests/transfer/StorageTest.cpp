@@ -42,9 +42,11 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
         {"only an informational one", early.cut(33), 400, none},
         {"none", hangUp(), 400, none},
         {"a head that was cut", whole.cut(20), 400, ""},
+        {"a head that was cut between lines", answer(200).cut(answer(200).bytes.size() - 2), 400, cut},
         {"a body that was cut", whole.cut(whole.bytes.size() - 3), 400, cut},
         {"a refusal that was cut", answer(403, refused).cut(90), 403, ""},
         {"no HTTP", Answer{"nonsense\r\n\r\n"}.closed(), 400, ""},
+        {"a refusal without a reason", answer(507), 507, "The storage answered with the status 507."},
         {"a long refusal", answer(500, '"' + noise(3 * mebibyte).toHex() + '"'), 500, ""}};
     const std::string path = write("f", noise(100000));
     for (const auto &[name, scripted, code, message] : rows) {
