@@ -1,6 +1,5 @@
 #include "Program.h"
 
-#include <random>
 #include <set>
 
 using namespace CliTests;
@@ -130,39 +129,6 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
     Program rest(said.substr(from, said.find('\n', from) - from), m_directory.path());
     EXPECT_EQ(rest.end(), 0) << rest.errors();
     EXPECT_GT(read("out/sim-1/results.dat").size(), 12000000U);
-}
-
-// Whenever the process is killed, a file is the old one or whole, here and at the service. VELMORA_KILLS: how often.
-TEST_F(FileTest, transfer_killedAtAnyMoment_leavesFilesOldOrWhole)
-{
-    VelmoraPortal::Options options;
-    options.storage.pieceSize = 1 << 20;
-    serve(1000ms, options);
-    const string bytes = bytesOf('n', 6 << 20), download = "download job-wing0001 big --to out",
-                 upload = "upload new --job job-wing0001";
-    m_portal->addFile("job-wing0001", "big", bytes);
-    write("new", bytes);
-    std::mt19937 random(20);
-    int left[2] = {};
-    for (int i = std::max(20, qEnvironmentVariableIntValue("VELMORA_KILLS")); i > 0; --i) {
-        SCOPED_TRACE(i);
-        const bool sends = i % 2 == 0;
-        write("out/big", "old");
-        m_portal->removeFile("job-wing0001", "new");
-        const auto program = start(sends ? upload : download);
-        program->waitForFinished(int(random() % 400));
-        program->kill();
-        program->waitForFinished();
-        const auto file = sends ? m_portal->plainFile("job-wing0001", "new") : read("out/big");
-        EXPECT_TRUE(!file || *file == bytes || (!sends && *file == "old"));
-        left[sends] += file == bytes ? 0 : 1;
-    }
-    EXPECT_TRUE(left[0] > 0 && left[1] > 0) << "no transfer was killed under way";
-    ended(download, 0);
-    ended(upload, 0);
-    EXPECT_EQ(read("out/big"), bytes);
-    EXPECT_EQ(m_portal->plainFile("job-wing0001", "new"), bytes);
-    EXPECT_EQ(below("out"), Strings({"big"})) << "pieces of killed downloads are removed";
 }
 
 } // namespace
