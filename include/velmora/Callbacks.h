@@ -21,6 +21,10 @@ using Done = std::function<void(const ApiError &)>;
 template <class Result> using ResultDone = std::function<void(const ApiError &, const Result &)>;
 /// Arguments: outcome, job id, message text.
 using JobMessage = std::function<void(const ApiError &, const std::string &, const std::string &)>;
+/// Argument: what is known of all simulations of a followed job.
+using JobUpdate = std::function<void(const JobProgress &)>;
+/// The end of a followed job. Arguments: outcome; the job.
+using JobEnd = ResultDone<JobDetails>;
 /// Second argument: bytes sent so far. They are those of the encrypted file and of the form fields around it, so the
 /// last value is a little above the size of the file. The value never goes back.
 using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;

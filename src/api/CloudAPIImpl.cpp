@@ -72,6 +72,7 @@ void CloudAPIImpl::setClientOptions(const ClientOptions &options)
     rest.setOptions(options);
     session.setOptions(options);
     sockets.setOptions(options);
+    followers.sockets().setOptions(options);
     storage.setOptions(options);
     transfers.setOptions(options);
 }
@@ -80,6 +81,7 @@ void CloudAPIImpl::setAPIPortal(PortalTarget portal)
 {
     rest.setPortal(portal);
     sockets.setAPIPortal(portal);
+    followers.sockets().setAPIPortal(portal);
 }
 
 int CloudAPIImpl::currentNetworkStatus()
