@@ -103,7 +103,10 @@ JobFollower::JobFollower(JobFollowers &all, const std::string &jobId, const JobU
         timer->setSingleShot(true);
     connect(&m_reopenTimer, &QTimer::timeout, this, &JobFollower::openSocket);
     connect(&m_askTimer, &QTimer::timeout, this, &JobFollower::onAskTimer);
-    connect(&m_answerTimer, &QTimer::timeout, this, [this] { onFailure({}); });
+    connect(&m_answerTimer, &QTimer::timeout, this, [this] {
+        dropQuestions();
+        onFailure({});
+    });
     m_reopenTimer.start(0);
     m_askTimer.start(0);
 }
@@ -195,8 +198,7 @@ bool JobFollower::apply(const QJsonObject &message)
         const QJsonObject object = value.toObject();
         const auto entry = readRecord<SimulationProgress>(object, Form::Reply);
         const std::string status = object.value(QLatin1String("status")).toString().toStdString();
-        const bool moved = m_statuses[entry.simulationId] != status;
-        m_statuses[entry.simulationId] = status;
+        const bool moved = !status.empty() && std::exchange(m_statuses[entry.simulationId], status) != status;
         const bool grown = note(entry);
         isMore = isMore || moved || (grown && entry.progress >= 100);
     }
@@ -310,9 +312,9 @@ void JobFollower::dropQuestions()
 void JobFollower::onDetails(const ApiError &error, const JobDetails &details)
 {
     m_answerTimer.stop();
+    m_asking = false;
     if (!succeeded(error) || details.jobId.empty())
         return onFailure(error);
-    m_asking = false;
     m_refusals = m_askPause.pause = 0;
     if (const auto outcome = endOf(details))
         return end(*outcome, details);
@@ -324,8 +326,6 @@ void JobFollower::onDetails(const ApiError &error, const JobDetails &details)
 
 void JobFollower::onFailure(const ApiError &error)
 {
-    dropQuestions();
-    m_answerTimer.stop();
     const int believed = error.errorCode == 401 ? unauthorizedBelieved : refusalsBelieved;
     if (isRefusal(error.errorCode) && ++m_refusals >= believed)
         return end({error.errorCode, unknownEnd, error.errorMessage.empty() ? error.errorTitle : error.errorMessage});

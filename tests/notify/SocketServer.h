@@ -33,6 +33,8 @@ public:
     SocketServer();
 
     void setHandshake(Handshake handshake) { m_handshake = handshake; }
+    /// For the requests that are no handshakes; their connections are numbered among the clients all the same.
+    void setRest(Handler rest) { m_rest = std::move(rest); }
     const std::vector<Client> &clients() const { return m_clients; }
 
     /// Returns when the frame has been written.
@@ -54,5 +56,6 @@ private:
     void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;
+    Handler m_rest;
     std::vector<Client> m_clients;
 };
