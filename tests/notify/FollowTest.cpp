@@ -101,7 +101,11 @@ public:
         send(R"({"jobId":"J1","status":")" + QByteArray(status) + R"(","message":"Job status is )" + status + "\"}");
     }
     void send(const QByteArray &text) { send(text.constData()); }
-    void drop() { server.drop(line(), Drop::Reset); }
+    void drop()
+    {
+        ASSERT_LT(line(), server.clients().size()) << "there is no socket";
+        server.drop(line(), Drop::Reset);
+    }
     void awaitSocket(std::size_t after)
     {
         EXPECT_TRUE(waitUntil([=] { return line() != after && line() < server.clients().size() && isOpen(); }));
