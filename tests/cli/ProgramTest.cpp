@@ -76,8 +76,8 @@ TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
         FaultKind kind;
         int times;
         const char *notice;
-    } rows[] = {{"socket", FaultKind::Status, 0, "was lost"},
-                {"socket", FaultKind::SocketDrop, 1, "was lost"},
+    } rows[] = {{"socket", FaultKind::Status, 0, "submitted job-"},
+                {"socket", FaultKind::SocketDrop, 1, "submitted job-"},
                 {"socket", FaultKind::SocketSilence, 0, "submitted job-"},
                 {"job/load", FaultKind::ResetAfter, 1, "answers again"},
                 {"job/progress", FaultKind::Status, 0, "submitted job-"}};
