@@ -3,7 +3,8 @@
 /// `CloudAPI::Done` is `Done`.
 ///
 /// Every callback runs on the thread that owns the `CloudAPI`. Its arguments are valid until it returns. An empty
-/// callback is allowed and never called.
+/// callback is allowed and never called. A callback must not throw: the exception would pass through Qt's event loop,
+/// which does not survive it. Catch inside.
 #ifndef VELMORA_CALLBACKS_H
 #define VELMORA_CALLBACKS_H
 
@@ -25,6 +26,16 @@ using JobMessage = std::function<void(const ApiError &, const std::string &, con
 using JobUpdate = std::function<void(const JobProgress &)>;
 /// The end of a followed job. Arguments: outcome; the job.
 using JobEnd = ResultDone<JobDetails>;
+/// What happened to the session's token. Numbers, for the flat functions; they stay as they are.
+enum class SessionChange {
+    SignedIn = 0, ///< by `logUserIn` or `resumeSession`
+    Renewed = 1,  ///< a new token has replaced one that was about to expire
+    /// There is no token any more, because the service refused to renew it, or did not answer. Nothing more is tried:
+    /// sign in again. With `ClientOptions::keepAlive` only a refusal leads to this.
+    RenewalFailed = 2,
+    SignedOut = 3, ///< by `clearActiveAccount`, or because the next sign-in began
+};
+using SessionChanged = std::function<void(SessionChange)>;
 /// Second argument: bytes sent so far. They are those of the encrypted file and of the form fields around it, so the
 /// last value is a little above the size of the file. The value never goes back.
 using UploadProgress = std::function<void(const FileUploadDetails &, std::int64_t)>;

@@ -11,12 +11,16 @@ namespace Velmora {
 /// How a session deals with bad networks and long runs. A default one changes nothing: no request is repeated, and none
 /// has a time limit. Negative numbers count as 0.
 struct ClientOptions {
-    /// A renewal of the token that gets no answer, or one with a status of 500 or more, is tried again after 1, 2, 4 …
-    /// 30 s, until it succeeds, is refused, or the user signs out. Requests that are made during a renewal wait for
-    /// it and go out with its token.
+    /// A renewal of the token that gets no answer, none with a token, or one with a status of 500 or more, is tried
+    /// again after 1, 2, 4 … 30 s, until it succeeds, is refused, or the user signs out. Requests and subscriptions
+    /// that are made during a renewal wait for it and go out with its token, in their order. They go out without one
+    /// when it is refused, and when the user signs out. A token that lives 5 s or less is renewed after half of its
+    /// time.
     bool keepAlive = false;
-    /// Seconds that a request may go without a byte of its answer, 0 for ever. Then it ends with code 0. It does
-    /// not apply to transfers.
+    /// Seconds that a request may go without a byte of its answer, 0 for ever. Then it ends with code 0, and so does a
+    /// request that waits for a renewal, once three tries of that have failed. A renewal that is to be tried again
+    /// counts as unanswered after a minute where this is 0. It does not apply to transfers. The time that the owner's
+    /// thread is busy does not count.
     int answerTimeout = 0;
     /// Seconds that a transfer may go without a byte sent or received, 0 for ever. Then it breaks.
     int stallTimeout = 0;
@@ -31,7 +35,9 @@ struct ClientOptions {
     /// Transfers to one storage server that may move bytes at a time, 0 for the library's choice.
     int connectionsPerHost = 0;
     /// A file of certificate authorities in PEM form that are trusted besides those of the system, for requests,
-    /// transfers and subscriptions. Empty for none.
+    /// transfers and subscriptions (which accept any certificate, with this or without). Empty for none. It is read by
+    /// `setClientOptions`. While it cannot be read, or holds no certificate, requests are not sent: they end with code
+    /// 0, and `lastNetworkError` names the file.
     std::string caFile;
 
     /// What suits an application that has nothing better to do about a failure than to try again.

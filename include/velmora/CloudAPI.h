@@ -28,13 +28,13 @@ class CloudAPIImpl;
 /// without a file) completes inside the call. Operations of one session complete in the order in which
 /// their answers arrived. The arguments of a callback are valid until it returns; copy what you keep. An
 /// empty callback is allowed. A callback may do anything: start operations, cancel, unsubscribe the job
-/// it reports on, log out, run an event loop, destroy the `CloudAPI`.
+/// it reports on, log out, run an event loop, destroy the `CloudAPI`. It must not throw.
 ///
 /// **Errors.** Nothing is thrown. The first argument of every completion is an `ApiError`; `succeeded`
 /// tells whether it is a success. Code 0 means that no answer came, or none that is whole: one that was cut
-/// or damaged, or is larger than 256 MiB. That is a failure. On failure the result is empty, with one
-/// exception: uploads, downloads and `deleteFile` always hand over the details that they were called with.
-/// No request is repeated, and none has a time limit.
+/// or damaged, or is larger than 256 MiB. That is a failure; `lastNetworkError` says why. On failure the result is
+/// empty, with one exception: uploads, downloads and `deleteFile` always hand over the details that they were called
+/// with. No request is repeated, and none has a time limit, unless `setClientOptions` says so.
 ///
 /// **Applications without Qt.** If the process has no `QCoreApplication`, the constructor makes one. It
 /// lives as long as any `CloudAPI` does. Call `processEvents` often, because answers, the renewal of the
@@ -52,6 +52,7 @@ public:
     using JobEnd = Velmora::JobEnd;
     using UploadProgress = Velmora::UploadProgress;
     using DownloadProgress = Velmora::DownloadProgress;
+    using SessionChanged = Velmora::SessionChanged;
     /// @}
 
     /// A session of the calling thread, signed out, for the production portal.
@@ -82,21 +83,44 @@ public:
     /// Runs the callbacks that are due, then returns; it never waits. For applications without an event
     /// loop: see the head of this class for how often to call it.
     void processEvents();
+    /// As above, but if nothing is due, it first waits for something to happen. The wait takes no processor time. The
+    /// call returns as soon as something was handled: a callback ran, or the library did a step that leads to one. So
+    /// check your own condition and call it again.
+    /// @param maxWaitMilliseconds  how long to wait at most; 0 or less does not wait
+    /// @return true if something was handled before the time was over
+    bool processEvents(int maxWaitMilliseconds);
+    /// Why the last code 0 was one, as a sentence for an engineer: refused, unknown host, certificate not trusted, no
+    /// answer in time, cut … It names the host, and holds no token. Valid inside the callback that receives the code
+    /// 0, and until the next one does; a renewal that gets no answer, and `currentNetworkStatus`, set it too. Empty
+    /// before the first.
+    std::string lastNetworkError() const;
     /// Whether the latest sign-in or renewal has ended without a refusal. That is weaker than it sounds:
     /// it includes one that got no answer (code 0) and an answer without tokens. False before the first
-    /// sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`. The
-    /// outcome of `logUserIn` tells whether a sign-in succeeded.
+    /// sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`. With
+    /// `ClientOptions::keepAlive` it stays true during a renewal. The outcome of `logUserIn` tells whether a sign-in
+    /// succeeded, and `onSessionChanged` what became of the session since.
     bool isUserLoggedIn() const;
-    /// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions,
-    /// and the following of jobs, which reports that.
-    /// Nothing is sent. A sign-in or renewal under way completes its callback and has no other effect.
+    /// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions, and
+    /// the following of jobs, which reports that. Nothing is sent. A sign-in under way completes its callback and has
+    /// no other effect; a renewal has none.
     void clearActiveAccount();
-    /// Signs in. The session then renews its token by itself, shortly before it expires. Signing in as somebody
-    /// else forgets the keys and addresses of the last user's transfers. On success
-    /// `ApiError::errorMessage` holds the service's whole answer, tokens included: do not show or log it.
+    /// Signs in. The session then renews its token by itself, five seconds before it expires, or as soon as the thread
+    /// runs again when the machine was asleep then. During a renewal the session has no token, so requests and
+    /// subscriptions that are made then are refused, and a renewal without an answer ends the session; see
+    /// `ClientOptions::keepAlive`. Signing in as somebody else forgets the keys and addresses of the last user's
+    /// transfers. On success `ApiError::errorMessage` holds the service's whole answer, a JSON object with the tokens:
+    /// do not show or log it. Its "refreshToken" is what `resumeSession` takes.
     /// @param mfaCode digits; empty if the user has no multi-factor authentication
     void logUserIn(const std::string &emailAddress, const std::string &password, const std::string &mfaCode,
                    const Done &onComplete);
+    /// Signs in with the refresh token of an earlier sign-in, so that a one-time code is typed once. It completes as
+    /// `logUserIn` does, and the session renews its token with the same refresh token. Whoever was signed in counts as
+    /// somebody else. Keep a refresh token as you would keep a password.
+    void resumeSession(const std::string &refreshToken, const Done &onComplete);
+    /// Sets the callback that is notified of sign-ins, renewals and sign-outs; it replaces the one before, and an empty
+    /// one ends that. It never runs inside a call of this class. `SignedIn` comes right after the completion of the
+    /// sign-in; a sign-in that fails, or brings no token, is no change.
+    void onSessionChanged(const SessionChanged &callback);
     /// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
     void checkMFAEnabled(const std::string &emailAddress, const ResultDone<bool> &onComplete);
     /// @}

@@ -7,9 +7,9 @@
 /// still writes its trace.
 ///
 /// **Threads.** The thread that creates a handle owns it. Call every function on that thread. Every callback runs on
-/// it too: inside the thread's Qt event loop, or inside `processEvents` where there is no event loop. Call
-/// `processEvents` often, because answers, the renewal of the token and job messages are delivered only inside it. The
-/// bytes of transfers do not pass through it, so a pause between two calls does not slow them down.
+/// it too: inside the thread's Qt event loop, or inside `processEvents` or `waitForEvents` where there is no event
+/// loop. Call one of these often, because answers, the renewal of the token and job messages are delivered only inside
+/// them. The bytes of transfers do not pass through them, so a pause between two calls does not slow transfers down.
 ///
 /// **Arguments.** Texts are UTF-8 and NUL-terminated. A null text counts as an empty one, a null record as one with
 /// empty fields. The application owns what it passes and may release it when the function has returned. File sizes and
@@ -19,27 +19,26 @@
 /// first, it never runs. What the library itself refuses (an invalid job, an upload without a file, a second download
 /// to one target) completes inside the call, and so do the transfers that a cancel function ends. Operations of one
 /// handle complete in the order in which their answers arrived. A null callback is never called. A callback may do
-/// anything, including destroying the handle.
+/// anything, including destroying the handle. It must not throw, nor leave by `longjmp`.
 ///
 /// **Pointers given to a callback** (outcome, views, the texts and lists in them, JSON texts) are never null, and are
 /// valid until the callback returns, also when it destroys the handle. Copy what you keep; release nothing.
 ///
 /// **Errors.** Nothing is thrown. The first argument of every completion is the outcome. Codes from 1 to 299 are
-/// success. Code 0 means that no whole answer came, which is a failure. The library's own refusals have the code 400.
-/// On failure the result is empty, with one exception: uploads, downloads and `deleteFile` always hand over the details
-/// that they were called with. No request is repeated, and none has a time limit. For what title and message hold, see
-/// `Velmora::ApiError`.
+/// success. Code 0 means that no whole answer came, which is a failure; `lastNetworkError` says why. The library's own
+/// refusals have the code 400. On failure the result is empty, with one exception: uploads, downloads and `deleteFile`
+/// always hand over the details that they were called with. No request is repeated, and none has a time limit. For what
+/// title and message hold, see `Velmora::ApiError`.
 ///
 /// **Two forms.** A plain function hands over its result as a *view*: a structure with the record's fields in the
 /// record's order, with texts as `const char *`. Its twin, whose name ends in `_Json`, hands it over as JSON text: an
-/// outcome as `{"errorCode", "errorMessage", "errorTitle"}`, a record as an object with its fields, a list as an object
-/// whose only key names the list. Flags are the strings "true" and "false". A JSON text that is passed in but is not
-/// JSON counts as an empty object.
+/// outcome as `{"errorCode", "errorMessage", "errorTitle"}` with the code as a number, a record as an object with its
+/// fields, a list as an object whose only key names the list. Flags are the strings "true" and "false". A JSON text
+/// that is passed in but is not JSON counts as an empty object.
 ///
-/// **C.** Lists and record arguments are opaque in C: call the `_Json` twin. Three functions have none. `deleteFile`
-/// cannot be called from C, because its argument cannot be made there. `getJobProgress` and `getAccountBalance` can,
-/// but the list in their result cannot be read. `checkMFAEnabled`, `modifyCurrentUserDetails` and
-/// `unsubscribeFromJob` have no twin either, and need none.
+/// **C.** Lists and record arguments are opaque in C: call the `_Json` twin. `checkMFAEnabled` has none, and neither
+/// have the functions without a callback that take no record; they need none. Callbacks take no pointer of the
+/// application's own: inside one, `currentCloudAPI` gives the handle, and `userData` what you keep with it.
 #ifndef VELMORA_CLOUDAPIFLAT_H
 #define VELMORA_CLOUDAPIFLAT_H
 
@@ -51,6 +50,7 @@
 
 #ifdef __cplusplus
 
+#include <velmora/ClientOptions.h>
 #include <velmora/JobSubmit.h>
 #include <velmora/Records.h>
 
@@ -65,6 +65,8 @@ typedef Velmora::CloudAPI VelmoraCloudAPI;
 /// The portal to talk to, see `Velmora::PortalTarget`.
 typedef Velmora::PortalTarget VelmoraPortalTarget;
 
+typedef Velmora::ClientOptions VelmoraClientOptions;
+typedef Velmora::ProxyDefinition VelmoraProxyDefinition;
 typedef Velmora::JobSubmit VelmoraJobSubmit;
 typedef Velmora::DeleteFileDetails VelmoraDeleteFileDetails;
 typedef Velmora::FileDownloadDetails VelmoraFileDownloadDetails;
@@ -81,6 +83,8 @@ typedef struct VelmoraCloudAPI VelmoraCloudAPI;
 typedef int32_t VelmoraPortalTarget;
 enum { VELMORA_PORTAL_TEST = 0, VELMORA_PORTAL_DEVELOPMENT = 1, VELMORA_PORTAL_PRODUCTION = 2 };
 
+typedef struct VelmoraClientOptions VelmoraClientOptions;
+typedef struct VelmoraProxyDefinition VelmoraProxyDefinition;
 typedef struct VelmoraJobSubmit VelmoraJobSubmit;
 typedef struct VelmoraDeleteFileDetails VelmoraDeleteFileDetails;
 typedef struct VelmoraFileDownloadDetails VelmoraFileDownloadDetails;
@@ -206,6 +210,18 @@ typedef struct VelmoraAccountBalanceView {
     VelmoraAccountTransactionList recentTransactions;
 } VelmoraAccountBalanceView;
 
+/// See `Velmora::HpcDetails`.
+typedef struct VelmoraHpcDetailsView {
+    const char *hpcId;
+    bool hpcActive; ///< accepts jobs
+    const char *hpcCloud;
+    const char *hpcClusterName;
+    const char *hpcDescription;
+    const char *hpcRegion;
+    const char *hpcAccountBucket;
+} VelmoraHpcDetailsView;
+VELMORA_LIST(VelmoraHpcDetailsView, VelmoraHpcDetailsList);
+
 /// See `Velmora::JobStatusEntry`.
 typedef struct VelmoraJobStatusEntryView {
     const char *jobId;
@@ -292,6 +308,7 @@ typedef void (*VelmoraDeleteFileCallback)(const VelmoraApiErrorView *error, cons
 typedef void (*VelmoraDownloadCallback)(const VelmoraApiErrorView *error, const VelmoraFileDownloadDetailsView *file);
 typedef void (*VelmoraDownloadProgressCallback)(const VelmoraFileDownloadDetailsView *file, int32_t bytes);
 typedef void (*VelmoraFileListCallback)(const VelmoraApiErrorView *error, const VelmoraCloudFileList *files);
+typedef void (*VelmoraHpcListCallback)(const VelmoraApiErrorView *error, const VelmoraHpcDetailsList *clusters);
 typedef void (*VelmoraJobDetailsCallback)(const VelmoraApiErrorView *error, const VelmoraJobDetailsView *job);
 typedef void (*VelmoraJobListCallback)(const VelmoraApiErrorView *error, const VelmoraJobDetailsList *jobs);
 typedef void (*VelmoraJobProgressCallback)(const VelmoraApiErrorView *error, const VelmoraJobProgressView *progress);
@@ -310,6 +327,14 @@ typedef void (*VelmoraJsonCallback)(const char *error, const char *result);
 typedef void (*VelmoraUpdateJsonCallback)(const char *progress);
 typedef void (*VelmoraMessageJsonCallback)(const char *error, const char *jobId, const char *message);
 typedef void (*VelmoraProgressJsonCallback)(const char *file, int32_t bytes);
+/// `change`: see `Velmora::SessionChange`; in C one of VELMORA_SESSION_….
+typedef void (*VelmoraSessionCallback)(int change);
+enum {
+    VELMORA_SESSION_SIGNED_IN = 0,
+    VELMORA_SESSION_RENEWED = 1,
+    VELMORA_SESSION_RENEWAL_FAILED = 2, ///< there is no token any more: sign in again
+    VELMORA_SESSION_SIGNED_OUT = 3
+};
 /// @}
 
 /// @name Session
@@ -322,16 +347,55 @@ VELMORA_EXPORT VelmoraCloudAPI *CreateCloudAPI(void);
 /// Aborts what is in flight and destroys the session. No callback runs any more. May be called from inside a callback.
 /// A null handle is ignored.
 VELMORA_EXPORT void DestroyCloudAPI(VelmoraCloudAPI *api);
+/// Keeps a pointer of the application's own with the handle, null at first. The library does not use it.
+VELMORA_EXPORT void setUserData(VelmoraCloudAPI *api, void *data);
+/// @return what `setUserData` was given last; null for a null handle
+VELMORA_EXPORT void *userData(VelmoraCloudAPI *api);
+/// The handle whose callback is running on this thread: with callbacks inside each other, the innermost one's.
+/// @return null outside callbacks, and in a callback that has destroyed its handle
+VELMORA_EXPORT VelmoraCloudAPI *currentCloudAPI(void);
 /// Runs the callbacks that are due, then returns; it never waits. For applications without an event loop: see the head
 /// of this file for how often to call it.
 VELMORA_EXPORT void processEvents(VelmoraCloudAPI *api);
+/// As `processEvents`, but if nothing is due, it first waits for something to happen. The wait takes no processor time.
+/// The call returns as soon as something was handled: a callback ran, or the library did a step that leads to one. So
+/// check your own condition and call it again: `while (!finished) waitForEvents(api, 1000);`
+/// @param milliseconds how long to wait at most; 0 or less does not wait
+/// @return true if something was handled before the time was over; false, at once, for a null handle
+VELMORA_EXPORT bool waitForEvents(VelmoraCloudAPI *api, int milliseconds);
+/// Sets the options of what follows: see `Velmora::ClientOptions`. Requests, transfers and subscriptions that are under
+/// way keep theirs. Null sets the default ones.
+VELMORA_EXPORT void setClientOptions(VelmoraCloudAPI *api, const VelmoraClientOptions *options);
+/// As `setClientOptions`.
+/// @param options an object with any of these keys:
+///        - "robust": true starts from what suits most applications (`Velmora::ClientOptions::robust`): "keepAlive"
+///        true,
+///          "answerTimeout" 120, "stallTimeout" 60, "transferRetries" 5. Otherwise all start as false, 0 and empty.
+///        - "keepAlive": true or false
+///        - "answerTimeout", "stallTimeout": seconds, 0 for ever
+///        - "transferRetries": a number
+///        - "uploadBytesPerSecond", "downloadBytesPerSecond": bytes, 0 for no limit
+///        - "connectionsPerHost": a number, 0 for the library's choice
+///        - "caFile": the path of a file in PEM form
+///
+///        A key that is missing, or whose value has another type, keeps what it starts as. Each call sets all options.
+VELMORA_EXPORT void setClientOptions_Json(VelmoraCloudAPI *api, const char *options);
+/// Sets the proxy of the whole process, sockets included, for all handles: see `Velmora::ProxyDefinition`. A proxy type
+/// other than 0, 1 or 2 changes nothing, and neither does a null `proxy`. Type 2 does not replace a proxy that was set
+/// before with 0 or 1.
+VELMORA_EXPORT void applyProxy(VelmoraCloudAPI *api, const VelmoraProxyDefinition *proxy);
+/// As `applyProxy`. Without a "proxyType" nothing changes.
+/// @param proxy an object with the keys proxyType (0 SOCKS 5, 1 HTTP, 2 the system's configuration), proxyHost,
+///        proxyPort, proxyUser, proxyPassword
+VELMORA_EXPORT void applyProxy_Json(VelmoraCloudAPI *api, const char *proxy);
 /// Chooses the portal for the requests and subscriptions that follow: 0 test, 1 development, 2 production. The
 /// environment variable VELMORA_API_URL (a host, optionally with a port) takes precedence. A null `portal` changes
 /// nothing.
 VELMORA_EXPORT void setAPIPortal(VelmoraCloudAPI *api, const VelmoraPortalTarget *portal);
 /// Whether the latest sign-in or renewal has ended without a refusal, which includes one that got no answer (code 0).
 /// False before the first sign-in, during a sign-in or renewal, after a refused one, and after `clearActiveAccount`.
-/// The outcome of `logUserIn` tells whether a sign-in succeeded.
+/// With the option "keepAlive" it stays true during a renewal. The outcome of `logUserIn` tells whether a sign-in
+/// succeeded, and `onSessionChanged` what became of the session since.
 VELMORA_EXPORT bool isUserLoggedIn(VelmoraCloudAPI *api);
 /// Sends a request to the service and waits for the answer, without a time limit. Other callbacks may run meanwhile.
 /// @return 1 if an answer with a body came, whatever its status; otherwise -1; 0 for a null handle
@@ -341,8 +405,8 @@ VELMORA_EXPORT int currentNetworkStatus(VelmoraCloudAPI *api);
 VELMORA_EXPORT void clearActiveAccount(VelmoraCloudAPI *api);
 /// The result tells whether the user needs a multi-factor code to sign in. Works signed out.
 VELMORA_EXPORT void checkMFAEnabled(VelmoraCloudAPI *api, const char *emailAddress, VelmoraFlagCallback onComplete);
-/// Signs in. The session then renews its token by itself, shortly before it expires. Writes the line
-/// "api->logUserIn()" to standard output.
+/// Signs in. The session then renews its token by itself, shortly before it expires: see
+/// `Velmora::CloudAPI::logUserIn`. Writes the line "api->logUserIn()" to standard output.
 /// @param mfaCode digits; empty if the user has no multi-factor authentication
 /// @param onComplete on success the message holds the service's whole answer, tokens included: do not show or log it
 VELMORA_EXPORT void logUserIn(VelmoraCloudAPI *api, const char *emailAddress, const char *password, const char *mfaCode,
@@ -350,6 +414,20 @@ VELMORA_EXPORT void logUserIn(VelmoraCloudAPI *api, const char *emailAddress, co
 /// As `logUserIn`.
 VELMORA_EXPORT void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddress, const char *password,
                                    const char *mfaCode, VelmoraDoneJsonCallback onComplete);
+/// Signs in with the refresh token of an earlier sign-in, so that a one-time code is typed once: the member
+/// "refreshToken" of the JSON object that is the message of a successful `logUserIn`. It completes as that does.
+/// Whoever was signed in counts as somebody else.
+VELMORA_EXPORT void resumeSession(VelmoraCloudAPI *api, const char *refreshToken, VelmoraDoneCallback onComplete);
+/// As `resumeSession`.
+VELMORA_EXPORT void resumeSession_Json(VelmoraCloudAPI *api, const char *refreshToken,
+                                       VelmoraDoneJsonCallback onComplete);
+/// Sets the callback that is notified of sign-ins, renewals and sign-outs; it replaces the one before, and a null one
+/// ends that. It never runs inside a call. VELMORA_SESSION_SIGNED_IN comes right after the completion of the sign-in.
+VELMORA_EXPORT void onSessionChanged(VelmoraCloudAPI *api, VelmoraSessionCallback callback);
+/// Why the last code 0 was one, as a sentence for an engineer: refused, unknown host, certificate not trusted, no
+/// answer in time, cut … It names the host, and holds no token. Empty before the first.
+/// @return valid until the next call with this handle; null for a null handle
+VELMORA_EXPORT const char *lastNetworkError(VelmoraCloudAPI *api);
 /// @}
 
 /// @name Accounts and users
@@ -359,6 +437,9 @@ VELMORA_EXPORT void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddres
 /// change.
 VELMORA_EXPORT void modifyCurrentUserDetails(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
                                              const char *companyName, VelmoraUserDetailsCallback onComplete);
+/// As `modifyCurrentUserDetails`.
+VELMORA_EXPORT void modifyCurrentUserDetails_Json(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
+                                                  const char *companyName, VelmoraJsonCallback onComplete);
 /// The signed-in user.
 VELMORA_EXPORT void getCurrentUserDetails(VelmoraCloudAPI *api, VelmoraUserDetailsCallback onComplete);
 /// As `getCurrentUserDetails`.
@@ -370,6 +451,26 @@ VELMORA_EXPORT void getAccountList_Json(VelmoraCloudAPI *api, VelmoraJsonCallbac
 /// The account's core hours and its recent transactions.
 VELMORA_EXPORT void getAccountBalance(VelmoraCloudAPI *api, const char *accountId,
                                       VelmoraAccountBalanceCallback onComplete);
+/// As `getAccountBalance`; the result has the keys accountId, coreHoursAvailable and recentTransactions, which is an
+/// array.
+VELMORA_EXPORT void getAccountBalance_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
+/// The clusters that the account may use.
+VELMORA_EXPORT void getHpcList(VelmoraCloudAPI *api, const char *accountId, VelmoraHpcListCallback onComplete);
+/// As `getHpcList`; the list is named "hpcDetailsList".
+VELMORA_EXPORT void getHpcList_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
+/// The clusters that the account prefers.
+VELMORA_EXPORT void getHpcPreferenceList(VelmoraCloudAPI *api, const char *accountId,
+                                         VelmoraHpcListCallback onComplete);
+/// As `getHpcPreferenceList`; the list is named "hpcDetailsList".
+VELMORA_EXPORT void getHpcPreferenceList_Json(VelmoraCloudAPI *api, const char *accountId,
+                                              VelmoraJsonCallback onComplete);
+/// Reports to the service something that the user did, for its statistics.
+/// @param eventValue left out of the request if empty
+VELMORA_EXPORT void sendUserEvent(VelmoraCloudAPI *api, const char *eventType, const char *eventSource,
+                                  const char *eventValue, VelmoraDoneCallback onComplete);
+/// As `sendUserEvent`.
+VELMORA_EXPORT void sendUserEvent_Json(VelmoraCloudAPI *api, const char *eventType, const char *eventSource,
+                                       const char *eventValue, VelmoraDoneJsonCallback onComplete);
 /// @}
 
 /// @name Jobs
@@ -380,6 +481,12 @@ VELMORA_EXPORT void getAccountBalance(VelmoraCloudAPI *api, const char *accountI
 VELMORA_EXPORT void generateNewJobID(VelmoraCloudAPI *api, const char *accountId, VelmoraTextCallback onComplete);
 /// As `generateNewJobID`; the result is the bare id, not JSON.
 VELMORA_EXPORT void generateNewJobID_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
+/// As `generateNewJobID`, for a job that is to run on the cluster `hpcId`.
+VELMORA_EXPORT void generateNewJobIDForHpc(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
+                                           VelmoraTextCallback onComplete);
+/// As `generateNewJobIDForHpc`; the result is the bare id, not JSON.
+VELMORA_EXPORT void generateNewJobIDForHpc_Json(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
+                                                VelmoraJsonCallback onComplete);
 /// Validates, then submits. An invalid job completes inside the call with code 400 and a message that lists every
 /// failed check; nothing is sent.
 VELMORA_EXPORT void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *job,
@@ -412,6 +519,9 @@ VELMORA_EXPORT void killSimulation_Json(VelmoraCloudAPI *api, const char *jobId,
                                         VelmoraJsonCallback onComplete);
 /// The progress of each simulation of a job, as last reported to the service.
 VELMORA_EXPORT void getJobProgress(VelmoraCloudAPI *api, const char *jobId, VelmoraJobProgressCallback onComplete);
+/// As `getJobProgress`; the result has the keys jobId and simulationProgressList, which is an array of objects with the
+/// keys simulationId and progress.
+VELMORA_EXPORT void getJobProgress_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete);
 /// Subscribes to the messages that the service sends about a job. Subscribing a job again ends the earlier
 /// subscription, whose callbacks are then not called any more.
 ///
@@ -470,6 +580,10 @@ VELMORA_EXPORT void untagJob(VelmoraCloudAPI *api, const char *jobId, const char
 /// As `untagJob`.
 VELMORA_EXPORT void untagJob_Json(VelmoraCloudAPI *api, const char *jobId, const char *tag,
                                   VelmoraJsonCallback onComplete);
+/// The tags that are in use within an account.
+VELMORA_EXPORT void getAllAccountTags(VelmoraCloudAPI *api, const char *accountId, VelmoraTagListCallback onComplete);
+/// As `getAllAccountTags`; the list is named "itemTagList".
+VELMORA_EXPORT void getAllAccountTags_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete);
 /// The user's jobs that carry the tags.
 VELMORA_EXPORT void searchUserTags(VelmoraCloudAPI *api, const VelmoraItemTags *tags,
                                    VelmoraJobListCallback onComplete);
@@ -507,6 +621,11 @@ VELMORA_EXPORT void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFile
 /// A name with a part "." or ".." is refused inside the call with code 400.
 VELMORA_EXPORT void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file,
                                VelmoraDeleteFileCallback onComplete);
+/// As `deleteFile`.
+/// @param file an object with the keys jobId and fileName, the name as it is listed. Or the name below a simulation,
+/// and
+///        the key simulationId.
+VELMORA_EXPORT void deleteFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraJsonCallback onComplete);
 /// Fetches `file->cloudFileDetails` into `file->localFileLocation`. The target is created or replaced only when the
 /// download is complete; until then, and on failure, an older file of that name stays as it is. Code 400 inside the
 /// call: a download to the same target is already running.

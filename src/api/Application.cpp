@@ -5,6 +5,7 @@
 #include <QMutex>
 #include <QMutexLocker>
 #include <QThread>
+#include <QTimer>
 
 namespace Velmora {
 
@@ -86,7 +87,7 @@ PumpScope::~PumpScope()
     delete unused;
 }
 
-void pumpEvents()
+bool pumpEvents(int maxWaitMilliseconds)
 {
     static thread_local int depth = 0;
     const PumpScope scope;
@@ -94,11 +95,22 @@ void pumpEvents()
         Depth() { ++depth; }
         ~Depth() { --depth; }
     } const nested;
-    QCoreApplication::processEvents();
+    QEventLoop loop;
+    bool over = maxWaitMilliseconds <= 0;
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    deadline.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&deadline, &QTimer::timeout, [&over] { over = true; });
+    if (!over)
+        deadline.start(maxWaitMilliseconds);
+    bool handled = loop.processEvents();
+    while (!handled && !over) // a wait may end without an event
+        handled = loop.processEvents(QEventLoop::WaitForMoreEvents) && !over;
     // Only from the outermost level: what a slot further up the stack has marked for deletion must
     // outlive that slot.
     if (depth == 1 && QThread::currentThread()->loopLevel() == 0)
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return handled;
 }
 
 } // namespace Velmora

@@ -30,7 +30,8 @@ public:
 };
 
 /// Delivers what is due on this thread, deferred deletions included. Qt leaves those to an event loop, which an
-/// application that only pumps does not have.
-void pumpEvents();
+/// application that only pumps does not have. If nothing is due, it waits for an event, asleep, for at most so long.
+/// @return whether an event was handled
+bool pumpEvents(int maxWaitMilliseconds = 0);
 
 } // namespace Velmora

@@ -28,6 +28,8 @@ int CloudAPI::currentNetworkStatus() { return m_impl->currentNetworkStatus(); }
 
 void CloudAPI::processEvents() { pumpEvents(); }
 
+bool CloudAPI::processEvents(int maxWaitMilliseconds) { return pumpEvents(maxWaitMilliseconds); }
+
 bool CloudAPI::isUserLoggedIn() const { return m_impl->session.isLoggedIn(); }
 
 void CloudAPI::clearActiveAccount() { m_impl->session.clear(); }
@@ -37,6 +39,15 @@ void CloudAPI::logUserIn(const std::string &emailAddress, const std::string &pas
 {
     m_impl->session.logIn(emailAddress, password, mfaCode, onComplete);
 }
+
+void CloudAPI::resumeSession(const std::string &refreshToken, const Done &onComplete)
+{
+    m_impl->session.resume(refreshToken, onComplete);
+}
+
+void CloudAPI::onSessionChanged(const SessionChanged &callback) { m_impl->session.setCallback(callback); }
+
+std::string CloudAPI::lastNetworkError() const { return m_impl->rest.lastNetworkError(); }
 
 void CloudAPI::checkMFAEnabled(const std::string &emailAddress, const ResultDone<bool> &onComplete)
 {
@@ -191,8 +202,14 @@ void CloudAPI::getUsersFileList(bool showAllFiles, const ResultDone<std::list<Cl
 void CloudAPI::deleteFile(const DeleteFileDetails &file, const ResultDone<DeleteFileDetails> &onComplete)
 {
     const auto refusal = Files::refusalOf(file);
+    const auto whenDone = [&grants = m_impl->grants, onComplete](const ApiError &error,
+                                                                 const DeleteFileDetails &details) {
+        grants.dropFile(details.jobId, toQt(details.fileName)); // a refused one may be gone all the same
+        if (onComplete)
+            onComplete(error, details);
+    };
     if (!refusal)
-        m_impl->rest.call(Files::remove(file), onComplete, file);
+        m_impl->rest.call(Files::remove(file), ResultDone<DeleteFileDetails>(whenDone), file);
     else if (const auto callback = onComplete) // a copy: the callback may destroy the original
         callback(*refusal, DeleteFileDetails(file));
 }

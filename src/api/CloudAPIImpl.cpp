@@ -16,6 +16,13 @@ CloudAPIImpl::CloudAPIImpl()
     QObject::connect(&session, &Session::tokenChanged, &sockets, &SocketManager::updateCognitoToken);
     QObject::connect(&session, &Session::userChanged, &session, [this] { grants.forget(); });
     QObject::connect(&session, &Session::loggedOut, &sockets, &SocketManager::unsubscribeFromAll);
+    const auto isRenewing = [this] { return session.isRenewing(); };
+    rest.setGate(isRenewing);
+    QObject::connect(&session, &Session::renewalEnded, &rest, &RestClient::openGate);
+    for (SocketManager *each : {&sockets, &followers.sockets()}) {
+        each->setGate(isRenewing);
+        QObject::connect(&session, &Session::renewalEnded, each, &SocketManager::openGate);
+    }
     connectTransfers();
 }
 
@@ -34,6 +41,14 @@ void CloudAPIImpl::connectTransfers()
        [this](const std::string &jobId, const std::string &fileName, const DownloadUrlCB &then) {
            grants.handleDownloadURLRequest(jobId, fileName, then);
        });
+    on(&Manager::uploadAddressSpent,
+       [this](const std::string &jobId, const QJsonObject &address) { grants.dropUploadAddress(jobId, address); });
+    on(&Manager::downloadAddressSpent,
+       [this](const std::string &jobId, const std::string &fileName, const QJsonObject &address) {
+           grants.dropDownloadAddress(jobId, fileName, address);
+       });
+    on(&Manager::cloudFileChanged,
+       [this](const std::string &jobId, const QString &fileName) { grants.dropFile(jobId, fileName); });
     on(&Manager::requestUploadPostMultiPart, [this](FileUpload *upload, const StorageRequest &request) {
         upload->follow(storage, request, rest.count("Cloud API: Network Request Started with multipart:"));
     });
@@ -88,16 +103,21 @@ int CloudAPIImpl::currentNetworkStatus()
 {
     const PumpScope pumping;
     const QPointer<QNetworkReply> reply = rest.sendProbe();
+    if (!reply)
+        return -1;
     QEventLoop loop;
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     QObject::connect(reply, &QObject::destroyed, &loop, &QEventLoop::quit); // a callback destroyed this object
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     if (!reply)
         return -1;
-    if (!reply->isFinished()) // the application is quitting, so the loop did not wait
+    const bool wasFinished = reply->isFinished();
+    if (!wasFinished) // the application is quitting, so the loop did not wait
         reply->abort();
     Outcome outcome = rest.take(reply);
     unpackOrSpoil(outcome, AnswerLimits().body);
+    if (wasFinished)
+        rest.noteFailure(outcome);
     return outcome.body.isEmpty() ? -1 : 1;
 }
 

@@ -31,7 +31,7 @@ public:
     CloudAPIImpl(const CloudAPIImpl &) = delete;
     CloudAPIImpl &operator=(const CloudAPIImpl &) = delete;
 
-    /// For tests, which reach the parts by their names.
+    /// For the flat functions, and for tests, which reach the parts by their names.
     static CloudAPIImpl &of(const CloudAPI &api) { return *api.m_impl; }
 
     static void applyProxy(const ProxyDefinition &proxy);
@@ -51,6 +51,8 @@ public:
     StorageClient storage;
     FileTransferManager transfers{storage.pool()};
     JobFollowers followers{rest, session};
+
+    void *userData = nullptr; ///< the application's own; see `setUserData`
 
 private:
     void connectTransfers();

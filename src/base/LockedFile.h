@@ -25,6 +25,9 @@ public:
 
     bool isOpen() const { return m_handle != closed; }
     bool write(const void *data, std::size_t size);
+    std::int64_t size() const; ///< bytes; negative when it cannot be known
+    /// Cuts the file off. Writing goes on from there.
+    bool truncate(std::int64_t size);
     /// Appends what `other` holds, by the system's kernel where it can.
     bool append(LockedFile &other, const std::atomic<bool> &stop);
     /// Makes the file durable and lets it take the place of `target` in one step, with the permissions of the file that

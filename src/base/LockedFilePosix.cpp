@@ -100,6 +100,18 @@ bool LockedFile::write(const void *data, std::size_t size)
     return wrote(size);
 }
 
+std::int64_t LockedFile::size() const
+{
+    struct stat status = {};
+    return ::fstat(descriptorOf(m_handle), &status) == 0 ? std::int64_t{status.st_size} : -1;
+}
+
+bool LockedFile::truncate(std::int64_t size)
+{
+    const int descriptor = descriptorOf(m_handle);
+    return noted(::ftruncate(descriptor, size) == 0 && ::lseek(descriptor, size, SEEK_SET) == size);
+}
+
 bool LockedFile::copy(LockedFile &other, const std::atomic<bool> &stop)
 {
     const int from = descriptorOf(other.m_handle), to = descriptorOf(m_handle);

@@ -66,6 +66,20 @@ bool LockedFile::write(const void *data, std::size_t size)
     return wrote(size);
 }
 
+std::int64_t LockedFile::size() const
+{
+    LARGE_INTEGER size = {};
+    return ::GetFileSizeEx(handleOf(m_handle), &size) != 0 ? std::int64_t{size.QuadPart} : -1;
+}
+
+bool LockedFile::truncate(std::int64_t size)
+{
+    LARGE_INTEGER end = {};
+    end.QuadPart = size;
+    return noted(::SetFilePointerEx(handleOf(m_handle), end, nullptr, FILE_BEGIN) != 0 &&
+                 ::SetEndOfFile(handleOf(m_handle)) != 0);
+}
+
 bool LockedFile::copy(LockedFile &other, const std::atomic<bool> &stop)
 {
     if (!other.noted(::SetFilePointerEx(handleOf(other.m_handle), {}, nullptr, FILE_BEGIN) != 0))

@@ -43,6 +43,9 @@ template <class T> struct IsList : std::false_type {
 template <class T> struct IsList<std::list<T>> : std::true_type {
 };
 
+/// An integer of 64 bits, also one that is written as a text; 0 for anything else.
+long long toInteger(const QJsonValue &value);
+
 template <class T> T readValue(const QJsonValue &value, Form form, Width width)
 {
     if constexpr (std::is_same_v<T, std::string>) {
@@ -52,7 +55,7 @@ template <class T> T readValue(const QJsonValue &value, Form form, Width width)
     } else if constexpr (std::is_same_v<T, int> || std::is_enum_v<T>) {
         return static_cast<T>(value.toInt());
     } else if constexpr (std::is_same_v<T, long long>) {
-        return width == Width::Int32 ? value.toInt() : value.toVariant().toLongLong();
+        return width == Width::Int32 ? value.toInt() : toInteger(value);
     } else if constexpr (std::is_same_v<T, double>) {
         return value.toDouble();
     } else if constexpr (IsList<T>::value) {
@@ -163,6 +166,11 @@ template <class Record> Record readInput(const QByteArray &text)
 {
     return readRecord<Record>(QJsonDocument::fromJson(text).object(), Form::Input);
 }
+
+// As above, but a key that is missing, or whose value has another type, leaves the field as it starts: an option as it
+// is by default, a proxy without a type, which sets none.
+template <> ClientOptions readInput(const QByteArray &text);
+template <> ProxyDefinition readInput(const QByteArray &text);
 
 /// The "message" of a refusal's body; empty when there is none.
 inline QString bodyMessage(const QByteArray &body)

@@ -2,6 +2,7 @@
 
 #include "model/Fields.h"
 
+#include <velmora/ClientOptions.h>
 #include <velmora/JobSubmit.h>
 #include <velmora/Records.h>
 
@@ -15,6 +16,31 @@ template <> struct Schema<ApiError> {
     {
         return std::make_tuple(field(&ApiError::errorCode, "errorCode"), field(&ApiError::errorTitle, "errorTitle"),
                                field(&ApiError::errorMessage, "errorMessage"));
+    }
+};
+
+template <> struct Schema<ClientOptions> {
+    /// True starts from `ClientOptions::robust`.
+    static constexpr const char *robustKey = "robust";
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&ClientOptions::keepAlive, "keepAlive"), field(&ClientOptions::answerTimeout, "answerTimeout"),
+            field(&ClientOptions::stallTimeout, "stallTimeout"),
+            field(&ClientOptions::transferRetries, "transferRetries"),
+            field(&ClientOptions::uploadBytesPerSecond, "uploadBytesPerSecond"),
+            field(&ClientOptions::downloadBytesPerSecond, "downloadBytesPerSecond"),
+            field(&ClientOptions::connectionsPerHost, "connectionsPerHost"), field(&ClientOptions::caFile, "caFile"));
+    }
+};
+
+template <> struct Schema<ProxyDefinition> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(
+            field(&ProxyDefinition::proxyHost, "proxyHost"), field(&ProxyDefinition::proxyUser, "proxyUser"),
+            field(&ProxyDefinition::proxyPassword, "proxyPassword"), field(&ProxyDefinition::proxyPort, "proxyPort"),
+            field(&ProxyDefinition::proxyType, "proxyType"));
     }
 };
 
@@ -43,6 +69,15 @@ template <> struct Schema<FileUploadDetails> {
         return std::make_tuple(field(&FileUploadDetails::localFileLocation, "localFileLocation").asInput(),
                                field(&FileUploadDetails::cloudFileJobID, "cloudFileJobID").asInput(),
                                field(&FileUploadDetails::totalFileSize, "totalFileSize").asInput(Width::Int32));
+    }
+};
+
+template <> struct Schema<DeleteFileDetails> {
+    static constexpr auto fields()
+    {
+        return std::make_tuple(field(&DeleteFileDetails::jobId, "jobId").asInput(),
+                               field(&DeleteFileDetails::simulationId, "simulationId").asInput(),
+                               field(&DeleteFileDetails::fileName, "fileName").asInput());
     }
 };
 
@@ -121,6 +156,7 @@ template <> struct Schema<AccountBalance> {
 };
 
 template <> struct Schema<HpcDetails> {
+    static constexpr const char *listKey = "hpcDetailsList";
     static constexpr auto fields()
     {
         return std::make_tuple(

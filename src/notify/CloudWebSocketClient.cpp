@@ -1,6 +1,7 @@
 #include "notify/CloudWebSocketClient.h"
 
 #include "base/Log.h"
+#include "base/UserAgent.h"
 
 #include <QNetworkRequest>
 #include <QPointer>
@@ -16,8 +17,10 @@ constexpr auto restartCode = QWebSocketProtocol::CloseCode(1015);
 
 } // namespace
 
-CloudWebSocketClient::CloudWebSocketClient(const QUrl &url, const QString &cognitoToken, QObject *parent)
-    : QObject(parent)
+CloudWebSocketClient::CloudWebSocketClient(const QUrl &url, const QString &cognitoToken, Gate isClosed,
+                                           const Velmora::Authorities &authorities)
+    : m_isClosed(std::move(isClosed))
+    , m_authorities(authorities)
     , m_url(url)
     , m_cognitoToken(cognitoToken)
 {
@@ -33,6 +36,9 @@ CloudWebSocketClient::~CloudWebSocketClient()
 
 void CloudWebSocketClient::openSocket()
 {
+    m_waits = m_isClosed && m_isClosed();
+    if (m_waits)
+        return;
     m_socket = new QWebSocket(QString(), QWebSocketProtocol::Version13, this);
     connect(m_socket, &QWebSocket::connected, this, &CloudWebSocketClient::onConnected);
     connect(m_socket, &QWebSocket::disconnected, this, &CloudWebSocketClient::onDisconnected);
@@ -51,6 +57,9 @@ void CloudWebSocketClient::openSocket()
     m_socket->setMaxAllowedIncomingMessageSize(longestMessage);
     QNetworkRequest request(m_url);
     request.setRawHeader("Authorization", m_cognitoToken.toUtf8());
+    request.setRawHeader("User-Agent", Velmora::userAgent);
+    if (!m_authorities.isEmpty())
+        m_socket->setSslConfiguration(m_authorities.configuration());
     m_socket->open(request);
 }
 
@@ -77,6 +86,12 @@ void CloudWebSocketClient::slotPingSocket()
         m_socket->close(restartCode, QStringLiteral("rebooting"));
     else // the handshake is not answered
         onOpeningFailed();
+}
+
+void CloudWebSocketClient::slotOpen()
+{
+    if (m_waits)
+        openSocket();
 }
 
 void CloudWebSocketClient::onConnected()

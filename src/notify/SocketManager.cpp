@@ -1,5 +1,6 @@
 #include "notify/SocketManager.h"
 
+#include "base/Log.h"
 #include "base/Portal.h"
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
@@ -22,6 +23,7 @@ void SocketManager::unsubscribeFromAll()
 void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoToken, const JobMessage &onMessage,
                                    const JobMessage &onFinished)
 {
+    logForeignThread(this);
     unsubscribeFromJob(jobId);
     if (!m_heartbeat) {
         m_heartbeat = std::make_unique<QTimer>(this);
@@ -30,8 +32,9 @@ void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoT
         m_heartbeat->start(heartbeatInterval);
     }
     const QUrl url(QStringLiteral("wss://%1/socket/job/progress/%2").arg(portalHost(m_portal), jobId));
-    auto *connection =
-        new SocketConnection(jobId, std::make_unique<CloudWebSocketClient>(url, cognitoToken), onMessage, onFinished);
+    auto *connection = new SocketConnection(
+        jobId, std::make_unique<CloudWebSocketClient>(url, cognitoToken, m_isClosed, m_authorities), onMessage,
+        onFinished);
     connect(connection, &SocketConnection::signalDisconnectSocket, this, &SocketManager::unsubscribeFromJob,
             Qt::UniqueConnection);
     connect(this, &SocketManager::cognitoTokenUpdated, connection, &SocketConnection::slotUpdateCognitoToken,
@@ -49,6 +52,12 @@ void SocketManager::unsubscribeFromJob(const QString &jobId)
     if (m_connections.isEmpty())
         m_heartbeat.reset();
     delete connection;
+}
+
+void SocketManager::openGate()
+{
+    for (SocketConnection *connection : qAsConst(m_connections))
+        connection->client()->slotOpen();
 }
 
 void SocketManager::beat()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Authorities.h"
+
 #include <velmora/Callbacks.h>
 #include <velmora/ClientOptions.h>
 
@@ -8,6 +10,7 @@
 #include <QString>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 namespace Velmora {
@@ -24,7 +27,11 @@ public:
     SocketManager();
     ~SocketManager() override;
 
-    void setOptions(const ClientOptions &options) { m_options = options; }
+    void setOptions(const ClientOptions &options) { m_authorities = Authorities::read(options.caFile); }
+    /// Asked before each opening of a connection: whether it has to wait for `openGate`.
+    void setGate(std::function<bool()> isClosed) { m_isClosed = std::move(isClosed); }
+    /// Opens the connections that wait.
+    void openGate();
     void setAPIPortal(PortalTarget portal) { m_portal = portal; }
     /// Ends an earlier subscription of the job first.
     void subscribeToJob(const QString &jobId, const QString &cognitoToken, const JobMessage &onMessage,
@@ -41,7 +48,8 @@ Q_SIGNALS:
 private:
     void beat();
 
-    ClientOptions m_options;
+    Authorities m_authorities;
+    std::function<bool()> m_isClosed;
     PortalTarget m_portal = PortalTarget::Production;
     QMap<QString, SocketConnection *> m_connections; ///< owned
     std::unique_ptr<QTimer> m_heartbeat;             ///< null while no job is subscribed

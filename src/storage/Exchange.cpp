@@ -14,156 +14,21 @@ namespace {
 constexpr qint64 longestAnswer = 64 * 1024; // enough for the message of a refusal
 constexpr qint64 mostOfAnswer = 256 * 1024 * 1024;
 constexpr qint64 longestHead = 1024 * 1024;
-constexpr long longestUploadBuffer = 512 * 1024; // what one call to the TLS layer gets
-constexpr long receiveBuffer = 256 * 1024;
-constexpr long shortestUploadBuffer = 16 * 1024;
-constexpr long longestIdle = 15; // seconds; a server that has waited longer may be closing the connection right now
 
-// What frames the body is the client's business.
-bool isFraming(const QByteArray &name)
+// The length of the whole piece, when "bytes FIRST-LAST/LENGTH" is all of it from `first` on; otherwise negative.
+qint64 totalOfRange(const QByteArray &range, qint64 first)
 {
-    for (const char *each : {"Content-Length", "Transfer-Encoding", "Expect"}) {
-        if (name.compare(each, Qt::CaseInsensitive) == 0)
-            return true;
-    }
-    return false;
+    const QByteArray beginning = "bytes " + QByteArray::number(first) + '-';
+    const int slash = range.indexOf('/');
+    if (!range.startsWith(beginning) || slash < 0)
+        return -1;
+    bool isNumber = false;
+    const qint64 total = range.mid(slash + 1).toLongLong(&isNumber);
+    const qint64 last = range.mid(beginning.size(), slash - beginning.size()).toLongLong();
+    return isNumber && last >= first && last + 1 == total ? total : -1;
 }
 
 } // namespace
-
-Exchange::Exchange(const StorageRequest &request, const Target &target, const Proxy &proxy, const Trust &trust)
-    : m_request(request)
-    , m_target(target)
-    , m_proxy(proxy)
-    , m_trust(trust)
-    // An HTTP proxy that does not tunnel is asked for the whole address.
-    , m_requestTarget(proxy.kind == Proxy::Http && target.server.startsWith("http:") ? target.server + target.path
-                                                                                     : target.path)
-{
-}
-
-Exchange::~Exchange() { close(); }
-
-CURL *Exchange::open(void *owner, std::function<void(qint64)> onMoved)
-{
-    m_handle = curl_easy_init();
-    if (!m_handle)
-        return nullptr;
-    m_onMoved = std::move(onMoved);
-    m_movedAt = Clock::now();
-    m_isSent = !m_request.body;
-    set(CURLOPT_PRIVATE, owner);
-    set(CURLOPT_ERRORBUFFER, static_cast<char *>(m_error));
-    set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_TCP_NODELAY, 1L);
-    set(CURLOPT_MAXAGE_CONN, longestIdle);
-#if LIBCURL_VERSION_NUM >= 0x075700
-    set(CURLOPT_QUICK_EXIT, 1L); // else whoever cancels waits for the resolver
-#endif
-    set(CURLOPT_PATH_AS_IS, 1L);
-    set(CURLOPT_URL, m_target.server.constData());
-    set(CURLOPT_REQUEST_TARGET, m_requestTarget.constData());
-    set(CURLOPT_WRITEFUNCTION, &Exchange::onWrite);
-    set(CURLOPT_WRITEDATA, this);
-    set(CURLOPT_HEADERFUNCTION, &Exchange::onHeader);
-    set(CURLOPT_HEADERDATA, this);
-    set(CURLOPT_NOPROGRESS, 0L);
-    set(CURLOPT_XFERINFOFUNCTION, &Exchange::onProgress);
-    set(CURLOPT_XFERINFODATA, this);
-    set(CURLOPT_PREREQFUNCTION, &Exchange::beforeRequest);
-    set(CURLOPT_PREREQDATA, this);
-    setBody();
-    setHeaders();
-    setProxy();
-    setTrust();
-    return m_handle;
-}
-
-void Exchange::setBody()
-{
-    if (m_request.sink)
-        set(CURLOPT_BUFFERSIZE, receiveBuffer);
-    if (!m_request.body && m_request.form.isEmpty()) {
-        set(CURLOPT_HTTPGET, 1L);
-        return;
-    }
-    if (!m_request.body) {
-        set(CURLOPT_POST, 1L);
-        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(m_request.form.size()));
-        set(CURLOPT_POSTFIELDS, m_request.form.constData());
-        set(CURLOPT_FRESH_CONNECT, 1L); // on one that was kept, and is dead, it would be sent a second time
-        return;
-    }
-    const auto size = static_cast<curl_off_t>(m_request.body->size());
-    if (m_request.verb == "PUT") {
-        set(CURLOPT_UPLOAD, 1L);
-        set(CURLOPT_INFILESIZE_LARGE, size);
-    } else {
-        set(CURLOPT_POST, 1L);
-        set(CURLOPT_POSTFIELDSIZE_LARGE, size);
-    }
-    // No way to rewind it: a body that has begun to go out is never sent a second time.
-    set(CURLOPT_READFUNCTION, &Exchange::onRead);
-    set(CURLOPT_READDATA, this);
-    set(CURLOPT_UPLOAD_BUFFERSIZE,
-        static_cast<long>(std::clamp<curl_off_t>(size, shortestUploadBuffer, longestUploadBuffer)));
-}
-
-void Exchange::setHeaders()
-{
-    QByteArrayList lines{"Expect:"}; // without a value: not sent
-    if (!m_request.hasHeader("Accept"))
-        lines += "Accept:";
-    for (const auto &[name, value] : m_request.headers) {
-        if (!isFraming(name))
-            lines += value.isEmpty() ? name + ';' : name + ": " + value;
-    }
-    for (const QByteArray &line : lines)
-        m_headers = curl_slist_append(m_headers, line.constData());
-    set(CURLOPT_HTTPHEADER, m_headers);
-}
-
-void Exchange::setProxy()
-{
-    set(CURLOPT_NOPROXY, ""); // set, so that the environment is not read
-    if (m_proxy.kind == Proxy::None) {
-        set(CURLOPT_PROXY, "");
-        return;
-    }
-    const bool socks = m_proxy.kind == Proxy::Socks5;
-    set(CURLOPT_PROXY, m_proxy.host.constData());
-    set(CURLOPT_PROXYPORT, static_cast<long>(m_proxy.port));
-    set(CURLOPT_PROXYTYPE, static_cast<long>(socks ? CURLPROXY_SOCKS5_HOSTNAME : CURLPROXY_HTTP));
-    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    if (m_proxy.user.isEmpty())
-        return;
-    set(CURLOPT_PROXYUSERNAME, m_proxy.user.constData());
-    set(CURLOPT_PROXYPASSWORD, m_proxy.password.constData());
-    // The others take a first request that is refused, which only a tunnel has none of the body in.
-    const bool tunnel = m_target.server.startsWith("https:");
-    set(CURLOPT_PROXYAUTH,
-        static_cast<long>(tunnel ? CURLAUTH_BASIC | CURLAUTH_DIGEST | CURLAUTH_NTLM : CURLAUTH_BASIC));
-}
-
-void Exchange::setTrust()
-{
-    set(CURLOPT_SSL_VERIFYPEER, m_trust.isVerified ? 1L : 0L);
-    set(CURLOPT_SSL_VERIFYHOST, m_trust.isVerified ? 2L : 0L);
-    set(CURLOPT_CAINFO, static_cast<const char *>(nullptr)); // nothing but what follows
-    set(CURLOPT_CAPATH, static_cast<const char *>(nullptr));
-    if (!m_trust.authorities.isEmpty()) {
-        curl_blob blob{const_cast<char *>(m_trust.authorities.constData()),
-                       static_cast<std::size_t>(m_trust.authorities.size()), CURL_BLOB_NOCOPY};
-        set(CURLOPT_CAINFO_BLOB, &blob);
-    }
-#ifdef _WIN32
-    set(CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));
-#endif
-    set(CURLOPT_SSL_CTX_FUNCTION, &Exchange::onTls);
-}
 
 bool Exchange::isLarger(qint64 small) const
 {
@@ -176,9 +41,35 @@ bool Exchange::resume()
     if (!m_handle)
         return true;
     m_isFull = false;
+    m_waitsForShare = false;
+    m_activeAt = Clock::now();
     // What libcurl kept back comes while it is resumed, where it does not act on a failure itself.
     const bool goesOn = !std::exchange(m_isPaused, false) || curl_easy_pause(m_handle, CURLPAUSE_CONT) == CURLE_OK;
     return goesOn && !(m_request.sink && m_request.sink->hasFailed());
+}
+
+bool Exchange::giveShare(qint64 bytes)
+{
+    m_share += bytes;
+    m_waitsSince = Clock::now();
+    return m_share <= 0 || resume();
+}
+
+// Whether the limit leaves something to move.
+bool Exchange::hasShare()
+{
+    if (!m_isLimited || m_share > 0)
+        return true;
+    if (!std::exchange(m_waitsForShare, true))
+        m_waitsSince = Clock::now();
+    return false;
+}
+
+QString Exchange::stalledText(std::chrono::seconds time) const
+{
+    return QStringLiteral("Nothing was sent to or received from %1 for %2 s.")
+        .arg(QString::fromUtf8(m_target.server.mid(m_target.server.indexOf("://") + 3)))
+        .arg(time.count());
 }
 
 void Exchange::close()
@@ -201,18 +92,69 @@ StorageAnswer Exchange::answer(CURLcode result)
     curl_easy_getinfo(m_handle, CURLINFO_RESPONSE_CODE, &status);
     curl_off_t sent = 0;
     curl_easy_getinfo(m_handle, CURLINFO_SIZE_UPLOAD_T, &sent);
-    onProgress(this, 0, 0, 0, sent);                                               // the last report need not have come
-    StorageAnswer made{status < 200 ? 0 : static_cast<int>(status), m_answer, {}}; // 1xx is no outcome
-    made.problem = problemOf(result, made.status);
+    onProgress(this, 0, 0, 0, sent);                               // the last report need not have come
+    const int final = status < 200 ? 0 : static_cast<int>(status); // 1xx is no outcome
+    if (m_request.sink)
+        settle(final);
+    StorageAnswer made{final, m_answer, problemOf(result, final)};
+    made.isBroken = isBroken(result, final);
+    made.isRangeWrong = m_isRangeWrong || (final == 416 && m_offset > 0);
+    made.etag = m_etag;
     return made;
+}
+
+// Whether the connection is to blame, or a server that ended it. Another try may go better.
+bool Exchange::isBroken(CURLcode result, int status) const
+{
+    if (!ownProblem().isEmpty())
+        return false;
+    long tunnel = 0;
+    curl_easy_getinfo(m_handle, CURLINFO_HTTP_CONNECTCODE, &tunnel);
+    if (status == 0 && tunnel >= 400 && tunnel < 500)
+        return false; // the proxy does not want to
+    switch (result) {
+    case CURLE_OK:
+        return status == 0 || isCutShort(status);
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_PROXY:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_SEND_FAIL_REWIND:
+    case CURLE_ABORTED_BY_CALLBACK: // see beforeRequest
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Whether the answer is a success, and yet not everything was sent, or came.
+bool Exchange::isCutShort(int status) const
+{
+    if (status == 0 || status >= 300)
+        return false;
+    return (m_request.body && m_sent < m_request.body->size()) || (m_total > 0 && m_offset + m_bodyReceived != m_total);
+}
+
+// Why the source or the sink cannot go on.
+QString Exchange::ownProblem() const
+{
+    if (m_request.body && !m_request.body->problem().isEmpty())
+        return m_request.body->problem();
+    return m_request.sink ? m_request.sink->problem() : QString();
 }
 
 QString Exchange::problemOf(CURLcode result, int status) const
 {
-    if (m_request.body && !m_request.body->problem().isEmpty())
-        return m_request.body->problem();
-    if (m_request.sink && !m_request.sink->problem().isEmpty())
-        return m_request.sink->problem();
+    if (const QString own = ownProblem(); !own.isEmpty())
+        return own;
+    if (m_isRangeWrong)
+        return QStringLiteral("The storage answered with another part of the piece than was asked for.");
     if (m_request.sink && status >= 200 && status < 300 && !hasStatusForSink(status))
         return QStringLiteral("The storage answered with the status %1, not with the piece.").arg(status);
     if (m_request.sink && hasStatusForSink(status) && !isBounded())
@@ -222,14 +164,24 @@ QString Exchange::problemOf(CURLcode result, int status) const
         return textOf(result, status);
     if (status == 0)
         return textOf(CURLE_GOT_NOTHING, 0);
-    if (status < 300 && m_request.body && m_sent < m_request.body->size())
-        return QStringLiteral("The storage answered before the whole file was sent.");
+    if (status >= 300)
+        return QStringLiteral("The storage answered with the status %1.").arg(status);
+    if (isCutShort(status))
+        return m_request.body ? QStringLiteral("The storage answered before the whole file was sent.")
+                              : textOf(CURLE_PARTIAL_FILE, status);
     return {};
 }
 
 bool Exchange::hasStatusForSink(long status) const
 {
-    return status == 200 || (status == 206 && m_request.hasHeader("Range"));
+    return status == 200 || (status == 206 && (m_request.offset > 0 || m_request.hasHeader("Range")));
+}
+
+QByteArray Exchange::header(const char *name) const
+{
+    curl_header *found = nullptr;
+    return curl_easy_header(m_handle, name, 0, CURLH_HEADER, -1, &found) == CURLHE_OK ? QByteArray(found->value)
+                                                                                      : QByteArray();
 }
 
 // Whether the answer has a length, or comes in chunks.
@@ -237,11 +189,23 @@ bool Exchange::isBounded() const
 {
     curl_off_t length = -1;
     curl_easy_getinfo(m_handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    if (length >= 0)
-        return true;
-    curl_header *coding = nullptr;
-    return curl_easy_header(m_handle, "Transfer-Encoding", 0, CURLH_HEADER, -1, &coding) == CURLHE_OK &&
-           QByteArray(coding->value).toLower().contains("chunked");
+    return length >= 0 || header("Transfer-Encoding").toLower().contains("chunked");
+}
+
+// The head of an answer for the sink is there: where in the piece does its body stand? The sink may hold the beginning.
+void Exchange::settle(long status)
+{
+    if (std::exchange(m_isSettled, true))
+        return;
+    const QByteArray etag = header("ETag");
+    if (status == 200) {
+        if (std::exchange(m_offset, 0) > 0)
+            m_request.sink->restart(); // ranges are nothing to this storage, or it has another file now
+        m_etag = etag.startsWith('"') ? etag : QByteArray();
+    } else if (status == 206 && m_offset > 0) {
+        m_total = totalOfRange(header("Content-Range"), m_offset);
+        m_isRangeWrong = m_total < 0 || (!etag.isEmpty() && etag != m_etag);
+    }
 }
 
 QString Exchange::textOf(CURLcode result, int status) const
@@ -295,9 +259,16 @@ QString Exchange::textOf(CURLcode result, int status) const
 std::size_t Exchange::onRead(char *to, std::size_t size, std::size_t count, void *self)
 {
     auto &exchange = *static_cast<Exchange *>(self);
-    std::size_t taken = 0;
-    switch (exchange.m_request.body->take(to, size * count, &taken)) {
+    std::size_t room = size * count, taken = 0;
+    if (!exchange.hasShare()) {
+        exchange.m_isPaused = true;
+        return CURL_READFUNC_PAUSE;
+    }
+    if (exchange.m_isLimited)
+        room = std::min(room, static_cast<std::size_t>(exchange.m_share));
+    switch (exchange.m_request.body->take(to, room, &taken)) {
     case Source::State::Taken:
+        exchange.m_share -= static_cast<qint64>(taken);
         exchange.m_taken += static_cast<qint64>(taken);
         exchange.m_isSent = exchange.m_taken == exchange.m_request.body->size();
         exchange.m_movedAt = Clock::now();
@@ -331,13 +302,20 @@ std::size_t Exchange::onWrite(const char *data, std::size_t size, std::size_t co
 
 std::size_t Exchange::store(const char *data, std::size_t size, long status)
 {
-    if (!hasStatusForSink(status) || (m_bodyReceived == 0 && !isBounded()))
+    settle(status);
+    m_isRangeWrong = m_isRangeWrong || (m_total > 0 && m_offset + m_bodyReceived + static_cast<qint64>(size) > m_total);
+    if (!hasStatusForSink(status) || m_isRangeWrong || (m_bodyReceived == 0 && !isBounded()))
         return 0;
+    if (!hasShare()) {
+        m_isPaused = true;
+        return CURL_WRITEFUNC_PAUSE;
+    }
     switch (m_request.sink->put(data, size)) {
     case Sink::State::Taken:
         m_bodyReceived += static_cast<qint64>(size);
+        m_share -= static_cast<qint64>(size);
         m_movedAt = Clock::now();
-        m_onMoved(m_bodyReceived);
+        m_onMoved(m_offset + m_bodyReceived);
         return size;
     case Sink::State::Full:
         m_isPaused = true;
@@ -353,12 +331,15 @@ std::size_t Exchange::onHeader(const char *, std::size_t size, std::size_t count
 {
     auto &exchange = *static_cast<Exchange *>(self);
     exchange.m_headReceived += static_cast<qint64>(size * count);
+    exchange.m_activeAt = Clock::now();
     return exchange.m_headReceived > longestHead ? 0 : size * count;
 }
 
-int Exchange::onProgress(void *self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent)
+int Exchange::onProgress(void *self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent)
 {
     auto &exchange = *static_cast<Exchange *>(self);
+    if (std::exchange(exchange.m_counted, received + sent) != received + sent)
+        exchange.m_activeAt = Clock::now();
     if (sent > exchange.m_sent) {
         exchange.m_sent = sent;
         if (!exchange.m_request.sink)

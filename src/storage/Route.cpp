@@ -1,5 +1,8 @@
 #include "storage/Route.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QNetworkProxy>
 #include <QSslConfiguration>
 #include <QUrl>
@@ -48,7 +51,39 @@ Proxy proxyTo(const QByteArray &server)
     return {};
 }
 
-Trust TrustReader::read()
+Trust TrustReader::read(const QString &file)
+{
+    readConfiguration();
+    Trust trust = m_trust;
+    if (!file.isEmpty())
+        addFile(&trust, file);
+    return trust;
+}
+
+void TrustReader::addFile(Trust *trust, const QString &path)
+{
+    const QDateTime modified = QFileInfo(path).lastModified();
+    if (path != m_file || modified != m_modified) {
+        QFile file(path);
+        m_file.clear();
+        if (!file.open(QIODevice::ReadOnly)) {
+            trust->problem = QStringLiteral("The file of certificate authorities %1 could not be read: %2.")
+                                 .arg(QDir::toNativeSeparators(path), file.errorString());
+            return;
+        }
+        m_ofFile.clear();
+        for (const QSslCertificate &certificate : QSslCertificate::fromDevice(&file))
+            m_ofFile += certificate.toPem();
+        m_file = path;
+        m_modified = modified;
+    }
+    trust->authorities += m_ofFile;
+    if (m_ofFile.isEmpty())
+        trust->problem = QStringLiteral("The file of certificate authorities %1 holds no certificate in PEM form.")
+                             .arg(QDir::toNativeSeparators(path));
+}
+
+void TrustReader::readConfiguration()
 {
     const QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
     const auto mode = configuration.peerVerifyMode();
@@ -56,7 +91,7 @@ Trust TrustReader::read()
     const QList<QSslCertificate> listed = configuration.caCertificates();
     const bool onDemand = loadsOnDemand(configuration);
     if (m_read && listed == m_listed && onDemand == m_onDemand) // quick for a list that is shared
-        return m_trust;
+        return;
     m_read = true;
     m_listed = listed;
     m_onDemand = onDemand;
@@ -70,7 +105,6 @@ Trust TrustReader::read()
     m_trust.authorities.clear();
     for (const QSslCertificate &certificate : qAsConst(certificates))
         m_trust.authorities += certificate.toPem();
-    return m_trust;
 }
 
 } // namespace Velmora

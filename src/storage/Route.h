@@ -1,8 +1,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QSslCertificate>
+#include <QString>
 
 namespace Velmora {
 
@@ -20,21 +22,30 @@ struct Proxy {
 struct Trust {
     QByteArray authorities; ///< PEM; empty: nobody
     bool isVerified = true;
+    QString problem = {}; ///< why that cannot be found out; empty when all is well
 };
 
 /// The proxy that the application's Qt has for a server.
 Proxy proxyTo(const QByteArray &server);
 
-/// Reads what Qt's default configuration trusts. The text of the authorities is made afresh only when they changed.
+/// Reads what Qt's default configuration trusts, and a file of further authorities. Their text is made afresh only when
+/// they changed.
 class TrustReader {
 public:
-    Trust read();
+    /// @param file  in PEM form; empty: none
+    Trust read(const QString &file = {});
 
 private:
+    void readConfiguration();
+    void addFile(Trust *trust, const QString &path);
+
     bool m_read = false;
     QList<QSslCertificate> m_listed; ///< by the configuration that was read last
     bool m_onDemand = false;
-    Trust m_trust;
+    Trust m_trust;  ///< without the file
+    QString m_file; ///< the one that was read last
+    QDateTime m_modified;
+    QByteArray m_ofFile;
 };
 
 } // namespace Velmora

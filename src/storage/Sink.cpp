@@ -15,9 +15,15 @@ constexpr std::size_t mostHeld = 4 * bufferSize;
 
 Sink::Sink(std::shared_ptr<WorkingFile> file, const QByteArray &key)
     : m_file(std::move(file))
+    , m_key(key)
 {
-    const CipherKey bytes(key);
-    if (!key.isEmpty() && bytes.isValid())
+    setCipher();
+}
+
+void Sink::setCipher()
+{
+    const CipherKey bytes(m_key);
+    if (!m_key.isEmpty() && bytes.isValid())
         m_cipher = std::make_unique<Cipher>(Cipher::Direction::Decrypt, bytes.data(), fixedIv);
 }
 
@@ -26,6 +32,7 @@ void Sink::begin(QThreadPool *pool, std::function<void()> onRoom)
     const std::lock_guard lock(m_mutex);
     m_pool = pool;
     m_onRoom = std::move(onRoom);
+    m_full = false;
 }
 
 Sink::State Sink::put(const char *data, std::size_t size)
@@ -53,6 +60,22 @@ bool Sink::hasFailed() const
     return m_ended;
 }
 
+qint64 Sink::received() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_received;
+}
+
+void Sink::restart()
+{
+    const std::lock_guard lock(m_mutex);
+    for (const QByteArray &part : m_waiting)
+        m_held -= static_cast<std::size_t>(part.size());
+    m_waiting.clear();
+    m_restart = m_restart || m_received > 0;
+    m_received = 0;
+}
+
 void Sink::detach()
 {
     const std::lock_guard lock(m_mutex);
@@ -74,6 +97,7 @@ bool Sink::next(QByteArray *part, std::size_t left)
         m_writing = false;
         return false;
     }
+    m_startsAnew = std::exchange(m_restart, false) || m_startsAnew;
     *part = std::move(m_waiting.front());
     m_waiting.pop_front();
     return true;
@@ -111,8 +135,20 @@ bool Sink::finish()
     return write(part, true);
 }
 
+// Makes the file ready for the next part, which may be the first one once more.
+bool Sink::open()
+{
+    if (!m_file->open())
+        return false;
+    if (m_start < 0)
+        m_start = m_file->size();
+    return m_start >= 0 && (!std::exchange(m_startsAnew, false) || m_file->truncate(m_start));
+}
+
 bool Sink::write(const QByteArray &part, bool isLast)
 {
+    if (m_startsAnew)
+        setCipher();
     QByteArray plain(part.size() + 2 * cipherBlockSize, Qt::Uninitialized);
     auto *const out = reinterpret_cast<unsigned char *>(plain.data());
     int produced = 0, closing = 0;
@@ -122,7 +158,7 @@ bool Sink::write(const QByteArray &part, bool isLast)
     if (isLast && !m_cipher->finish(out + produced, &closing))
         return fail(QStringLiteral("The file does not decrypt with this key"));
     const auto size = static_cast<std::size_t>(produced) + static_cast<std::size_t>(closing);
-    if (!m_file->open() || !m_file->write(out, size))
+    if (!open() || !m_file->write(out, size))
         return fail(m_file->problem(), true);
     return true;
 }

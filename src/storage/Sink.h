@@ -19,6 +19,7 @@ namespace Velmora {
 /// Where the bytes of a piece go: into a file, decrypted on the way.
 ///
 ///     begin() ─▶ put() … the whole answer has arrived ─▶ finish() (pool), or abandon()
+///                     ─ it broke off ─▶ begin() for an answer that goes on, or restart() and begin()
 ///
 /// Short tasks on a pool decrypt and write what has arrived. `put` never waits for them, so the thread that receives
 /// never waits for a disk: it is told that there is no room, and later that there is. The last block is written by
@@ -36,6 +37,10 @@ public:
     /// Takes all of it, or nothing.
     State put(const char *data, std::size_t size);
     bool hasFailed() const;
+    /// Bytes of the piece that it has.
+    qint64 received() const;
+    /// Forgets them: the piece starts anew. On the owner's thread only while nobody receives.
+    void restart();
     /// `onRoom` is not called any more when this has returned.
     void detach();
 
@@ -51,13 +56,18 @@ public:
 
 private:
     bool next(QByteArray *part, std::size_t left);
+    void setCipher();
+    bool open();
     void write();
     bool write(const QByteArray &part, bool isLast);
     bool fail(const QString &problem, bool isUnwritable = false);
 
     std::mutex m_work; // held by whoever writes; guards what follows
     const std::shared_ptr<WorkingFile> m_file;
+    const QByteArray m_key;
     std::unique_ptr<Cipher> m_cipher;
+    std::int64_t m_start = -1; ///< of the piece in the file; negative: nothing was written yet
+    bool m_startsAnew = false;
 
     mutable std::mutex m_mutex; // guards what follows
     QThreadPool *m_pool = nullptr;
@@ -70,6 +80,7 @@ private:
     bool m_writing = false; ///< a task is queued or running
     bool m_full = false;    ///< `put` found no room
     bool m_ended = false;   ///< failed, or abandoned
+    bool m_restart = false; ///< what waits is the beginning of the piece
 };
 
 } // namespace Velmora

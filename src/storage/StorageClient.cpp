@@ -1,9 +1,9 @@
 #include "storage/StorageClient.h"
 
 #include "crypto/Cipher.h"
-#include "storage/Exchange.h"
 #include "storage/Sink.h"
 #include "storage/Source.h"
+#include "storage/StorageEntry.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -18,13 +18,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr qint64 smallBody = 1024 * 1024; // bytes, at most
-constexpr int turnsOfSmall = 10;          // to a server; connections are kept and used again
-constexpr int turnsOfLarge = 6;
-constexpr std::size_t mostUnderWay = 128;  // also of those that only wait: each is a connection
-constexpr milliseconds patience{200};      // with an answer, before the turn is given away
-constexpr milliseconds longPatience{2000}; // with a body that does not go on
-constexpr milliseconds idleTime{20000};    // before the thread ends
+constexpr milliseconds idleTime{20000}; // before the thread ends
 constexpr long connectionsKept = 32;
 constexpr int poolThreads = 4; // that read and encrypt, decrypt and write
 
@@ -36,32 +30,6 @@ bool initialiseLibrary()
 }
 
 } // namespace
-
-struct StorageClient::Entry {
-    Entry(Id number, Handlers both, const StorageRequest &request, const Target &target, const Proxy &proxy,
-          const Trust &trust)
-        : id(number)
-        , handlers(std::move(both))
-        , exchange(request, target, proxy, trust)
-        , isLarge(exchange.isLarger(smallBody))
-    {
-    }
-
-    // The owner's.
-    const Id id;
-    const Handlers handlers;
-    qint64 progressed = 0;
-
-    // Guarded by the client's mutex.
-    qint64 sent = 0;
-    std::optional<StorageAnswer> answer;
-    bool reported = false; ///< is among the reports
-
-    // The storage thread's.
-    Exchange exchange;
-    Lane *lane = nullptr; ///< whose turn it has
-    const bool isLarge;   ///< as was known at first
-};
 
 StorageClient::StorageClient() { m_pool.setMaxThreadCount(poolThreads); }
 
@@ -80,13 +48,29 @@ StorageClient::~StorageClient()
     const std::lock_guard lock(m_mutex); // what the pool did here has been done
 }
 
+void StorageClient::setOptions(const ClientOptions &options)
+{
+    m_options = options;
+    const auto positive = [](auto number) { return std::max<decltype(number)>(number, 0); };
+    const std::lock_guard lock(m_mutex);
+    m_wantedLimits = {positive(options.uploadBytesPerSecond), positive(options.downloadBytesPerSecond),
+                      positive(options.connectionsPerHost)};
+    if (m_awake)
+        curl_multi_wakeup(m_awake);
+}
+
 StorageClient::Id StorageClient::start(const StorageRequest &request, Handlers handlers)
 {
     const Target target = targetOf(request.address).value_or(Target());
+    const Trust trust = m_trust.read(QString::fromStdString(m_options.caFile));
+    const std::chrono::seconds longestStall(std::max(m_options.stallTimeout, 0));
     const auto entry = std::make_shared<Entry>(++m_lastId, std::move(handlers), request, target, proxyTo(target.server),
-                                               m_trust.read());
+                                               trust, longestStall);
     m_entries.emplace(entry->id, entry);
-    send({Command::Start, entry});
+    if (trust.problem.isEmpty())
+        send({Command::Start, entry});
+    else
+        report(entry, {0, {}, trust.problem});
     return entry->id;
 }
 
@@ -121,6 +105,15 @@ void StorageClient::report(const EntryPointer &entry)
     m_reports.push_back(entry);
     if (m_reports.size() == 1)
         QCoreApplication::postEvent(this, new QEvent(QEvent::User));
+}
+
+void StorageClient::report(const EntryPointer &entry, StorageAnswer answer)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        entry->answer = std::move(answer);
+    }
+    report(entry);
 }
 
 void StorageClient::customEvent(QEvent *)
@@ -170,8 +163,10 @@ void StorageClient::run()
     for (const EntryPointer &entry : m_underWay)
         end(*entry);
     for (auto &[name, lane] : m_lanes) {
-        for (const EntryPointer &entry : lane.waiting)
-            entry->exchange.close();
+        for (const auto &waiting : lane.waiting) {
+            for (const EntryPointer &entry : waiting)
+                entry->exchange.close();
+        }
     }
     m_underWay.clear();
     m_lanes.clear();
@@ -186,6 +181,7 @@ bool StorageClient::serve()
     {
         const std::lock_guard lock(m_mutex);
         commands.swap(m_commands);
+        m_limits = m_wantedLimits;
         if (m_stop) {
             m_awake = nullptr;
             return false;
@@ -193,15 +189,20 @@ bool StorageClient::serve()
     }
     for (const Command &command : commands)
         handle(command);
+    m_toStorage.setRate(m_limits.toStorage);
+    m_fromStorage.setRate(m_limits.fromStorage);
     giveTurns();
+    shareOut(m_toStorage, false);
+    shareOut(m_fromStorage, true);
     int running = 0;
     curl_multi_perform(m_multi, &running);
     collectAnswers();
+    endStalled();
     takeBackTurns();
     giveTurns();
     const bool idle = m_underWay.empty();
     const auto since = Exchange::Clock::now();
-    curl_multi_poll(m_multi, nullptr, 0, static_cast<int>((idle ? idleTime : patience).count()), nullptr);
+    curl_multi_poll(m_multi, nullptr, 0, static_cast<int>((idle ? idleTime : timeToWait()).count()), nullptr);
     if (!idle || (m_multi && Exchange::Clock::now() - since < idleTime))
         return true;
     const std::lock_guard lock(m_mutex);
@@ -222,28 +223,16 @@ void StorageClient::handle(const Command &command)
             finish(entry, CURLE_WRITE_ERROR);
         return;
     }
-    Lane &lane = m_lanes[(entry->isLarge ? "large " : "small ") + QByteArray(exchange.sink() ? "from " : "to ") +
-                         exchange.server()];
+    Lane &lane = m_lanes[(exchange.sink() ? "from " : "to ") + exchange.server()];
+    auto &waiting = lane.waiting[entry->size];
     if (command.kind == Command::Start) {
-        lane.waiting.push_back(entry);
+        waiting.insert(entry->hasWaited ? waiting.begin() : waiting.end(), entry);
     } else if (underWay != m_underWay.end()) {
         end(*entry);
         m_underWay.erase(underWay);
     } else {
-        lane.waiting.erase(std::remove(lane.waiting.begin(), lane.waiting.end(), entry), lane.waiting.end());
+        waiting.erase(std::remove(waiting.begin(), waiting.end(), entry), waiting.end());
         exchange.close();
-    }
-}
-
-void StorageClient::giveTurns()
-{
-    for (auto &[name, lane] : m_lanes) {
-        const int most = name.startsWith("small ") ? turnsOfSmall : turnsOfLarge;
-        while (!lane.waiting.empty() && lane.turns < most && m_underWay.size() < mostUnderWay) {
-            const EntryPointer next = lane.waiting.front();
-            lane.waiting.pop_front();
-            begin(next, lane);
-        }
     }
 }
 
@@ -263,14 +252,10 @@ void StorageClient::begin(const EntryPointer &entry, Lane &lane)
                                  : nullptr;
     if (!handle || curl_multi_add_handle(m_multi, handle) != CURLM_OK) {
         entry->exchange.close();
-        {
-            const std::lock_guard lock(m_mutex);
-            entry->answer = StorageAnswer{0, {}, QStringLiteral("No connection could be set up: memory is short.")};
-        }
-        report(entry);
+        report(entry, {0, {}, QStringLiteral("No connection could be set up: memory is short.")});
         return;
     }
-    ++lane.turns;
+    ++lane.turns[entry->size];
     entry->lane = &lane;
     m_underWay.push_back(entry);
     const auto resume = [this, weak] {
@@ -281,19 +266,6 @@ void StorageClient::begin(const EntryPointer &entry, Lane &lane)
         body->begin(&m_pool, resume);
     if (const auto &sink = entry->exchange.sink())
         sink->begin(&m_pool, resume);
-}
-
-void StorageClient::takeBackTurns()
-{
-    const auto now = Exchange::Clock::now();
-    for (const EntryPointer &entry : m_underWay) {
-        const Exchange &exchange = entry->exchange;
-        const bool isIdle = now - exchange.movedAt() >= (exchange.isSent() ? patience : longPatience);
-        if (entry->lane && (isIdle || (!entry->isLarge && exchange.isLarger(smallBody)))) {
-            --entry->lane->turns;
-            entry->lane = nullptr;
-        }
-    }
 }
 
 void StorageClient::collectAnswers()
@@ -312,16 +284,14 @@ void StorageClient::collectAnswers()
 }
 
 // Ends an exchange that is under way with its answer. Takes a copy of the entry, which may stand in the list.
-void StorageClient::finish(EntryPointer entry, CURLcode result)
+void StorageClient::finish(EntryPointer entry, CURLcode result, const QString &problem)
 {
     m_underWay.remove(entry);
     StorageAnswer answer = entry->exchange.answer(result);
+    if (!problem.isEmpty())
+        answer.problem = problem;
     end(*entry);
-    {
-        const std::lock_guard lock(m_mutex);
-        entry->answer = std::move(answer);
-    }
-    report(entry);
+    report(entry, std::move(answer));
 }
 
 // Takes an exchange that is under way off the connection.
@@ -330,7 +300,7 @@ void StorageClient::end(Entry &entry)
     curl_multi_remove_handle(m_multi, entry.exchange.handle());
     entry.exchange.close();
     if (entry.lane)
-        --entry.lane->turns;
+        --entry.lane->turns[entry.size];
     entry.lane = nullptr;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "storage/RateLimit.h"
 #include "storage/Request.h"
 #include "storage/Route.h"
 
@@ -10,7 +11,7 @@
 
 #include <curl/curl.h>
 
-#include <condition_variable>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -38,6 +39,9 @@ class Exchange;
 /// one never waits for a large one. An exchange that only waits, for its answer or for a server that does not read,
 /// gives its turn away; so does one that was thought small and is not.
 ///
+/// Limits: what all bodies of one direction may move together is given out in portions, to the one first that has
+/// waited longest.
+///
 /// The thread starts with the first request. It ends, and closes the connections that it has kept, when there was none
 /// for a while.
 class StorageClient : public QObject {
@@ -52,7 +56,8 @@ public:
     StorageClient();
     ~StorageClient() override;
 
-    void setOptions(const ClientOptions &options) { m_options = options; }
+    /// The limits hold at once, the rest for the requests that follow.
+    void setOptions(const ClientOptions &options);
     /// @param request  with an address that `targetOf` takes
     Id start(const StorageRequest &request, Handlers handlers);
     /// Neither handler is called any more. Does nothing for a request that was answered.
@@ -68,10 +73,16 @@ private:
     /// A request on its way through both threads.
     struct Entry;
     using EntryPointer = std::shared_ptr<Entry>;
-    /// Bodies of one size class that go to one server, or come from it.
+    /// Bodies that go to one server, or come from it, by size class: small, large.
     struct Lane {
-        std::deque<EntryPointer> waiting;
-        int turns = 0; ///< taken
+        std::deque<EntryPointer> waiting[2];
+        int turns[2] = {}; ///< taken
+    };
+    /// What holds for all requests, whenever they were made.
+    struct Limits {
+        qint64 toStorage = 0;   ///< bytes per second; 0: none
+        qint64 fromStorage = 0; ///< as above
+        int perHost = 0;        ///< turns; 0: as many as usual
     };
     struct Command {
         enum Kind { Start, Cancel, Resume } kind;
@@ -89,8 +100,12 @@ private:
     void giveTurns();
     void begin(const EntryPointer &entry, Lane &lane);
     void takeBackTurns();
+    void endStalled();
+    void shareOut(RateLimit &limit, bool fromStorage);
+    std::chrono::milliseconds timeToWait() const;
     void collectAnswers();
-    void finish(EntryPointer entry, CURLcode result);
+    void finish(EntryPointer entry, CURLcode result, const QString &problem = {});
+    void report(const EntryPointer &entry, StorageAnswer answer);
     void end(Entry &entry);
 
     ClientOptions m_options;
@@ -106,11 +121,15 @@ private:
     CURLM *m_awake = nullptr;            ///< can be woken
     bool m_running = false;
     bool m_stop = false;
+    Limits m_wantedLimits;
 
     // Of the storage thread.
     CURLM *m_multi = nullptr;
     std::map<QByteArray, Lane> m_lanes;
     std::list<EntryPointer> m_underWay;
+    Limits m_limits;
+    RateLimit m_toStorage;
+    RateLimit m_fromStorage;
 };
 
 } // namespace Velmora

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 namespace Velmora {
 
@@ -19,6 +20,8 @@ public:
     /// Creates the file, and its folder, unless it is open.
     bool open();
     bool write(const void *data, std::size_t size) { return m_file.write(data, size); }
+    std::int64_t size() const { return m_file.size(); }
+    bool truncate(std::int64_t size) { return m_file.truncate(size); }
     /// Appends `other`, and removes that.
     bool append(WorkingFile &other, const std::atomic<bool> &stop);
     bool moveTo(const QString &target, const std::atomic<bool> &stop) { return m_file.moveTo(target, stop); }

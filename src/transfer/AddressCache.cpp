@@ -2,23 +2,29 @@
 
 namespace Velmora {
 
-std::optional<QJsonValue> AddressCache::find(const QString &key, qint64 now)
+std::optional<AddressCache::Entry> AddressCache::find(const QString &key, qint64 now)
 {
     const auto entry = m_entries.find(key);
     if (entry == m_entries.end())
         return {};
-    if (isStale(*entry, now)) {
+    if (timeLeft(entry->stored, now) < 0) {
         m_entries.erase(entry);
         return {};
     }
-    return entry->address;
+    return *entry;
 }
 
-int AddressCache::removeStale(qint64 now)
+void AddressCache::remove(const QString &key, const QJsonObject &address)
+{
+    if (const auto entry = m_entries.find(key); entry != m_entries.end() && entry->address == address)
+        m_entries.erase(entry);
+}
+
+int AddressCache::removeIf(const std::function<bool(const QString &, const Entry &)> &wanted)
 {
     int removed = 0;
     for (auto entry = m_entries.begin(); entry != m_entries.end();) {
-        if (isStale(*entry, now)) {
+        if (wanted(entry.key(), *entry)) {
             entry = m_entries.erase(entry);
             ++removed;
         } else {
@@ -26,6 +32,11 @@ int AddressCache::removeStale(qint64 now)
         }
     }
     return removed;
+}
+
+int AddressCache::removeStale(qint64 now)
+{
+    return removeIf([now](const QString &, const Entry &entry) { return timeLeft(entry.stored, now) < 0; });
 }
 
 } // namespace Velmora

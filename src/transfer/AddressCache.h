@@ -1,9 +1,10 @@
 #pragma once
 
-#include <QJsonValue>
+#include <QJsonObject>
 #include <QMap>
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace Velmora {
@@ -12,20 +13,25 @@ namespace Velmora {
 /// epoch.
 class AddressCache {
 public:
-    static constexpr qint64 lifetime = 30 * 60 * 1000;
+    struct Entry {
+        QJsonObject address;
+        qint64 stored = 0;
+    };
 
-    std::optional<QJsonValue> find(const QString &key, qint64 now);
-    void store(const QString &key, const QJsonValue &address, qint64 now) { m_entries[key] = {address, now}; }
-    void remove(const QString &key) { m_entries.remove(key); }
-    /// Returns how many entries had expired.
+    /// For which an address that was stored then may still be used; below 0: it may not. One from the future may not:
+    /// the clock was set back, and nobody knows how old it is.
+    static qint64 timeLeft(qint64 stored, qint64 now) { return stored > now ? -1 : stored + lifetime - now; }
+
+    std::optional<Entry> find(const QString &key, qint64 now);
+    void store(const QString &key, const QJsonObject &address, qint64 now) { m_entries[key] = {address, now}; }
+    /// Removes this address, unless another one has taken its place.
+    void remove(const QString &key, const QJsonObject &address);
+    /// Returns how many entries were removed.
+    int removeIf(const std::function<bool(const QString &key, const Entry &)> &wanted);
     int removeStale(qint64 now);
 
 private:
-    struct Entry {
-        QJsonValue address;
-        qint64 stored = 0;
-    };
-    static bool isStale(const Entry &entry, qint64 now) { return entry.stored + lifetime < now; }
+    static constexpr qint64 lifetime = 30 * 60 * 1000;
 
     QMap<QString, Entry> m_entries;
 };

@@ -37,11 +37,14 @@ DownloadPools::DownloadPools()
 }
 
 DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const DownloadProgress &onProgress,
-                                 const ResultDone<FileDownloadDetails> &onComplete, DownloadPools &pools)
+                                 const ResultDone<FileDownloadDetails> &onComplete, DownloadPools &pools,
+                                 const RetryPolicy &policy)
     : m_details(file)
     , m_onProgress(onProgress)
     , m_onComplete(onComplete)
     , m_pools(pools)
+    , m_policy(policy)
+    , m_retry(policy)
     , m_target(QDir::cleanPath(absoluteTarget(file)))
     , m_folder(QFileInfo(m_target).absolutePath())
     , m_appending(&pools.appending)
@@ -70,11 +73,17 @@ bool DownloadObjects::hasTarget(const FileDownloadDetails &file) const
     return pathKey(QDir::cleanPath(absoluteTarget(file))) == pathKey(m_target);
 }
 
-void DownloadObjects::prepare(const QJsonArray &chunks, const QByteArray &key)
+void DownloadObjects::failOrTryAgain(const GrantError &error, std::function<void()> again)
+{
+    if (!error.mayPass || !m_retry.start(std::move(again)))
+        finish(error);
+}
+
+void DownloadObjects::prepare(const Grant &grant, const QByteArray &key)
 {
     m_key = key;
-    for (const QJsonValue &chunk : chunks)
-        m_pieces.push_back(std::make_unique<FileDownload>(chunk.toObject(), &m_pools.finishing));
+    for (const QJsonValue &chunk : grant.address.value(QLatin1String("chunks")).toArray())
+        m_pieces.push_back(std::make_unique<FileDownload>(chunk.toObject(), grant, &m_pools.finishing, m_policy));
     std::stable_sort(m_pieces.begin(), m_pieces.end(),
                      [](const auto &left, const auto &right) { return left->number() < right->number(); });
 }
@@ -82,11 +91,11 @@ void DownloadObjects::prepare(const QJsonArray &chunks, const QByteArray &key)
 void DownloadObjects::begin()
 {
     if (m_details.localFileLocation.empty() || QFileInfo(m_target).isDir()) {
-        fail(notWritten("The target is no file name: \"" + m_details.localFileLocation + "\"."));
+        finish(notWritten("The target is no file name: \"" + m_details.localFileLocation + "\"."));
         return;
     }
     if (const ApiError problem = problemOfNames(); problem.errorCode >= 300) {
-        fail(problem);
+        finish(problem);
         return;
     }
     m_joined = std::make_shared<WorkingFile>(m_folder, baseName(m_pieces.front()->fileName()));

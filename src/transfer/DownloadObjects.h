@@ -39,7 +39,7 @@ class DownloadObjects : public QObject {
     Q_OBJECT
 public:
     DownloadObjects(const FileDownloadDetails &file, const DownloadProgress &onProgress,
-                    const ResultDone<FileDownloadDetails> &onComplete, DownloadPools &pools);
+                    const ResultDone<FileDownloadDetails> &onComplete, DownloadPools &pools, const RetryPolicy &policy);
     ~DownloadObjects() override;
 
     const FileDownloadDetails &details() const { return m_details; }
@@ -48,10 +48,11 @@ public:
     bool isFinished() const { return m_finished; }
 
     /// Creates the pieces.
-    void prepare(const QJsonArray &chunks, const QByteArray &key);
+    void prepare(const Grant &grant, const QByteArray &key);
     const std::vector<std::unique_ptr<FileDownload>> &pieces() const { return m_pieces; }
     void begin();
-    void fail(const ApiError &error) { finish(error); }
+    /// Before the pieces were created: something that is needed for them cannot be had.
+    void failOrTryAgain(const GrantError &error, std::function<void()> again);
 
 Q_SIGNALS:
     /// The last signal; emitted from a clean stack.
@@ -75,6 +76,8 @@ private:
     DownloadProgress m_onProgress;
     ResultDone<FileDownloadDetails> m_onComplete;
     DownloadPools &m_pools;
+    const RetryPolicy m_policy;
+    Retry m_retry;          ///< of what comes before the pieces
     const QString m_target; ///< cleaned, absolute
     const QString m_folder;
     QByteArray m_key;

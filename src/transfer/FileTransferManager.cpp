@@ -47,18 +47,20 @@ FileTransferManager::~FileTransferManager() = default;
 void FileTransferManager::uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                                      const ResultDone<FileUploadDetails> &onComplete)
 {
-    m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete, m_uploadPool));
+    m_uploads.push_back(std::make_unique<FileUpload>(file, onProgress, onComplete, m_uploadPool, m_retries));
     FileUpload *upload = m_uploads.back().get();
-    connect(upload, &FileUpload::signalExamined, this, [this, upload] {
-        const auto send = [upload](const ApiError &error, const QJsonObject &address) {
-            if (error.errorCode >= 300)
-                upload->fail(error);
-            else
-                upload->send(address);
-        };
+    connect(upload, &FileUpload::signalKeyWanted, this, [this, upload] {
+        const auto examine = [upload](const GrantError &error, const QByteArray &key) { upload->examine(error, key); };
+        Q_EMIT requestAESKey(upload->jobId(), {upload, examine});
+    });
+    connect(upload, &FileUpload::signalAddressWanted, this, [this, upload] {
+        const auto send = [upload](const GrantError &error, const Grant &grant) { upload->send(error, grant); };
         Q_EMIT requestUploadURL(upload->jobId(), {upload, send});
     });
+    connect(upload, &FileUpload::signalAddressSpent, this,
+            [this, upload](const QJsonObject &address) { Q_EMIT uploadAddressSpent(upload->jobId(), address); });
     connect(upload, &FileUpload::signalSend, this, [this, upload](const StorageRequest &request, bool multipart) {
+        Q_EMIT cloudFileChanged(upload->jobId(), upload->cloudName());
         if (multipart)
             Q_EMIT requestUploadPostMultiPart(upload, request);
         else
@@ -66,19 +68,15 @@ void FileTransferManager::uploadFile(const FileUploadDetails &file, const Upload
     });
     connect(upload, &FileUpload::signalUploadComplete, this,
             [this, upload](const ApiError &error) { slotUploadComplete(upload, error); });
-    const auto whenKeyed = [upload](const ApiError &error, const QByteArray &key) {
-        if (error.errorCode >= 300)
-            upload->fail(error);
-        else
-            upload->examine(key);
-    };
-    Q_EMIT requestAESKey(upload->jobId(), {upload, whenKeyed});
+    upload->start();
 }
 
 void FileTransferManager::slotUploadComplete(FileUpload *upload, const ApiError &error)
 {
     const auto callback = upload->onComplete();
     const FileUploadDetails details = upload->details();
+    if (error.errorCode < 300)
+        Q_EMIT cloudFileChanged(upload->jobId(), upload->cloudName());
     take(m_uploads, [upload](const FileUpload &each) { return &each == upload; });
     if (callback)
         callback(error, details);
@@ -95,38 +93,54 @@ void FileTransferManager::downloadFile(const FileDownloadDetails &file, const Do
             callback(alreadyRunning(), FileDownloadDetails(file));
         return;
     }
-    m_downloads.push_back(std::make_unique<DownloadObjects>(file, onProgress, onComplete, m_pools));
+    m_downloads.push_back(std::make_unique<DownloadObjects>(file, onProgress, onComplete, m_pools, m_retries));
     DownloadObjects *download = m_downloads.back().get();
     connect(download, &DownloadObjects::downloadComplete, this,
             [this, download](const ApiError &error) { slotDownloadComplete(download, error); });
-    const auto start = [this, download](const ApiError &error, const QJsonObject &address) {
-        if (error.errorCode >= 300)
-            download->fail(error);
-        else
-            startDownload(download, address);
-    };
-    const CloudFile &cloudFile = download->details().cloudFileDetails;
-    Q_EMIT requestDownloadURL(cloudFile.jobId, cloudFile.fileName, {download, start});
+    requestAddresses(download);
 }
 
-void FileTransferManager::startDownload(DownloadObjects *download, const QJsonObject &address)
+void FileTransferManager::requestAddresses(DownloadObjects *download)
 {
-    const QJsonArray chunks = address.value(QLatin1String("chunks")).toArray();
-    const auto whenKeyed = [this, download, chunks](const ApiError &error, const QByteArray &key) {
-        if (error.errorCode >= 300) {
-            download->fail(error);
-            return;
-        }
-        download->prepare(chunks, key);
-        for (const auto &piece : download->pieces()) {
-            connect(piece.get(), &FileDownload::signalFetch, this,
-                    [this, target = piece.get()](const StorageRequest &request) {
-                        Q_EMIT requestDownloadGetOrPostMultiPart(target, request);
-                    });
-        }
-        download->begin();
+    const auto then = [this, download](const GrantError &error, const Grant &grant) {
+        if (error.errorCode >= 300)
+            download->failOrTryAgain(error, [this, download] { requestAddresses(download); });
+        else
+            requestKey(download, grant);
     };
-    Q_EMIT requestAESKey(download->details().cloudFileDetails.jobId, {download, whenKeyed});
+    const CloudFile &file = download->details().cloudFileDetails;
+    Q_EMIT requestDownloadURL(file.jobId, file.fileName, {download, then});
+}
+
+void FileTransferManager::requestKey(DownloadObjects *download, const Grant &grant)
+{
+    const auto then = [this, download, grant](const GrantError &error, const QByteArray &key) {
+        if (error.errorCode >= 300)
+            download->failOrTryAgain(error, [this, download, grant] { requestKey(download, grant); });
+        else
+            startDownload(download, grant, key);
+    };
+    Q_EMIT requestAESKey(download->details().cloudFileDetails.jobId, {download, then});
+}
+
+void FileTransferManager::startDownload(DownloadObjects *download, const Grant &grant, const QByteArray &key)
+{
+    const CloudFile &file = download->details().cloudFileDetails;
+    download->prepare(grant, key);
+    for (const auto &each : download->pieces()) {
+        FileDownload *const piece = each.get();
+        connect(piece, &FileDownload::signalFetch, this, [this, piece](const StorageRequest &request) {
+            Q_EMIT requestDownloadGetOrPostMultiPart(piece, request);
+        });
+        connect(piece, &FileDownload::signalAddressSpent, this, [this, &file](const QJsonObject &address) {
+            Q_EMIT downloadAddressSpent(file.jobId, file.fileName, address);
+        });
+        connect(piece, &FileDownload::signalAddressWanted, this, [this, piece, &file] {
+            const auto renew = [piece](const GrantError &error, const Grant &fresh) { piece->renew(error, fresh); };
+            Q_EMIT requestDownloadURL(file.jobId, file.fileName, {piece, renew});
+        });
+    }
+    download->begin();
 }
 
 void FileTransferManager::slotDownloadComplete(DownloadObjects *download, const ApiError &error)

@@ -32,7 +32,10 @@ public:
     explicit FileTransferManager(QThreadPool *uploadPool);
     ~FileTransferManager() override;
 
-    void setOptions(const ClientOptions &options) { m_options = options; }
+    /// For the transfers that follow.
+    void setOptions(const ClientOptions &options) { m_retries.tries = options.transferRetries; }
+    /// As above; tests lower it.
+    void setFirstRetryPause(int milliseconds) { m_retries.firstPause = milliseconds; }
     void uploadFile(const FileUploadDetails &file, const UploadProgress &onProgress,
                     const ResultDone<FileUploadDetails> &onComplete);
     void downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
@@ -44,6 +47,11 @@ Q_SIGNALS:
     void requestAESKey(const std::string &jobId, const EncryptionKeyCB &onCompleteCB);
     void requestUploadURL(const std::string &jobId, const UploadUrlCB &onCompleteCB);
     void requestDownloadURL(const std::string &jobId, const std::string &fileName, const DownloadUrlCB &onCompleteCB);
+    /// The storage refused it, or it grew too old.
+    void uploadAddressSpent(const std::string &jobId, const QJsonObject &address);
+    void downloadAddressSpent(const std::string &jobId, const std::string &fileName, const QJsonObject &address);
+    /// What the cloud holds under this name is about to be replaced, or was.
+    void cloudFileChanged(const std::string &jobId, const QString &fileName);
     // The receiver calls `follow` with a client that sends the request.
     void requestUploadPostMultiPart(FileUpload *uploadRunnable, const StorageRequest &request);
     void requestUploadPostFile(FileUpload *uploadRunnable, const StorageRequest &request);
@@ -51,10 +59,12 @@ Q_SIGNALS:
 
 private:
     void slotUploadComplete(FileUpload *upload, const ApiError &error);
-    void startDownload(DownloadObjects *download, const QJsonObject &address);
+    void requestAddresses(DownloadObjects *download);
+    void requestKey(DownloadObjects *download, const Grant &grant);
+    void startDownload(DownloadObjects *download, const Grant &grant, const QByteArray &key);
     void slotDownloadComplete(DownloadObjects *download, const ApiError &error);
 
-    ClientOptions m_options;
+    RetryPolicy m_retries;
     DownloadPools m_pools;
     QThreadPool *m_uploadPool;
     std::list<std::unique_ptr<FileUpload>> m_uploads;

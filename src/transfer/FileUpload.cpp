@@ -9,14 +9,16 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
+
 namespace Velmora {
 
 FileUpload::FileUpload(const FileUploadDetails &file, const UploadProgress &onProgress,
-                       const ResultDone<FileUploadDetails> &onComplete, QThreadPool *pool)
+                       const ResultDone<FileUploadDetails> &onComplete, QThreadPool *pool, const RetryPolicy &policy)
     : m_details(file)
     , m_onProgress(onProgress)
     , m_onComplete(onComplete)
-    , m_source(std::make_shared<Source>(toQt(file.localFileLocation)))
+    , m_retry(policy)
     , m_work(pool)
 {
     m_details.totalFileSize = QFileInfo(toQt(file.localFileLocation)).size();
@@ -33,29 +35,46 @@ bool FileUpload::isFor(const FileUploadDetails &file) const
     return m_details.localFileLocation == file.localFileLocation && m_details.cloudFileJobID == file.cloudFileJobID;
 }
 
-void FileUpload::examine(const QByteArray &key)
+QString FileUpload::cloudName() const { return QFileInfo(toQt(m_details.localFileLocation)).fileName(); }
+
+void FileUpload::start() { Q_EMIT signalKeyWanted(); }
+
+void FileUpload::examine(const GrantError &error, const QByteArray &key)
 {
+    if (error.errorCode >= 300) {
+        finishOrTryAgain(error, error.mayPass);
+        return;
+    }
+    m_source = std::make_shared<Source>(toQt(m_details.localFileLocation));
     m_work.start([source = m_source, key](const auto &) { source->examine(key); },
                  [this] {
                      const QString problem = m_source->problem();
                      if (problem.isEmpty())
-                         Q_EMIT signalExamined();
+                         Q_EMIT signalAddressWanted();
                      else
-                         fail({400, Titles::UploadFailed, problem.toStdString()});
+                         finish({400, Titles::UploadFailed, problem.toStdString()});
                  });
 }
 
-void FileUpload::send(const QJsonObject &address)
+void FileUpload::send(const GrantError &error, const Grant &grant)
 {
-    const QString name = QFileInfo(toQt(m_details.localFileLocation)).fileName();
+    if (error.errorCode >= 300) {
+        finishOrTryAgain(error, error.mayPass);
+        return;
+    }
+    m_grant = grant;
+    const QJsonObject &address = grant.address;
+    const QString name = cloudName();
     AddressRequest target = addressRequest(address, name, m_source->cipherSize());
     if (!target.problem.isEmpty()) {
-        fail({400, Titles::UploadFailed, target.problem.toStdString()});
+        finish({400, Titles::UploadFailed, target.problem.toStdString()});
         return;
     }
     StorageRequest &request = target.request;
     request.verb = "POST";
     request.body = m_source;
+    request.validFor = std::max(grant.left(), qint64{0});
+    request.hasWaited = m_hasWaited;
     const QJsonObject fields = address.value(QLatin1String("formFields")).toObject();
     const bool multipart = !fields.isEmpty();
     if (multipart) {
@@ -81,6 +100,9 @@ void FileUpload::follow(StorageClient &storage, const StorageRequest &request, s
 
 void FileUpload::reportProgress(qint64 bytesSent)
 {
+    if (bytesSent <= m_reported)
+        return;
+    m_reported = bytesSent;
     callLater(this, m_onProgress, m_details, static_cast<std::int64_t>(bytesSent));
 }
 
@@ -88,10 +110,23 @@ void FileUpload::onAnswered(const StorageAnswer &answer)
 {
     m_storage.clear();
     m_counted.reset();
-    finish(transferError({answer.status, answer.body, answer.problem}, Titles::UploadFailed));
+    m_hasWaited = answer.isOutdated;
+    if (answer.isOutdated) {
+        Q_EMIT signalAddressSpent(m_grant.address);
+        Q_EMIT signalAddressWanted();
+        return;
+    }
+    if (isAddressRefused(answer))
+        Q_EMIT signalAddressSpent(m_grant.address);
+    finishOrTryAgain(transferError({answer.status, answer.body, answer.problem}, Titles::UploadFailed),
+                     canBeTriedAgain(answer));
 }
 
-void FileUpload::fail(const ApiError &error) { finish(error); }
+void FileUpload::finishOrTryAgain(const ApiError &error, bool mayPass)
+{
+    if (error.errorCode < 300 || !mayPass || !m_retry.start([this] { start(); }))
+        finish(error);
+}
 
 void FileUpload::finish(const ApiError &error)
 {

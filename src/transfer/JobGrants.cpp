@@ -2,6 +2,8 @@
 
 #include "base/Log.h"
 #include "crypto/Cipher.h"
+#include "transfer/PieceName.h"
+#include "transfer/Retry.h"
 #include "transfer/Titles.h"
 
 #include <QDateTime>
@@ -16,9 +18,21 @@ QString downloadKey(const QString &jobId, const QString &fileName)
 }
 
 // The message of a refusal is the service's alone. The network layer's text is for a broken connection.
-ApiError grantError(const Outcome &outcome, const char *title)
+GrantError grantError(const Outcome &outcome, const char *title)
 {
-    return outcome.isRefused() ? operationError(outcome, title) : transferError(outcome, title);
+    return {outcome.isRefused() ? operationError(outcome, title) : transferError(outcome, title),
+            outcome.status == 0 || isPassing(outcome.status)};
+}
+
+const GrantError granted{{200, {}, {}}};
+
+// What changes when a file does.
+QString versionOf(const QJsonValue &file)
+{
+    QStringList parts;
+    for (const char *field : {"fileSize", "fileDate", "fileHash"})
+        parts += file[QLatin1String(field)].toVariant().toString();
+    return parts.join(QLatin1Char(' '));
 }
 
 } // namespace
@@ -41,7 +55,7 @@ void JobGrants::handleAESKeyRequest(const std::string &jobId, const EncryptionKe
 {
     const QString job = toQt(jobId);
     if (const QByteArray key = m_keys.value(job); !key.isEmpty()) {
-        onCompleteCB({200, {}, {}}, key);
+        onCompleteCB(granted, key);
         return;
     }
     const JobOfUser wanted{m_user, job};
@@ -49,13 +63,13 @@ void JobGrants::handleAESKeyRequest(const std::string &jobId, const EncryptionKe
         VELMORA_LOG() << "in CloudAPI::getEncryptionKey(): ZRV call being made for encryption key";
         const Request request{Endpoints::JobKey, Verb::Post, bodyOf({{"jobId", jobId}})};
         return m_rest.exchange(request, [this, wanted](const Outcome &outcome) {
-            ApiError error = grantError(outcome, Endpoints::JobKey.title);
+            GrantError error = grantError(outcome, Endpoints::JobKey.title);
             const QJsonValue reply = QJsonDocument::fromJson(outcome.body).object().value(QLatin1String("key"));
             const auto decoded = QByteArray::fromBase64Encoding(
                 reply[QLatin1String("plaintextKey")].toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
             const bool usable = decoded && !(*decoded).isEmpty() && (*decoded).size() <= cipherKeySize;
             if (error.errorCode < 300 && !usable)
-                error = {400, Endpoints::JobKey.title, "The service gave no usable encryption key for the job."};
+                error = {{400, Endpoints::JobKey.title, "The service gave no usable encryption key for the job."}};
             const QByteArray key = error.errorCode < 300 ? *decoded : QByteArray();
             if (wanted.first == m_user)
                 m_keys.insert(wanted.second, key);
@@ -70,7 +84,7 @@ void JobGrants::handleUploadURLRequest(const std::string &jobId, const UploadUrl
     const QString job = toQt(jobId);
     VELMORA_LOG() << "in CloudAPI::handleUploadURLRequest() for" << job;
     if (const auto cached = m_uploadAddresses.find(job, m_clock())) {
-        onCompleteCB({200, {}, {}}, cached->toObject());
+        onCompleteCB(granted, grantOf(*cached));
         return;
     }
     VELMORA_LOG() << "Did not find cached upload request for job" << job;
@@ -78,12 +92,12 @@ void JobGrants::handleUploadURLRequest(const std::string &jobId, const UploadUrl
     m_uploadAddressRequests.join(wanted, onCompleteCB, [&] {
         const Request request{Endpoints::JobFilesUpload, Verb::Get, {}, QStringLiteral("/uploadUrl/%1").arg(job)};
         return m_rest.exchange(request, [this, wanted](const Outcome &outcome) {
-            const ApiError error = grantError(outcome, Endpoints::JobFilesUpload.title);
-            const QJsonObject address = QJsonDocument::fromJson(outcome.body).object();
-            if (error.errorCode < 300 && address.contains(QLatin1String("uri")) && wanted.first == m_user)
-                m_uploadAddresses.store(wanted.second, address, m_clock());
+            const GrantError error = grantError(outcome, Endpoints::JobFilesUpload.title);
+            const AddressCache::Entry entry{QJsonDocument::fromJson(outcome.body).object(), m_clock()};
+            if (error.errorCode < 300 && entry.address.contains(QLatin1String("uri")) && wanted.first == m_user)
+                m_uploadAddresses.store(wanted.second, entry.address, entry.stored);
             for (const UploadUrlCB &waiter : m_uploadAddressRequests.finish(wanted))
-                waiter(error, address);
+                waiter(error, grantOf(entry));
         });
     });
 }
@@ -102,14 +116,14 @@ void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::st
         VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
         const auto then = [this, wanted, job](const Outcome &outcome, FileList &&, AddressCache &found) {
             const Endpoint &titled = outcome.isRefused() ? Endpoints::JobFilesList : Endpoints::JobFilesUpload;
-            const ApiError error = grantError(outcome, titled.title);
+            const GrantError error = grantError(outcome, titled.title);
             for (const DownloadWaiter &waiter : m_listings.finish(wanted)) {
                 if (error.errorCode >= 300)
                     waiter(error, {});
                 else if (!answerDownload(found, waiter.key, waiter))
-                    waiter({404, Titles::DownloadFailed,
-                            waiter.key.mid(job.size() + 1).toStdString() + " is not among the files of job " +
-                                job.toStdString() + '.'},
+                    waiter({{404, Titles::DownloadFailed,
+                             waiter.key.mid(job.size() + 1).toStdString() + " is not among the files of job " +
+                                 job.toStdString() + '.'}},
                            {});
             }
         };
@@ -134,7 +148,8 @@ JobGrants::FileList JobGrants::readFileList(const QByteArray &body, bool showAll
 void JobGrants::listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete)
 {
     requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, FileList &&files, AddressCache &) {
-        m_rest.deliver(onComplete, operationError(outcome, Endpoints::JobFilesList.title), std::move(files.shown));
+        m_rest.complete(outcome, onComplete, operationError(outcome, Endpoints::JobFilesList.title),
+                        std::move(files.shown));
     });
 }
 
@@ -163,7 +178,7 @@ void JobGrants::remember(const QJsonArray &files, int user, AddressCache &found)
         if (chunks.isArray())
             found.store(
                 downloadKey(file[QLatin1String("jobId")].toString(), file[QLatin1String("fileName")].toString()),
-                chunks, now);
+                {{QLatin1String("chunks"), chunks}, {QLatin1String("version"), versionOf(file)}}, now);
     }
     // Downloads that wait for a listing of their own may find what they need in this one.
     const auto isKnown = [&](const DownloadWaiter &waiter) {
@@ -173,13 +188,34 @@ void JobGrants::remember(const QJsonArray &files, int user, AddressCache &found)
         answerDownload(found, waiter.key, waiter);
 }
 
+Grant JobGrants::grantOf(const AddressCache::Entry &entry) const
+{
+    return {entry.address, [this, stored = entry.stored] { return AddressCache::timeLeft(stored, m_clock()); }};
+}
+
 bool JobGrants::answerDownload(AddressCache &addresses, const QString &key, const DownloadUrlCB &waiter)
 {
-    const auto chunks = addresses.find(key, m_clock());
-    if (!chunks)
-        return false;
-    waiter({200, {}, {}}, {{QLatin1String("chunks"), *chunks}});
-    return true;
+    const auto found = addresses.find(key, m_clock());
+    if (found)
+        waiter(granted, grantOf(*found));
+    return found.has_value();
+}
+
+void JobGrants::dropUploadAddress(const std::string &jobId, const QJsonObject &address)
+{
+    m_uploadAddresses.remove(toQt(jobId), address);
+}
+
+void JobGrants::dropDownloadAddress(const std::string &jobId, const std::string &fileName, const QJsonObject &address)
+{
+    m_downloadAddresses.remove(downloadKey(toQt(jobId), toQt(fileName)), address);
+}
+
+void JobGrants::dropFile(const std::string &jobId, const QString &fileName)
+{
+    const QString job = downloadKey(toQt(jobId), {}), name = baseName(fileName);
+    m_downloadAddresses.removeIf(
+        [&](const QString &key, const AddressCache::Entry &) { return key.startsWith(job) && baseName(key) == name; });
 }
 
 } // namespace Velmora

@@ -28,6 +28,12 @@ public:
     void handleDownloadURLRequest(const std::string &jobId, const std::string &fileName,
                                   const DownloadUrlCB &onCompleteCB);
 
+    /// The storage refused it: the next transfer asks for another one.
+    void dropUploadAddress(const std::string &jobId, const QJsonObject &address);
+    void dropDownloadAddress(const std::string &jobId, const std::string &fileName, const QJsonObject &address);
+    /// Files of this name, in whatever folder of the job, are not what they were: their addresses are dropped.
+    void dropFile(const std::string &jobId, const QString &fileName);
+
     /// Forgets all keys and addresses. What is under way for them completes for those who wait, and is not kept.
     void forget();
 
@@ -50,6 +56,7 @@ private:
     static FileList readFileList(const QByteArray &body, bool showAllFiles);
     RestClient::Abort requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &then);
     void remember(const QJsonArray &files, int user, AddressCache &found);
+    Grant grantOf(const AddressCache::Entry &entry) const;
     bool answerDownload(AddressCache &addresses, const QString &key, const DownloadUrlCB &waiter);
 
     RestClient &m_rest;

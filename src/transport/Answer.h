@@ -2,6 +2,8 @@
 
 #include "transport/Outcome.h"
 
+#include <chrono>
+
 namespace Velmora {
 
 /// How large an answer may be. A larger one counts as one whose connection broke.
@@ -12,6 +14,9 @@ struct AnswerLimits {
 
 /// Aborts the reply as soon as its answer is too large. To be called when the request is sent.
 void limitAnswer(QNetworkReply *reply, const AnswerLimits &limits);
+
+/// Aborts the reply when no byte of its answer has come for that long. To be called when the request is sent.
+void limitSilence(QNetworkReply *reply, std::chrono::milliseconds limit);
 
 /// Of a finished reply, whole or none: a success whose connection broke before its end has status 0 and no body. A
 /// refusal keeps its status, and of its body what came.

@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
 #include <initializer_list>
 #include <list>
 #include <string>
@@ -21,6 +22,8 @@ struct Request {
     Verb verb = Verb::Post;
     QByteArray body = {};
     QString suffix = {}; ///< appended to the endpoint's URL as it is
+    /// How long no byte of the answer may come; 0: as the options say.
+    std::chrono::milliseconds silence = std::chrono::milliseconds(0);
 };
 
 namespace Detail {

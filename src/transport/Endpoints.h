@@ -4,18 +4,19 @@ namespace Velmora {
 
 /// One path of the REST interface.
 struct Endpoint {
-    int code;          ///< the service's number for it
-    const char *path;  ///< below the base URL
-    const char *title; ///< `ApiError::errorTitle` of a failed request
-    bool json = true;  ///< announces "application/json"
+    int code;               ///< the service's number for it
+    const char *path;       ///< below the base URL
+    const char *title;      ///< `ApiError::errorTitle` of a failed request
+    bool json = true;       ///< announces "application/json"
+    bool forTokens = false; ///< what brings the token cannot wait for it
 };
 
 /// Every path of the REST interface, a row each. The codes 10, 11, 30 and 31 are not assigned. Applications show the
 /// titles, so they stay as they are, spelling included.
 namespace Endpoints {
 
-inline constexpr Endpoint Login{0, "auth/login", "Error Authenticating Credentials"};
-inline constexpr Endpoint RefreshToken{1, "auth/refresh", "Error Authenticating Credentials"};
+inline constexpr Endpoint Login{0, "auth/login", "Error Authenticating Credentials", true, true};
+inline constexpr Endpoint RefreshToken{1, "auth/refresh", "Error Authenticating Credentials", true, true};
 inline constexpr Endpoint JobInit{2, "job/init", "Error Requesting Job ID"};
 inline constexpr Endpoint JobKey{3, "job/key", "Error Requesting Encryption Key"};
 inline constexpr Endpoint JobFilesUpload{4, "job/files", "Error Transferring Files", false};

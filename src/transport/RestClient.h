@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Authorities.h"
 #include "base/Later.h"
 #include "base/PoolWork.h"
 #include "transport/Answer.h"
@@ -9,6 +10,7 @@
 #include <velmora/Callbacks.h>
 #include <velmora/ClientOptions.h>
 
+#include <QElapsedTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -16,9 +18,11 @@
 #include <QPointer>
 #include <QThreadPool>
 
+#include <chrono>
 #include <functional>
 #include <list>
 #include <memory>
+#include <string>
 #include <utility>
 #include <variant>
 
@@ -28,7 +32,10 @@ class RequestBody;
 
 /// Sends requests, counts and logs them, reads their answers and completes operations with them.
 ///
-///     call ─▶ send ─▶ answer arrived ─▶ unpack, read (a large body on another thread) ─▶ its turn ─▶ callback queued
+///     call ─▶ gate ─▶ send ─▶ answer arrived ─▶ unpack, read (a large body on another thread) ─▶ its turn ─▶ callback
+///
+/// While the gate is closed (the token is being renewed) requests wait for it, in their order. They are counted, logged
+/// and given their token when they are sent. Those for tokens pass.
 ///
 /// An answer is whole or none: see `answerOf`. Answers take turns in the order of their arrival: one that is still
 /// being read holds up those behind it. Callbacks of the application run from a clean stack (`deliver`) and may destroy
@@ -36,7 +43,7 @@ class RequestBody;
 class RestClient : public QObject {
     Q_OBJECT
 public:
-    /// Ends a request without its completion. Does nothing once the answer has arrived.
+    /// Ends a request, sent or waiting, without its completion. Does nothing once the answer has arrived.
     using Abort = std::function<void()>;
 
     RestClient();
@@ -45,7 +52,14 @@ public:
     void setPortal(PortalTarget portal) { m_portal = portal; }
     /// The value of "Authorization" in the requests that follow; none when empty.
     void setIdToken(const QString &idToken) { m_idToken = idToken; }
-    void setOptions(const ClientOptions &options) { m_options = options; }
+    /// For the requests that follow.
+    void setOptions(const ClientOptions &options);
+    /// Asked before each request: whether it has to wait for `openGate`.
+    void setGate(std::function<bool()> isClosed) { m_isClosed = std::move(isClosed); }
+    /// Sends what waits.
+    void openGate();
+    /// Ends what has waited for that long, as a request without an answer ends.
+    void endWaiting(std::chrono::milliseconds atLeast);
     /// For the requests that follow; tests lower them.
     void setAnswerLimits(const AnswerLimits &limits) { m_limits = limits; }
     /// For the requests that follow: see `ProxyWatch`. Tests lower it.
@@ -75,7 +89,26 @@ public:
         callLater(this, callback, std::forward<Values>(values)...);
     }
 
-    /// Requests the address below which the endpoints are, without a token; `take` reads the answer.
+    /// As above for the completion of an operation. A callback that receives the code 0 finds the reason in
+    /// `lastNetworkError`.
+    template <class... Parameters, class... Values>
+    void complete(const Outcome &outcome, const std::function<void(Parameters...)> &callback, Values &&...values)
+    {
+        if (outcome.status == 0) // just before the callback: the answer after this one may be here already
+            later(this, [this, why = whyNoAnswer(outcome)] { m_lastNetworkError = why; });
+        deliver(callback, std::forward<Values>(values)...);
+    }
+    /// Why the last code 0 was one; empty before the first.
+    const std::string &lastNetworkError() const { return m_lastNetworkError; }
+    /// For an outcome that no completion receives.
+    void noteFailure(const Outcome &outcome)
+    {
+        if (outcome.status == 0)
+            m_lastNetworkError = whyNoAnswer(outcome);
+    }
+
+    /// Requests the address below which the endpoints are, without a token; `take` reads the answer. Null when nothing
+    /// may be sent.
     QNetworkReply *sendProbe();
     /// The answer of a finished reply, which is released.
     Outcome take(QNetworkReply *reply);
@@ -91,14 +124,30 @@ private:
     /// What is left to do for an answer that has arrived; empty while its body is being read.
     using Turn = std::function<void()>;
 
+    /// A request on its way from its call to its answer.
+    struct Flight {
+        Request request;
+        std::function<void(Outcome &&)> onAnswer; ///< empty once it was called, or the request was aborted
+        QPointer<QNetworkReply> reply;            ///< null before it is sent
+        QElapsedTimer age;
+    };
+    using FlightPtr = std::shared_ptr<Flight>;
+
+    Abort start(const Request &request, std::function<void(Outcome &&)> onAnswer);
+    void launch(const FlightPtr &flight);
+    void endLater(const FlightPtr &flight, const QString &why);
+    Outcome unsent(const QString &why) const;
+    static void finish(const FlightPtr &flight, Outcome &&outcome);
     QNetworkRequest buildRequest(const Endpoint &endpoint, const QString &suffix) const;
     QNetworkReply *send(const Request &request);
     QNetworkReply *sendRest(const char *announcement, QNetworkRequest request, const QByteArray &verb,
-                            const QByteArray &body);
+                            const QByteArray &body, std::chrono::milliseconds silence);
     QNetworkReply *sendBody(const char *announcement, QNetworkRequest request, const QByteArray &verb,
                             RequestBody *body);
     void onRequestStarted(const char *announcement);
     void openNetwork();
+    void retireNetwork();
+    void releaseRetired();
     void onReplyFinished(QNetworkReply *reply);
     void onRequestFinished();
     void abort(QNetworkReply *reply);
@@ -107,6 +156,10 @@ private:
     std::unique_ptr<QNetworkAccessManager> m_network;
     std::list<std::unique_ptr<QNetworkAccessManager>> m_retired; ///< get no more requests; see `onRequestFinished`
     ClientOptions m_options;
+    Authorities m_authorities;
+    std::function<bool()> m_isClosed;
+    std::list<FlightPtr> m_waiting; ///< for the gate
+    std::string m_lastNetworkError;
     AnswerLimits m_limits;
     int m_proxyWatchInterval = 5000;
     PortalTarget m_portal = PortalTarget::Production;
@@ -119,10 +172,9 @@ private:
 
 template <class Read, class Then> RestClient::Abort RestClient::exchange(const Request &request, Read read, Then then)
 {
-    QPointer<QNetworkReply> reply(send(request));
-    connect(reply, &QNetworkReply::finished, this, [=] {
+    return start(request, [=](Outcome &&received) {
         using Result = decltype(read(QByteArray()));
-        const auto outcome = std::make_shared<Outcome>(take(reply));
+        const auto outcome = std::make_shared<Outcome>(std::move(received));
         const auto turn = m_turns.insert(m_turns.end(), Turn());
         const auto result = std::make_shared<Result>();
         const auto open = [=, limit = m_limits.body] {
@@ -148,7 +200,6 @@ template <class Read, class Then> RestClient::Abort RestClient::exchange(const R
                           finish();
                       });
     });
-    return [=] { abort(reply); };
 }
 
 template <class Then> RestClient::Abort RestClient::exchange(const Request &request, Then then)
@@ -162,7 +213,7 @@ template <class Result> void RestClient::call(const Call<Result> &call, const Re
 {
     exchange(call.request, call.read,
              [this, onComplete, title = call.request.endpoint.title](const Outcome &outcome, Result &&result) {
-                 deliver(onComplete, operationError(outcome, title), std::move(result));
+                 complete(outcome, onComplete, operationError(outcome, title), std::move(result));
              });
 }
 
@@ -172,7 +223,7 @@ void RestClient::call(const Request &request,
                       const Values &...values)
 {
     exchange(request, [=, title = request.endpoint.title](const Outcome &outcome) {
-        deliver(onComplete, operationError(outcome, title), values...);
+        complete(outcome, onComplete, operationError(outcome, title), values...);
     });
 }
 

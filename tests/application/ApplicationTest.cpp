@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ctime>
 #include <thread>
 
 using namespace Velmora;
@@ -166,6 +167,45 @@ TEST_F(ApplicationTest, session_onAnyThread_completesWhateverSessionsEndedBefore
     // In a process of its own: the application object stays when its thread has gone.
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ApplicationTest, wait_anyThread_sleepsUntilAnEventOrItsTime)
+{
+    const Loopback loopback;
+    const auto wait = [](CloudAPI *session, const std::function<void()> &inCallback) {
+        for (const int noTime : {0, -1})
+            while (session->processEvents(noTime)) // what the constructor left
+                ;
+        QElapsedTimer timer;
+        timer.start();
+        const std::clock_t start = std::clock();
+        EXPECT_FALSE(session->processEvents(300));
+        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 10) << "polls";
+        EXPECT_GE(timer.elapsed(), 299);
+        bool loaded = false;
+        session->getJobDetails("J1", [&](const auto &, const auto &) {
+            loaded = true;
+            inCallback();
+        });
+        while (!loaded && session->processEvents(10000))
+            ;
+        EXPECT_TRUE(loaded);
+    };
+    std::atomic<bool> ended = false;
+    std::thread plain([&] {
+        const auto session = std::make_unique<CloudAPI>();
+        wait(session.get(), [] {});
+        ended = true;
+    });
+    while (!ended) // serves the other thread's requests
+        api->processEvents(100);
+    plain.join();
+    wait(api.get(), [&] {
+        while (api->processEvents(10)) // inside a callback
+            ;
+    });
+    wait(api.get(), [&] { api.reset(); });
+    EXPECT_FALSE(api);
 }
 
 TEST_F(ApplicationTest, application_loopOfTheCallerRuns_stays)

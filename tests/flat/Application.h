@@ -48,6 +48,8 @@ VIEW(AccountTransaction, SAME(accountId), SAME(transactionId), SAME(jobId), SAME
      SAME(transactionDescription), SAME(userEmail), SAME(userId), SAME(transactionAmount), SAME(transactionDate),
      SAME(invoiceSubmitted), SAME(invoiceRequired), SAME(invoiceAccepted))
 VIEW(AccountBalance, SAME(accountId), SAME(coreHoursAvailable), SAME(recentTransactions))
+VIEW(HpcDetails, SAME(hpcId), SAME(hpcActive), SAME(hpcCloud), SAME(hpcClusterName), SAME(hpcDescription),
+     SAME(hpcRegion), SAME(hpcAccountBucket))
 VIEW(JobStatusEntry, SAME(jobId), SAME(jobStatus), SAME(jobStatusDate))
 VIEW(SimulationStatusEntry, SAME(jobId), SAME(simulationId), SAME(simulationStatus), SAME(simulationStatusDate))
 VIEW(SimulationDetails, SAME(simulationId), SAME(consoleParameters), SAME(simulationStatus))

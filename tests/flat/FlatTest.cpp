@@ -6,7 +6,10 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-extern "C" const std::uint64_t jobDetailsSizeInC;
+extern "C" {
+extern const std::uint64_t jobDetailsSizeInC;
+const char *hostInC(const char *job, const char *file);
+}
 
 namespace {
 
@@ -24,6 +27,8 @@ template <class T> T sample([[maybe_unused]] Given given)
         return T(1);
     else if constexpr (std::is_same_v<T, const char *>)
         return given == Given::Null ? nullptr : wing;
+    else if constexpr (std::is_same_v<T, void *>)
+        return nullptr;
     else if constexpr (std::is_function_v<std::remove_pointer_t<T>>)
         return given == Given::Null ? nullptr : T(Callback());
     else
@@ -124,7 +129,7 @@ TEST(ExportsTest, everyExport_nullHandle_doesNothingAndReturnsNothing)
                   std::string(name) == "submitNewJob_Json" ? "\ne\ne\ne\ne\ne\ne\ne\ne\n" : "")
             << name;
     });
-    EXPECT_EQ(count, 62);
+    EXPECT_EQ(count, 88);
 }
 
 TEST_F(FlatTest, everyExport_nullArguments_areAccepted)
@@ -148,6 +153,8 @@ TEST_F(FlatTest, everyExport_destroyedInItsCallback_callsOnce)
             Callback<>::received.clear();
             Callback<>::then = [this] { DestroyCloudAPI(std::exchange(api, nullptr)); };
             call(function, api, Given::Something);
+            if (name == std::string("onSessionChanged"))
+                clearActiveAccount(api);
             EXPECT_TRUE(waitUntil([] { return !Callback<>::received.empty(); })) << name;
             settle();
             Callback<>::then = nullptr;
@@ -192,6 +199,19 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
     EXPECT_EQ(result().find("rtg"), std::string::npos);
     expectTwins(getSimulationFileList, getSimulationFileList_Json, 200, wing, "sim-1", true);
     expectTwins(getUsersFileList, getUsersFileList_Json, 200, true);
+    expectTwins(getAllAccountTags, getAllAccountTags_Json, 200, "ACC-1001");
+    EXPECT_NE(result().find("fast"), std::string::npos);
+    expectTwins(getHpcList, getHpcList_Json, 200, "ACC-1001");
+    EXPECT_EQ(object().value("hpcDetailsList").toArray().size(), 3);
+    expectTwins(getHpcPreferenceList, getHpcPreferenceList_Json, 200, "ACC-1001");
+    EXPECT_EQ(object().value("hpcDetailsList").toArray().size(), 2);
+    expectTwins(modifyCurrentUserDetails, modifyCurrentUserDetails_Json, 200, "Lovelace", "Ada", "Engines");
+    EXPECT_EQ(object().value("surname"), "Lovelace");
+    expectTwins(getAccountBalance, getAccountBalance_Json, 200, "ACC-1001");
+    EXPECT_EQ(object().value("recentTransactions").toArray().size(), 2);
+    expectTwins(getJobProgress, getJobProgress_Json, 200, wing);
+    EXPECT_NE(result().find("\"progress\": 100"), std::string::npos);
+    expectTwins(sendUserEvent, sendUserEvent_Json, 200, "opened", "application", "wing");
     expectTwins(killJob, killJob_Json, 200, wing);
     expectTwins(killSimulation, killSimulation_Json, 200, wing, "sim-1");
     expectTwins(archiveJob, archiveJob_Json, 404, unknown);
@@ -199,6 +219,7 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
         200, [&](Callback<> done) { followJob(api, wing, nullptr, done); },
         [&](Callback<1> done) { followJob_Json(api, wing, nullptr, done); });
     expectTwins(generateNewJobID, generateNewJobID_Json, 404, "ACC-NONE");
+    expectTwins(generateNewJobIDForHpc, generateNewJobIDForHpc_Json, 404, "ACC-1001", "hpc-none");
 
     const std::list<ItemTag> wanted = {{"fast", ""}, {"wing", ""}};
     expectTwins(
@@ -210,18 +231,33 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
 }
 
+TEST_F(FlatTest, session_resumedAndLost_isReported)
+{
+    const std::string tokens = Callback<>::last().at(0);
+    const auto message = QJsonDocument::fromJson(tokens.c_str())["errorMessage"].toString();
+    const QByteArray stored = QJsonDocument::fromJson(message.toUtf8())["refreshToken"].toString().toUtf8();
+    expectTwins(resumeSession, resumeSession_Json, 401, "unknown");
+    onSessionChanged(api, Callback<2>());
+    resumeSession(api, stored, Callback());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_TRUE(isUserLoggedIn(api));
+    clearActiveAccount(api);
+    EXPECT_TRUE(waitUntil([] { return Callback<2>::received.size() == 2; }));
+    EXPECT_EQ(Callback<2>::received.front().at(0), std::to_string(VELMORA_SESSION_SIGNED_IN));
+    EXPECT_EQ(Callback<2>::last().at(0), std::to_string(VELMORA_SESSION_SIGNED_OUT));
+    EXPECT_STREQ(lastNetworkError(api), "");
+    const ScopedEnvironment nobody("VELMORA_API_URL", "127.0.0.1:1");
+    getJobDetails_Json(api, wing, Callback());
+    EXPECT_EQ(answer(), 0);
+    EXPECT_NE(std::string(lastNetworkError(api)).find("127.0.0.1:1 was refused"), std::string::npos);
+}
+
 TEST_F(FlatTest, operation_oneForm_takesItsArguments)
 {
     EXPECT_EQ(currentNetworkStatus(api), 1);
     checkMFAEnabled(api, "ben.stone@velmora.example", Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(result(), "true");
-    modifyCurrentUserDetails(api, "Lovelace", "Ada", "Engines", Callback());
-    EXPECT_EQ(answer(), 200);
-    EXPECT_EQ(object().value("surname"), "Lovelace");
-    getAccountBalance(api, "ACC-1001", Callback());
-    EXPECT_EQ(answer(), 200);
-    EXPECT_EQ(object().value("recentTransactions").toArray().size(), 2);
     const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"};
     deleteFile(api, &doomed, Callback());
     EXPECT_EQ(answer(), 200);
@@ -229,6 +265,41 @@ TEST_F(FlatTest, operation_oneForm_takesItsArguments)
     EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
     clearActiveAccount(api);
     EXPECT_FALSE(isUserLoggedIn(api));
+}
+
+TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
+{
+    VelmoraCloudAPI *other = CreateCloudAPI();
+    EXPECT_EQ(userData(api), nullptr);
+    setUserData(api, &folder);
+    setUserData(other, &portal);
+    VelmoraCloudAPI *inside = nullptr, *between = nullptr, *after = other;
+    Callback<1>::then = [&] {
+        inside = currentCloudAPI();
+        DestroyCloudAPI(std::exchange(api, nullptr)); // the outer callback's
+        between = currentCloudAPI();
+    };
+    Callback<>::then = [&] {
+        EXPECT_EQ(userData(currentCloudAPI()), &folder);
+        cancelUpload(other, &record<FileUploadDetails>);                       // runs no callback
+        uploadFile(other, &record<FileUploadDetails>, nullptr, Callback<1>()); // refused inside the call
+        after = currentCloudAPI();
+    };
+    getJobDetails(api, wing, Callback());
+    EXPECT_EQ(answer(), 200);
+    Callback<>::then = Callback<1>::then = nullptr;
+    EXPECT_EQ(inside, other);
+    EXPECT_EQ(between, other);
+    EXPECT_EQ(after, nullptr) << "its handle was destroyed";
+    EXPECT_EQ(userData(other), &portal);
+    EXPECT_EQ(currentCloudAPI(), nullptr);
+    DestroyCloudAPI(other);
+}
+
+TEST_F(FlatTest, hostInC_writtenFromTheHeaders_works)
+{
+    EXPECT_STREQ(hostInC(wing, "sim-1/forces.csv"), "deleted, 100 percent, 2 transactions");
+    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
 }
 
 TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)
@@ -296,9 +367,6 @@ TEST_F(FlatTest, job_submitted_isTracedAndFollowed)
     ASSERT_EQ(answer<4>(), 200);
     EXPECT_NE(Callback<4>::last().at(1).find("FINISHED"), std::string::npos);
     EXPECT_NE(Callback<3>::last().at(0).find("\"simulationProgressList\""), std::string::npos);
-    getJobProgress(api, job.c_str(), Callback());
-    EXPECT_EQ(answer(), 200);
-    EXPECT_NE(result().find("\"progress\": 100"), std::string::npos);
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 
 #include <boost/pfr.hpp>
 
+#include <sstream>
+
 namespace Velmora {
 namespace {
 
@@ -67,9 +69,13 @@ template <class... R> void checkViews() { (checkView<R>(), ...); }
 TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 {
     checkTable<ApiError>("errorCode errorTitle errorMessage");
+    checkTable<ClientOptions>("keepAlive answerTimeout stallTimeout transferRetries uploadBytesPerSecond "
+                              "downloadBytesPerSecond connectionsPerHost caFile");
     checkTable<CloudFile>("jobId* fileName* fileSize* fileDate fileHash directory*");
     checkTable<FileDownloadDetails>("localFileLocation* cloudFileDetails*");
     checkTable<FileUploadDetails>("localFileLocation* cloudFileJobID* totalFileSize*");
+    checkTable<DeleteFileDetails>("jobId* simulationId* fileName*");
+    checkTable<ProxyDefinition>("proxyHost proxyUser proxyPassword proxyPort proxyType");
     checkTable<ItemTag>("tag=tagText* type=tagType*");
     checkTable<UserDetails>("userId cognitoEmail=userEmail lastName=surname firstName=forename companyName");
     checkTable<AccountAccess>("accountId=accountID cognitoEmail=userEmail maxCoreHourRequest accountAdmin hasMFA");
@@ -98,7 +104,34 @@ TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 TEST(RecordsTest, view_everyRecord_holdsEachField)
 {
     checkViews<ApiError, CloudFile, FileDownloadDetails, FileUploadDetails, DeleteFileDetails, ItemTag, UserDetails,
-               AccountDetails, AccountTransaction, AccountBalance, JobDetails, JobProgress, SimulationAbortState>();
+               AccountDetails, AccountTransaction, AccountBalance, HpcDetails, JobDetails, JobProgress,
+               SimulationAbortState>();
+}
+
+TEST(RecordsTest, options_asText_startFromTheirDefaults)
+{
+    const auto read = [](const QByteArray &text) {
+        const auto options = readInput<ClientOptions>(text);
+        std::ostringstream values;
+        std::apply([&](const auto &...each) { ((values << options.*each.member << ' '), ...); },
+                   Schema<ClientOptions>::fields());
+        return values.str();
+    };
+    const std::string none = "0 0 0 0 0 0 0  ", robust = "1 120 60 5 0 0 0  ";
+    for (const char *text : {"", "no JSON", "[]", "{}", R"({"robust": false})", R"({"robust": "true"})",
+                             R"({"keepAlive": 1, "stallTimeout": "7", "uploadBytesPerSecond": "7", "caFile": 7})",
+                             R"({"answerTimeout": 1.5, "transferRetries": 1e10, "connectionsPerHost": null})"})
+        EXPECT_EQ(read(text), none) << text;
+    EXPECT_EQ(read(R"({"robust": true, "keepAlive": "false"})"), robust);
+    EXPECT_EQ(read(R"({"robust": true, "keepAlive": false, "answerTimeout": 0})"), "0 0 60 5 0 0 0  ");
+    EXPECT_EQ(read(R"({"keepAlive": true, "answerTimeout": 1, "stallTimeout": 2, "transferRetries": 3, "caFile": "a",
+                       "uploadBytesPerSecond": 4294967296, "downloadBytesPerSecond": 5, "connectionsPerHost": 6})"),
+              "1 1 2 3 4294967296 5 6 a ");
+    EXPECT_EQ(readInput<ProxyDefinition>(R"({"proxyHost": "h", "proxyType": "1"})").proxyType, -1) << "sets none";
+    const auto proxy = readInput<ProxyDefinition>(
+        R"({"proxyHost": "h", "proxyUser": "u", "proxyPassword": "p", "proxyPort": 8080, "proxyType": 1})");
+    EXPECT_EQ(proxy.proxyHost + proxy.proxyUser + proxy.proxyPassword, "hup");
+    EXPECT_EQ(proxy.proxyPort * 10 + proxy.proxyType, 80801);
 }
 
 TEST(RecordsTest, reader_wrongValues_givesDefaults)
@@ -120,6 +153,10 @@ TEST(RecordsTest, reader_wrongValues_givesDefaults)
         {"[2147483647]", "", 2147483647, 2147483647, 2147483647},
         {"[2147483648]", "", 0, 2147483648, 2147483648},
         {"[9007199254740993]", "", 0, 9007199254740993, 9007199254740992},
+        {"[9223372036854775807]", "", 0, 9223372036854775807, 9223372036854775807.0},
+        {"[9223372036854775808]", "", 0, 0, 9223372036854775808.0},
+        {"[-1e300]", "", 0, 0, -1e300},
+        {R"(["9223372036854775808"])", "9223372036854775808"},
         {R"([{"a": 1}])"},
         {"[[1]]"},
     };

@@ -37,6 +37,9 @@ public:
     void setRest(Handler rest) { m_rest = std::move(rest); }
     const std::vector<Client> &clients() const { return m_clients; }
 
+    /// The answer to a handshake. It is the handler, until a test sets another one, which may call it.
+    Answer greet(const ReceivedRequest &request);
+
     /// Returns when the frame has been written.
     void send(std::size_t client, const QByteArray &text) { write(client, 1, text); }
     /// Starts the closing handshake; code 0 sends a close frame without code.
@@ -52,7 +55,6 @@ protected:
     void ended(int connection) override { m_clients[std::size_t(connection) - 1].gone = true; }
 
 private:
-    Answer greet(const ReceivedRequest &request);
     void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;

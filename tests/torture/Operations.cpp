@@ -90,6 +90,20 @@ void download(Case &test)
         file, [&test, &call](const FileDownloadDetails &, std::int64_t) { test.progressed(call); }, watch(test, call));
 }
 
+void resume(Case &test)
+{
+    const auto &ada = VelmoraPortal::seededUsers()[0];
+    const CloudAPI::Done done = watch(test, test.call("resumeSession"));
+    test.api->logUserIn(ada.email, ada.password, "", [&test, done](const ApiError &error) {
+        const QJsonDocument tokens = QJsonDocument::fromJson(QByteArray::fromStdString(error.errorMessage));
+        const string stored = tokens[QLatin1String("refreshToken")].toString().toStdString();
+        if (succeeded(error) && !stored.empty())
+            test.api->resumeSession(stored, done);
+        else // spoilt by the fault
+            done(error);
+    });
+}
+
 void subscribe(Case &test)
 {
     const string job = test.random.chance(50) ? string(storedJob) : test.job;
@@ -147,6 +161,7 @@ const std::vector<Operation> &operations()
     const auto &ada = VelmoraPortal::seededUsers()[0];
     static const std::vector<Operation> all = {
         simple("logUserIn", "auth/login", &C::logUserIn, ada.email, ada.password, ""),
+        {"resumeSession", {"auth/login", "auth/refresh"}, resume},
         simple("checkMFAEnabled", "auth/hasMFA", &C::checkMFAEnabled, ada.email),
         {"currentNetworkStatus",
          {"*"},

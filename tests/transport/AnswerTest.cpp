@@ -230,6 +230,7 @@ TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsTheRequest)
         const ClosingProxy proxy(server, type, 1000);
         for (const char *name : {"submitNewJob", "getUsersFileList", "untagJob"}) {
             run(name);
+            EXPECT_EQ(api->lastNetworkError().find("The proxy closed the connection to portal.velmora.example"), 0U);
             EXPECT_EQ(done.error.errorCode, 0) << name;
         }
         EXPECT_EQ(api->currentNetworkStatus(), -1);

@@ -102,6 +102,8 @@ const std::vector<Operation> &operations()
     static const std::vector<Operation> all = {
         {"logUserIn", "POST", "auth/login", indented({{"emailAddress", mail}, {"password", password}}), login,
          tokens(3600), call(&C::logUserIn, mail, password, ""), "null"},
+        {"resumeSession", "POST", "auth/refresh", indented({{"refreshToken", refreshToken}}), login, tokens(3600),
+         call(&C::resumeSession, refreshToken), "null"},
         {"checkMFAEnabled", "POST", "auth/hasMFA", indented({{"emailAddress", mail}}), login, "true",
          call(&C::checkMFAEnabled, mail)},
         {"generateNewJobID", "POST", "job/init", account, initTitle, R"({"jobId":"J9"})",

@@ -62,8 +62,8 @@ inline constexpr char refreshToken[] = "refresh-token-0815";
 /// The service's answer to a login or a renewal.
 QByteArray tokens(int expiresIn, const QByteArray &id = idToken);
 
-/// A session against a scripted server. A warning of Qt fails the test, except two that the tests cause on purpose: by
-/// a token without a lifetime, and by a body that cannot be sent again.
+/// A session against a scripted server. A warning of Qt fails the test, except one that the tests cause on purpose: by
+/// a body that cannot be sent again.
 class TransportTest : public testing::Test {
 protected:
     void TearDown() override;

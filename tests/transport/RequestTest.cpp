@@ -9,7 +9,7 @@ namespace {
 class OperationTest : public TransportTest, public testing::WithParamInterface<Operation> {
 protected:
     const Operation &subject = GetParam();
-    const bool login = subject.path == "auth/login";
+    const bool login = subject.path == "auth/login" || subject.path == "auth/refresh";
     const bool deletion = subject.path.startsWith("job/files/J1/"); // returns the file, whatever the outcome
 
     void expectRequest(const QByteArray &token)
@@ -22,6 +22,7 @@ protected:
         EXPECT_EQ(request.header("Authorization"), token);
         EXPECT_EQ(request.header("Authorization").isNull(), token.isNull()) << "a null value is an absent header";
         EXPECT_EQ(request.header("Content-Type"), deletion ? "" : "application/json");
+        EXPECT_EQ(request.header("User-Agent"), "Velmora/" VELMORA_VERSION);
         EXPECT_EQ(request.header("Content-Length"), QByteArray::number(subject.body.size())) << "also of none";
     }
 };

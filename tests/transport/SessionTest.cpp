@@ -1,36 +1,11 @@
 // Login, renewal, logout, proxy.
 
-#include "transport/Operations.h"
+#include "transport/SessionFixture.h"
 
 #include <QNetworkProxy>
-
-using namespace Velmora;
+#include <QSignalSpy>
 
 namespace {
-
-class SessionTest : public TransportTest {
-protected:
-    int renewals() const { return sent("POST", "/api/auth/refresh"); }
-    QTimer *timer() { return renewalTimerOf(*api); }
-    /// Makes the renewal due now.
-    void renew(const Answer &reply)
-    {
-        server.next(reply);
-        const int before = renewals();
-        timer()->start(0);
-        ASSERT_TRUE(waitUntil([&] { return renewals() == before + 1; }));
-    }
-    /// The token that a request made now carries.
-    QByteArray token()
-    {
-        run("getJobDetails");
-        return server.requests().last().header("Authorization");
-    }
-    bool waitForLogin()
-    {
-        return waitUntil([this] { return api->isUserLoggedIn(); });
-    }
-};
 
 TEST_F(SessionTest, login_failed_leavesLoggedOut)
 {
@@ -58,6 +33,10 @@ TEST_F(SessionTest, login_anyLifetime_renewsFiveSecondsBeforeItsEnd)
         EXPECT_EQ(timer()->interval(), interval) << lifetime;
         EXPECT_TRUE(timer()->isActive() && timer()->isSingleShot());
         timer()->start(600000); // the next login starts it again
+    }
+    for (const int lifetime : {4, 0, -2147483647}) { // without a warning of Qt
+        logIn(lifetime);
+        EXPECT_FALSE(timer()->isActive()) << lifetime;
     }
 }
 
@@ -97,6 +76,76 @@ TEST_F(SessionTest, logout_duringASession_stopsEverythingButTheTimer)
     ASSERT_TRUE(waitUntil([this] { return !timer()->isActive(); }));
     EXPECT_TRUE(token().isNull());
     EXPECT_EQ(renewals(), 0);
+}
+
+TEST_F(SessionTest, sessionChanges_inOrder_fromACleanStack)
+{
+    std::string changes;
+    const auto note = [&](const char *text) { return [&changes, text](const ApiError &) { changes += text; }; };
+    api->onSessionChanged([&](SessionChange change) { changes += std::to_string(int(change)) + ' '; });
+    const auto expect = [&](const char *expected) {
+        EXPECT_TRUE(waitUntil([&] { return changes == expected; })) << changes << "; not " << expected;
+        settle();
+        EXPECT_EQ(changes, expected);
+        changes.clear();
+    };
+    const Answer good = answer(200, tokens(3600));
+    server.next(good);
+    api->logUserIn("ada", "pw", "", note("in "));
+    expect("in 0 ");
+    renew(good);
+    expect("1 ");
+    for (const Answer &bad : {hangUp(), answer(403), answer(500), answer(200, "{}")}) {
+        renew(bad);
+        expect("2 ");
+    }
+    api->clearActiveAccount();
+    EXPECT_EQ(changes, "") << "never inside the call";
+    expect("3 ");
+    api->clearActiveAccount();
+    for (const Answer &bad : {hangUp(), answer(401), answer(200, "{}")}) {
+        server.next(bad);
+        api->logUserIn("ada", "pw", "", note("no "));
+        expect("no ");
+    }
+    server.next(good);
+    api->resumeSession(refreshToken, note("in "));
+    expect("in 0 ");
+    server.next(good);
+    api->logUserIn("bob", "pw", "", note("in "));
+    expect("3 in 0 ");
+    keepAlive();
+    server.next(answer(500));
+    server.next(good);
+    timer()->start(0);
+    expect("1 ");
+    api->onSessionChanged([&](SessionChange) { api.reset(); });
+    api->clearActiveAccount();
+    EXPECT_TRUE(waitUntil([this] { return !api; }));
+}
+
+TEST_F(SessionTest, resume_storedToken_isTheRenewalsAndOfAnUnknownUser)
+{
+    logIn();
+    QSignalSpy forgets(&session(), &Session::userChanged);
+    server.next(answer(200, R"({"idToken":"resumed","refreshToken":"other","expiresIn":3600})"));
+    done = {};
+    api->resumeSession("stored", Into{&done});
+    EXPECT_FALSE(api->isUserLoggedIn());
+    ASSERT_TRUE(wait(done));
+    EXPECT_EQ(forgets.count(), 1);
+    EXPECT_EQ(token(), "resumed");
+    renew(answer(200, tokens(3600)));
+    EXPECT_EQ(server.requests().last().body, indented({{"refreshToken", "stored"}}));
+    logIn();
+    EXPECT_EQ(forgets.count(), 2) << "nobody knows whether it is the same user";
+    server.next(answer(401, R"({"message":"expired"})"));
+    done = {};
+    api->resumeSession("stored", Into{&done});
+    ASSERT_TRUE(wait(done));
+    EXPECT_EQ(done.error.errorMessage, "expired");
+    EXPECT_FALSE(api->isUserLoggedIn());
+    EXPECT_EQ(log.text().find("stored"), std::string::npos);
 }
 
 TEST_F(SessionTest, login_noAnswerOrNoTokens_readsAsLoggedIn)

@@ -12,6 +12,24 @@
 
 namespace Velmora::Flat {
 
+/// Held while a callback of the application runs, for `currentCloudAPI`.
+class CallbackScope {
+public:
+    explicit CallbackScope(CloudAPI *api);
+    ~CallbackScope();
+    CallbackScope(const CallbackScope &) = delete;
+    CallbackScope &operator=(const CallbackScope &) = delete;
+
+    /// Of the innermost callback that runs on this thread; null if there is none, or its session was destroyed.
+    static CloudAPI *current();
+    /// The session is about to be destroyed.
+    static void forget(const CloudAPI *api);
+
+private:
+    CloudAPI *m_api;
+    CallbackScope *m_outer;
+};
+
 /// Results as views.
 struct Plain {
     template <class T> class Result {
@@ -51,15 +69,21 @@ template <class Form, class T> auto handOver(const T &value)
         return value;
     else if constexpr (std::is_same_v<T, std::int64_t>)
         return static_cast<std::int32_t>(value); // the low 32 bits
+    else if constexpr (std::is_enum_v<T>)
+        return static_cast<int>(value);
     else
         return typename Form::template Result<T>(value);
 }
 
 template <class Form, class... Values, class... Arguments>
-void adapt(std::function<void(Values...)> &adapter, void (*callback)(Arguments...))
+void adapt(CloudAPI *api, std::function<void(Values...)> &adapter, void (*callback)(Arguments...))
 {
-    if (callback)
-        adapter = [callback](Values... values) { callback(handOver<Form>(values)...); };
+    if (!callback)
+        return;
+    adapter = [api, callback](Values... values) {
+        const CallbackScope running(api);
+        callback(handOver<Form>(values)...);
+    };
 }
 
 /// A record that the application passed as text. A list comes as an array of the texts of its elements.
@@ -76,7 +100,8 @@ template <class T> T fromText(const QByteArray &text)
 }
 
 /// An argument of the application as a member takes it. A null text or record reads as an empty one.
-template <class Form, class Wanted, class Given> decltype(auto) argument(const Given &given)
+template <class Form, class Wanted, class Given>
+decltype(auto) argument([[maybe_unused]] CloudAPI *api, const Given &given)
 {
     if constexpr (std::is_same_v<Given, Wanted>) {
         return static_cast<const Wanted &>(given);
@@ -90,7 +115,7 @@ template <class Form, class Wanted, class Given> decltype(auto) argument(const G
         return given ? *given : empty;
     } else {
         Wanted adapter;
-        adapt<Form>(adapter, given);
+        adapt<Form>(api, adapter, given);
         return adapter;
     }
 }
@@ -99,7 +124,7 @@ template <class Form> struct Forward {
     template <class Result, class... Parameters, class... Arguments>
     Result operator()(CloudAPI *api, Result (CloudAPI::*member)(Parameters...), const Arguments &...arguments) const
     {
-        return api ? (api->*member)(argument<Form, std::decay_t<Parameters>>(arguments)...) : Result();
+        return api ? (api->*member)(argument<Form, std::decay_t<Parameters>>(api, arguments)...) : Result();
     }
     template <class Result> Result operator()(const CloudAPI *api, Result (CloudAPI::*member)() const) const
     {

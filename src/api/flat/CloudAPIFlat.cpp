@@ -1,3 +1,4 @@
+#include "api/CloudAPIImpl.h"
 #include "api/flat/Adapters.h"
 
 #include <cstdio>
@@ -11,6 +12,10 @@ namespace {
 // The overloads that have a flat form.
 constexpr void (CloudAPI::*newJobId)(const std::string &,
                                      const CloudAPI::ResultDone<std::string> &) = &CloudAPI::generateNewJobID;
+constexpr void (CloudAPI::*newJobIdForHpc)(const std::string &, const std::string &,
+                                           const CloudAPI::ResultDone<std::string> &) = &CloudAPI::generateNewJobID;
+constexpr void (CloudAPI::*submitText)(const std::string &,
+                                       const CloudAPI::ResultDone<JobDetails> &) = &CloudAPI::submitNewJob;
 constexpr void (CloudAPI::*submitJob)(const JobSubmit &,
                                       const CloudAPI::ResultDone<JobDetails> &) = &CloudAPI::submitNewJob;
 constexpr void (CloudAPI::*searchTags)(const std::list<ItemTag> &,
@@ -29,23 +34,24 @@ CloudAPI *traced(CloudAPI *api)
     return api;
 }
 
-JobSubmit traced(const JobSubmit &job)
-{
-    std::list<JobSubmitError> failures;
-    traceLine(job.toSubmissionJson());
-    job.validate(&failures);
-    for (std::size_t i = 0; i < failures.size(); ++i)
-        traceLine("e");
-    return job;
-}
-
 } // namespace
 
-VelmoraCloudAPI *CreateCloudAPI() { return new CloudAPI; }
+void setClientOptions(VelmoraCloudAPI *api, const VelmoraClientOptions *options)
+{
+    plain(api, &CloudAPI::setClientOptions, options);
+}
 
-void DestroyCloudAPI(VelmoraCloudAPI *api) { delete api; }
+void setClientOptions_Json(VelmoraCloudAPI *api, const char *options)
+{
+    json(api, &CloudAPI::setClientOptions, options);
+}
 
-void processEvents(VelmoraCloudAPI *api) { plain(api, &CloudAPI::processEvents); }
+void applyProxy(VelmoraCloudAPI *api, const VelmoraProxyDefinition *proxy)
+{
+    plain(proxy ? api : nullptr, &CloudAPI::applyProxy, proxy);
+}
+
+void applyProxy_Json(VelmoraCloudAPI *api, const char *proxy) { json(api, &CloudAPI::applyProxy, proxy); }
 
 void setAPIPortal(VelmoraCloudAPI *api, const VelmoraPortalTarget *portal)
 {
@@ -75,10 +81,36 @@ void logUserIn_Json(VelmoraCloudAPI *api, const char *emailAddress, const char *
     json(traced(api), &CloudAPI::logUserIn, emailAddress, password, mfaCode, onComplete);
 }
 
+void resumeSession(VelmoraCloudAPI *api, const char *refreshToken, VelmoraDoneCallback onComplete)
+{
+    plain(api, &CloudAPI::resumeSession, refreshToken, onComplete);
+}
+
+void resumeSession_Json(VelmoraCloudAPI *api, const char *refreshToken, VelmoraDoneJsonCallback onComplete)
+{
+    json(api, &CloudAPI::resumeSession, refreshToken, onComplete);
+}
+
+void onSessionChanged(VelmoraCloudAPI *api, VelmoraSessionCallback callback)
+{
+    plain(api, &CloudAPI::onSessionChanged, callback);
+}
+
+const char *lastNetworkError(VelmoraCloudAPI *api)
+{
+    return api ? CloudAPIImpl::of(*api).rest.lastNetworkError().c_str() : nullptr;
+}
+
 void modifyCurrentUserDetails(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
                               const char *companyName, VelmoraUserDetailsCallback onComplete)
 {
     plain(api, &CloudAPI::modifyCurrentUserDetails, lastName, firstName, companyName, onComplete);
+}
+
+void modifyCurrentUserDetails_Json(VelmoraCloudAPI *api, const char *lastName, const char *firstName,
+                                   const char *companyName, VelmoraJsonCallback onComplete)
+{
+    json(api, &CloudAPI::modifyCurrentUserDetails, lastName, firstName, companyName, onComplete);
 }
 
 void getCurrentUserDetails(VelmoraCloudAPI *api, VelmoraUserDetailsCallback onComplete)
@@ -106,6 +138,43 @@ void getAccountBalance(VelmoraCloudAPI *api, const char *accountId, VelmoraAccou
     plain(api, &CloudAPI::getAccountBalance, accountId, onComplete);
 }
 
+void getAccountBalance_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete)
+{
+    json(api, &CloudAPI::getAccountBalance, accountId, onComplete);
+}
+
+void getHpcList(VelmoraCloudAPI *api, const char *accountId, VelmoraHpcListCallback onComplete)
+{
+    plain(api, &CloudAPI::getHpcList, accountId, onComplete);
+}
+
+void getHpcList_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete)
+{
+    json(api, &CloudAPI::getHpcList, accountId, onComplete);
+}
+
+void getHpcPreferenceList(VelmoraCloudAPI *api, const char *accountId, VelmoraHpcListCallback onComplete)
+{
+    plain(api, &CloudAPI::getHpcPreferenceList, accountId, onComplete);
+}
+
+void getHpcPreferenceList_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete)
+{
+    json(api, &CloudAPI::getHpcPreferenceList, accountId, onComplete);
+}
+
+void sendUserEvent(VelmoraCloudAPI *api, const char *eventType, const char *eventSource, const char *eventValue,
+                   VelmoraDoneCallback onComplete)
+{
+    plain(api, &CloudAPI::sendUserEvent, eventType, eventSource, eventValue, onComplete);
+}
+
+void sendUserEvent_Json(VelmoraCloudAPI *api, const char *eventType, const char *eventSource, const char *eventValue,
+                        VelmoraDoneJsonCallback onComplete)
+{
+    json(api, &CloudAPI::sendUserEvent, eventType, eventSource, eventValue, onComplete);
+}
+
 void generateNewJobID(VelmoraCloudAPI *api, const char *accountId, VelmoraTextCallback onComplete)
 {
     plain(api, newJobId, accountId, onComplete);
@@ -116,6 +185,18 @@ void generateNewJobID_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJ
     json(api, newJobId, accountId, onComplete);
 }
 
+void generateNewJobIDForHpc(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
+                            VelmoraTextCallback onComplete)
+{
+    plain(api, newJobIdForHpc, accountId, hpcId, onComplete);
+}
+
+void generateNewJobIDForHpc_Json(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
+                                 VelmoraJsonCallback onComplete)
+{
+    json(api, newJobIdForHpc, accountId, hpcId, onComplete);
+}
+
 void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *job, VelmoraJobDetailsCallback onComplete)
 {
     plain(api, submitJob, job, onComplete);
@@ -123,7 +204,17 @@ void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *job, VelmoraJobD
 
 void submitNewJob_Json(VelmoraCloudAPI *api, const char *job, VelmoraJsonCallback onComplete)
 {
-    json(api, submitJob, traced(JobSubmit(job ? job : "")), onComplete);
+    const JobSubmit definition(job ? job : "");
+    const std::string body = definition.toSubmissionJson();
+    std::list<JobSubmitError> failures;
+    definition.validate(&failures);
+    traceLine(body);
+    for (std::size_t i = 0; i < failures.size(); ++i)
+        traceLine("e");
+    if (failures.empty())
+        json(api, submitText, body, onComplete);
+    else
+        json(api, submitJob, definition, onComplete); // refuses it
 }
 
 void getJobDetails(VelmoraCloudAPI *api, const char *jobId, VelmoraJobDetailsCallback onComplete)
@@ -180,6 +271,11 @@ void killSimulation_Json(VelmoraCloudAPI *api, const char *jobId, const char *si
 void getJobProgress(VelmoraCloudAPI *api, const char *jobId, VelmoraJobProgressCallback onComplete)
 {
     plain(api, &CloudAPI::getJobProgress, jobId, onComplete);
+}
+
+void getJobProgress_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete)
+{
+    json(api, &CloudAPI::getJobProgress, jobId, onComplete);
 }
 
 void subscribeToJob(VelmoraCloudAPI *api, const char *jobId, VelmoraMessageCallback onMessage,
@@ -240,6 +336,16 @@ void untagJob_Json(VelmoraCloudAPI *api, const char *jobId, const char *tag, Vel
     json(api, &CloudAPI::untagJob, jobId, tag, onComplete);
 }
 
+void getAllAccountTags(VelmoraCloudAPI *api, const char *accountId, VelmoraTagListCallback onComplete)
+{
+    plain(api, &CloudAPI::getAllAccountTags, accountId, onComplete);
+}
+
+void getAllAccountTags_Json(VelmoraCloudAPI *api, const char *accountId, VelmoraJsonCallback onComplete)
+{
+    json(api, &CloudAPI::getAllAccountTags, accountId, onComplete);
+}
+
 void searchUserTags(VelmoraCloudAPI *api, const VelmoraItemTags *tags, VelmoraJobListCallback onComplete)
 {
     plain(api, searchTags, tags, onComplete);
@@ -249,90 +355,3 @@ void searchUserTags_Json(VelmoraCloudAPI *api, const char *tags, VelmoraJsonCall
 {
     json(api, searchTags, tags, onComplete);
 }
-
-void getJobFileList(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles, VelmoraFileListCallback onComplete)
-{
-    plain(api, &CloudAPI::getJobFileList, jobId, showAllFiles, onComplete);
-}
-
-void getJobFileList_Json(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles, VelmoraJsonCallback onComplete)
-{
-    json(api, &CloudAPI::getJobFileList, jobId, showAllFiles, onComplete);
-}
-
-void getSimulationFileList(VelmoraCloudAPI *api, const char *jobId, const char *simulationId, bool showAllFiles,
-                           VelmoraFileListCallback onComplete)
-{
-    plain(api, &CloudAPI::getSimulationFileList, jobId, simulationId, showAllFiles, onComplete);
-}
-
-void getSimulationFileList_Json(VelmoraCloudAPI *api, const char *jobId, const char *simulationId, bool showAllFiles,
-                                VelmoraJsonCallback onComplete)
-{
-    json(api, &CloudAPI::getSimulationFileList, jobId, simulationId, showAllFiles, onComplete);
-}
-
-void getUsersFileList(VelmoraCloudAPI *api, bool showAllFiles, VelmoraFileListCallback onComplete)
-{
-    plain(api, &CloudAPI::getUsersFileList, showAllFiles, onComplete);
-}
-
-void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFiles, VelmoraJsonCallback onComplete)
-{
-    json(api, &CloudAPI::getUsersFileList, showAllFiles, onComplete);
-}
-
-void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file, VelmoraDeleteFileCallback onComplete)
-{
-    plain(api, &CloudAPI::deleteFile, file, onComplete);
-}
-
-void downloadFile(VelmoraCloudAPI *api, const VelmoraFileDownloadDetails *file,
-                  VelmoraDownloadProgressCallback onProgress, VelmoraDownloadCallback onComplete)
-{
-    plain(api, &CloudAPI::downloadFile, file, onProgress, onComplete);
-}
-
-void downloadFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraProgressJsonCallback onProgress,
-                       VelmoraJsonCallback onComplete)
-{
-    json(api, &CloudAPI::downloadFile, file, onProgress, onComplete);
-}
-
-void uploadFile(VelmoraCloudAPI *api, const VelmoraFileUploadDetails *file, VelmoraUploadProgressCallback onProgress,
-                VelmoraUploadCallback onComplete)
-{
-    plain(api, &CloudAPI::uploadFile, file, onProgress, onComplete);
-}
-
-void uploadFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraProgressJsonCallback onProgress,
-                     VelmoraJsonCallback onComplete)
-{
-    json(api, &CloudAPI::uploadFile, file, onProgress, onComplete);
-}
-
-void uploadInputFile(VelmoraCloudAPI *api, const VelmoraFileUploadDetails *file,
-                     VelmoraUploadProgressCallback onProgress, VelmoraUploadCallback onComplete)
-{
-    plain(api, &CloudAPI::uploadInputFile, file, onProgress, onComplete);
-}
-
-void uploadInputFile_Json(VelmoraCloudAPI *api, const char *file, VelmoraProgressJsonCallback onProgress,
-                          VelmoraJsonCallback onComplete)
-{
-    json(api, &CloudAPI::uploadInputFile, file, onProgress, onComplete);
-}
-
-bool cancelDownload(VelmoraCloudAPI *api, const VelmoraFileDownloadDetails *file)
-{
-    return plain(api, &CloudAPI::cancelDownload, file);
-}
-
-bool cancelDownload_Json(VelmoraCloudAPI *api, const char *file) { return json(api, &CloudAPI::cancelDownload, file); }
-
-bool cancelUpload(VelmoraCloudAPI *api, const VelmoraFileUploadDetails *file)
-{
-    return plain(api, &CloudAPI::cancelUpload, file);
-}
-
-bool cancelUpload_Json(VelmoraCloudAPI *api, const char *file) { return json(api, &CloudAPI::cancelUpload, file); }

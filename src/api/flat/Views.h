@@ -6,16 +6,6 @@
 
 namespace Velmora {
 
-/// Applications never receive this record as text: the table feeds its view only.
-template <> struct Schema<DeleteFileDetails> {
-    static constexpr auto fields()
-    {
-        return std::make_tuple(field(&DeleteFileDetails::jobId, "jobId"),
-                               field(&DeleteFileDetails::simulationId, "simulationId"),
-                               field(&DeleteFileDetails::fileName, "fileName"));
-    }
-};
-
 // The view of each record; declared only.
 VelmoraApiErrorView viewOf(const ApiError &);
 VelmoraCloudFileView viewOf(const CloudFile &);
@@ -28,6 +18,7 @@ VelmoraAccountAccessView viewOf(const AccountAccess &);
 VelmoraAccountDetailsView viewOf(const AccountDetails &);
 VelmoraAccountTransactionView viewOf(const AccountTransaction &);
 VelmoraAccountBalanceView viewOf(const AccountBalance &);
+VelmoraHpcDetailsView viewOf(const HpcDetails &);
 VelmoraJobStatusEntryView viewOf(const JobStatusEntry &);
 VelmoraSimulationStatusEntryView viewOf(const SimulationStatusEntry &);
 VelmoraSimulationDetailsView viewOf(const SimulationDetails &);

@@ -1,0 +1,54 @@
+#pragma once
+
+// A session whose renewals a test makes due.
+
+#include "transport/Operations.h"
+
+using namespace Velmora;
+
+namespace {
+
+class SessionTest : public TransportTest {
+protected:
+    int renewals() const { return sent("POST", "/api/auth/refresh"); }
+    QTimer *timer() { return renewalTimerOf(*api); }
+    /// Makes the renewal due now.
+    void renew(const Answer &reply)
+    {
+        server.next(reply);
+        const int before = renewals();
+        timer()->start(0);
+        ASSERT_TRUE(waitUntil([&] { return renewals() == before + 1; }));
+    }
+    void keepAlive(int answerTimeout = 0)
+    {
+        ClientOptions options;
+        options.keepAlive = true;
+        options.answerTimeout = answerTimeout;
+        api->setClientOptions(options);
+        session().setPauseUnit(1);
+    }
+    Session &session() { return partsOf(*api).session; }
+    QTimer *sessionTimer(const char *name) { return session().findChild<QTimer *>(QLatin1String(name)); }
+    /// A renewal that is not answered yet, and some requests that wait for it.
+    void renewAndAsk(const Answer &reply, Completion (&asked)[2])
+    {
+        renew(reply.paused());
+        log.clear();
+        operation("getJobDetails").call(*api, Into{&asked[0]});
+        operation("killJob").call(*api, Into{&asked[1]});
+        settle();
+    }
+    /// The token that a request made now carries.
+    QByteArray token()
+    {
+        run("getJobDetails");
+        return server.requests().last().header("Authorization");
+    }
+    bool waitForLogin()
+    {
+        return waitUntil([this] { return api->isUserLoggedIn(); });
+    }
+};
+
+} // namespace
