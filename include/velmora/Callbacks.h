@@ -22,6 +22,10 @@ using Done = std::function<void(const ApiError &)>;
 template <class Result> using ResultDone = std::function<void(const ApiError &, const Result &)>;
 /// Arguments: outcome, job id, message text.
 using JobMessage = std::function<void(const ApiError &, const std::string &, const std::string &)>;
+/// Argument: what is known of all simulations of a followed job.
+using JobUpdate = std::function<void(const JobProgress &)>;
+/// The end of a followed job. Arguments: outcome; the job.
+using JobEnd = ResultDone<JobDetails>;
 /// What happened to the session's token. Numbers, for the flat functions; they stay as they are.
 enum class SessionChange {
     SignedIn = 0, ///< by `logUserIn` or `resumeSession`

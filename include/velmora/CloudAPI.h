@@ -48,6 +48,8 @@ public:
     using Done = Velmora::Done;
     template <class Result> using ResultDone = Velmora::ResultDone<Result>;
     using JobMessage = Velmora::JobMessage;
+    using JobUpdate = Velmora::JobUpdate;
+    using JobEnd = Velmora::JobEnd;
     using UploadProgress = Velmora::UploadProgress;
     using DownloadProgress = Velmora::DownloadProgress;
     using SessionChanged = Velmora::SessionChanged;
@@ -98,8 +100,9 @@ public:
     /// `ClientOptions::keepAlive` it stays true during a renewal. The outcome of `logUserIn` tells whether a sign-in
     /// succeeded, and `onSessionChanged` what became of the session since.
     bool isUserLoggedIn() const;
-    /// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions.
-    /// Nothing is sent. A sign-in under way completes its callback and has no other effect; a renewal has none.
+    /// Signs out: forgets the tokens, and the keys and addresses of the user's transfers; ends all subscriptions, and
+    /// the following of jobs, which reports that. Nothing is sent. A sign-in under way completes its callback and has
+    /// no other effect; a renewal has none.
     void clearActiveAccount();
     /// Signs in. The session then renews its token by itself, five seconds before it expires, or as soon as the thread
     /// runs again when the machine was asleep then. During a renewal the session has no token, so requests and
@@ -259,8 +262,7 @@ public:
     /// earlier subscription, whose callbacks are then not called any more.
     ///
     /// A job that failed or was stopped is not reported to `onFinished`, and neither is one whose connection
-    /// stays silent. To learn of every end, call `getJobDetails` after messages that report a job's status
-    /// and every few seconds besides, and look at `latestStatus`.
+    /// stays silent. `followJob` reports every end.
     /// @param onMessage  receives each message unchanged, with code 200 and the title "Socket Message
     ///        Success", or code 400 for an empty one. A failed or stopped job is such a message, with today's
     ///        service one whose "message" is "Job status is FAILED" or "Job status is STOPPED".
@@ -270,6 +272,31 @@ public:
     void subscribeToJob(const std::string &jobId, const JobMessage &onMessage, const JobMessage &onFinished);
     /// Ends the subscription: neither of its callbacks runs any more. Does nothing if there is none.
     void unsubscribeFromJob(const std::string &jobId);
+    /// Follows a job to its end, whatever happens in between: connections that are lost, a service that restarts or
+    /// does not answer, renewals of the token, a machine that sleeps, days without news. The library takes the
+    /// service's messages where they come. Otherwise, and after each message that reports more than progress, it asks
+    /// for the job's details, about every 15 s. What fails is repeated, with pauses up to 30 s, without an end.
+    ///
+    /// Following a job again ends the earlier following, whose callbacks are then not called any more. A subscription
+    /// of the same job is another matter; neither disturbs the other.
+    /// @param onUpdate  the progress of all simulations that are known so far, whenever it has grown. A value never
+    /// goes
+    ///        back. There may be none, for a job that has ended already.
+    /// @param onEnd  runs once, after the last update, and never inside this call. The job has ended if the job that it
+    ///        receives is not empty; it is then as the service describes it after its end:
+    ///        - finished: code 200, title "Job Finished". `succeeded` is true for this one only.
+    ///        - failed, stopped or archived unfinished: code 400, title "Job Failed", "Job Stopped" or "Job Archived".
+    ///          The message names the status in the service's own word.
+    ///
+    ///        The job may still go on, but its end cannot be known, if the received job is empty. The title is then
+    ///        "Error Following Job":
+    ///        - the service refuses the job's details again and again, for several seconds (401, 403, 404 and other
+    ///          codes from 400 to 499): its code and message
+    ///        - the user signed out, or another one signed in: code 400
+    void followJob(const std::string &jobId, const JobUpdate &onUpdate, const JobEnd &onEnd);
+    /// Ends the following: neither of its callbacks runs any more. The job goes on. Does nothing if the job is not
+    /// followed.
+    void stopFollowing(const std::string &jobId);
     /// @}
 
 private:

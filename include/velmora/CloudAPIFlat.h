@@ -312,6 +312,7 @@ typedef void (*VelmoraHpcListCallback)(const VelmoraApiErrorView *error, const V
 typedef void (*VelmoraJobDetailsCallback)(const VelmoraApiErrorView *error, const VelmoraJobDetailsView *job);
 typedef void (*VelmoraJobListCallback)(const VelmoraApiErrorView *error, const VelmoraJobDetailsList *jobs);
 typedef void (*VelmoraJobProgressCallback)(const VelmoraApiErrorView *error, const VelmoraJobProgressView *progress);
+typedef void (*VelmoraJobUpdateCallback)(const VelmoraJobProgressView *progress);
 typedef void (*VelmoraAbortCallback)(const VelmoraApiErrorView *error, const VelmoraSimulationAbortStateView *state);
 typedef void (*VelmoraAbortListCallback)(const VelmoraApiErrorView *error,
                                          const VelmoraSimulationAbortStateList *states);
@@ -323,6 +324,7 @@ typedef void (*VelmoraUserDetailsCallback)(const VelmoraApiErrorView *error, con
 typedef void (*VelmoraDoneJsonCallback)(const char *error);
 /// `result`: the record, the object that names the list, or the bare text of an operation whose result is a text.
 typedef void (*VelmoraJsonCallback)(const char *error, const char *result);
+typedef void (*VelmoraUpdateJsonCallback)(const char *progress);
 typedef void (*VelmoraMessageJsonCallback)(const char *error, const char *jobId, const char *message);
 typedef void (*VelmoraProgressJsonCallback)(const char *file, int32_t bytes);
 /// `change`: see `Velmora::SessionChange`; in C one of VELMORA_SESSION_….
@@ -524,8 +526,7 @@ VELMORA_EXPORT void getJobProgress_Json(VelmoraCloudAPI *api, const char *jobId,
 /// subscription, whose callbacks are then not called any more.
 ///
 /// A job that failed or was stopped is not reported to `onFinished`, and neither is one whose connection stays silent.
-/// To learn of every end, call `getJobDetails_Json` after messages that report a job's status and every few seconds
-/// besides, and look for the newest entry of "jobStatus" by its "jobStatusDate".
+/// `followJob` reports every end.
 /// @param onMessage receives each message unchanged, any number of times, with code 200, or 400 for an empty one. A
 ///        failed or stopped job is such a message.
 /// @param onFinished receives the message of a finished job, with code 200, and the subscription ends; or the loss of
@@ -537,6 +538,26 @@ VELMORA_EXPORT void subscribeToJob_Json(VelmoraCloudAPI *api, const char *jobId,
                                         VelmoraMessageJsonCallback onFinished);
 /// Ends the subscription: neither of its callbacks runs any more. Does nothing if there is none.
 VELMORA_EXPORT void unsubscribeFromJob(VelmoraCloudAPI *api, const char *jobId);
+/// Follows a job to its end, over lost connections, a service that does not answer, renewals of the token, a machine
+/// that sleeps, days without news. What fails is repeated, with pauses up to 30 s, without an end. Following a job
+/// again ends the earlier following, whose callbacks are then not called any more. A subscription of the same job is
+/// not disturbed.
+/// @param onUpdate the progress of all simulations that are known so far, whenever it has grown. A value never goes
+/// back.
+/// @param onEnd    runs once, after the last update. Code 200, title "Job Finished": the job has finished. Code 400,
+///        title "Job Failed", "Job Stopped" or "Job Archived": it has ended in that way. The received job then is as it
+///        was after its end. Title "Error Following Job", with an empty job: the job may go on, but its end cannot be
+///        known, because the service refuses its details again and again (the code and message are the service's), or
+///        the user signed out (code 400).
+VELMORA_EXPORT void followJob(VelmoraCloudAPI *api, const char *jobId, VelmoraJobUpdateCallback onUpdate,
+                              VelmoraJobDetailsCallback onEnd);
+/// As `followJob`. The progress has the keys jobId and simulationProgressList, whose elements have simulationId and
+/// progress; the job that `onEnd` receives is as in `getJobDetails_Json`.
+VELMORA_EXPORT void followJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraUpdateJsonCallback onUpdate,
+                                   VelmoraJsonCallback onEnd);
+/// Ends the following: neither of its callbacks runs any more. The job goes on. Does nothing if the job is not
+/// followed.
+VELMORA_EXPORT void stopFollowing(VelmoraCloudAPI *api, const char *jobId);
 /// @}
 
 /// @name Tags

@@ -33,7 +33,8 @@ struct ApiError {
     /// transfers have the code 400.
     int errorCode = 0;
     /// On failure, the operation that failed; empty with code 0. On success empty, except that a download
-    /// has "Download Success", and job messages have "Socket Message Success" or "Simulation Finished".
+    /// has "Download Success", job messages have "Socket Message Success" or "Simulation Finished", and a
+    /// followed job has "Job Finished".
     std::string errorTitle;
     /// On failure, the explanation of the service or the library; may be empty, may contain the markup that
     /// `plainText` removes. On success empty, except that `CloudAPI::logUserIn` puts the whole answer here,

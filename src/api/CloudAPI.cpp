@@ -243,4 +243,11 @@ void CloudAPI::subscribeToJob(const std::string &jobId, const JobMessage &onMess
 
 void CloudAPI::unsubscribeFromJob(const std::string &jobId) { m_impl->sockets.unsubscribeFromJob(toQt(jobId)); }
 
+void CloudAPI::followJob(const std::string &jobId, const JobUpdate &onUpdate, const JobEnd &onEnd)
+{
+    m_impl->followers.follow(jobId, onUpdate, onEnd);
+}
+
+void CloudAPI::stopFollowing(const std::string &jobId) { m_impl->followers.stop(jobId); }
+
 } // namespace Velmora

@@ -18,9 +18,11 @@ CloudAPIImpl::CloudAPIImpl()
     QObject::connect(&session, &Session::loggedOut, &sockets, &SocketManager::unsubscribeFromAll);
     const auto isRenewing = [this] { return session.isRenewing(); };
     rest.setGate(isRenewing);
-    sockets.setGate(isRenewing);
     QObject::connect(&session, &Session::renewalEnded, &rest, &RestClient::openGate);
-    QObject::connect(&session, &Session::renewalEnded, &sockets, &SocketManager::openGate);
+    for (SocketManager *each : {&sockets, &followers.sockets()}) {
+        each->setGate(isRenewing);
+        QObject::connect(&session, &Session::renewalEnded, each, &SocketManager::openGate);
+    }
     connectTransfers();
 }
 
@@ -85,6 +87,7 @@ void CloudAPIImpl::setClientOptions(const ClientOptions &options)
     rest.setOptions(options);
     session.setOptions(options);
     sockets.setOptions(options);
+    followers.sockets().setOptions(options);
     storage.setOptions(options);
     transfers.setOptions(options);
 }
@@ -93,6 +96,7 @@ void CloudAPIImpl::setAPIPortal(PortalTarget portal)
 {
     rest.setPortal(portal);
     sockets.setAPIPortal(portal);
+    followers.sockets().setAPIPortal(portal);
 }
 
 int CloudAPIImpl::currentNetworkStatus()

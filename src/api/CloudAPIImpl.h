@@ -2,6 +2,7 @@
 
 #include "api/Application.h"
 #include "notify/SocketManager.h"
+#include "operations/Follow.h"
 #include "storage/StorageClient.h"
 #include "transfer/FileTransferManager.h"
 #include "transfer/JobGrants.h"
@@ -49,6 +50,7 @@ public:
     JobGrants grants{rest};
     StorageClient storage;
     FileTransferManager transfers{storage.pool()};
+    JobFollowers followers{rest, session};
 
     void *userData = nullptr; ///< the application's own; see `setUserData`
 

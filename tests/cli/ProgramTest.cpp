@@ -69,8 +69,8 @@ TEST_F(ProgramTest, run_everyEnd_hasItsExitCode)
 TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
 {
     const std::tuple<const char *, FaultKind, int, const char *> rows[] = {
-        {"socket", FaultKind::Status, 0, "was lost"},
-        {"socket", FaultKind::SocketDrop, 1, "was lost"},
+        {"socket", FaultKind::Status, 0, "submitted job-"},
+        {"socket", FaultKind::SocketDrop, 1, "submitted job-"},
         {"socket", FaultKind::SocketSilence, 0, "submitted job-"},
         {"job/load", FaultKind::ResetAfter, 1, "answers again"},
         {"job/progress", FaultKind::Status, 0, "submitted job-"}};

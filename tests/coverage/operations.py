@@ -15,7 +15,8 @@ TRANSFER = "sends several requests: see tests/transfer/FailureTest.cpp"
 TABLES = [
     ("tests/transport/Operations.cpp", r'\{"NAME[" ]', {
         "uploadFile": TRANSFER, "uploadInputFile": TRANSFER, "downloadFile": TRANSFER,
-        "subscribeToJob": "opens a socket: see tests/notify/SubscriptionTest.cpp"}),
+        "subscribeToJob": "opens a socket: see tests/notify/SubscriptionTest.cpp",
+        "followJob": "asks until the job has ended: see tests/notify/FollowTest.cpp"}),
     ("tests/torture/Operations.cpp", r'(\{|simple(<.*>)?\()\s*"NAME[" ]', {}),
     ("tests/flat/FlatTest.cpp", r"\bNAME(_Json)?(\(api|, NAME_Json)", {}),
 ]
@@ -26,7 +27,7 @@ def code(path):
     return re.sub(r"(^|\s)//.*", "", (ROOT / path).read_text(encoding="utf-8"))
 
 
-operations = set(re.findall(r"\bvoid (\w+)\([^;]*&on(?:Complete|Finished)\b", code(HEADER)))
+operations = set(re.findall(r"\bvoid (\w+)\([^;]*&on(?:Complete|Finished|End)\b", code(HEADER)))
 problems = [] if len(operations) > 20 else [f"{HEADER}: only {len(operations)} operations found; see {__file__}"]
 for path, row, exceptions in TABLES:
     text = code(path)

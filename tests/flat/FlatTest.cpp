@@ -129,7 +129,7 @@ TEST(ExportsTest, everyExport_nullHandle_doesNothingAndReturnsNothing)
                   std::string(name) == "submitNewJob_Json" ? "\ne\ne\ne\ne\ne\ne\ne\ne\n" : "")
             << name;
     });
-    EXPECT_EQ(count, 85);
+    EXPECT_EQ(count, 88);
 }
 
 TEST_F(FlatTest, everyExport_nullArguments_areAccepted)
@@ -215,6 +215,9 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
     expectTwins(killJob, killJob_Json, 200, wing);
     expectTwins(killSimulation, killSimulation_Json, 200, wing, "sim-1");
     expectTwins(archiveJob, archiveJob_Json, 404, unknown);
+    expectTwins(
+        200, [&](Callback<> done) { followJob(api, wing, nullptr, done); },
+        [&](Callback<1> done) { followJob_Json(api, wing, nullptr, done); });
     expectTwins(generateNewJobID, generateNewJobID_Json, 404, "ACC-NONE");
     expectTwins(generateNewJobIDForHpc, generateNewJobIDForHpc_Json, 404, "ACC-1001", "hpc-none");
 
@@ -346,6 +349,7 @@ TEST_F(FlatTest, job_submitted_isTracedAndFollowed)
 {
     const std::string job = newJob();
     subscribeToJob(api, job.c_str(), Callback<1>(), Callback<2>());
+    followJob_Json(api, job.c_str(), Callback<3>(), Callback<4>());
     const std::string definition =
         R"({"jobID":")" + job + R"(","accountID":"ACC-1001","jobName":"Beam","mainFile":"beam.trninp","solverTag":" ",
             "simulations":["-x 1","-x 2"],"coreHourEstimate":2.5,"ramEstimate":1024,"numberOfParts":4,
@@ -360,6 +364,9 @@ TEST_F(FlatTest, job_submitted_isTracedAndFollowed)
     EXPECT_NE(Callback<2>::last().at(2).find("Job status is FINISHED"), std::string::npos);
     EXPECT_GT(Callback<1>::received.size(), 2U);
     unsubscribeFromJob(api, job.c_str());
+    ASSERT_EQ(answer<4>(), 200);
+    EXPECT_NE(Callback<4>::last().at(1).find("FINISHED"), std::string::npos);
+    EXPECT_NE(Callback<3>::last().at(0).find("\"simulationProgressList\""), std::string::npos);
 }
 
 } // namespace

@@ -31,6 +31,8 @@ void SocketServer::incomingConnection(qintptr descriptor)
 
 Answer SocketServer::greet(const ReceivedRequest &request)
 {
+    if (m_rest && !request.target.startsWith("/socket/"))
+        return m_rest(request);
     Client &client = m_clients[std::size_t(request.connection) - 1];
     client.target = request.target;
     client.head = request.head;

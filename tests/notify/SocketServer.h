@@ -33,6 +33,8 @@ public:
     SocketServer();
 
     void setHandshake(Handshake handshake) { m_handshake = handshake; }
+    /// For the requests that are no handshakes; their connections are numbered among the clients all the same.
+    void setRest(Handler rest) { m_rest = std::move(rest); }
     const std::vector<Client> &clients() const { return m_clients; }
 
     /// The answer to a handshake. It is the handler, until a test sets another one, which may call it.
@@ -56,5 +58,6 @@ private:
     void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;
+    Handler m_rest;
     std::vector<Client> m_clients;
 };

@@ -1,6 +1,9 @@
 #include "Torture.h"
 
+#include "support/Parts.h"
+
 #include <QFile>
+#include <QTimer>
 
 using namespace Velmora;
 
@@ -120,6 +123,35 @@ void subscribe(Case &test)
     test.api->subscribeToJob(job, callback(false), callback(true));
 }
 
+/// Has one end, whatever the fault, unless the service cannot be asked any more.
+void follow(Case &test)
+{
+    const string job = test.random.chance(50) ? string(storedJob) : test.job;
+    Call &call = test.call("followJob");
+    call.echoes = true; // a job that failed
+    const int expected = test.refusals[call.name] = job == storedJob ? 200 : 404;
+    call.verify = [&, expected](Environment &environment, bool) {
+        const bool mayFail = test.isDisturbed() || environment.portal.requestCount("auth/login") > 1;
+        return call.isFinished() && call.code != 200 && call.code != expected && !mayFail ? "the end is wrong" : "";
+    };
+    const auto drop = [](Call &dropped) {
+        dropped.muted = true;
+        dropped.code = dropped.completions++ == 0 ? 200 : dropped.code;
+    };
+    if (Call *earlier = std::exchange(test.followers[job], &call))
+        drop(*earlier);
+    JobFollowers &part = partsOf(*test.api).followers;
+    part.setPauses({200, 5, 5, 50, 1000, 1000});
+    test.api->followJob(
+        job, [&](const JobProgress &) { test.progressed(call); }, watch(test, call));
+    QTimer::singleShot(test.cannotAsk() ? 300 : 20000, &part, [=, &test, &call] {
+        if (call.isFinished() || !test.cannotAsk())
+            return;
+        test.api->stopFollowing(job);
+        drop(call);
+    });
+}
+
 } // namespace
 
 const std::vector<Operation> &operations()
@@ -179,6 +211,7 @@ const std::vector<Operation> &operations()
         {"uploadInputFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, true); }},
         {"downloadFile", {"job/key", "job/files/list", "storage", "storage"}, download},
         {"subscribeToJob", {"socket"}, subscribe},
+        {"followJob", {"job/load", "job/progress", "socket"}, follow},
     };
     return all;
 }

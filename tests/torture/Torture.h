@@ -161,10 +161,13 @@ public:
     void progressed(Call &call);
     void mute(const string &followed);           ///< the job's subscriptions so far have finished
     bool cannotOpen() const { return m_nobody; } ///< no socket any more
+    bool cannotAsk() const { return m_nobody || m_distrust; }
+    bool isDisturbed() const { return m_disturbed; }
     void destroy();
     void fail(const string &reason);
     void failIf(bool wrong, const string &reason) { wrong ? fail(reason) : void(); }
     std::map<string, int> uploads;              ///< how many of each file name
+    std::map<string, Call *> followers;         ///< the latest `followJob` of each job
     std::map<string, int> refusals;             ///< codes that the service may rightly answer with
     std::vector<std::function<void()>> cancels; ///< cancel what the operations started
 

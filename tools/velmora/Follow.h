@@ -16,21 +16,10 @@
 
 namespace Velmora::Cli {
 
-/// Follows a job by its live messages and by polling its state.
+/// Follows a job to its end, and asks for its details meanwhile, which say what its simulations do.
 ///
-///      subscribe ┌──────────┐  message   ┌──────────┐
-///     ──────────>│ untested ├───────────>│   live   │
-///                └──┬────▲──┘            └────┬─────┘
-///              lost │    │ after 1, 2, 4 …    │ lost, or the job
-///                   │    │ 30 s               │ changes silently
-///                ┌──▼────┴──┐                 │
-///                │   lost   │<────────────────┘
-///                └──────────┘
-///
-/// The job's records are polled in every state: rarely while messages arrive, more often without
-/// them, and soon after each message that is more than progress. Only the records decide that the job
-/// has ended. While the service does not answer, polls are repeated with growing delays until the
-/// user's patience expires. An expired session is renewed when the credentials allow it.
+/// While the service does not answer, the question is repeated with growing delays until the user's patience expires.
+/// An expired session is renewed when the credentials allow it.
 class Follow : public QObject {
     Q_OBJECT
 public:
@@ -46,19 +35,12 @@ public:
     const ApiError &error() const { return m_error; }
 
 private:
-    void subscribe();
-    void onMessage(const std::string &text);
-    void onSocketEnd(const ApiError &error);
-    /// @return false when the job's records should be polled.
-    bool applyProgress(const std::string &text);
-    int noteProgress(const std::string &simulationId, int progress);
-    void resubscribeLater();
+    void follow();
+    void onProgress(const JobProgress &progress);
+    void onDetails(const JobDetails &details);
 
-    void pollSoon();
     void poll();
-    void onAnswer(int round);
-    void evaluate();
-    void schedulePoll();
+    void onPolled(const ApiError &error, const JobDetails &details);
     void onFailedPoll(const ApiError &error);
     void renewSession();
     void finish(End end);
@@ -73,23 +55,9 @@ private:
     bool m_ended = false;
     ApiError m_error;
 
-    QTimer m_resubscribeTimer;
-    QElapsedTimer m_lastMessage; ///< valid once a message was received
-    bool m_lost = false;
-    int m_resubscribeMs;
-
-    /// One round asks for details and progress; answers to an earlier round are ignored.
-    struct Round {
-        int number = 0;
-        int unanswered = 0;
-        ApiError detailsError;
-        JobDetails details;
-    };
-    Round m_round;
     QTimer m_pollTimer;
     QTimer m_answerTimer;
-    QElapsedTimer m_lastPoll;
-    bool m_pollAgain = false;
+    int m_round = 0;         ///< answers to an earlier question are ignored
     QElapsedTimer m_failing; ///< valid while the service does not answer
     int m_retryMs;
     int m_renewalWaits = 0;

@@ -290,6 +290,20 @@ void subscribeToJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraMessage
     json(api, &CloudAPI::subscribeToJob, jobId, onMessage, onFinished);
 }
 
+void followJob(VelmoraCloudAPI *api, const char *jobId, VelmoraJobUpdateCallback onUpdate,
+               VelmoraJobDetailsCallback onEnd)
+{
+    plain(api, &CloudAPI::followJob, jobId, onUpdate, onEnd);
+}
+
+void followJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraUpdateJsonCallback onUpdate,
+                    VelmoraJsonCallback onEnd)
+{
+    json(api, &CloudAPI::followJob, jobId, onUpdate, onEnd);
+}
+
+void stopFollowing(VelmoraCloudAPI *api, const char *jobId) { plain(api, &CloudAPI::stopFollowing, jobId); }
+
 void unsubscribeFromJob(VelmoraCloudAPI *api, const char *jobId) { plain(api, &CloudAPI::unsubscribeFromJob, jobId); }
 
 void getJobTags(VelmoraCloudAPI *api, const char *jobId, VelmoraTagListCallback onComplete)
