@@ -11,7 +11,7 @@ class RenewalTest : public NotifyTest {
 protected:
     QByteArray header(std::size_t client, const char *name)
     {
-        return ReceivedRequest{0, {}, {}, server.clients()[client].head, {}}.header(name);
+        return server.clients()[client].header(name);
     }
     void openGate(const char *token)
     {
