@@ -32,7 +32,8 @@ void SocketServer::incomingConnection(qintptr descriptor)
 Answer SocketServer::greet(const ReceivedRequest &request)
 {
     Client &client = m_clients[std::size_t(request.connection) - 1];
-    client.handshake = request;
+    client.target = request.target;
+    client.head = request.head;
     const QByteArray key = request.header("Sec-WebSocket-Key") + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
     switch (m_handshake) {
     case Handshake::RefuseAndClose:

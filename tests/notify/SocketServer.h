@@ -21,9 +21,9 @@ public:
     enum class Drop { Reset, Finish };
 
     struct Client {
-        ReceivedRequest handshake;
-        QByteArrayList pings; ///< payloads
-        int closeCode = 0;    ///< of its close frame
+        QByteArray target, head; ///< of the handshake
+        QByteArrayList pings;    ///< payloads
+        int closeCode = 0;       ///< of its close frame
         QByteArray closeReason;
         bool accepted = false;
         bool gone = false; ///< its connection has ended

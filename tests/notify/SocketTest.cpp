@@ -9,8 +9,8 @@ using SocketTest = NotifyTest;
 
 QByteArray authorization(const SocketServer::Client &client)
 {
-    EXPECT_EQ(client.handshake.head.toLower().count("\nauthorization:"), 1);
-    return client.handshake.header("Authorization");
+    EXPECT_EQ(client.head.toLower().count("\nauthorization:"), 1);
+    return ReceivedRequest{0, {}, {}, client.head, {}}.header("Authorization");
 }
 
 TEST_F(SocketTest, heartbeat_fourUnanswered_restartsWithTheNewestToken)
@@ -44,7 +44,7 @@ TEST_F(SocketTest, heartbeat_fourUnanswered_restartsWithTheNewestToken)
         EXPECT_EQ(closed.closeCode, 1015);
         EXPECT_EQ(closed.closeReason, "rebooting");
         EXPECT_EQ(authorization(server.clients()[round + 1]), round == 0 ? "token3" : "token5");
-        EXPECT_EQ(server.clients()[round + 1].handshake.target, "/socket/job/progress/J1");
+        EXPECT_EQ(server.clients()[round + 1].target, "/socket/job/progress/J1");
         ASSERT_NO_FATAL_FAILURE(expectFlow(listener, round + 1));
         EXPECT_EQ(listener.texts.size(), round + 1) << "nothing but the messages";
     }
@@ -74,8 +74,7 @@ TEST_F(SocketTest, handshake_unansweredForFourHeartbeats_isALoss)
         Listener own;
         subscribe(own);
         ASSERT_TRUE(waitUntil([&] {
-            return server.clients().size() > client &&
-                   (!speaksTls || !server.clients()[client].handshake.target.isEmpty());
+            return server.clients().size() > client && (!speaksTls || !server.clients()[client].target.isEmpty());
         }));
         beats(3);
         settle();
