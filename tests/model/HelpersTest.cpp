@@ -3,7 +3,6 @@
 #include "transfer/PieceName.h"
 
 #include <velmora/Records.h>
-#include <velmora/TarnCrypt.h>
 
 #include <gtest/gtest.h>
 

@@ -44,9 +44,10 @@ class ApplicationsTest(unittest.TestCase):
         for component in ("Library", "Development"):
             cls.must("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
         os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
-        (cls.libraries,) = (os.path.dirname(path) for path in glob.glob(f"{cls.folder}/moved/**/libvelmora.so",
-                                                                       recursive=True))
-        cls.environment["VELMORA_LIBRARY"] = f"{cls.libraries}/libvelmora.so.1"
+        (library,) = glob.glob(f"{cls.folder}/moved/**/libvelmora*.so", recursive=True)
+        cls.libraries, name = os.path.split(library)
+        cls.package = name[len("lib"):-len(".so")]  # one for each Qt
+        cls.environment["VELMORA_LIBRARY"] = f"{library}.1"
 
     @classmethod
     def start_portal(cls, command="build/bin/velmora-portal --job-duration 1"):
@@ -81,7 +82,7 @@ class ApplicationsTest(unittest.TestCase):
     def check(self, name, language, part, refusal):
         """Builds an example by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
         by_cmake, by_pkg_config = self.built_by_cmake(name), f"{self.folder}/{name}-by-pkg-config"
-        flags = self.must("pkg-config", "--cflags", "--libs", "velmora",
+        flags = self.must("pkg-config", "--cflags", "--libs", self.package,
                           environment={"PKG_CONFIG_PATH": f"{self.libraries}/pkgconfig"})
         self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {flags}".split())
         for program, environment in ((by_cmake, {"LD_LIBRARY_PATH": ""}), (by_pkg_config, {})):

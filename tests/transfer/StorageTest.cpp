@@ -173,6 +173,7 @@ TEST_F(StorageTest, request_anyAddress_goesOutByteForByte)
         uploadAndWait(path);
         up.expect(204, "", "");
         EXPECT_EQ(server.requests().last().head, "POST " + target + " HTTP/1.1\r\nHost: " + server.host() +
+                                                     "\r\nUser-Agent: Velmora/" VELMORA_VERSION
                                                      "\r\nX-Empty:\r\nContent-Type: application/octet-stream\r\n"
                                                      "Content-Length: 16\r\n\r\n");
     }
