@@ -332,7 +332,8 @@ std::size_t Exchange::store(const char *data, std::size_t size, long status)
 std::size_t Exchange::onHeader(const char *line, std::size_t size, std::size_t count, void *self)
 {
     auto &exchange = *static_cast<Exchange *>(self);
-    exchange.m_isHeadWhole = *line == '\r' || *line == '\n'; // the blank line, for now
+    const bool isFirst = QByteArray::fromRawData(line, static_cast<int>(size * count)).startsWith("HTTP/");
+    exchange.m_isHeadWhole = !isFirst && (exchange.m_isHeadWhole || *line == '\r' || *line == '\n'); // a blank line
     exchange.m_headReceived += static_cast<qint64>(size * count);
     exchange.m_activeAt = Clock::now();
     return exchange.m_headReceived > longestHead ? 0 : size * count;

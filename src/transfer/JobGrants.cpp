@@ -213,9 +213,10 @@ void JobGrants::dropDownloadAddress(const std::string &jobId, const std::string 
 
 void JobGrants::dropFile(const std::string &jobId, const QString &fileName)
 {
-    const QString job = downloadKey(toQt(jobId), {}), name = baseName(fileName);
-    m_downloadAddresses.removeIf(
-        [&](const QString &key, const AddressCache::Entry &) { return key.startsWith(job) && baseName(key) == name; });
+    const QString job = downloadKey(toQt(jobId), {}), name = QLatin1Char('/') + baseName(fileName);
+    m_downloadAddresses.removeIf([&](const QString &key, const AddressCache::Entry &) {
+        return key.endsWith(name) && key.startsWith(job); // the former is seldom true, and quick
+    });
 }
 
 } // namespace Velmora

@@ -38,6 +38,7 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
     const std::tuple<const char *, Answer, int, const char *> rows[] = {
         {"a status below 300", answer(201, "{}"), 201, ""},
         {"a refusal", answer(403, refused), 403, "no way"},
+        {"trailers", {chunked("{}") + "0\r\nX-Sum: 1\r\n\r\n"}, 200, ""},
         {"an informational one first", early, 507, "no way"},
         {"only an informational one", early.cut(33), 400, none},
         {"none", hangUp(), 400, none},
