@@ -43,6 +43,7 @@ DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const Download
     , m_onComplete(onComplete)
     , m_pools(pools)
     , m_target(QDir::cleanPath(absoluteTarget(file)))
+    , m_targetKey(pathKey(m_target))
     , m_folder(QFileInfo(m_target).absolutePath())
     , m_appending(&pools.appending)
     , m_moving(&pools.finishing)
@@ -65,9 +66,9 @@ DownloadObjects::~DownloadObjects()
     }
 }
 
-bool DownloadObjects::hasTarget(const FileDownloadDetails &file) const
+QString DownloadObjects::targetKey(const FileDownloadDetails &file)
 {
-    return pathKey(QDir::cleanPath(absoluteTarget(file))) == pathKey(m_target);
+    return pathKey(QDir::cleanPath(absoluteTarget(file)));
 }
 
 void DownloadObjects::prepare(const QJsonArray &chunks, const QByteArray &key)
