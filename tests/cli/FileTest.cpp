@@ -76,7 +76,7 @@ TEST_F(FileTest, run_oneUploadFails_othersGoOnAndNothingIsSubmitted)
     for (const auto &[kind, exit, size] :
          {std::tuple(FaultKind::Status, 1, 12000000), {FaultKind::Silence, 3, 100000}}) {
         serve();
-        inject("storage", kind, 1);
+        inject("storage", kind, 1, 409); // not worth a second try
         const auto program = ended(job(size) + " --timeout 1 --json", exit, "no job was submitted");
         EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 2);
         EXPECT_EQ(m_portal->requestCount("job/submit"), 0U);

@@ -129,12 +129,13 @@ protected:
         options.jobDuration = jobDuration;
         m_portal = std::make_unique<VelmoraPortal::Portal>(options);
     }
-    void inject(const string &path, FaultKind kind, int times)
+    void inject(const string &path, FaultKind kind, int times, int status = 500)
     {
         VelmoraPortal::Fault fault;
         fault.path = path;
         fault.kind = kind;
         fault.times = times;
+        fault.status = status;
         fault.messages = 2;
         m_portal->inject(fault);
     }

@@ -49,7 +49,8 @@ TEST_F(ProgramTest, anyCommand_noConnection_exitsWithThreeAndSaysWhy)
     const string address = "127.0.0.1:" + std::to_string(closed.serverPort());
     closed.close();
     for (const string command : {"jobs", "status"})
-        ended(command + " --host " + address, 3, "could not reach " + address + ": Connection refused");
+        ended(command + " --host " + address, 3,
+              "could not reach " + address + ": The connection to " + address + " was refused");
     const VelmoraPortal::Portal untrusted;
     ended("jobs --host " + untrusted.host(), 3, "--ca");
 }

@@ -14,8 +14,6 @@ constexpr int FirstRetryMs = 1000;
 constexpr int LongestRetryMs = 15000;
 constexpr int PollMs = 5000;
 constexpr int SoonMs = 250;
-constexpr int RenewalWaitMs = 500;
-constexpr int MostRenewalWaits = 40;
 constexpr int TickMs = 1000;
 
 bool passesByItself(const ApiError &error)
@@ -97,13 +95,6 @@ void Follow::onDetails(const JobDetails &details)
 
 void Follow::poll()
 {
-    // While the session renews its token, a request would be sent without one.
-    if (!m_session.api().isUserLoggedIn() && m_renewalWaits < MostRenewalWaits) {
-        ++m_renewalWaits;
-        m_pollTimer.start(RenewalWaitMs);
-        return;
-    }
-    m_renewalWaits = 0;
     if (m_answerTimer.interval() > 0)
         m_answerTimer.start();
     QPointer<Follow> self(this);

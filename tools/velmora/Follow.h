@@ -60,7 +60,6 @@ private:
     int m_round = 0;         ///< answers to an earlier question are ignored
     QElapsedTimer m_failing; ///< valid while the service does not answer
     int m_retryMs;
-    int m_renewalWaits = 0;
     bool m_renewed = false;
 };
 

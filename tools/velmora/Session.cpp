@@ -27,31 +27,14 @@ PortalTarget portalOf(const Options &options)
     return options.portal == "development" ? PortalTarget::Development : PortalTarget::Production;
 }
 
-void trust(const std::string &file)
+QList<QSslCertificate> authoritiesIn(const std::string &file)
 {
     const QString path = QString::fromStdString(file);
     const QList<QSslCertificate> certificates =
         QSslCertificate::fromPath(path, QSsl::Pem, QSslCertificate::PatternSyntax::FixedString);
     if (certificates.isEmpty())
         throw wrongUse(QStringLiteral("%1: no PEM certificate can be read there").arg(path));
-    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-    configuration.addCaCertificates(certificates);
-    QSslConfiguration::setDefaultConfiguration(configuration);
-}
-
-/// Why no connection is possible; empty when one is.
-QString connectionProblem(const std::string &host)
-{
-    const QUrl url(QStringLiteral("https://") + QString::fromStdString(host));
-    QSslSocket socket;
-    socket.connectToHostEncrypted(url.host(), quint16(url.port(DefaultPort)));
-    if (socket.waitForEncrypted(ProbeMs))
-        return QString();
-    QString reason = socket.errorString();
-    const auto errors = socket.sslHandshakeErrors();
-    if (!errors.isEmpty())
-        reason += QStringLiteral(" (name its certificate authority with --ca)");
-    return reason;
+    return certificates;
 }
 
 std::string askFor(const QString &question, Terminal::Echo echo, const QString &otherwise)
@@ -78,7 +61,10 @@ Session::Session(const Options &options)
     if (!options.host.empty())
         qputenv("VELMORA_API_URL", QByteArray::fromStdString(options.host));
     if (!options.caFile.empty())
-        trust(options.caFile);
+        m_authorities = authoritiesIn(options.caFile);
+    ClientOptions client = ClientOptions::robust();
+    client.caFile = options.caFile;
+    m_api.setClientOptions(client);
     Interrupt::instance();
     m_api.setAPIPortal(portalOf(options));
 }
@@ -164,14 +150,23 @@ Failure Session::failureOf(const ApiError &error) const
     return error.errorCode == 0 ? noConnection() : Failure(ExitCode::Refused, error, errorText(error));
 }
 
-bool Session::isReachable() const { return connectionProblem(m_host).isEmpty(); }
+bool Session::isReachable() const
+{
+    const QUrl url(QStringLiteral("https://") + QString::fromStdString(m_host));
+    QSslSocket socket;
+    QSslConfiguration configuration = socket.sslConfiguration();
+    configuration.addCaCertificates(m_authorities);
+    socket.setSslConfiguration(configuration);
+    socket.connectToHostEncrypted(url.host(), quint16(url.port(DefaultPort)));
+    return socket.waitForEncrypted(ProbeMs);
+}
 
 Failure Session::noConnection() const
 {
-    // The library reports only that there was no answer.
-    QString reason = connectionProblem(m_host);
-    if (reason.isEmpty())
-        reason = QStringLiteral("the connection ended before an answer came");
+    const std::string why = m_api.lastNetworkError();
+    QString reason = why.empty() ? QStringLiteral("no answer came in time") : shown(why);
+    if (reason.contains(QLatin1String("not trusted")))
+        reason += QStringLiteral(" (name its certificate authority with --ca)");
     return Failure(ExitCode::NoConnection, QStringLiteral("No Connection"),
                    QStringLiteral("could not reach %1: %2").arg(shown(m_host), reason));
 }

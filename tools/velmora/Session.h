@@ -7,6 +7,9 @@
 
 #include <velmora/CloudAPI.h>
 
+#include <QList>
+#include <QSslCertificate>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,8 +19,8 @@ namespace Velmora::Cli {
 /// A `CloudAPI` set up from the options, and a way to wait for its operations.
 class Session {
 public:
-    /// Applies portal, host and certificate authority to the whole process. Throws `Failure` when
-    /// they are invalid.
+    /// Applies portal and host to the whole process. Throws `Failure` when they, or the certificate authority, are
+    /// invalid.
     explicit Session(const Options &options);
 
     CloudAPI &api() { return m_api; }
@@ -81,6 +84,7 @@ private:
     std::string m_user;
     std::string m_password;
     std::string m_mfaCode;
+    QList<QSslCertificate> m_authorities; ///< of `--ca`
     CloudAPI m_api;
 };
 
