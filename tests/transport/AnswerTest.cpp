@@ -193,9 +193,10 @@ TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsOrDelaysTheRequest)
             const ApplicationProxy proxy(server, socks, closing);
             run(name);
             expect(ends ? 0 : 200);
-            if (ends)
+            if (ends) {
                 EXPECT_EQ(api->lastNetworkError().find("The proxy closed the connection to portal.velmora.example"),
                           0U);
+            }
             EXPECT_GE(proxy.connections(), ends ? 2 : 3) << "closed, watched, used";
             settle();
             EXPECT_EQ(api->currentNetworkStatus(), ends ? -1 : 1);
