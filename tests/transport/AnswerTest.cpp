@@ -121,6 +121,7 @@ TEST_F(TransportTest, answer_anyBytes_isWholeOrNone)
         EXPECT_EQ(api->currentNetworkStatus(), row.code > 0 && row.hasBody ? 1 : -1);
         EXPECT_EQ(server.requests().size(), ++count);
         if (row.code == 0) {
+            EXPECT_EQ(api->lastNetworkError().find(server.host().constData()), 0U) << api->lastNetworkError();
             server.next(row.answer);
             run("logUserIn");
             expect(0);

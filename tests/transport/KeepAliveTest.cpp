@@ -23,16 +23,14 @@ TEST_F(KeepAliveTest, renewalUnderWay_requestsWaitForItsToken)
         EXPECT_TRUE(api->isUserLoggedIn());
         EXPECT_EQ(log.text(), "") << "neither sent nor counted yet";
         const bool isAnswered = first.bytes == renewed.bytes;
-        for (int i = 0; !isAnswered && i < 3; ++i)
-            server.next(answer(500));
-        if (!isAnswered)
-            server.next(renewed);
+        for (const Answer &next : {answer(500), answer(502), renewed}) {
+            if (!isAnswered)
+                server.next(next);
+        }
         server.resume();
         ASSERT_TRUE(wait(asked[0]) && wait(asked[1]));
-        EXPECT_EQ(asked[0].error.errorCode, 200);
-        EXPECT_EQ(asked[1].error.errorCode, 200);
         const auto sentNow = server.requests().mid(before);
-        EXPECT_EQ(sentNow.size(), isAnswered ? 3 : 7);
+        EXPECT_EQ(sentNow.size(), isAnswered ? 3 : 6);
         for (int i = 0; i < sentNow.size(); ++i) {
             const bool isRenewal = i < sentNow.size() - 2;
             EXPECT_EQ(sentNow[i].target == "/api/auth/refresh", isRenewal) << i;
@@ -137,10 +135,7 @@ TEST_F(KeepAliveTest, renewal_machineWasAsleep_comesAtOnce)
         EXPECT_EQ(renewals(), before);
         ++now;
         server.next(answer(200, tokens(3600, "renewed")));
-        if (keepsAlive)
-            keepAlive(); // then the next request looks
-        else
-            look();
+        keepsAlive ? keepAlive() : look(); // with it the next request looks
         ASSERT_TRUE(keepsAlive || waitForLogin());
         EXPECT_EQ(token(), "renewed");
         EXPECT_EQ(renewals(), before + 1);
