@@ -111,7 +111,7 @@ Traffic trafficIn(const QString &folder)
 
 int measuredTransfer(const QStringList &arguments)
 {
-    const QString folder = arguments[2], job = arguments[6];
+    const QString &folder = arguments[2], &job = arguments[6];
     const bool sends = arguments[0] == QLatin1String("up");
     trust(arguments[4]);
     Client client(arguments[3], arguments[5], qEnvironmentVariable("VELMORA_PASSWORD"));

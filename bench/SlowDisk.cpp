@@ -37,11 +37,12 @@ EXPORTED ssize_t write(int descriptor, const void *data, size_t size)
     return real(descriptor, data, size);
 }
 
-EXPORTED ssize_t copy_file_range(int from, off64_t *fromAt, int to, off64_t *toAt, size_t size, unsigned int flags)
+EXPORTED ssize_t copy_file_range(int from, off64_t *fromOffset, int to, off64_t *toOffset, size_t size,
+                                 unsigned int flags)
 {
     static const auto real = next(&::copy_file_range, "copy_file_range");
     takeTime(to, 2 * size);
-    return real(from, fromAt, to, toAt, size, flags);
+    return real(from, fromOffset, to, toOffset, size, flags);
 }
 
 // Uploads read through a stream.

@@ -147,11 +147,11 @@ ssize_t write(int descriptor, const void *from, size_t size)
     return most < 0 ? -1 : real(descriptor, from, static_cast<size_t>(most));
 }
 
-ssize_t copy_file_range(int from, off64_t *fromAt, int to, off64_t *toAt, size_t size, unsigned int flags)
+ssize_t copy_file_range(int from, off64_t *fromOffset, int to, off64_t *toOffset, size_t size, unsigned int flags)
 {
     static const auto real = next(&::copy_file_range, "copy_file_range");
     const ssize_t most = allowed(DiskCall::Copy, to, size);
-    return most < 0 ? -1 : real(from, fromAt, to, toAt, static_cast<size_t>(most), flags);
+    return most < 0 ? -1 : real(from, fromOffset, to, toOffset, static_cast<size_t>(most), flags);
 }
 
 int fsync(int descriptor)
