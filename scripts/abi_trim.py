@@ -12,6 +12,7 @@ import sys
 import xml.etree.ElementTree as xml
 
 DECLARATION = r"\b(?:class|struct|enum)(?: class)?(?: VELMORA_EXPORT)? (\w+)[^;\n]*\{"
+ALIAS = r"\btemplate <class \w+> using (\w+) ="
 FORWARD = r"\b(?:class|struct) (\w+);"
 CONTAINERS = ("abi-corpus", "abi-instr", "namespace-decl")
 SYMBOLS = ("elf-function-symbols", "elf-variable-symbols", "elf-symbol")
@@ -41,6 +42,15 @@ def close(types, own, hidden):
         elif node.tag in ("class-decl", "union-decl", "enum-decl") and node.get("name") not in own:
             for part in list(node) if node.tag != "enum-decl" else node.findall("enumerator"):
                 node.remove(part)
+
+
+def rename(corpus, aliases):
+    """One instance of an alias template stands for all, and the order of the sources says which: it gets the alias's
+    name. The symbols of the functions distinguish the instances."""
+    instances = {node.get("type-id"): node.get("name") for node in corpus.iter("typedef-decl")
+                 if node.get("name") in aliases}
+    for node in corpus.iter("class-decl"):
+        node.set("name", instances.get(node.get("id"), node.get("name")))
 
 
 def prune(corpus, own):
@@ -90,6 +100,7 @@ if like:
 for number, unit in enumerate(corpus.findall("abi-instr")):
     unit.set("path", str(number))  # must differ, but not when a source moves
     close(unit, own, hidden)
+rename(corpus, named(ALIAS, headers))
 prune(corpus, own)
 xml.indent(corpus, " ")
 print(xml.tostring(corpus, encoding="unicode"))

@@ -27,8 +27,8 @@
 /// **Errors.** Nothing is thrown. The first argument of every completion is the outcome. Codes from 1 to 299 are
 /// success. Code 0 means that no whole answer came, which is a failure; `lastNetworkError` says why. The library's own
 /// refusals have the code 400. On failure the result is empty, with one exception: uploads, downloads and `deleteFile`
-/// always hand over the details that they were called with. No request is repeated, and none has a time limit. For what
-/// title and message hold, see `Velmora::ApiError`.
+/// always hand over the details that they were called with. No request is repeated, and none has a time limit, unless
+/// `setClientOptions` says so. For what title and message hold, see `Velmora::ApiError`.
 ///
 /// **Two forms.** A plain function hands over its result as a *view*: a structure with the record's fields in the
 /// record's order, with texts as `const char *`. Its twin, whose name ends in `_Json`, hands it over as JSON text: an

@@ -50,19 +50,19 @@ class Pieces(unittest.TestCase):
             self.assertEqual(run("undescribed.py", self.folder), expected)
 
     def test_abi_trim(self):
-        header = self.file("Own.h", "struct Own {\n};\nstruct New {\n};\n")
+        header = self.file("Own.h", "struct Own {\n};\nstruct New {\n};\ntemplate <class T> using Alias = Foreign<T>;\n")
         dump = """<abi-corpus><elf-function-symbols><elf-symbol name="run"/></elf-function-symbols>
 <abi-instr path="src/A.cpp"><type-decl name="int" id="i"/><type-decl name="char" id="c"/>
 <class-decl name="Own" id="o"><data-member><var-decl name="field" type-id="i"/></data-member></class-decl>
 <class-decl name="New" id="n"><data-member><var-decl name="other" type-id="i"/></data-member></class-decl>
 <class-decl name="Foreign" id="f"><data-member><var-decl name="inner" type-id="c"/></data-member></class-decl>
-<class-decl name="Unused" id="u"/><function-decl name="hidden"><return type-id="u"/></function-decl>
-<function-decl name="run" elf-symbol-id="run"><parameter type-id="f"/></function-decl></abi-instr></abi-corpus>"""
+<typedef-decl name="Alias" type-id="f" id="a"/><class-decl name="Unused" id="u"/><function-decl name="hidden"><return type-id="u"/></function-decl>
+<function-decl name="run" elf-symbol-id="run"><parameter type-id="a"/></function-decl></abi-instr></abi-corpus>"""
         code, lines = run("abi_trim.py", header, text=dump)
         old = self.file("old.abi", re.sub("New", "Older", "\n".join(lines)))
         for added, output in (["New", "other"], lines), ([], run("abi_trim.py", "--like", old, header, text=dump)[1]):
             names = re.findall(r' name="(\w+)"', "\n".join(output))
-            self.assertEqual((code, names), (0, ["run", "int", "Own", "field", *added, "Foreign", "run"]))
+            self.assertEqual((code, names), (0, ["run", "int", "Own", "field", *added, "Alias", "Alias", "run"]))
         self.assertNotIn("src/", "\n".join(lines))
 
 
