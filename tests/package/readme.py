@@ -67,7 +67,7 @@ def main():
             wrong = {**credentials, "VELMORA_PASSWORD": "wrong"}
             expect("Error Authenticating Credentials: ", shell(filled(trusting), folder, expected=1, **wrong))
             untrusted = filled("VELMORA_API_URL=HOST ./app")
-            expect("No answer", shell(untrusted, folder, expected=1, **credentials))
+            expect("The certificate of", shell(untrusted, folder, expected=1, **credentials))
             expect("Set VELMORA_USER", shell("unset VELMORA_USER; ./app", folder, expected=2))
         finally:
             portal.communicate()  # the end of its input ends it
