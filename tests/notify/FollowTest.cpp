@@ -140,6 +140,22 @@ struct Row {
 constexpr auto none = [](T &) {};
 constexpr auto byAsking = [](T &t) { t.pauses.ask = 20; };
 
+/// Neither socket nor question goes out without a token.
+void loseDuringARenewal(T &t)
+{
+    t.tokens = t.tokens.paused();
+    fire(renewalTimerOf(*t.api));
+    const std::size_t before = t.line();
+    t.become("FINISHED");
+    t.drop();
+    EXPECT_TRUE(waitUntil([&] { return !t.following() && t.server.pausing() == 1; }));
+    for (int i = 0; i < 20; ++i)
+        settle();
+    EXPECT_EQ(t.asked["job/load"], 1);
+    t.server.resume();
+    EXPECT_TRUE(waitUntil([&] { return t.line() != before && t.line() < t.server.clients().size(); }));
+}
+
 const Row rows[] = {
     {"finishes", 200, "Job Finished", 2, none, [](T &t) { t.announce("FINISHED"); }},
     {"fails", 400, "Job Failed", 2, none, [](T &t) { t.announce("Failed"); }},
@@ -242,20 +258,9 @@ const Row rows[] = {
          t.become("FINISHED");
      },
      [](T &t) { fire(renewalTimerOf(*t.api)); }},
-    {"lostDuringARenewal", 200, "Job Finished", 2, none, // neither socket nor question goes out without a token
-     [](T &t) {
-         t.tokens = t.tokens.paused();
-         fire(renewalTimerOf(*t.api));
-         const std::size_t before = t.line();
-         t.become("FINISHED");
-         t.drop();
-         EXPECT_TRUE(waitUntil([&] { return !t.following() && t.server.pausing() == 1; }));
-         for (int i = 0; i < 20; ++i)
-             settle();
-         EXPECT_EQ(t.asked["job/load"], 1);
-         t.server.resume();
-         EXPECT_TRUE(waitUntil([&] { return t.line() != before && t.line() < t.server.clients().size(); }));
-     }},
+    {"lostDuringARenewal", 200, "Job Finished", 2, none, loseDuringARenewal},
+    {"lostDuringARenewalKeptAlive", 200, "Job Finished", 2,
+     [](T &t) { t.api->setClientOptions(ClientOptions::robust()); }, loseDuringARenewal},
     {"renewalRefused", 401, unknown, 6, [](T &t) { t.pauses.token = 50; },
      [](T &t) {
          t.tokens = answer(400);
