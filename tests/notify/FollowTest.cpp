@@ -135,6 +135,8 @@ struct Row {
     int questions; ///< for the details; 0: any number
     std::function<void(T &)> before;
     std::function<void(T &)> then; ///< when the job is followed, and the socket open; empty: not waited for
+
+    friend std::ostream &operator<<(std::ostream &stream, const Row &row) { return stream << row.name; }
 };
 
 constexpr auto none = [](T &) {};
