@@ -245,8 +245,8 @@ const Row rows[] = {
      "Job Finished",
      3,
      [](T &t) {
-         t.pauses.answer = 100;
-         t.fail(silence(), 2);
+         t.pauses.answer = 500;
+         t.fail(silence());
          t.become("FINISHED");
      },
      {}},
