@@ -34,12 +34,10 @@ double Pauses::longest()
     return m_times.back();
 }
 
-std::string Pauses::text()
+double Pauses::within999()
 {
     stop();
-    char line[64];
-    std::snprintf(line, sizeof line, "%.1f ms (longest %.1f ms)", m_times[m_times.size() * 999 / 1000], m_times.back());
-    return line;
+    return m_times[m_times.size() * 999 / 1000];
 }
 
 long memory(const char *what)

@@ -3,7 +3,6 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-#include <string>
 #include <vector>
 
 namespace Bench {
@@ -12,8 +11,8 @@ namespace Bench {
 class Pauses {
 public:
     Pauses();
-    double longest(); ///< milliseconds; stops measuring
-    std::string text();
+    double longest();   ///< milliseconds; stops measuring
+    double within999(); ///< milliseconds, for 99.9 % of the turns; stops measuring
 
 private:
     void stop();

@@ -22,22 +22,27 @@ struct ClientOptions {
     /// counts as unanswered after a minute where this is 0. It does not apply to transfers. The time that the owner's
     /// thread is busy does not count.
     int answerTimeout = 0;
-    /// Seconds that a transfer may go without a byte sent or received, 0 for ever. Then it breaks.
+    /// Seconds that a transfer may go without a byte sent or received, 0 for ever. Then it breaks. To wait for its
+    /// turn, for the local disk or because of a limit does not count.
     int stallTimeout = 0;
     /// How often a transfer that broke goes on, for each file or piece of a file. The pauses are 1, 2, 4 … s. A
     /// download goes on where it broke, if the storage can do that and still has the same file. An upload starts again.
-    /// An address that the storage refuses is asked for anew.
+    /// An address that the storage refuses is asked for anew, and counts as one that broke; so do the statuses 408, 429
+    /// and 500 or more, also of the request for a key or an address. Other refusals, a local file that changed or
+    /// cannot be written, and certificates that are not trusted end the transfer at once.
     int transferRetries = 0;
     /// Bytes per second that all uploads of the session together may send, 0 for no limit.
     std::int64_t uploadBytesPerSecond = 0;
     /// Bytes per second that all downloads of the session together may receive, 0 for no limit.
     std::int64_t downloadBytesPerSecond = 0;
-    /// Transfers to one storage server that may move bytes at a time, 0 for the library's choice.
+    /// Transfers to one storage server, and as many from it, that may move bytes at a time, 0 for the library's choice.
+    /// One that only waits for the server does not count.
     int connectionsPerHost = 0;
     /// A file of certificate authorities in PEM form that are trusted besides those of the system, for requests,
-    /// transfers and subscriptions (which accept any certificate, with this or without). Empty for none. It is read by
-    /// `setClientOptions`. While it cannot be read, or holds no certificate, requests are not sent: they end with code
-    /// 0, and `lastNetworkError` names the file.
+    /// transfers and subscriptions (which accept any certificate, with this or without). Its path is UTF-8. Empty for
+    /// none. It is read by `setClientOptions`, and for transfers when one starts. While it cannot be read, or holds no
+    /// certificate, transfers fail and requests are not sent: they end with code 0, and `lastNetworkError` names the
+    /// file.
     std::string caFile;
 
     /// What suits an application that has nothing better to do about a failure than to try again.

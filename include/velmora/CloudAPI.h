@@ -70,7 +70,9 @@ public:
     /// Sets the proxy of the whole process, sockets included. A `proxyType` other than 0, 1 or 2 changes
     /// nothing. Type 2 does not replace a proxy that was set before with 0 or 1.
     void applyProxy(ProxyDefinition proxy);
-    /// Sets the options of what follows. Requests, transfers and subscriptions that are under way keep theirs.
+    /// Sets the options of what follows. Requests, transfers and subscriptions that are under way keep theirs. The
+    /// limits of bytes per second and of connections hold at once; `stallTimeout` and `caFile` for what transfers send
+    /// from now on.
     void setClientOptions(const ClientOptions &options);
     /// Chooses the portal for the requests and subscriptions that follow. The environment variable
     /// VELMORA_API_URL (a host, optionally with a port) takes precedence; each request reads it anew.

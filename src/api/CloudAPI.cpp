@@ -171,10 +171,7 @@ void CloudAPI::getAllAccountTags(const std::string &accountId, const ResultDone<
 
 void CloudAPI::searchUserTags(const std::list<ItemTag> &tags, const ResultDone<std::list<JobDetails>> &onComplete)
 {
-    std::list<std::string> texts;
-    for (const ItemTag &tag : tags)
-        texts.push_back(tag.tagText);
-    searchUserTags(texts, onComplete);
+    m_impl->rest.call(Tags::searchByTags(tags), onComplete);
 }
 
 void CloudAPI::searchUserTags(const std::list<std::string> &tags, const ResultDone<std::list<JobDetails>> &onComplete)

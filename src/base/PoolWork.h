@@ -39,4 +39,11 @@ private:
 /// Runs `work` once on a thread of `pool`. Whoever owns the pool waits for its end before what the work uses goes.
 void startOnPool(QThreadPool *pool, std::function<void()> work);
 
+/// A value that is released on a thread of `pool`, whoever lets go of it last: ten thousand records take a while. It
+/// keeps the pool alive.
+template <class Value> std::shared_ptr<Value> releasedOn(const std::shared_ptr<QThreadPool> &pool)
+{
+    return {new Value(), [pool](Value *value) { startOnPool(pool.get(), [value] { delete value; }); }};
+}
+
 } // namespace Velmora

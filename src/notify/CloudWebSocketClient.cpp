@@ -5,6 +5,7 @@
 
 #include <QNetworkRequest>
 #include <QPointer>
+#include <QSslSocket>
 #include <QWebSocket>
 
 namespace {
@@ -12,6 +13,7 @@ namespace {
 constexpr int pingsBeforeRestart = 4;
 constexpr quint64 longestMessage =
     16 * 1024 * 1024; // bytes; the connection accepts any certificate, so memory is limited
+[[maybe_unused]] constexpr qint64 mostEncrypted = 128 * 1024; // bytes
 // A private marker of our own restart; no peer sends it.
 constexpr auto restartCode = QWebSocketProtocol::CloseCode(1015);
 
@@ -60,7 +62,15 @@ void CloudWebSocketClient::openSocket()
     request.setRawHeader("User-Agent", Velmora::userAgent);
     if (!m_authorities.isEmpty())
         m_socket->setSslConfiguration(m_authorities.configuration());
-    m_socket->open(request);
+    QWebSocket *const socket = m_socket; // open() may fail at once
+    socket->open(request);
+#if QT_VERSION_MAJOR >= 6
+    // After a message that is too long, version 6.4 closes once more inside itself for each 4 KiB that have arrived.
+    for (auto *connection : socket->findChildren<QTcpSocket *>()) {
+        if (!qobject_cast<QSslSocket *>(connection)) // it is what the encrypted bytes come from
+            connection->setReadBufferSize(mostEncrypted);
+    }
+#endif
 }
 
 void CloudWebSocketClient::retireSocket()

@@ -294,11 +294,12 @@ template <class Result, class Then> void JobFollower::send(const Call<Result> &c
     const QPointer<JobFollower> self(this);
     const auto isCurrent = [self, round = m_round] { return self && self->m_round == round; };
     m_questions.push_back(m_all.m_rest.exchange(
-        call.request, call.read, [=, title = call.request.endpoint.title](const Outcome &outcome, Result &&result) {
+        call.request, call.read,
+        [=, title = call.request.endpoint.title](const Outcome &outcome, const std::shared_ptr<Result> &result) {
             if (isCurrent())
-                later(self, [=, error = operationError(outcome, title), result = std::move(result)] {
+                later(self, [=, error = operationError(outcome, title)] {
                     if (isCurrent())
-                        then(error, result);
+                        then(error, *result);
                 });
         }));
 }

@@ -17,4 +17,12 @@ Call<std::list<JobDetails>> Tags::search(const std::list<std::string> &tags)
     return {{Endpoints::TagSearch, Verb::Post, toText({{QLatin1String("tags"), wanted}})}};
 }
 
+Call<std::list<JobDetails>> Tags::searchByTags(const std::list<ItemTag> &tags)
+{
+    std::list<std::string> texts;
+    for (const ItemTag &tag : tags)
+        texts.push_back(tag.tagText);
+    return search(texts);
+}
+
 } // namespace Velmora

@@ -38,5 +38,7 @@ inline Call<std::list<ItemTag>> ofAccount(const std::string &accountId)
 }
 
 Call<std::list<JobDetails>> search(const std::list<std::string> &tags);
+/// As above with the texts of the tags.
+Call<std::list<JobDetails>> searchByTags(const std::list<ItemTag> &tags);
 
 } // namespace Velmora::Tags

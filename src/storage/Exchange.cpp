@@ -133,12 +133,14 @@ bool Exchange::isBroken(CURLcode result, int status) const
     }
 }
 
-// Whether the answer is a success, and yet not everything was sent, or came.
+// Whether the answer is a success, and yet not everything was sent, or came. libcurl takes a head for whole that the
+// end of the connection cut between two lines.
 bool Exchange::isCutShort(int status) const
 {
     if (status == 0 || status >= 300)
         return false;
-    return (m_request.body && m_sent < m_request.body->size()) || (m_total > 0 && m_offset + m_bodyReceived != m_total);
+    return !m_isHeadWhole || (m_request.body && m_sent < m_request.body->size()) ||
+           (m_total > 0 && m_offset + m_bodyReceived != m_total);
 }
 
 // Why the source or the sink cannot go on.
@@ -167,8 +169,8 @@ QString Exchange::problemOf(CURLcode result, int status) const
     if (status >= 300)
         return QStringLiteral("The storage answered with the status %1.").arg(status);
     if (isCutShort(status))
-        return m_request.body ? QStringLiteral("The storage answered before the whole file was sent.")
-                              : textOf(CURLE_PARTIAL_FILE, status);
+        return m_isHeadWhole && m_request.body ? QStringLiteral("The storage answered before the whole file was sent.")
+                                               : textOf(CURLE_PARTIAL_FILE, status);
     return {};
 }
 
@@ -268,7 +270,7 @@ std::size_t Exchange::onRead(char *to, std::size_t size, std::size_t count, void
         room = std::min(room, static_cast<std::size_t>(exchange.m_share));
     switch (exchange.m_request.body->take(to, room, &taken)) {
     case Source::State::Taken:
-        exchange.m_share -= static_cast<qint64>(taken);
+        exchange.m_share -= exchange.m_isLimited ? static_cast<qint64>(taken) : 0;
         exchange.m_taken += static_cast<qint64>(taken);
         exchange.m_isSent = exchange.m_taken == exchange.m_request.body->size();
         exchange.m_movedAt = Clock::now();
@@ -313,7 +315,7 @@ std::size_t Exchange::store(const char *data, std::size_t size, long status)
     switch (m_request.sink->put(data, size)) {
     case Sink::State::Taken:
         m_bodyReceived += static_cast<qint64>(size);
-        m_share -= static_cast<qint64>(size);
+        m_share -= m_isLimited ? static_cast<qint64>(size) : 0;
         m_movedAt = Clock::now();
         m_onMoved(m_offset + m_bodyReceived);
         return size;
@@ -327,9 +329,11 @@ std::size_t Exchange::store(const char *data, std::size_t size, long status)
     return 0;
 }
 
-std::size_t Exchange::onHeader(const char *, std::size_t size, std::size_t count, void *self)
+std::size_t Exchange::onHeader(const char *line, std::size_t size, std::size_t count, void *self)
 {
     auto &exchange = *static_cast<Exchange *>(self);
+    const bool isFirst = QByteArray::fromRawData(line, static_cast<int>(size * count)).startsWith("HTTP/");
+    exchange.m_isHeadWhole = !isFirst && (exchange.m_isHeadWhole || *line == '\r' || *line == '\n'); // a blank line
     exchange.m_headReceived += static_cast<qint64>(size * count);
     exchange.m_activeAt = Clock::now();
     return exchange.m_headReceived > longestHead ? 0 : size * count;

@@ -37,6 +37,8 @@ public:
     void setLimited(bool limited) { m_isLimited = limited; }
     /// @return false: it cannot go on, and must be ended
     bool giveShare(qint64 bytes);
+    /// Bytes that are left of it. Below 0: received beyond it, because the last packet was larger.
+    qint64 share() const { return m_share; }
     bool waitsForShare() const { return m_waitsForShare; }
     Clock::time_point waitsSince() const { return m_waitsSince; }
     /// Ends the exchange with libcurl's result.
@@ -84,6 +86,7 @@ private:
     qint64 m_offset; ///< bytes of the piece before the answer's body
     QByteArray m_etag;
     qint64 m_total = 0; ///< bytes of a piece of which the end was asked for; 0: not known
+    bool m_isHeadWhole = false;
     bool m_isSettled = false;
     bool m_isRangeWrong = false;
     CURL *m_handle = nullptr;

@@ -299,6 +299,8 @@ void StorageClient::end(Entry &entry)
 {
     curl_multi_remove_handle(m_multi, entry.exchange.handle());
     entry.exchange.close();
+    (entry.exchange.sink() ? m_fromStorage : m_toStorage)
+        .give(-entry.exchange.share()); // what is left, or was too much
     if (entry.lane)
         --entry.lane->turns[entry.size];
     entry.lane = nullptr;

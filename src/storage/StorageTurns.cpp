@@ -59,10 +59,13 @@ void StorageClient::takeBackTurns()
 void StorageClient::endStalled()
 {
     const auto now = Exchange::Clock::now();
-    for (const EntryPointer &entry : std::list<EntryPointer>(m_underWay)) {
+    std::vector<EntryPointer> stalled;
+    for (const EntryPointer &entry : m_underWay) {
         if (entry->stallTime.count() > 0 && now - entry->exchange.activeAt() >= entry->stallTime)
-            finish(entry, CURLE_OPERATION_TIMEDOUT, entry->exchange.stalledText(entry->stallTime));
+            stalled.push_back(entry);
     }
+    for (const EntryPointer &entry : stalled)
+        finish(entry, CURLE_OPERATION_TIMEDOUT, entry->exchange.stalledText(entry->stallTime));
 }
 
 // Gives those that wait for it what a limit allows by now.

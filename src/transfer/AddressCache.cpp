@@ -1,5 +1,7 @@
 #include "transfer/AddressCache.h"
 
+#include <algorithm>
+
 namespace Velmora {
 
 std::optional<AddressCache::Entry> AddressCache::find(const QString &key, qint64 now)
@@ -34,9 +36,23 @@ int AddressCache::removeIf(const std::function<bool(const QString &, const Entry
     return removed;
 }
 
-int AddressCache::removeStale(qint64 now)
+int AddressCache::take(Entries &listing, qint64 now)
 {
-    return removeIf([now](const QString &, const Entry &entry) { return timeLeft(entry.stored, now) < 0; });
+    Entries expired;
+    const auto isExpired = [&](const QString &key, const Entry &entry) {
+        const bool is = timeLeft(entry.stored, now) < 0;
+        if (is)
+            expired.insert(key, entry);
+        return is;
+    };
+    const int removed = removeIf(isExpired);
+    m_entries.reserve(std::max(m_entries.size(), listing.size()));
+    for (auto entry = listing.begin(); entry != listing.end(); ++entry) {
+        entry->stored = now;
+        std::swap(m_entries[entry.key()], *entry);
+    }
+    listing.insert(expired);
+    return removed;
 }
 
 } // namespace Velmora

@@ -46,6 +46,7 @@ DownloadObjects::DownloadObjects(const FileDownloadDetails &file, const Download
     , m_policy(policy)
     , m_retry(policy)
     , m_target(QDir::cleanPath(absoluteTarget(file)))
+    , m_targetKey(pathKey(m_target))
     , m_folder(QFileInfo(m_target).absolutePath())
     , m_appending(&pools.appending)
     , m_moving(&pools.finishing)
@@ -68,9 +69,9 @@ DownloadObjects::~DownloadObjects()
     }
 }
 
-bool DownloadObjects::hasTarget(const FileDownloadDetails &file) const
+QString DownloadObjects::targetKey(const FileDownloadDetails &file)
 {
-    return pathKey(QDir::cleanPath(absoluteTarget(file))) == pathKey(m_target);
+    return pathKey(QDir::cleanPath(absoluteTarget(file)));
 }
 
 void DownloadObjects::failOrTryAgain(const GrantError &error, std::function<void()> again)

@@ -44,7 +44,9 @@ public:
 
     const FileDownloadDetails &details() const { return m_details; }
     const ResultDone<FileDownloadDetails> &onComplete() const { return m_onComplete; }
-    bool hasTarget(const FileDownloadDetails &file) const;
+    /// Equal for downloads to one file.
+    static QString targetKey(const FileDownloadDetails &file);
+    bool hasTarget(const QString &key) const { return key == m_targetKey; }
     bool isFinished() const { return m_finished; }
 
     /// Creates the pieces.
@@ -79,6 +81,7 @@ private:
     const RetryPolicy m_policy;
     Retry m_retry;          ///< of what comes before the pieces
     const QString m_target; ///< cleaned, absolute
+    const QString m_targetKey;
     const QString m_folder;
     QByteArray m_key;
     std::vector<std::unique_ptr<FileDownload>> m_pieces; ///< in the order of their numbers

@@ -85,9 +85,9 @@ void FileTransferManager::slotUploadComplete(FileUpload *upload, const ApiError 
 void FileTransferManager::downloadFile(const FileDownloadDetails &file, const DownloadProgress &onProgress,
                                        const ResultDone<FileDownloadDetails> &onComplete)
 {
-    const bool running = std::any_of(m_downloads.begin(), m_downloads.end(), [&file](const auto &each) {
-        return !each->isFinished() && each->hasTarget(file);
-    });
+    const QString key = DownloadObjects::targetKey(file); // not for each of the running ones, which may be thousands
+    const bool running = std::any_of(m_downloads.begin(), m_downloads.end(),
+                                     [&key](const auto &each) { return !each->isFinished() && each->hasTarget(key); });
     if (running) {
         if (const auto callback = onComplete)
             callback(alreadyRunning(), FileDownloadDetails(file));
@@ -174,8 +174,9 @@ bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
 
 bool FileTransferManager::cancelDownload(const FileDownloadDetails &file)
 {
+    const QString key = DownloadObjects::targetKey(file);
     auto cancelled =
-        take(m_downloads, [&file](const DownloadObjects &each) { return !each.isFinished() && each.hasTarget(file); });
+        take(m_downloads, [&key](const DownloadObjects &each) { return !each.isFinished() && each.hasTarget(key); });
     if (cancelled.empty())
         return false;
     const auto callback = cancelled.front()->onComplete();

@@ -7,6 +7,7 @@
 #include "transfer/Titles.h"
 
 #include <QDateTime>
+#include <QJsonArray>
 
 namespace Velmora {
 
@@ -114,7 +115,7 @@ void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::st
     const JobOfUser wanted{m_user, job};
     m_listings.join(wanted, {onCompleteCB, m_user, key}, [&] {
         VELMORA_LOG() << "in CloudAPI::getJobFileList(): ZRV call for all users files in this job: " << job;
-        const auto then = [this, wanted, job](const Outcome &outcome, FileList &&, AddressCache &found) {
+        const auto then = [this, wanted, job](const Outcome &outcome, const auto & /*files*/, AddressCache &found) {
             const Endpoint &titled = outcome.isRefused() ? Endpoints::JobFilesList : Endpoints::JobFilesUpload;
             const GrantError error = grantError(outcome, titled.title);
             for (const DownloadWaiter &waiter : m_listings.finish(wanted)) {
@@ -127,59 +128,50 @@ void JobGrants::handleDownloadURLRequest(const std::string &jobId, const std::st
                            {});
             }
         };
-        return requestFileList(QStringLiteral("/%1").arg(job), true, then);
+        return requestFileList(QStringLiteral("/%1").arg(job), true, {}, then);
     });
 }
 
-struct JobGrants::FileList {
-    QJsonArray array;
-    std::list<CloudFile> shown;
-};
-
-JobGrants::FileList JobGrants::readFileList(const QByteArray &body, bool showAllFiles)
+JobGrants::FileList JobGrants::readFileList(const QByteArray &body, bool showAllFiles, const MakeResult &make)
 {
     const QJsonArray array = QJsonDocument::fromJson(body).array();
-    FileList list{array, readReplyList<CloudFile>(array)};
+    FileList list;
+    for (const QJsonValue &file : array) {
+        const QJsonValue chunks = file[QLatin1String("downloadRequest")];
+        if (chunks.isArray())
+            list.addresses.insert(
+                downloadKey(file[QLatin1String("jobId")].toString(), file[QLatin1String("fileName")].toString()),
+                {{{QLatin1String("chunks"), chunks}, {QLatin1String("version"), versionOf(file)}}});
+    }
+    auto files = readReplyList<CloudFile>(array);
     if (!showAllFiles)
-        list.shown.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
+        files.remove_if([](const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; });
+    list.shown = files.size();
+    if (make)
+        list.result = make(std::move(files));
     return list;
 }
 
-void JobGrants::listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete)
+RestClient::Abort JobGrants::requestFileList(const QString &suffix, bool showAllFiles, const MakeResult &make,
+                                             const FileListHandler &then)
 {
-    requestFileList(suffix, showAllFiles, [this, onComplete](const Outcome &outcome, FileList &&files, AddressCache &) {
-        m_rest.complete(outcome, onComplete, operationError(outcome, Endpoints::JobFilesList.title),
-                        std::move(files.shown));
-    });
-}
-
-RestClient::Abort JobGrants::requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &then)
-{
-    const auto read = [showAllFiles](const QByteArray &body) { return readFileList(body, showAllFiles); };
+    const auto read = [=](const QByteArray &body) { return readFileList(body, showAllFiles, make); };
     return m_rest.exchange({Endpoints::JobFilesList, Verb::Get, {}, suffix}, read,
-                           [this, then, user = m_user](const Outcome &outcome, FileList &&files) {
-                               AddressCache ofAnotherUser;
-                               AddressCache &found = user == m_user ? m_downloadAddresses : ofAnotherUser;
+                           [this, then, user = m_user](const Outcome &outcome, const std::shared_ptr<FileList> &list) {
+                               AddressCache &found = user == m_user ? m_downloadAddresses : list->ofAnotherUser;
                                if (!outcome.isRefused()) {
-                                   VELMORA_LOG() << "Received list of" << files.shown.size() << "files.";
-                                   remember(files.array, user, found); // hidden files can be downloaded too
+                                   VELMORA_LOG() << "Received list of" << list->shown << "files.";
+                                   remember(list->addresses, user, found);
                                }
-                               then(outcome, std::move(files), found);
+                               then(outcome, list, found);
                            });
 }
 
-void JobGrants::remember(const QJsonArray &files, int user, AddressCache &found)
+void JobGrants::remember(AddressCache::Entries &files, int user, AddressCache &found)
 {
     const qint64 now = m_clock();
-    if (const int removed = found.removeStale(now))
+    if (const int removed = found.take(files, now))
         VELMORA_LOG() << "Cleared" << removed << "file download requests from cache.";
-    for (const QJsonValue &file : files) {
-        const QJsonValue chunks = file[QLatin1String("downloadRequest")];
-        if (chunks.isArray())
-            found.store(
-                downloadKey(file[QLatin1String("jobId")].toString(), file[QLatin1String("fileName")].toString()),
-                {{QLatin1String("chunks"), chunks}, {QLatin1String("version"), versionOf(file)}}, now);
-    }
     // Downloads that wait for a listing of their own may find what they need in this one.
     const auto isKnown = [&](const DownloadWaiter &waiter) {
         return waiter.user == user && found.find(waiter.key, now).has_value();
@@ -213,9 +205,10 @@ void JobGrants::dropDownloadAddress(const std::string &jobId, const std::string 
 
 void JobGrants::dropFile(const std::string &jobId, const QString &fileName)
 {
-    const QString job = downloadKey(toQt(jobId), {}), name = baseName(fileName);
-    m_downloadAddresses.removeIf(
-        [&](const QString &key, const AddressCache::Entry &) { return key.startsWith(job) && baseName(key) == name; });
+    const QString job = downloadKey(toQt(jobId), {}), name = QLatin1Char('/') + baseName(fileName);
+    m_downloadAddresses.removeIf([&](const QString &key, const AddressCache::Entry &) {
+        return key.endsWith(name) && key.startsWith(job); // the former is seldom true, and quick
+    });
 }
 
 } // namespace Velmora

@@ -5,13 +5,13 @@
 #include "transfer/Waiter.h"
 #include "transport/RestClient.h"
 
-#include <QJsonArray>
 #include <QMap>
 #include <QPair>
 #include <QString>
 
 #include <functional>
 #include <list>
+#include <memory>
 
 namespace Velmora {
 
@@ -39,7 +39,9 @@ public:
 
     /// Lists files, and keeps their addresses, those of hidden files included. @param suffix  which files, appended to
     /// the endpoint's URL
-    void listFiles(const QString &suffix, bool showAllFiles, const ResultDone<std::list<CloudFile>> &onComplete);
+    /// @tparam Result  made of the list, by its constructor, where the answer is read
+    template <class Result>
+    void listFiles(const QString &suffix, bool showAllFiles, const ResultDone<Result> &onComplete);
 
     /// Milliseconds since the epoch, for the age of addresses.
     void setClock(std::function<qint64()> clock) { m_clock = std::move(clock); }
@@ -49,13 +51,21 @@ private:
         int user;
         QString key; ///< "job/file"
     };
-    struct FileList;
+    /// What is made of the files that are shown; may be empty.
+    using MakeResult = std::function<std::shared_ptr<void>(std::list<CloudFile> &&)>;
+    struct FileList {
+        AddressCache::Entries addresses; ///< of hidden files too: they can be downloaded
+        AddressCache ofAnotherUser;      ///< takes the addresses if this user has gone
+        std::size_t shown = 0;
+        std::shared_ptr<void> result; ///< null if the list was refused
+    };
     /// The last argument holds the addresses of the listing.
-    using FileListHandler = std::function<void(const Outcome &, FileList &&, AddressCache &)>;
+    using FileListHandler = std::function<void(const Outcome &, const std::shared_ptr<FileList> &, AddressCache &)>;
 
-    static FileList readFileList(const QByteArray &body, bool showAllFiles);
-    RestClient::Abort requestFileList(const QString &suffix, bool showAllFiles, const FileListHandler &then);
-    void remember(const QJsonArray &files, int user, AddressCache &found);
+    static FileList readFileList(const QByteArray &body, bool showAllFiles, const MakeResult &make);
+    RestClient::Abort requestFileList(const QString &suffix, bool showAllFiles, const MakeResult &make,
+                                      const FileListHandler &then);
+    void remember(AddressCache::Entries &files, int user, AddressCache &found);
     Grant grantOf(const AddressCache::Entry &entry) const;
     bool answerDownload(AddressCache &addresses, const QString &key, const DownloadUrlCB &waiter);
 
@@ -70,5 +80,16 @@ private:
     SingleFlight<JobOfUser, UploadUrlCB> m_uploadAddressRequests;
     SingleFlight<JobOfUser, DownloadWaiter> m_listings;
 };
+
+template <class Result>
+void JobGrants::listFiles(const QString &suffix, bool showAllFiles, const ResultDone<Result> &onComplete)
+{
+    const auto make = [](std::list<CloudFile> &&files) { return std::make_shared<Result>(std::move(files)); };
+    requestFileList(suffix, showAllFiles, make, [this, onComplete](const Outcome &outcome, const auto &files, auto &) {
+        const auto result = files->result ? std::shared_ptr<Result>(files, static_cast<Result *>(files->result.get()))
+                                          : std::make_shared<Result>();
+        m_rest.complete(outcome, onComplete, operationError(outcome, Endpoints::JobFilesList.title), result);
+    });
+}
 
 } // namespace Velmora

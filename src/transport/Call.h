@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <chrono>
+#include <functional>
 #include <initializer_list>
 #include <list>
 #include <string>
@@ -40,7 +41,7 @@ template <class T> struct Reply<std::list<T>> {
 /// An operation, described: a request, and how the body of a successful answer reads. `RestClient::call` runs it.
 template <class Result> struct Call {
     Request request;
-    Result (*read)(const QByteArray &body) = Detail::Reply<Result>::read; ///< runs on any thread
+    std::function<Result(const QByteArray &body)> read = Detail::Reply<Result>::read; ///< runs on any thread
 };
 
 /// A JSON request body from text members, in the form that the service gets: indented.

@@ -13,7 +13,7 @@ namespace Velmora {
 
 RestClient::RestClient()
 {
-    m_readerPool.setMaxThreadCount(1);
+    m_readerPool->setMaxThreadCount(1);
     openNetwork();
 }
 

@@ -76,8 +76,9 @@ public:
               const Values &...values);
 
     /// What the above are made of: sends, then calls `then(outcome, result)` once, in the answer's turn. `read(body)`
-    /// makes the result of a success, perhaps on another thread. `then` runs no code of the application: it hands that
-    /// to `deliver`.
+    /// makes the result of a success, perhaps on another thread, and then the body is gone. `then` gets it as a shared
+    /// pointer; what another thread made is released there too. It runs no code of the application: it hands that to
+    /// `deliver`.
     template <class Read, class Then> Abort exchange(const Request &request, Read read, Then then);
     /// As above without a result: `then(outcome)`.
     template <class Then> Abort exchange(const Request &request, Then then);
@@ -87,6 +88,14 @@ public:
     void deliver(const std::function<void(Parameters...)> &callback, Values &&...values)
     {
         callLater(this, callback, std::forward<Values>(values)...);
+    }
+
+    /// As above with a result that is shared, not copied.
+    template <class Result>
+    void deliver(const ResultDone<Result> &callback, ApiError error, std::shared_ptr<Result> result)
+    {
+        if (callback)
+            later(this, [callback, error = std::move(error), result = std::move(result)] { callback(error, *result); });
     }
 
     /// As above for the completion of an operation. A callback that receives the code 0 finds the reason in
@@ -165,8 +174,9 @@ private:
     PortalTarget m_portal = PortalTarget::Production;
     QString m_idToken;
     int m_requestsInFlight = 0;
-    std::list<Turn> m_turns;       ///< in the order of arrival
-    QThreadPool m_readerPool;      ///< its own: a listing does not wait for gigabytes to be encrypted
+    std::list<Turn> m_turns; ///< in the order of arrival
+    /// Its own: a listing does not wait for gigabytes to be encrypted. What it made may outlive this object.
+    std::shared_ptr<QThreadPool> m_readerPool = std::make_shared<QThreadPool>();
     std::list<PoolWork> m_readers; ///< large bodies being read
 };
 
@@ -176,24 +186,27 @@ template <class Read, class Then> RestClient::Abort RestClient::exchange(const R
         using Result = decltype(read(QByteArray()));
         const auto outcome = std::make_shared<Outcome>(std::move(received));
         const auto turn = m_turns.insert(m_turns.end(), Turn());
-        const auto result = std::make_shared<Result>();
-        const auto open = [=, limit = m_limits.body] {
-            unpackOrSpoil(*outcome, limit);
-            if (!outcome->isRefused())
-                *result = read(outcome->body);
-        };
-        const auto finish = [=] {
-            *turn = [=] { then(*outcome, std::move(*result)); };
-            takeTurns();
-        };
         // A small packed body may hold a large one: what is not unpacked at once is left to the other thread.
         const bool isSmall =
             outcome->body.size() < largeBody ? unpack(*outcome, largeBody) : outcome->isRefused() && !outcome->isPacked;
+        const auto result = isSmall ? std::make_shared<Result>() : releasedOn<Result>(m_readerPool);
+        const auto open = [=, limit = m_limits.body] {
+            unpackOrSpoil(*outcome, limit);
+            if (outcome->isRefused())
+                return;
+            *result = read(outcome->body);
+            if constexpr (!std::is_same_v<Result, std::monostate>)
+                outcome->body.clear();
+        };
+        const auto finish = [=] {
+            *turn = [=] { then(*outcome, result); };
+            takeTurns();
+        };
         if (isSmall) {
             open();
             return finish();
         }
-        const auto reader = m_readers.emplace(m_readers.end(), &m_readerPool);
+        const auto reader = m_readers.emplace(m_readers.end(), m_readerPool.get());
         reader->start([=](const std::atomic<bool> &) { open(); },
                       [=] {
                           m_readers.erase(reader);
@@ -206,14 +219,14 @@ template <class Then> RestClient::Abort RestClient::exchange(const Request &requ
 {
     return exchange(
         request, [](const QByteArray &) { return std::monostate(); },
-        [then = std::move(then)](const Outcome &outcome, std::monostate) { then(outcome); });
+        [then = std::move(then)](const Outcome &outcome, const auto & /*none*/) { then(outcome); });
 }
 
 template <class Result> void RestClient::call(const Call<Result> &call, const ResultDone<Result> &onComplete)
 {
     exchange(call.request, call.read,
-             [this, onComplete, title = call.request.endpoint.title](const Outcome &outcome, Result &&result) {
-                 complete(outcome, onComplete, operationError(outcome, title), std::move(result));
+             [this, onComplete, title = call.request.endpoint.title](const Outcome &outcome, const auto &result) {
+                 complete(outcome, onComplete, operationError(outcome, title), result);
              });
 }
 

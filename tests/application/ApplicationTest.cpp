@@ -112,38 +112,29 @@ TEST_F(ApplicationTest, application_lastSessionDestroyedInACallback_outlivesTheR
 }
 
 /// A session on a plain thread, which goes on from step to step.
-class SessionThread {
-public:
+struct SessionThread {
     enum Step { Starting, Constructed, Asking, Answered, Ending };
 
-    void proceed(Step step) { m_step = step; }
-    bool waitFor(Step step)
+    bool reaches(Step wanted)
     {
         QElapsedTimer timer; // this thread serves the requests meanwhile
-        for (timer.start(); m_step != step && timer.elapsed() < 10000;)
+        for (timer.start(); step != wanted && timer.elapsed() < 10000;)
             QCoreApplication::processEvents();
-        return m_step == step;
+        return step == wanted;
     }
-    void end()
-    {
-        proceed(Ending);
-        m_thread.join();
-    }
-
-private:
     void run()
     {
         CloudAPI session;
-        m_step = Constructed;
-        while (m_step < Asking)
+        step = Constructed;
+        while (step < Asking)
             std::this_thread::yield();
-        session.getJobDetails("J1", [this](const auto &, const auto &) { m_step = Answered; });
-        while (m_step < Ending)
+        session.getJobDetails("J1", [this](const auto &, const auto &) { step = Answered; });
+        while (step < Ending)
             session.processEvents();
     }
 
-    std::atomic<int> m_step{Starting};
-    std::thread m_thread{[this] { run(); }};
+    std::atomic<int> step{Starting};
+    std::thread thread{[this] { run(); }};
 };
 
 TEST_F(ApplicationTest, session_onAnyThread_completesWhateverSessionsEndedBefore)
@@ -151,15 +142,16 @@ TEST_F(ApplicationTest, session_onAnyThread_completesWhateverSessionsEndedBefore
     const auto run = [this] {
         api.reset();
         SessionThread first; // makes the application object, and ends before the others
-        bool good = first.waitFor(SessionThread::Constructed);
+        bool good = first.reaches(SessionThread::Constructed);
         SessionThread second;
-        good = second.waitFor(SessionThread::Constructed) && good;
+        good = second.reaches(SessionThread::Constructed) && good;
         api = std::make_unique<CloudAPI>();
         const Loopback loopback;
         for (SessionThread *each : {&first, &second}) {
-            each->proceed(SessionThread::Asking);
-            good = each->waitFor(SessionThread::Answered) && good;
-            each->end();
+            each->step = SessionThread::Asking;
+            good = each->reaches(SessionThread::Answered) && good;
+            each->step = SessionThread::Ending;
+            each->thread.join();
             good = load() && good; // on the main thread
         }
         std::_Exit(good ? 0 : 1);

@@ -1,6 +1,5 @@
 #include "Program.h"
 
-#include <random>
 #include <set>
 
 using namespace CliTests;
@@ -44,10 +43,8 @@ TEST_F(FileTest, run_realInputs_bringsBackEveryByte)
 {
     VelmoraPortal::Options options;
     options.requireInputs = true;
-    options.storage.pieceSize = 30000;
-    options.storage.shuffle = true;
-    options.storage.upload = VelmoraPortal::StorageOptions::Upload::RawPut;
-    options.storage.download = VelmoraPortal::StorageOptions::Download::Mixed;
+    using Storage = VelmoraPortal::StorageOptions;
+    options.storage = {Storage::Upload::RawPut, Storage::Download::Mixed, 30000, true};
     serve(1000ms, options);
     const auto program = ended(job() + " --json", 0);
     EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 3 + 6);
@@ -92,19 +89,16 @@ TEST_F(FileTest, download_anySelection_keepsPathsAndStaysInItsFolder)
     serve();
     m_portal->addFile("job-wing0001", "sim-2/forces.csv", "2");
     m_portal->addFile("job-wing0001", "sim-2/../../evil", "!");
-    const struct {
-        const char *arguments;
-        int exit;
-        Strings files;
-    } rows[] = {{"forces.csv", 0, {"sim-1/forces.csv", "sim-2/forces.csv"}},
-                {"sim-1 wing.*", 0, {"sim-1/forces.csv", "wing.trninp", "wing.mesh"}},
-                {"sim-1/rtg/residuals.dat", 0, {"sim-1/rtg/residuals.dat"}},
-                {"nothing wing.mesh", 1, {"wing.mesh"}},
-                {"", 1, {"sim-1/forces.csv", "sim-2/forces.csv", "wing.trninp", "wing.mesh"}}};
-    for (const auto &row : rows) {
-        ended("download job-wing0001 "s + row.arguments, row.exit);
-        EXPECT_EQ(below("job-wing0001"), row.files) << row.arguments;
-        for (const string &name : row.files)
+    const std::tuple<string, int, Strings> rows[] = {
+        {"forces.csv", 0, {"sim-1/forces.csv", "sim-2/forces.csv"}},
+        {"sim-1 wing.*", 0, {"sim-1/forces.csv", "wing.trninp", "wing.mesh"}},
+        {"sim-1/rtg/residuals.dat", 0, {"sim-1/rtg/residuals.dat"}},
+        {"nothing wing.mesh", 1, {"wing.mesh"}},
+        {"", 1, {"sim-1/forces.csv", "sim-2/forces.csv", "wing.trninp", "wing.mesh"}}};
+    for (const auto &[arguments, exit, files] : rows) {
+        ended("download job-wing0001 " + arguments, exit);
+        EXPECT_EQ(below("job-wing0001"), files) << arguments;
+        for (const string &name : files)
             EXPECT_EQ(read("job-wing0001/" + name), m_portal->plainFile("job-wing0001", name)) << name;
         QDir(q(path("job-wing0001"))).removeRecursively();
     }
@@ -115,62 +109,26 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
 {
     serve();
     const string run = job(12000000); // more than the sockets' buffers take
-    inject("storage", FaultKind::SlowRead, 0);
-    const auto sending = start(run);
-    EXPECT_TRUE(sending->says("b.mesh sending"));
-    sending->interrupt();
-    EXPECT_EQ(sending->end(), 130);
-    EXPECT_TRUE(contains(sending->errors(), "interrupted; left undone:\n  b.mesh\nno job was submitted"));
-    EXPECT_EQ(m_portal->requestCount("job/submit"), 0U);
-    EXPECT_EQ(below("tmp"), Strings());
-
+    string said;
+    for (const bool sends : {true, false}) {
+        m_portal->clearFaults();
+        inject(sends ? "storage" : "storage/piece", sends ? FaultKind::SlowRead : FaultKind::SlowWrite, 0);
+        const auto program = start(run);
+        EXPECT_TRUE(program->says(sends ? "b.mesh sending" : "sim-1/results.dat receiving"));
+        program->interrupt();
+        EXPECT_EQ(program->end(), 130);
+        said = program->errors();
+        EXPECT_EQ(bool(contains(said, "interrupted; left undone:\n  b.mesh\nno job was submitted")), sends) << said;
+        EXPECT_EQ(m_portal->requestCount("job/submit"), sends ? 0U : 1U);
+        EXPECT_EQ(below("tmp"), Strings());
+        for (const string &name : below("out"))
+            EXPECT_FALSE(contains(name, "results.dat"));
+    }
     m_portal->clearFaults();
-    inject("storage/piece", FaultKind::SlowWrite, 0);
-    const auto receiving = start(run);
-    EXPECT_TRUE(receiving->says("sim-1/results.dat receiving"));
-    receiving->interrupt();
-    EXPECT_EQ(receiving->end(), 130);
-    for (const string &name : below("out"))
-        EXPECT_FALSE(contains(name, "results.dat"));
-    m_portal->clearFaults();
-    const string said = receiving->errors();
     const auto from = said.find("velmora download") + 8;
     Program rest(said.substr(from, said.find('\n', from) - from), m_directory.path());
     EXPECT_EQ(rest.end(), 0) << rest.errors();
     EXPECT_GT(read("out/sim-1/results.dat").size(), 12000000U);
-}
-
-// Whenever the process is killed, a file is the old one or whole, here and at the service. VELMORA_KILLS: how often.
-TEST_F(FileTest, transfer_killedAtAnyMoment_leavesFilesOldOrWhole)
-{
-    VelmoraPortal::Options options;
-    options.storage.pieceSize = 1 << 20;
-    serve(1000ms, options);
-    const string bytes = bytesOf('n', 6 << 20), download = "download job-wing0001 big --to out",
-                 upload = "upload new --job job-wing0001";
-    m_portal->addFile("job-wing0001", "big", bytes);
-    write("new", bytes);
-    std::mt19937 random(20);
-    int left[2] = {};
-    for (int i = std::max(20, qEnvironmentVariableIntValue("VELMORA_KILLS")); i > 0; --i) {
-        SCOPED_TRACE(i);
-        const bool sends = i % 2 == 0;
-        write("out/big", "old");
-        m_portal->removeFile("job-wing0001", "new");
-        const auto program = start(sends ? upload : download);
-        program->waitForFinished(int(random() % 400));
-        program->kill();
-        program->waitForFinished();
-        const auto file = sends ? m_portal->plainFile("job-wing0001", "new") : read("out/big");
-        EXPECT_TRUE(!file || *file == bytes || (!sends && *file == "old"));
-        left[sends] += file == bytes ? 0 : 1;
-    }
-    EXPECT_TRUE(left[0] > 0 && left[1] > 0) << "no transfer was killed under way";
-    ended(download, 0);
-    ended(upload, 0);
-    EXPECT_EQ(read("out/big"), bytes);
-    EXPECT_EQ(m_portal->plainFile("job-wing0001", "new"), bytes);
-    EXPECT_EQ(below("out"), Strings({"big"})) << "pieces of killed downloads are removed";
 }
 
 } // namespace

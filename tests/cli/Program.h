@@ -46,6 +46,9 @@ public:
         for (const char *variable : {"TMPDIR", "TMP"}) // of encrypted copies
             environment.insert(variable, folder + "/tmp");
         setProcessEnvironment(environment);
+#if defined(Q_OS_UNIX) && QT_VERSION_MAJOR >= 6
+        setChildProcessModifier(detach);
+#endif
         start(QCoreApplication::applicationDirPath() + "/velmora", q(line).split(' ', Qt::SkipEmptyParts));
     }
     ~Program() override
@@ -85,8 +88,13 @@ public:
     string text(const char *key) { return json()[key].toString().toStdString(); }
 
 #ifdef Q_OS_UNIX
+#if QT_VERSION_MAJOR < 6
 protected:
-    void setupChildProcess() override
+    void setupChildProcess() override { detach(); }
+#endif
+
+private:
+    static void detach()
     {
         ::setsid();
         std::signal(SIGINT, SIG_DFL); // the program that started the tests may ignore it

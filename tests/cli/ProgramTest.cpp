@@ -31,16 +31,13 @@ TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
     serve();
     const auto &users = VelmoraPortal::seededUsers();
     const string right = users[0].password, other = users[1].password;
-    const struct {
-        size_t user;
-        string password, mfa;
-        int exit;
-    } rows[] = {{0, right, "", 0},       {0, "wrong", "", 1}, {0, "", "", 2}, {1, other, users[1].mfaCode, 0},
-                {1, other, "111111", 1}, {1, other, "", 2}};
-    for (const auto &row : rows) {
-        signInAs(users[row.user].email, row.password, row.mfa);
-        const auto program = ended("login --json", row.exit);
-        EXPECT_EQ(program->json()["error"].isObject(), row.exit != 0);
+    const std::tuple<size_t, string, string, int> rows[] = {{0, right, "", 0},       {0, "wrong", "", 1},
+                                                            {0, "", "", 2},          {1, other, users[1].mfaCode, 0},
+                                                            {1, other, "111111", 1}, {1, other, "", 2}};
+    for (const auto &[user, password, mfa, exit] : rows) {
+        signInAs(users[user].email, password, mfa);
+        const auto program = ended("login --json", exit);
+        EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
         EXPECT_FALSE(contains(program->output(), "oken"));
     }
 }
@@ -72,21 +69,17 @@ TEST_F(ProgramTest, run_everyEnd_hasItsExitCode)
 
 TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
 {
-    const struct {
-        const char *path;
-        FaultKind kind;
-        int times;
-        const char *notice;
-    } rows[] = {{"socket", FaultKind::Status, 0, "submitted job-"},
-                {"socket", FaultKind::SocketDrop, 1, "submitted job-"},
-                {"socket", FaultKind::SocketSilence, 0, "submitted job-"},
-                {"job/load", FaultKind::ResetAfter, 1, "answers again"},
-                {"job/progress", FaultKind::Status, 0, "submitted job-"}};
-    for (const auto &row : rows) {
+    const std::tuple<const char *, FaultKind, int, const char *> rows[] = {
+        {"socket", FaultKind::Status, 0, "submitted job-"},
+        {"socket", FaultKind::SocketDrop, 1, "submitted job-"},
+        {"socket", FaultKind::SocketSilence, 0, "submitted job-"},
+        {"job/load", FaultKind::ResetAfter, 1, "answers again"},
+        {"job/progress", FaultKind::Status, 0, "submitted job-"}};
+    for (const auto &[path, kind, times, notice] : rows) {
         serve();
-        inject(row.path, row.kind, row.times);
+        inject(path, kind, times);
         const string errors = ended(runOf("beam-single.json"), 0, "100%")->errors();
-        EXPECT_EQ(q(errors).count(QLatin1String(row.notice)), 1) << row.path << int(row.kind) << errors;
+        EXPECT_EQ(q(errors).count(QLatin1String(notice)), 1) << path << int(kind) << errors;
     }
 }
 
@@ -130,35 +123,33 @@ TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
 TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
 {
     serve();
-    const struct {
-        const char *line;
-        int exit;
-        const char *shown, *key, *hidden;
-    } rows[] = {{"jobs", 0, "job-wing0001", "jobDetailsList", "job-pump0003"},
-                {"job job-wing0001", 0, "wing.trninp", "jobId", "error"},
-                {"job no-such-job", 1, "no-such-job", "error", "wing"},
-                {"progress job-wing0001", 0, "100%", "simulationProgressList", "error"},
-                {"files", 0, "job-duct0002", "fileList", "/rtg/"},
-                {"files job-wing0001 sim-1 --all", 0, "sim-1/rtg/residuals.dat", "fileList", "wing.mesh"},
-                {"rm job-wing0001 wing.trninp#x", 1, "has no file", "error", "deleted"},
-                {"archive job-wing0001", 0, "archived job-wing0001", "jobDetailsList", "error"},
-                {"watch job-wing0001", 0, "archived", "jobId", "error"},
-                {"status", 0, "answers", "host", "error"},
-                {"accounts", 0, "ACC-2002", "accountDetailsList", "error"},
-                {"balance ACC-1001", 0, "job-wing0001", "recentTransactions", "error"},
-                {"me --first-name= --company Wings", 0, "Wings", "companyName", "Aerodynamics"},
-                {"hpc ACC-1001 --preferred", 0, "hpc-us-1", "hpcDetailsList", "hpc-lab-1"},
-                {"event open mesher", 0, "mesher", "eventType", "eventValue"},
-                {"tag job-wing0001 fast", 0, "fast", "itemTagList", "error"},
-                {"tags job-wing0001", 0, "fast", "jobId", "duct"},
-                {"tags --account ACC-2002", 0, "duct", "accountId", "fast"},
-                {"tags", 0, "duct", "accountTagList", "error"},
-                {"find wing fast", 0, "job-wing0001", "jobDetailsList", "job-duct0002"},
-                {"find wing duct", 0, "", "jobDetailsList", "job-"}};
-    for (const auto &row : rows) {
-        EXPECT_FALSE(contains(ended(row.line, row.exit, row.shown)->output(), row.hidden)) << row.line;
-        const auto program = ended(row.line + " --json"s, row.exit);
-        EXPECT_TRUE(program->json().toObject().contains(row.key)) << row.line << program->output();
+    const std::tuple<string, int, const char *, const char *, const char *> rows[] = {
+        // command, exit code, what its text holds, a key of its JSON, what the text does not hold
+        {"jobs", 0, "job-wing0001", "jobDetailsList", "job-pump0003"},
+        {"job job-wing0001", 0, "wing.trninp", "jobId", "error"},
+        {"job no-such-job", 1, "no-such-job", "error", "wing"},
+        {"progress job-wing0001", 0, "100%", "simulationProgressList", "error"},
+        {"files", 0, "job-duct0002", "fileList", "/rtg/"},
+        {"files job-wing0001 sim-1 --all", 0, "sim-1/rtg/residuals.dat", "fileList", "wing.mesh"},
+        {"rm job-wing0001 wing.trninp#x", 1, "has no file", "error", "deleted"},
+        {"archive job-wing0001", 0, "archived job-wing0001", "jobDetailsList", "error"},
+        {"watch job-wing0001", 0, "archived", "jobId", "error"},
+        {"status", 0, "answers", "host", "error"},
+        {"accounts", 0, "ACC-2002", "accountDetailsList", "error"},
+        {"balance ACC-1001", 0, "job-wing0001", "recentTransactions", "error"},
+        {"me --first-name= --company Wings", 0, "Wings", "companyName", "Aerodynamics"},
+        {"hpc ACC-1001 --preferred", 0, "hpc-us-1", "hpcDetailsList", "hpc-lab-1"},
+        {"event open mesher", 0, "mesher", "eventType", "eventValue"},
+        {"tag job-wing0001 fast", 0, "fast", "itemTagList", "error"},
+        {"tags job-wing0001", 0, "fast", "jobId", "duct"},
+        {"tags --account ACC-2002", 0, "duct", "accountId", "fast"},
+        {"tags", 0, "duct", "accountTagList", "error"},
+        {"find wing fast", 0, "job-wing0001", "jobDetailsList", "job-duct0002"},
+        {"find wing duct", 0, "", "jobDetailsList", "job-"}};
+    for (const auto &[line, exit, text, key, hidden] : rows) {
+        EXPECT_FALSE(contains(ended(line, exit, text)->output(), hidden)) << line;
+        const auto program = ended(line + " --json", exit);
+        EXPECT_TRUE(program->json().toObject().contains(key)) << line << program->output();
     }
     ended("rm job-wing0001 wing.mesh", 0, "deleted wing.mesh");
     ended("untag job-wing0001 fast", 0, "wing");

@@ -4,11 +4,14 @@
 #include "api/flat/Adapters.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QTemporaryDir>
+
+#include <thread>
 
 extern "C" {
 extern const std::uint64_t jobDetailsSizeInC;
-const char *hostInC(const char *job, const char *file);
+void hostInC(const char *job, const char *file, char report[100]);
 }
 
 namespace {
@@ -296,10 +299,43 @@ TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
     DestroyCloudAPI(other);
 }
 
-TEST_F(FlatTest, hostInC_writtenFromTheHeaders_works)
+TEST_F(FlatTest, hostInC_onTwoThreads_works)
 {
-    EXPECT_STREQ(hostInC(wing, "sim-1/forces.csv"), "deleted, 100 percent, 2 transactions");
-    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
+    const char *files[] = {"sim-1/forces.csv", "wing.mesh"};
+    char reports[2][100];
+    std::thread first(hostInC, wing, files[0], reports[0]), second(hostInC, wing, files[1], reports[1]);
+    first.join();
+    second.join();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_STREQ(reports[i], "deleted, 100 percent, 2 transactions");
+        EXPECT_FALSE(portal.plainFile(wing, files[i])) << files[i];
+    }
+}
+
+TEST_F(FlatTest, list_readOnAnotherThread_isValidInBothForms)
+{
+    QJsonArray jobs;
+    for (int i = 0; i < 2000; ++i)
+        jobs.append(QJsonObject{{"jobId", QString::number(i)},
+                                {"fileName", i % 2 == 0 ? "a/rtg/b" : "c"},
+                                {"fileDependencies", QJsonArray{"mesh"}},
+                                {"simulations", QJsonArray{QJsonObject{{"simulationId", "sim-1"}}}}});
+    Loopback service;
+    service.server.setHandler([&](const auto &) { return ::answer(200, QJsonDocument(jobs).toJson()); });
+    const auto check = [&](const char *listKey, int size, auto plain, auto json, auto... arguments) {
+        Callback<>::then = Callback<1>::then = nullptr;
+        expectTwins(plain, json, 200, arguments...);
+        EXPECT_EQ(object().value(listKey).toArray().size(), size);
+        const auto destroy = [this] { DestroyCloudAPI(std::exchange(api, CreateCloudAPI())); };
+        Callback<>::then = Callback<1>::then = destroy;
+        expectTwins(plain, json, 200, arguments...);
+        EXPECT_EQ(object().value(listKey).toArray().size(), size) << "destroyed inside";
+    };
+    check("jobDetailsList", 2000, getAllJobDetails, getAllJobDetails_Json);
+    check("jobDetailsList", 2000, archiveJob, archiveJob_Json, wing);
+    check("fileList", 2000, getUsersFileList, getUsersFileList_Json, true);
+    check("fileList", 1000, getJobFileList, getJobFileList_Json, wing, false);
+    Callback<>::then = Callback<1>::then = nullptr;
 }
 
 TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)

@@ -46,22 +46,21 @@ static bool succeeds(VelmoraCloudAPI *api)
     return answer->code > 0 && answer->code < 300;
 }
 
-/* Deletes a file, polls a job's progress until it is complete, reads a balance. Returns what it did. */
-const char *hostInC(const char *job, const char *file)
+/* Deletes a file, polls a job's progress until it is complete, reads a balance. Reports what it did. */
+void hostInC(const char *job, const char *file, char report[100])
 {
-    static char report[100];
     struct Answer answer = {0};
     char text[200];
     VelmoraCloudAPI *api = CreateCloudAPI();
     setUserData(api, &answer);
     setClientOptions_Json(api, "{\"robust\": true, \"answerTimeout\": 30}");
     logUserIn_Json(api, "ada.field@velmora.example", "turbulence-42", "", onDone);
-    snprintf(report, sizeof report, "%s", succeeds(api) ? "signed in" : "refused");
+    strcpy(report, succeeds(api) ? "signed in" : "refused");
 
     snprintf(text, sizeof text, "{\"jobId\": \"%s\", \"fileName\": \"%s\"}", job, file);
     deleteFile_Json(api, text, onResult);
     if (succeeds(api))
-        snprintf(report, sizeof report, "deleted");
+        strcpy(report, "deleted");
 
     const char *progress = NULL;
     do {
@@ -78,5 +77,4 @@ const char *hostInC(const char *job, const char *file)
     snprintf(text, sizeof text, ", %d transactions", transactions);
     strcat(report, text);
     DestroyCloudAPI(api);
-    return report;
 }

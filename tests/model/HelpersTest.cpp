@@ -3,7 +3,6 @@
 #include "transfer/PieceName.h"
 
 #include <velmora/Records.h>
-#include <velmora/TarnCrypt.h>
 
 #include <gtest/gtest.h>
 
@@ -34,23 +33,20 @@ TEST(HelpersTest, plainText_anyMessage_losesTheTagsOfBoldOnly)
 
 TEST(HelpersTest, latestStatus_anyHistory_isTheNewestByDate)
 {
-    using Entry = std::pair<const char *, long long>;
-    const struct {
-        std::list<Entry> entries;
-        std::string latest;
-    } rows[] = {{{}, ""},
-                {{{"SUBMITTED", -3}}, "SUBMITTED"},
-                {{{"RUNNING", 2}, {"FINISHED", 3}, {"QUEUED", 1}}, "FINISHED"},
-                {{{"RUNNING", 2}, {"STOPPED", 2}, {"QUEUED", 1}}, "STOPPED"}};
-    for (const auto &row : rows) {
+    using Entries = std::list<std::pair<const char *, long long>>;
+    const std::pair<Entries, const char *> rows[] = {{{}, ""},
+                                                     {{{"SUBMITTED", -3}}, "SUBMITTED"},
+                                                     {{{"RUNNING", 2}, {"FINISHED", 3}, {"QUEUED", 1}}, "FINISHED"},
+                                                     {{{"RUNNING", 2}, {"STOPPED", 2}, {"QUEUED", 1}}, "STOPPED"}};
+    for (const auto &[entries, latest] : rows) {
         JobDetails job;
         SimulationDetails simulation;
-        for (const auto &[status, date] : row.entries) {
+        for (const auto &[status, date] : entries) {
             job.jobStatus.push_back({"job", status, date});
             simulation.simulationStatus.push_back({"job", "sim", status, date});
         }
-        EXPECT_EQ(latestStatus(job), row.latest);
-        EXPECT_EQ(latestStatus(simulation), row.latest);
+        EXPECT_EQ(latestStatus(job), latest);
+        EXPECT_EQ(latestStatus(simulation), latest);
     }
 }
 
@@ -89,12 +85,6 @@ TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
     for (const char *path : {"/a", "a/", "a//b", "/", "../../a", "a/../b"})
         EXPECT_FALSE(isSafePath(path)) << path;
     EXPECT_FALSE(isSafeFileName(QStringLiteral("a/b"))) << "a path";
-}
-
-TEST(HelpersTest, jobFileIv_always_isTheOneOfEncryptedFiles)
-{
-    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(jobFileIv), sizeof jobFileIv).toHex(),
-              "5c19e307a24f6bd0913e28c7f40a66b5");
 }
 
 } // namespace

@@ -37,11 +37,7 @@ Codes codesOf(const JobSubmit &job)
 
 TEST(JobSubmitTest, validate_boundaryValues_listsEveryFailedCheck)
 {
-    const struct {
-        const char *what;
-        std::function<void(JobSubmit &)> change;
-        Codes expected;
-    } cases[] = {
+    const std::tuple<const char *, std::function<void(JobSubmit &)>, Codes> cases[] = {
         {"the most",
          [](JobSubmit &job) { job.coresRequired = 128, job.ramEstimate = 1843199, job.coreHourEstimate = 1e9; },
          {}},
@@ -95,26 +91,23 @@ TEST(JobSubmitTest, submission_validJob_isOneDocumentStampedWithLocalTime)
 
 TEST(JobSubmitTest, submission_operationSweepPrecision_changesItsFields)
 {
-    const struct {
-        int operation;
-        const char *name; ///< null: left out
-        int parts;
-        std::size_t simulations;
-    } rows[] = {{0, "mpi", 16, 1},  {1, "simulation", 1, 2}, {2, "review", 1, 1},
-                {3, "build", 1, 3}, {4, nullptr, 1, 1},      {-1, nullptr, 1, 1}};
-    for (const auto &row : rows) {
+    // A name that is null is left out.
+    constexpr std::tuple<int, const char *, int, std::size_t> rows[] = {{0, "mpi", 16, 1},   {1, "simulation", 1, 2},
+                                                                        {2, "review", 1, 1}, {3, "build", 1, 3},
+                                                                        {4, nullptr, 1, 1},  {-1, nullptr, 1, 1}};
+    for (const auto &[operation, name, parts, simulations] : rows) {
         JobSubmit job = goodJob();
-        job.operation = static_cast<JobOperation>(row.operation);
-        job.simulations.resize(row.simulations);
-        job.jobPrecision = row.operation - 1;
+        job.operation = static_cast<JobOperation>(operation);
+        job.simulations.resize(simulations);
+        job.jobPrecision = operation - 1;
         const QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(job.toSubmissionJson())).object();
         const auto text = [&](const char *key) { return body[QLatin1String(key)].toString().toStdString(); };
-        EXPECT_EQ(body["operation"], row.name ? QJsonValue(row.name) : QJsonValue(QJsonValue::Undefined));
-        EXPECT_EQ(body["numberOfParts"].toInt(), row.parts) << row.operation;
-        EXPECT_EQ(body["coreHourEstimate"].toDouble() * double(row.simulations), 30) << row.operation;
-        EXPECT_EQ(text("precision"), row.operation == 1 ? "single" : "double");
+        EXPECT_EQ(body["operation"], name ? QJsonValue(name) : QJsonValue(QJsonValue::Undefined));
+        EXPECT_EQ(body["numberOfParts"].toInt(), parts) << operation;
+        EXPECT_EQ(body["coreHourEstimate"].toDouble() * double(simulations), 30) << operation;
+        EXPECT_EQ(text("precision"), operation == 1 ? "single" : "double");
         EXPECT_EQ(text("jobType"), std::string("Cloud Configuration - ") +
-                                       (row.simulations == 1 ? "Single Simulation" : "Simulation Sweep"));
+                                       (simulations == 1 ? "Single Simulation" : "Simulation Sweep"));
     }
 }
 
@@ -126,15 +119,13 @@ TEST(JobSubmitTest, jobSubmit_textOfAnApplication_isRead)
     EXPECT_EQ(job.simulations, (std::list<std::string>{"s1", "s2", ""}));
     EXPECT_EQ(job.coreHourEstimate, 7.5); // applications give it per simulation
     EXPECT_EQ(job.jobPrecision, 3);
-    const struct {
-        const char *text;
-        int operation, cores;
-    } rows[] = {{R"({"operation": 0, "coresRequired": 8, "numberOfParts": 4})", 0, 4},
-                {R"({"operation": 0, "coresRequired": 8})", 0, 0},
-                {R"({"operation": 1, "coresRequired": 8, "numberOfParts": 4})", 1, 8},
-                {R"({"operation": 1.5, "jobPrecision": "12", "numberOfParts": 2147483648})", 0, 0},
-                {R"({"operation": "1", "jobPrecision": null, "numberOfParts": [4]})", 0, 0},
-                {"", 0, 0}};
+    constexpr std::tuple<const char *, int, int> rows[] = {
+        {R"({"operation": 0, "coresRequired": 8, "numberOfParts": 4})", 0, 4},
+        {R"({"operation": 0, "coresRequired": 8})", 0, 0},
+        {R"({"operation": 1, "coresRequired": 8, "numberOfParts": 4})", 1, 8},
+        {R"({"operation": 1.5, "jobPrecision": "12", "numberOfParts": 2147483648})", 0, 0},
+        {R"({"operation": "1", "jobPrecision": null, "numberOfParts": [4]})", 0, 0},
+        {"", 0, 0}};
     for (const auto &[text, operation, cores] : rows) {
         const JobSubmit read{std::string(text)};
         EXPECT_EQ(static_cast<int>(read.operation), operation) << text;

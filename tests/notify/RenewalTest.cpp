@@ -11,7 +11,7 @@ class RenewalTest : public NotifyTest {
 protected:
     QByteArray header(std::size_t client, const char *name)
     {
-        return ReceivedRequest{0, {}, {}, server.clients()[client].head, {}}.header(name);
+        return server.clients()[client].header(name);
     }
     void openGate(const char *token)
     {
@@ -90,6 +90,8 @@ public:
     Answer serve(const ReceivedRequest &request)
     {
         const QByteArray &path = request.target;
+        if (request.header("User-Agent") != "Velmora/" VELMORA_VERSION)
+            return answer(400);
         if (path.startsWith("/s/"))
             return answer(204);
         if (path == "/api/auth/refresh" && ++m_tries % 3 != 0)
@@ -150,12 +152,16 @@ TEST_F(RenewalTest, night_shortTokensAndALossyService_loseNoOperation)
             api->uploadFile({file.fileName().toStdString(), job, 0}, {}, count(uploads));
         ++subscriptions;
         api->subscribeToJob(job, {}, [&](const ApiError &, const std::string &, const std::string &) { ++failed; });
-        api->unsubscribeFromJob("J" + std::to_string(rounds - 20));
+        api->unsubscribeFromJob("J" + std::to_string(rounds - 40));
     });
     round.start(50);
     EXPECT_TRUE(waitUntil([&] { return service.renewed() == 4; }, 20000));
     round.stop();
-    EXPECT_TRUE(waitUntil([&] { return underWay == 0; }));
+    const auto opened = [&] {
+        return std::count_if(server.clients().begin(), server.clients().end(),
+                             [](const auto &each) { return each.accepted; });
+    };
+    EXPECT_TRUE(waitUntil([&] { return underWay == 0 && opened() == subscriptions; })) << opened();
     EXPECT_EQ(failed, 0) << "of " << polls << " polls, " << uploads << " uploads, " << subscriptions
                          << " subscriptions";
     EXPECT_GT(std::min({polls, uploads, subscriptions}), 20);

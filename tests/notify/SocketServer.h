@@ -22,6 +22,7 @@ public:
 
     struct Client {
         QByteArray target, head; ///< of the handshake
+        QByteArray header(const char *name) const { return ReceivedRequest{0, {}, {}, head, {}}.header(name); }
         QByteArrayList pings;    ///< payloads
         int closeCode = 0;       ///< of its close frame
         QByteArray closeReason;

@@ -1,5 +1,5 @@
 """The library as applications get it: installed, moved elsewhere, built against by CMake and by pkg-config, and
-used by the example applications against the local portal.
+used by the example applications and by a reader of README.md against the local portal.
 
     applications.py BUILD_FOLDER [UNITTEST ARGUMENT...]
 """
@@ -7,6 +7,7 @@ used by the example applications against the local portal.
 import glob
 import json
 import os
+import re
 import shlex
 import shutil
 import ssl
@@ -37,15 +38,16 @@ class ApplicationsTest(unittest.TestCase):
         for component in ("Library", "Development"):
             cls.must("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
         os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
-        (cls.libraries,) = (os.path.dirname(path) for path in glob.glob(f"{cls.folder}/moved/**/libvelmora.so",
-                                                                       recursive=True))
-        cls.environment["VELMORA_LIBRARY"] = f"{cls.libraries}/libvelmora.so.1"
+        (library,) = glob.glob(f"{cls.folder}/moved/**/libvelmora*.so", recursive=True)
+        cls.libraries, name = os.path.split(library)
+        cls.package = name[len("lib"):-len(".so")]  # one for each Qt
+        cls.environment["VELMORA_LIBRARY"] = f"{library}.1"
 
     @classmethod
-    def start_portal(cls, *options):
+    def start_portal(cls, command="build/bin/velmora-portal --job-duration 1"):
         """Returns the environment of an application that uses it."""
-        portal = subprocess.Popen([f"{BUILD}/bin/velmora-portal", "--job-duration", "1", *options], text=True,
-                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        portal = subprocess.Popen(command.replace("build", BUILD, 1).split(), text=True, stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         cls.addClassCleanup(portal.communicate)  # the end of its input stops it
         facts = json.loads(portal.stdout.readline())
         user = facts["users"][0]
@@ -74,7 +76,7 @@ class ApplicationsTest(unittest.TestCase):
     def check(self, name, language, part, refusal):
         """Builds an example by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
         by_cmake, by_pkg_config = self.built_by_cmake(name), f"{self.folder}/{name}-by-pkg-config"
-        flags = self.must("pkg-config", "--cflags", "--libs", "velmora",
+        flags = self.must("pkg-config", "--cflags", "--libs", self.package,
                           environment={"PKG_CONFIG_PATH": f"{self.libraries}/pkgconfig"})
         self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {flags}".split())
         for program, environment in ((by_cmake, {"LD_LIBRARY_PATH": ""}), (by_pkg_config, {})):
@@ -113,7 +115,7 @@ class ApplicationsTest(unittest.TestCase):
         self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")
 
     def test_everyExample_failedJob_endsWithAnError(self):
-        portal = self.start_portal("--require-inputs")
+        portal = self.start_portal("build/bin/velmora-portal --job-duration 1 --require-inputs")
         # The storage confirms the upload without keeping it: the job fails because its input is missing.
         fault = {"kind": "raw", "path": "storage", "times": 0, "body": "HTTP/1.1 204 No Content\r\n\r\n"}
         urllib.request.urlopen(f"https://{portal['VELMORA_API_URL']}/control/faults", json.dumps(fault).encode(),
@@ -121,6 +123,33 @@ class ApplicationsTest(unittest.TestCase):
         for command in ([self.built_by_cmake("c_host")], self.python("beam"), *([self.csharp()] if MONO else [])):
             with self.subTest(command):
                 self.expect(command, 1, "Job status is FAILED", **portal)
+
+    def test_readme_commandsAndExampleAsTyped_haveTheirResults(self):
+        with open(f"{SOURCE}/README.md", encoding="utf-8") as file:
+            blocks = re.findall(r"^```(cpp|cmake|sh)\n(.*?)^```$", file.read(), re.M | re.S)
+        example, install, project, portal, by_hand, trusting = (text for _, text in blocks)
+        home = self.enterContext(tempfile.TemporaryDirectory())
+        for name, text in (("main.cpp", example), ("CMakeLists.txt", project)):
+            with open(f"{home}/{name}", "w", encoding="utf-8") as file:
+                file.write(text)
+        facts = self.start_portal(portal)
+        values = {"HOST": facts["VELMORA_API_URL"], "CA.pem": facts["VELMORA_CA"], "EMAIL": facts["VELMORA_USER"],
+                  "PASSWORD": facts["VELMORA_PASSWORD"], "build": BUILD, "examples": f"{SOURCE}/examples"}
+
+        def type_in(text, code, part, **environment):
+            filled = re.sub(rf"(?<![\w/-])({'|'.join(values)})(?=[\s/])", lambda match: values[match[0]], text)
+            ended, output = run("bash", "-euc", filled, cwd=home, environment={"HOME": home, **environment})
+            self.assertEqual((ended, part in output), (code, True), f"{filled}{output}")
+
+        type_in(install, 0, "")
+        type_in("cmake -S . -B made -DCMAKE_PREFIX_PATH=$HOME/velmora && cmake --build made && mv made/app .", 0, "")
+        type_in(by_hand, 0, "finished")
+        self.assertIn("summary.json", os.listdir(f"{home}/results/sim-1"))
+        user = {name: facts[name] for name in ("VELMORA_USER", "VELMORA_PASSWORD")}
+        type_in(trusting, 0, "Signed in.", **user)
+        type_in(trusting, 1, "Error Authenticating Credentials: ", **{**user, "VELMORA_PASSWORD": "wrong"})
+        type_in("VELMORA_API_URL=HOST ./app", 1, "The certificate of", **user)
+        type_in("unset VELMORA_USER; ./app", 2, "Set VELMORA_USER")
 
     def test_desktop_actionsOfAUser_haveTheirResults(self):
         program = os.path.dirname(self.built_by_cmake("desktop", "tests/package")) + "/drive"

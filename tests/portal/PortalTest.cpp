@@ -38,12 +38,8 @@ TEST_F(PortalTest, request_notExactlyRight_refused)
     const std::size_t before = portal.jobCount();
     portal.setJobDuration(3600s);
     const auto but = [&](const string &what, const string &with) { return replaced(good, what, with); };
-    const struct {
-        const char *verb;
-        string path, body, authorization, type;
-        int status;
-        const char *message;
-    } table[] = {
+    const std::tuple<const char *, string, string, string, string, int, const char *> table[] = {
+        // verb, path, body, authorization, content type; the status, and a part of the message
         {"POST", "job/load", own, token, json, 200, ""},
         {"GET", "job/load", own, token, json, 405, "takes POST"},
         {"POST", "job/load", own, token, "", 415, "missing"},
@@ -74,10 +70,10 @@ TEST_F(PortalTest, request_notExactlyRight_refused)
         {"POST", "job/submit", good, token, json, 409, "submitted before"},
         {"POST", "job/archive", R"({"jobId":")" + job + "\"}", token, json, 409, "still at work"},
     };
-    for (const auto &row : table) {
-        const Reply reply = send(request(row.verb, row.path, row.body, row.authorization, row.type));
-        EXPECT_EQ(reply.status, row.status) << row.verb << ' ' << row.path << ' ' << row.body << ' ' << reply.body;
-        EXPECT_NE(reply.text("message").find(row.message), string::npos) << row.path << ": " << reply.body;
+    for (const auto &[verb, path, body, authorization, type, status, message] : table) {
+        const Reply reply = send(request(verb, path, body, authorization, type));
+        EXPECT_EQ(reply.status, status) << verb << ' ' << path << ' ' << body << ' ' << reply.body;
+        EXPECT_NE(reply.text("message").find(message), string::npos) << path << ": " << reply.body;
     }
     EXPECT_EQ(portal.jobCount(), before + 1);
     EXPECT_EQ(send("GARBAGE\r\n\r\n").status, 400);
@@ -86,39 +82,32 @@ TEST_F(PortalTest, request_notExactlyRight_refused)
 
 TEST_F(PortalTest, fault_injectedIntoRequest_hasItsEffect)
 {
-    const struct {
-        FaultKind kind;
-        bool processed, closed;
-        int status;
-        std::size_t bodyBytes;
-    } table[] = {
+    const std::tuple<FaultKind, bool, bool, int, std::size_t> table[] = {
+        // whether the request is processed and the connection closed, the status, the bytes of the body
         {FaultKind::Status, false, false, 503, 4},   {FaultKind::Delay, true, false, 200, 0},
         {FaultKind::CutHead, true, true, 0, 0},      {FaultKind::CutBody, true, true, 0, 7},
         {FaultKind::ResetBefore, false, true, 0, 0}, {FaultKind::ResetAfter, true, true, 0, 0},
         {FaultKind::HangUp, false, true, 0, 0},      {FaultKind::Silence, false, false, 0, 0},
         {FaultKind::Drip, true, false, 200, 0},      {FaultKind::Raw, false, true, 0, 4},
     };
-    for (const auto &row : table) {
-        SCOPED_TRACE(static_cast<int>(row.kind));
-        const string bytes = request("POST", "job/submit", submission(newJob()), token);
-        Fault fault;
-        fault.path = "job/submit";
-        fault.kind = row.kind;
-        fault.status = 503;
-        fault.body = row.kind == FaultKind::Raw ? "HTTP/1.1 299 Odd\r\nContent-Length: 9\r\n\r\nbusy" : "busy";
-        fault.keepOpen = row.kind != FaultKind::Raw;
-        fault.bytes = 7;
-        fault.delay = row.kind == FaultKind::Delay ? 300ms : 0ms;
+    for (const auto &[kind, processed, closed, status, bodyBytes] : table) {
+        SCOPED_TRACE(static_cast<int>(kind));
+        const string sent = request("POST", "job/submit", submission(newJob()), token);
+        const bool raw = kind == FaultKind::Raw;
+        Fault fault =
+            makeFault("job/submit", kind, 503, 7, raw ? "HTTP/1.1 299 Odd\r\nContent-Length: 9\r\n\r\nbusy" : "busy");
+        fault.keepOpen = !raw;
+        fault.delay = kind == FaultKind::Delay ? 300ms : 0ms;
         portal.inject(fault);
         const std::size_t before = portal.jobCount();
         QElapsedTimer timer;
         timer.start();
-        const Reply reply = send(bytes, row.kind == FaultKind::Silence ? 700 : 10000);
-        EXPECT_EQ(portal.jobCount() - before, row.processed ? 1U : 0U);
-        EXPECT_EQ(reply.closed, row.closed);
-        EXPECT_EQ(reply.status, row.status);
-        EXPECT_EQ(reply.head.empty(), row.status == 0 && row.bodyBytes == 0 && row.kind != FaultKind::CutHead);
-        EXPECT_TRUE(row.status == 200 || reply.body.size() == row.bodyBytes) << reply.body;
+        const Reply reply = send(sent, kind == FaultKind::Silence ? 700 : 10000);
+        EXPECT_EQ(portal.jobCount() - before, processed ? 1U : 0U);
+        EXPECT_EQ(reply.closed, closed);
+        EXPECT_EQ(reply.status, status);
+        EXPECT_EQ(reply.head.empty(), status == 0 && bodyBytes == 0 && kind != FaultKind::CutHead);
+        EXPECT_TRUE(status == 200 || reply.body.size() == bodyBytes) << reply.body;
         EXPECT_GE(timer.elapsed(), fault.delay.count());
         EXPECT_EQ(portal.faultCount(), 0U);
     }
@@ -156,7 +145,7 @@ TEST_F(PortalTest, socket_refusedOrFaulty_clientSeesTheReason)
     ASSERT_TRUE(waitUntil([&] { return portal.jobStatus(job) == "FINISHED"; }));
     QSignalSpy pongs(&silent, &QWebSocket::pong);
     silent.ping("hello");
-    EXPECT_TRUE(waitUntil([&] { return !pongs.isEmpty() && pongs[0][1] == "hello"; }));
+    EXPECT_TRUE(waitUntil([&] { return !pongs.isEmpty() && pongs[0][1].toByteArray() == "hello"; }));
     EXPECT_EQ(portal.sockets().back().pings, std::vector<string>{"hello"});
     EXPECT_TRUE(silent.texts.isEmpty());
     EXPECT_EQ(portal.dropSockets(job), 1U);
@@ -165,12 +154,10 @@ TEST_F(PortalTest, socket_refusedOrFaulty_clientSeesTheReason)
 
 TEST_F(PortalTest, control_badFault_refusedWithItsReason)
 {
-    const auto control = [&](const char *verb, const string &body) {
-        return send(replaced(request(verb, "faults", body, ""), "/api/", "/control/"));
+    const auto control = [&](const char *verb, const string &body, const char *path = "faults") {
+        return send(replaced(request(verb, path, body, ""), "/api/", "/control/"));
     };
-    const struct {
-        const char *body, *message;
-    } table[] = {
+    constexpr std::pair<const char *, const char *> table[] = {
         {R"({"path":"*"})", "\"kind\" is missing"},
         {R"({"kind":"odd","path":"*"})", "\"kind\" must be one of \"cutBody\", \"cutHead\""},
         {R"({"kind":"status"})", "\"path\" is missing"},
@@ -183,10 +170,10 @@ TEST_F(PortalTest, control_badFault_refusedWithItsReason)
         {R"([{"kind":"gzip","path":"*"},{"kind":"gzip","path":"*","contentType":""}])", "\"contentType\" must not be"},
         {R"({"kind":"socketDrop","odd":1})", "\"odd\" is not a known key"},
     };
-    for (const auto &row : table) {
-        const Reply reply = control("POST", row.body);
-        EXPECT_EQ(reply.status, 400) << row.body;
-        EXPECT_EQ(reply.text("message").find(row.message), 0U) << reply.body;
+    for (const auto &[body, message] : table) {
+        const Reply reply = control("POST", body);
+        EXPECT_EQ(reply.status, 400) << body;
+        EXPECT_EQ(reply.text("message").find(message), 0U) << reply.body;
     }
     EXPECT_EQ(portal.faultCount(), 0U);
     const string good = R"({"kind":"socketClose","messages":3,"closeCode":4000,"reason":"r","keepOpen":0,"delay":7,)"
@@ -199,12 +186,9 @@ TEST_F(PortalTest, control_badFault_refusedWithItsReason)
     EXPECT_EQ(fault["rate"], 65536);
     EXPECT_EQ(control("DELETE", "").status, 200);
     EXPECT_EQ(control("POST", R"({"kind":"resetBefore"})").array().size(), 1);
-    const auto storage = [&](const string &body) {
-        return send(replaced(request("POST", "storage", body, ""), "/api/", "/control/"));
-    };
     portal.clearFaults();
-    EXPECT_EQ(storage(R"({"expiredStatus":402})").status, 400);
-    EXPECT_EQ(storage(R"({"expiredStatus":410,"addressUses":3})").object()["addressUses"], 3);
+    EXPECT_EQ(control("POST", R"({"expiredStatus":402})", "storage").status, 400);
+    EXPECT_EQ(control("POST", R"({"expiredStatus":410,"addressUses":3})", "storage").object()["addressUses"], 3);
     EXPECT_EQ(portal.storage().expiredStatus, 410);
 }
 

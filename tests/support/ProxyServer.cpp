@@ -3,8 +3,9 @@
 #include <QHostAddress>
 #include <QNetworkProxy>
 
-ProxyServer::ProxyServer(bool socks)
+ProxyServer::ProxyServer(bool socks, int closing)
     : m_socks(socks)
+    , m_closing(closing)
 {
     if (!listen(QHostAddress::LocalHost))
         qFatal("no loopback port: %s", qPrintable(errorString()));
@@ -14,7 +15,10 @@ void ProxyServer::incomingConnection(qintptr descriptor)
 {
     auto *const client = new QTcpSocket(this);
     client->setSocketDescriptor(descriptor);
-    connect(client, &QTcpSocket::readyRead, client, [this, client] {
+    const bool closes = ++m_connections <= m_closing;
+    connect(client, &QTcpSocket::readyRead, client, [this, client, closes] {
+        if (closes)
+            return client->close();
         if (client->property("tunnel").toBool())
             return;
         m_socks ? readSocks(client) : readHttp(client);

@@ -9,9 +9,11 @@
 
 class ProxyServer : public QTcpServer {
 public:
-    explicit ProxyServer(bool socks);
+    /// @param closing  so many connections end before they are answered
+    explicit ProxyServer(bool socks, int closing = 0);
 
     const QByteArrayList &asked() const { return m_asked; } ///< "host:port" of every tunnel
+    int connections() const { return m_connections; }
 
 protected:
     void incomingConnection(qintptr descriptor) override;
@@ -22,5 +24,7 @@ private:
     void tunnel(QTcpSocket *client, const QByteArray &host, int port, const QByteArray &accepted);
 
     const bool m_socks;
+    const int m_closing;
+    int m_connections = 0;
     QByteArrayList m_asked;
 };

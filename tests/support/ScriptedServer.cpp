@@ -88,18 +88,14 @@ private:
         const Interruption::End end = found->end;
         m_socket.write(found->answer.bytes);
         m_socket.flush();
-        switch (end) {
-        case Interruption::Closes:
+        if (end == Interruption::Closes) {
             m_socket.disconnectFromHost();
-            return true;
-        case Interruption::Resets: // there are bytes that were not read
-            m_socket.abort();
-            return true;
-        case Interruption::StopsReading:
-            break;
+        } else if (end == Interruption::Resets) {
+            m_socket.abort(); // resets, since there are bytes that were not read
+        } else {
+            m_socket.setReadBufferSize(1);
+            m_server->m_interrupted.append(this);
         }
-        m_socket.setReadBufferSize(1);
-        m_server->m_interrupted.append(this);
         return true;
     }
 

@@ -167,8 +167,9 @@ void Case::inject(const Step &step)
 {
     const Fault &fault = *step.fault;
     if (fault.disk != DiskCall::None) {
-        failDisk(m_folder.toStdString(),
-                 {fault.disk, fault.error, int(random.below(random.chance(70) ? 2 : 12)), random.chance(50)});
+        const bool isRare = fault.disk != DiskCall::Read && fault.disk != DiskCall::Write;
+        const auto most = fault.disk == DiskCall::Rename ? 1 : isRare || random.chance(70) ? 2 : 12;
+        failDisk(m_folder.toStdString(), {fault.disk, fault.error, int(random.below(most)), random.chance(50)});
     } else if (fault.portal) {
         PortalFault atPortal = fault.portal(random);
         atPortal.path = random.of(step.operation->paths);
@@ -244,8 +245,12 @@ void Case::verify(const std::vector<Step> &steps)
         removable = removable && step.fault->disk != DiskCall::Remove;
     }
     std::size_t submits = 0;
+    const auto isTransfer = [](const auto &each) { return each->name.find("load") != string::npos; };
+    const auto transfers = std::count_if(m_calls.begin(), m_calls.end(), isTransfer);
     for (const auto &each : m_calls) {
         submits += each->name == "submitNewJob";
+        failIf(m_strikes.fatal > 0 && transfers == 1 && isTransfer(each) && each->succeeded(),
+               each->name + " succeeded though the disk failed");
         pieces = pieces || (each->name == "downloadFile" && each->failed);
         failIf(harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name],
                each->name + " failed with " + std::to_string(each->code));
@@ -318,7 +323,7 @@ string Case::run(const std::vector<Step> &steps)
     waitForAll();
     settle();
     destroy();
-    restoreDisk();
+    m_strikes = restoreDisk();
     m_host.reset();
     m_distrust.reset();
     m_plain.reset();

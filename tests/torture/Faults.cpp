@@ -106,7 +106,7 @@ Fault socket(const char *name, FaultKind kind, bool silent = false)
 
 Fault disk(const char *name, DiskCall call, int error)
 {
-    return {name, {}, false, false, false, Fault::Portal, false, call, error};
+    return {name, {}, error == halfOnly, false, false, Fault::Portal, false, call, error};
 }
 
 } // namespace
@@ -198,12 +198,15 @@ const std::vector<Fault> &faults()
         socket("socket closed", FaultKind::SocketClose),
         socket("bad frames", FaultKind::SocketRaw),
         disk("disk cannot open", DiskCall::Open, EACCES),
+        disk("disk has too many open files", DiskCall::Open, EMFILE),
         disk("disk cannot read", DiskCall::Read, EIO),
+        disk("disk reads in parts", DiskCall::Read, halfOnly),
+        disk("disk writes in parts", DiskCall::Write, halfOnly),
         disk("disk cannot write", DiskCall::Write, EIO),
         disk("disk full", DiskCall::Write, ENOSPC),
         disk("disk cannot sync", DiskCall::Sync, EIO),
         disk("disk cannot close", DiskCall::Close, EIO),
-        disk("disk cannot rename", DiskCall::Rename, EPERM),
+        disk("disk cannot rename", DiskCall::Rename, EACCES),
         disk("disk cannot remove", DiskCall::Remove, EROFS),
     };
     return all;

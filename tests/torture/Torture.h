@@ -6,6 +6,7 @@
 // A case reads as OPERATION / FAULT / ACTION, as in "uploadFile / cut upload / destroy", steps joined by ", then ".
 // A new operation is a row of Operations.cpp, a new fault one of Faults.cpp, a new action one of Actions.cpp.
 
+#include "DiskCalls.h"
 #include "support/AnyCompletion.h"
 #include "support/Loopback.h"
 
@@ -52,26 +53,20 @@ struct Resources {
 };
 Resources resources();
 
-/// The call of the disk that fails, once or every time.
-enum class DiskCall { None, Open, Read, Write, Sync, Close, Rename, Remove };
+/// A call of the disk that fails, once or every time.
 struct DiskFault {
     DiskCall call = DiskCall::None;
-    int error = 0; ///< errno
+    int error = 0; ///< errno, or `halfOnly`
     int skip = 0;  ///< so many such calls succeed first
     bool isPermanent = false;
 };
-void failDisk(const string &folder, const DiskFault &fault);
-void restoreDisk();
-/// No fault meanwhile: for what the test itself does with files.
-class DiskPause {
-public:
-    DiskPause();
-    ~DiskPause();
-
-private:
-    Q_DISABLE_COPY(DiskPause)
-    bool m_armed;
+/// How often the faults took effect.
+struct DiskStrikes {
+    int all = 0;
+    int fatal = 0; ///< on what a transfer cannot do without: it must not succeed
 };
+void failDisk(const string &folder, const DiskFault &fault);
+DiskStrikes restoreDisk();
 
 /// What all cases share: a trusted portal and a folder.
 struct Environment {
@@ -123,7 +118,7 @@ struct Fault {
     enum Host { Portal, Refused, Unreachable, NoTls, Distrusted } host = Portal;
     bool socket = false; ///< for sockets only
     DiskCall disk = DiskCall::None;
-    int error = 0; ///< errno of the disk
+    int error = 0; ///< errno of the disk, or `halfOnly`
 };
 const std::vector<Fault> &faults();
 
@@ -151,6 +146,7 @@ public:
     /// @return what went wrong; empty when all that was promised held
     string run(const std::vector<Step> &steps);
     static string describe(const std::vector<Step> &steps);
+    int strikes() const { return m_strikes.all; } ///< of the disk
 
     // For operations and actions.
     Environment &environment;
@@ -196,6 +192,7 @@ private:
     bool m_nobody = false;    ///< no socket can be opened any more
     bool m_disturbed = false; ///< an action may have made an operation fail
     std::size_t m_jobsBefore = 0;
+    DiskStrikes m_strikes;
     string m_texts; ///< of all errors that the application received
     string m_failure;
 };

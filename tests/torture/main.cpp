@@ -20,8 +20,10 @@ constexpr std::uint64_t warmUp = 10; ///< cases before descriptors are counted
 bool fits(const Operation &operation, const Fault &fault)
 {
     const bool socket = operation.paths.front() == "socket"s;
-    if (fault.disk != DiskCall::None)
-        return operation.paths.back() == "storage"s;
+    if (fault.disk != DiskCall::None) // an upload only reads
+        return operation.paths.back() == "storage"s &&
+               (operation.name == "downloadFile"s || fault.disk == DiskCall::Open || fault.disk == DiskCall::Read ||
+                fault.disk == DiskCall::Close);
     const bool handshake = fault.name == "delay"s || fault.name == "silence"s || fault.name == "hang up"s;
     return socket ? fault.socket || fault.host != Fault::Portal || !fault.portal || handshake : !fault.socket;
 }
@@ -40,6 +42,19 @@ std::vector<Step> matrix(const string &only)
         }
     }
     return all;
+}
+
+/// How many faults of the disk had eight cases of an operation or more, and no effect in any. They prove nothing.
+int ineffective(const std::map<string, std::pair<int, int>> &strikes)
+{
+    int count = 0;
+    for (const auto &[name, counts] : strikes) {
+        if (counts.first < 8 || counts.second > 0)
+            continue;
+        ++count;
+        std::printf("FAILED  %s: no effect in %d cases\n", name.c_str(), counts.first);
+    }
+    return count;
 }
 
 } // namespace
@@ -73,7 +88,8 @@ int main(int argc, char **argv)
     auto environment = std::make_unique<Environment>();
     Resources most;
     std::map<string, int> table;
-    std::size_t inEnvironment = 0; ///< operations so far
+    std::map<string, std::pair<int, int>> strikes; ///< of the disk: cases, and those in which the fault took effect
+    std::size_t inEnvironment = 0;                 ///< operations so far
     int failures = 0;
     QElapsedTimer timer;
     timer.start();
@@ -95,11 +111,22 @@ int main(int argc, char **argv)
             environment.reset(), environment = std::make_unique<Environment>(), inEnvironment = 0;
         inEnvironment += steps.size();
         environment->most = warming ? Resources() : most;
-        const string wrong = Case(*environment, seed).run(steps);
+        string wrong;
+        bool tookEffect = false;
+        {
+            Case test(*environment, seed);
+            wrong = test.run(steps);
+            tookEffect = test.strikes() > 0;
+        }
         if (warming)
             most = {std::max(most.threads, resources().threads), std::max(most.descriptors, resources().descriptors)};
         if (i + 1 == warmUp) // and some more for the threads on which Qt looks up host names
             most = {most.threads + 3, most.descriptors + 3};
+        if (!warming && steps.size() == 1 && steps[0].fault->disk != DiskCall::None) {
+            auto &[cases, effective] = strikes[string(steps[0].fault->name) + " / " + steps[0].operation->name];
+            ++cases;
+            effective += tookEffect;
+        }
         for (const Step &step : warming ? std::vector<Step>() : steps)
             ++table["operation  "s + step.operation->name], ++table["fault      "s + step.fault->name];
         if (wrong.empty())
@@ -113,7 +140,10 @@ int main(int argc, char **argv)
     if (tabled) {
         for (const auto &[name, cases] : table)
             std::printf("%-40s %6d\n", name.c_str(), cases);
+        for (const auto &[name, counts] : strikes)
+            std::printf("%-50s %6d, took effect in %d\n", name.c_str(), counts.first, counts.second);
     }
+    failures += ineffective(strikes);
     std::printf("%s cases, %d failed, %d s\n", std::to_string(count).c_str(), failures, int(timer.elapsed() / 1000));
     return failures == 0 ? 0 : 1;
 }

@@ -38,13 +38,16 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
     const std::tuple<const char *, Answer, int, const char *> rows[] = {
         {"a status below 300", answer(201, "{}"), 201, ""},
         {"a refusal", answer(403, refused), 403, "no way"},
+        {"trailers", {chunked("{}") + "0\r\nX-Sum: 1\r\n\r\n"}, 200, ""},
         {"an informational one first", early, 507, "no way"},
         {"only an informational one", early.cut(33), 400, none},
         {"none", hangUp(), 400, none},
         {"a head that was cut", whole.cut(20), 400, ""},
+        {"a head that was cut between lines", answer(200).cut(answer(200).bytes.size() - 2), 400, cut},
         {"a body that was cut", whole.cut(whole.bytes.size() - 3), 400, cut},
         {"a refusal that was cut", answer(403, refused).cut(90), 403, ""},
         {"no HTTP", Answer{"nonsense\r\n\r\n"}.closed(), 400, ""},
+        {"a refusal without a reason", answer(507), 507, "The storage answered with the status 507."},
         {"a long refusal", answer(500, '"' + noise(3 * mebibyte).toHex() + '"'), 500, ""}};
     const std::string path = write("f", noise(100000));
     for (const auto &[name, scripted, code, message] : rows) {
@@ -171,6 +174,7 @@ TEST_F(StorageTest, request_anyAddress_goesOutByteForByte)
         uploadAndWait(path);
         up.expect(204, "", "");
         EXPECT_EQ(server.requests().last().head, "POST " + target + " HTTP/1.1\r\nHost: " + server.host() +
+                                                     "\r\nUser-Agent: Velmora/" VELMORA_VERSION
                                                      "\r\nX-Empty:\r\nContent-Type: application/octet-stream\r\n"
                                                      "Content-Length: 16\r\n\r\n");
     }

@@ -7,7 +7,9 @@
 
 #include <QProcess>
 #include <QStandardPaths>
+#if QT_VERSION_MAJOR < 6
 #include <QTextCodec>
+#endif
 
 #include <openssl/err.h>
 
@@ -53,8 +55,8 @@ protected:
         sink->begin(QThreadPool::globalInstance(), {});
         bool goesOn = true; // until writing, on another thread, has failed
         for (int from = 0; goesOn && from < cipherText.size(); from += 10000)
-            goesOn = sink->put(cipherText.constData() + from, std::min(10000, cipherText.size() - from)) ==
-                     Sink::State::Taken;
+            goesOn = sink->put(cipherText.constData() + from,
+                               std::min(10000, static_cast<int>(cipherText.size()) - from)) == Sink::State::Taken;
         EXPECT_TRUE(!sink->finish() || file->moveTo(qt(to), go)) << file->problem().toStdString();
         file->remove();
         EXPECT_FALSE(sink->isUnwritable());
@@ -90,24 +92,20 @@ TEST(TarnCryptTest, sha256_knownTexts_matches)
 
 TEST(TarnCryptTest, hmac_vectorsOfRfc4231_matchInEveryForm)
 {
-    const struct {
-        Bytes key;
-        std::string message;
-        const char *digest;
-    } cases[] = {
+    const std::tuple<Bytes, std::string, const char *> cases[] = {
         {"Jefe", "what do ya want for nothing?", "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843"},
         {Bytes(131, '\xaa'), "Test Using Larger Than Block-Size Key - Hash Key First",
          "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54"},
         {"", "", "b613679a0814d9ec772f95d778c35fc5ff1697c493715653c6c712144292c5ad"},
     };
     constexpr auto binary = TarnCrypt::Raw, hex = TarnCrypt::Hex, other = static_cast<TarnCrypt::KeyType>(7);
-    for (const auto &test : cases) {
-        const std::string key = test.key.toStdString(), hexKey = test.key.toHex().toStdString();
-        const std::string base64 = Bytes::fromHex(test.digest).toBase64().toStdString();
-        EXPECT_EQ(TarnCrypt::hmac_sha_256(binary, key, test.message, hex), test.digest);
-        EXPECT_EQ(TarnCrypt::hmac_sha_256(hex, hexKey, test.message, hex), test.digest);
-        EXPECT_EQ(TarnCrypt::hmac_sha_256(hex, hexKey, test.message, binary), base64);
-        EXPECT_EQ(TarnCrypt::hmac_sha_256(other, key, test.message, other), base64);
+    for (const auto &[bytes, message, digest] : cases) {
+        const std::string key = bytes.toStdString(), hexKey = bytes.toHex().toStdString();
+        const std::string base64 = Bytes::fromHex(digest).toBase64().toStdString();
+        EXPECT_EQ(TarnCrypt::hmac_sha_256(binary, key, message, hex), digest);
+        EXPECT_EQ(TarnCrypt::hmac_sha_256(hex, hexKey, message, hex), digest);
+        EXPECT_EQ(TarnCrypt::hmac_sha_256(hex, hexKey, message, binary), base64);
+        EXPECT_EQ(TarnCrypt::hmac_sha_256(other, key, message, other), base64);
     }
     const auto hmac = [=](const char *key) { return TarnCrypt::hmac_sha_256(hex, key, "m", hex); };
     for (const char *same : {"4a-65 zz\n66:65", "4A656665"})
@@ -169,22 +167,19 @@ TEST_F(TarnCryptFileTest, decryption_damagedCipherText_keepsThePrefixOrFails)
     const Bytes cipher = encrypted(plain);
     Bytes flipped = cipher;
     flipped[2 * buffer + 3] = static_cast<char>(flipped.at(2 * buffer + 3) ^ 0x80);
-    const struct {
-        Bytes cipher;
-        const char *strict;
-        int size; // of an intact prefix of the plain text
-    } cases[] = {
+    const std::tuple<Bytes, const char *, int> cases[] = {
+        // cipher text, the problem of strict decryption, the size of an intact prefix of the plain text
         {{}, "empty piece", 0},
         {cipher.left(33), "whole number of blocks", 32},
         {cipher.left(buffer + 1), "whole number of blocks", buffer},
         {cipher.left(buffer), "does not decrypt", buffer - 16},
         {flipped, "does not decrypt", 2 * buffer},
     };
-    for (const auto &test : cases) {
-        write("cipher", test.cipher);
+    for (const auto &[damaged, problem, size] : cases) {
+        write("cipher", damaged);
         ASSERT_EQ(decode("cipher", "shown"), 0);
-        EXPECT_TRUE(read("shown") == plain.left(test.size)) << read("shown").size();
-        EXPECT_TRUE(decryptStrictly(test.cipher, "strict").contains(test.strict)) << test.size;
+        EXPECT_TRUE(read("shown") == plain.left(size)) << read("shown").size();
+        EXPECT_TRUE(decryptStrictly(damaged, "strict").contains(problem)) << size;
     }
     EXPECT_TRUE(decryptStrictly(cipher, "strict", wrongKey).contains("does not decrypt"));
     EXPECT_TRUE(decryptStrictly(cipher, "strict", {}).contains("cipher"));
@@ -217,6 +212,7 @@ TEST_F(TarnCryptFileTest, cipher_unusableFile_changesNothing)
     }
 }
 
+#if QT_VERSION_MAJOR < 6 // later ones have no codec to set
 TEST_F(TarnCryptFileTest, path_anyLocaleOfQt_isUtf8)
 {
     write("plain", "text");
@@ -229,6 +225,7 @@ TEST_F(TarnCryptFileTest, path_anyLocaleOfQt_isUtf8)
     EXPECT_TRUE(std::filesystem::exists(std::filesystem::u8path(at(name))));
     EXPECT_EQ(read("shown"), "text");
 }
+#endif
 
 TEST_F(TarnCryptFileTest, inPlace_siblingOfACrash_isRemovedNotWrittenInto)
 {

@@ -80,7 +80,7 @@ template <class Details> struct Transfer {
     }
     void expect(int code, const std::string &title, const std::string &messagePart) const
     {
-        EXPECT_EQ(error.errorCode, code);
+        EXPECT_EQ(error.errorCode, code) << error.errorMessage;
         EXPECT_EQ(error.errorTitle, title);
         EXPECT_NE(error.errorMessage.find(messagePart), std::string::npos) << error.errorMessage;
         EXPECT_EQ(error.errorMessage.find("sig="), std::string::npos) << "a signature got out";

@@ -1,5 +1,7 @@
 #include "transfer/TransferFixture.h"
 
+#include <array>
+
 namespace {
 
 TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
@@ -126,21 +128,20 @@ TEST_F(TransferTest, grants_anotherUserOrALogout_areAskedForAnew)
         EXPECT_EQ(down.error.errorMessage, "");
     };
     const auto logIn = [&](const char *user) {
-        bool done = false;
-        api->logUserIn(user, "p", "", [&](const ApiError &) { done = true; });
-        EXPECT_TRUE(waitUntil([&] { return done; }));
+        api->logUserIn(user, "p", "", {});
+        EXPECT_TRUE(waitUntil([this] { return api->isUserLoggedIn(); }));
     };
+    const auto seenOfEach = [this] { return std::array{seen(keyPath), seen(addressPath), seen(listPath)}; };
     transferBoth();
     const std::tuple<const char *, bool, int> steps[] = {{"a@b", false, 0}, {"b@c", false, 1}, {"b@c", true, 1}};
     for (const auto &[user, logout, asked] : steps) {
-        const qint64 before[] = {seen(keyPath), seen(addressPath), seen(listPath)};
+        const auto before = seenOfEach();
         if (logout)
             api->clearActiveAccount();
         logIn(user);
         transferBoth();
-        EXPECT_EQ(seen(keyPath), before[0] + asked) << user << logout;
-        EXPECT_EQ(seen(addressPath), before[1] + asked) << user << logout;
-        EXPECT_EQ(seen(listPath), before[2] + asked) << user << logout;
+        EXPECT_EQ(seenOfEach(), (std::array{before[0] + asked, before[1] + asked, before[2] + asked}))
+            << user << logout;
     }
     // What was under way for the last user is neither shared nor kept.
     api->clearActiveAccount();

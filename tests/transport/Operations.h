@@ -72,6 +72,12 @@ protected:
     void run(const char *name) { run(operation(name)); }
     void logIn(int expiresIn = 3600);
     int sent(const QByteArray &verb, const QByteArray &target) const;
+    void expect(int code, const std::string &title = {}, const std::string &message = {}) const
+    {
+        EXPECT_EQ(done.error.errorCode, code);
+        EXPECT_EQ(done.error.errorTitle, title);
+        EXPECT_EQ(done.error.errorMessage, message);
+    }
     bool wait(const Completion &completion)
     {
         return waitUntil([&] { return completion.calls > 0; });

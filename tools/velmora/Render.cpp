@@ -95,7 +95,7 @@ QString elided(const QString &text, int width)
         return text;
     QString result;
     int used = 0;
-    for (const uint code : text.toUcs4()) {
+    for (const char32_t code : text.toUcs4()) {
         used += widthOf(code);
         if (used > width - 1)
             break;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "api/CloudAPIImpl.h"
 #include "api/flat/Views.h"
+#include "transport/Call.h"
 
 #include <velmora/CloudAPI.h>
 
@@ -60,8 +62,30 @@ struct Json {
     };
 };
 
+/// A list in the form that the application gets, made where the answer is read. It can be moved, because that leaves
+/// the elements of a list where they are.
+template <class Form, class List> class Made {
+public:
+    explicit Made(List &&list = {})
+        : m_list(std::move(list))
+        , m_result(m_list)
+    {
+        if constexpr (std::is_same_v<Form, Json>)
+            m_list.clear(); // the text has it all
+    }
+    const auto &result() const { return m_result; }
+
+private:
+    List m_list;
+    typename Form::template Result<List> m_result;
+};
+template <class T> struct IsMade : std::false_type {
+};
+template <class Form, class List> struct IsMade<Made<Form, List>> : std::true_type {
+};
+
 /// One argument of the application's callback. What it points to lives until the end of the full expression.
-template <class Form, class T> auto handOver(const T &value)
+template <class Form, class T> decltype(auto) handOver(const T &value)
 {
     if constexpr (std::is_same_v<T, std::string>)
         return value.c_str();
@@ -71,6 +95,8 @@ template <class Form, class T> auto handOver(const T &value)
         return static_cast<std::int32_t>(value); // the low 32 bits
     else if constexpr (std::is_enum_v<T>)
         return static_cast<int>(value);
+    else if constexpr (IsMade<T>::value)
+        return value.result();
     else
         return typename Form::template Result<T>(value);
 }
@@ -129,6 +155,40 @@ template <class Form> struct Forward {
     template <class Result> Result operator()(const CloudAPI *api, Result (CloudAPI::*member)() const) const
     {
         return api ? (api->*member)() : Result();
+    }
+
+    // Long lists go past the class, whose callbacks run on the owner's thread: what the application gets of them is
+    // made, and released, on the thread that reads the answer.
+
+    template <class List, class Callback, class... Parameters, class... Arguments>
+    void list(CloudAPI *api, Callback onComplete, Call<List> (*operation)(Parameters...),
+              const Arguments &...arguments) const
+    {
+        if (!api)
+            return;
+        using Result = Made<Form, List>;
+        const auto [request, read] = operation(argument<Form, std::decay_t<Parameters>>(api, arguments)...);
+        const auto make = [read = read](const QByteArray &body) { return Result(read(body)); };
+        CloudAPIImpl::of(*api).rest.call(Call<Result>{request, make}, completion<Result>(api, onComplete));
+    }
+    /// @param listing  see operations/Files.h
+    template <class Callback, class... Parameters, class... Arguments>
+    void files(CloudAPI *api, Callback onComplete, bool showAllFiles, QString (*listing)(Parameters...),
+               const Arguments &...arguments) const
+    {
+        if (!api)
+            return;
+        using Result = Made<Form, std::list<CloudFile>>;
+        const QString suffix = listing(argument<Form, std::decay_t<Parameters>>(api, arguments)...);
+        CloudAPIImpl::of(*api).grants.listFiles(suffix, showAllFiles, completion<Result>(api, onComplete));
+    }
+
+private:
+    template <class Result, class Callback> static ResultDone<Result> completion(CloudAPI *api, Callback onComplete)
+    {
+        ResultDone<Result> adapter;
+        adapt<Form>(api, adapter, onComplete);
+        return adapter;
     }
 };
 

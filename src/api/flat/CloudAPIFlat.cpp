@@ -1,5 +1,6 @@
-#include "api/CloudAPIImpl.h"
 #include "api/flat/Adapters.h"
+#include "operations/Jobs.h"
+#include "operations/Tags.h"
 
 #include <cstdio>
 
@@ -18,8 +19,6 @@ constexpr void (CloudAPI::*submitText)(const std::string &,
                                        const CloudAPI::ResultDone<JobDetails> &) = &CloudAPI::submitNewJob;
 constexpr void (CloudAPI::*submitJob)(const JobSubmit &,
                                       const CloudAPI::ResultDone<JobDetails> &) = &CloudAPI::submitNewJob;
-constexpr void (CloudAPI::*searchTags)(const std::list<ItemTag> &,
-                                       const CloudAPI::ResultDone<std::list<JobDetails>> &) = &CloudAPI::searchUserTags;
 
 void traceLine(const std::string &text)
 {
@@ -229,22 +228,22 @@ void getJobDetails_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCall
 
 void getAllJobDetails(VelmoraCloudAPI *api, VelmoraJobListCallback onComplete)
 {
-    plain(api, &CloudAPI::getAllJobDetails, onComplete);
+    plain.list(api, onComplete, &Jobs::list);
 }
 
 void getAllJobDetails_Json(VelmoraCloudAPI *api, VelmoraJsonCallback onComplete)
 {
-    json(api, &CloudAPI::getAllJobDetails, onComplete);
+    json.list(api, onComplete, &Jobs::list);
 }
 
 void archiveJob(VelmoraCloudAPI *api, const char *jobId, VelmoraJobListCallback onComplete)
 {
-    plain(api, &CloudAPI::archiveJob, jobId, onComplete);
+    plain.list(api, onComplete, &Jobs::archive, jobId);
 }
 
 void archiveJob_Json(VelmoraCloudAPI *api, const char *jobId, VelmoraJsonCallback onComplete)
 {
-    json(api, &CloudAPI::archiveJob, jobId, onComplete);
+    json.list(api, onComplete, &Jobs::archive, jobId);
 }
 
 void killJob(VelmoraCloudAPI *api, const char *jobId, VelmoraAbortListCallback onComplete)
@@ -348,10 +347,10 @@ void getAllAccountTags_Json(VelmoraCloudAPI *api, const char *accountId, Velmora
 
 void searchUserTags(VelmoraCloudAPI *api, const VelmoraItemTags *tags, VelmoraJobListCallback onComplete)
 {
-    plain(api, searchTags, tags, onComplete);
+    plain.list(api, onComplete, &Tags::searchByTags, tags);
 }
 
 void searchUserTags_Json(VelmoraCloudAPI *api, const char *tags, VelmoraJsonCallback onComplete)
 {
-    json(api, searchTags, tags, onComplete);
+    json.list(api, onComplete, &Tags::searchByTags, tags);
 }

@@ -1,6 +1,7 @@
 // The flat functions that list, delete and transfer files.
 
 #include "api/flat/Adapters.h"
+#include "operations/Files.h"
 
 using namespace Velmora;
 using Flat::json;
@@ -8,34 +9,34 @@ using Flat::plain;
 
 void getJobFileList(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles, VelmoraFileListCallback onComplete)
 {
-    plain(api, &CloudAPI::getJobFileList, jobId, showAllFiles, onComplete);
+    plain.files(api, onComplete, showAllFiles, &Files::ofJob, jobId);
 }
 
 void getJobFileList_Json(VelmoraCloudAPI *api, const char *jobId, bool showAllFiles, VelmoraJsonCallback onComplete)
 {
-    json(api, &CloudAPI::getJobFileList, jobId, showAllFiles, onComplete);
+    json.files(api, onComplete, showAllFiles, &Files::ofJob, jobId);
 }
 
 void getSimulationFileList(VelmoraCloudAPI *api, const char *jobId, const char *simulationId, bool showAllFiles,
                            VelmoraFileListCallback onComplete)
 {
-    plain(api, &CloudAPI::getSimulationFileList, jobId, simulationId, showAllFiles, onComplete);
+    plain.files(api, onComplete, showAllFiles, &Files::ofSimulation, jobId, simulationId);
 }
 
 void getSimulationFileList_Json(VelmoraCloudAPI *api, const char *jobId, const char *simulationId, bool showAllFiles,
                                 VelmoraJsonCallback onComplete)
 {
-    json(api, &CloudAPI::getSimulationFileList, jobId, simulationId, showAllFiles, onComplete);
+    json.files(api, onComplete, showAllFiles, &Files::ofSimulation, jobId, simulationId);
 }
 
 void getUsersFileList(VelmoraCloudAPI *api, bool showAllFiles, VelmoraFileListCallback onComplete)
 {
-    plain(api, &CloudAPI::getUsersFileList, showAllFiles, onComplete);
+    plain.files(api, onComplete, showAllFiles, &Files::ofUser);
 }
 
 void getUsersFileList_Json(VelmoraCloudAPI *api, bool showAllFiles, VelmoraJsonCallback onComplete)
 {
-    json(api, &CloudAPI::getUsersFileList, showAllFiles, onComplete);
+    json.files(api, onComplete, showAllFiles, &Files::ofUser);
 }
 
 void deleteFile(VelmoraCloudAPI *api, const VelmoraDeleteFileDetails *file, VelmoraDeleteFileCallback onComplete)

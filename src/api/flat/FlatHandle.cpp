@@ -1,6 +1,5 @@
 // The flat functions of a handle itself: its life, its events, what an application keeps with it.
 
-#include "api/CloudAPIImpl.h"
 #include "api/flat/Adapters.h"
 
 using namespace Velmora;

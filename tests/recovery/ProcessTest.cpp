@@ -1,0 +1,135 @@
+#include "RecoveryFixture.h"
+
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+
+using namespace RecoveryTests;
+using namespace Velmora;
+
+namespace {
+
+// Whenever the process is killed, a file is the old one or the whole new one, here and at the service, and the next try
+// leaves nothing of the one before. VELMORA_KILLS: how often.
+TEST_F(RecoveryTest, process_killedAtAnyMoment_leavesFilesOldOrWhole)
+{
+    const string bytes = bytesOf(1, (16 << 20) + 5);
+    portal.addFile(job, "result", bytes);
+    write("input", bytes);
+    QDir(folder.path()).mkdir("to");
+    const QStringList transfers = {"down", job, "result", at("to/result"), "up", job, at("input")};
+    const auto run = [&](int milliseconds) {
+        Child child(portal, transfers);
+        child.go();
+        child.waitForFinished(milliseconds);
+        child.kill();
+        child.waitForFinished();
+        return child.readAll().count("moving");
+    };
+    const auto sent = [&] {
+        const auto all = portal.files(job);
+        const bool exists = std::any_of(all.begin(), all.end(), [](const auto &file) { return file.name == "input"; });
+        return exists ? portal.plainFile(job, "input").value_or("half of it") : string();
+    };
+
+    QElapsedTimer whole;
+    {
+        Child child(portal, transfers);
+        child.go();
+        whole.start();
+        ASSERT_EQ(child.end(), 0);
+    }
+    const double duration = double(whole.elapsed());
+    const int count = rounds("VELMORA_KILLS", 6);
+    std::mt19937 random(20);
+    int down[2] = {}, up[2] = {}, left = 0;
+    for (int i = 0; i < count; ++i) {
+        const int moment = int(duration * 1.6 * (i + double(random()) / double(std::mt19937::max())) / count);
+        SCOPED_TRACE("killed after " + std::to_string(moment) + " ms");
+        const string old = i % 2 ? "old" : "";
+        QFile::remove(at("to/result"));
+        portal.removeFile(job, "input");
+        if (!old.empty()) {
+            write("to/result", old);
+            portal.addFile(job, "input", old);
+        }
+        const int moving = run(moment);
+        ASSERT_TRUE(read("to/result") == old || read("to/result") == bytes);
+        ASSERT_TRUE(sent() == old || sent() == bytes);
+        ++down[read("to/result") == bytes];
+        ++up[sent() == bytes];
+        left += moving == 2 && sent() != bytes && filesIn("to") != "result";
+
+        Child again(portal, transfers);
+        again.go();
+        ASSERT_EQ(again.end(), 0) << again.readAll().toStdString();
+        ASSERT_TRUE(read("to/result") == bytes && sent() == bytes);
+        ASSERT_EQ(filesIn("to"), "result");
+    }
+    std::printf("%d kills within %.0f ms; old or none, new: download %d, %d, upload %d, %d; both under way: %d\n",
+                count, duration * 1.6, down[0], down[1], up[0], up[1], left);
+    EXPECT_GT(left, 0) << "no process was killed under way";
+    QTimer tick; // the portal's thread wakes no event loop
+    tick.start(5);
+    const auto isClean = [&] {
+        const QStringList stores = QDir(private_.path()).entryList({"storage-*"}, QDir::Dirs);
+        return !stores.isEmpty() && QDir(private_.filePath(stores[0])).entryList({"new-*"}).isEmpty();
+    };
+    EXPECT_TRUE(waitUntil(isClean)) << "the portal keeps half an upload";
+}
+
+// Two processes and two sessions of this one, in one folder: files of one name and one base name to targets of their
+// own, and to one that they share. VELMORA_ROUNDS: how often.
+TEST_F(RecoveryTest, processesAndSessions_inOneFolder_neverMixFiles)
+{
+    const string contents[] = {bytesOf(2, (5 << 20) + 1), bytesOf(3, 4 << 20)};
+    const char *const names[] = {"sim-1/same.bin", "sim-2/same.bin"};
+    for (int i = 0; i < 2; ++i)
+        portal.addFile(job, names[i], contents[i]);
+    QDir(folder.path()).mkdir("to");
+    const std::unique_ptr<CloudAPI> sessions[] = {session(), session()};
+    for (int round = rounds("VELMORA_ROUNDS", 2); round > 0; --round) {
+        SCOPED_TRACE(round);
+        const auto target = [&](int owner, int i) {
+            return i == 2 ? at("to/shared") : at(QStringLiteral("to/%1-%2").arg(owner).arg(i));
+        };
+        std::vector<std::unique_ptr<Child>> children;
+        for (const int owner : {0, 1}) {
+            QStringList transfers;
+            for (const int i : {0, 1, 2}) // the third is one of the two
+                transfers += {"down", job, names[i == 2 ? owner : i], target(owner, i)};
+            children.push_back(std::make_unique<Child>(portal, transfers));
+        }
+        for (const auto &child : children)
+            child->go();
+        int completed = 0;
+        for (const int owner : {2, 3}) {
+            for (const int i : {0, 1, 2})
+                sessions[owner - 2]->downloadFile(
+                    {target(owner, i).toStdString(), {job, names[i == 2 ? owner - 2 : i], 0, 0, {}, false}}, {},
+                    [&](const ApiError &error, const FileDownloadDetails &) {
+                        ++completed;
+                        EXPECT_EQ(error.errorCode, 200) << error.errorMessage;
+                    });
+        }
+        ASSERT_TRUE(waitUntil([&] { return completed == 6; }, 60000));
+        for (const auto &child : children)
+            ASSERT_EQ(child->end(), 0) << child->readAll().toStdString();
+        QStringList expected = {"shared"};
+        for (int owner = 0; owner < 4; ++owner) {
+            for (const int i : {0, 1}) {
+                ASSERT_TRUE(read(QStringLiteral("to/%1-%2").arg(owner).arg(i)) == contents[i]) << owner << ' ' << i;
+                expected.append(QStringLiteral("%1-%2").arg(owner).arg(i));
+            }
+        }
+        ASSERT_TRUE(read("to/shared") == contents[0] || read("to/shared") == contents[1]);
+        expected.sort();
+        ASSERT_EQ(filesIn("to"), expected.join(' ').toStdString());
+        for (const QString &name : expected)
+            QFile::remove(at("to/" + name));
+    }
+}
+
+} // namespace

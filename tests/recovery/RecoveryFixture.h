@@ -1,0 +1,121 @@
+#pragma once
+
+// A local portal, a folder, and applications in processes of their own that transfer files between them.
+
+#include "support/Loopback.h"
+
+#include "portal/Portal.h"
+
+#include <velmora/CloudAPI.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <string>
+
+namespace RecoveryTests {
+
+using std::string;
+
+inline constexpr char job[] = "job-wing0001";
+
+inline string bytesOf(unsigned int seed, std::size_t size)
+{
+    std::mt19937 random(seed);
+    string bytes(size, '\0');
+    for (char &byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}
+
+/// How often a test goes round: what the variable says, for long runs.
+inline int rounds(const char *variable, int otherwise)
+{
+    const int wanted = qEnvironmentVariableIntValue(variable);
+    return wanted > 0 ? wanted : otherwise;
+}
+
+/// `velmora_recovery_child`, signed in and waiting for `go`.
+class Child : public QProcess {
+public:
+    Child(const VelmoraPortal::Portal &portal, const QStringList &transfers)
+    {
+        const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
+        setProcessChannelMode(ForwardedErrorChannel);
+        start(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora_recovery_child"),
+              QStringList{QString::fromStdString(portal.caFile()), QString::fromStdString(user.email),
+                          QString::fromStdString(user.password)} +
+                  transfers);
+        while (!canReadLine() && waitForReadyRead(10000)) {
+        }
+        EXPECT_EQ(readLine(), "ready\n");
+    }
+    ~Child() override
+    {
+        kill();
+        waitForFinished();
+    }
+
+    void go() { write("\n"), waitForBytesWritten(); }
+    /// The exit code; -1 when it does not end.
+    int end()
+    {
+        const bool ended = state() == NotRunning || waitForFinished(60000);
+        return ended && exitStatus() == NormalExit ? exitCode() : -1;
+    }
+};
+
+class RecoveryTest : public testing::Test {
+protected:
+    explicit RecoveryTest(std::int64_t pieceSize = 1 << 20)
+        : portal(options(pieceSize, private_.path()))
+    {
+    }
+
+    static VelmoraPortal::Options options(std::int64_t pieceSize, const QString &folder)
+    {
+        VelmoraPortal::Options options;
+        options.directory = folder.toStdString();
+        options.storage.pieceSize = pieceSize;
+        return options;
+    }
+    QString at(const QString &name) const { return folder.filePath(name); }
+    void write(const QString &name, const string &bytes) const
+    {
+        QFile file(at(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes.data(), qint64(bytes.size())) >= 0);
+    }
+    string read(const QString &name) const
+    {
+        QFile file(at(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : string();
+    }
+    string filesIn(const QString &name) const
+    {
+        const auto all = QDir(at(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        return all.join(' ').toStdString();
+    }
+    std::unique_ptr<Velmora::CloudAPI> session() const
+    {
+        const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
+        auto api = std::make_unique<Velmora::CloudAPI>();
+        api->logUserIn(user.email, user.password, "", {});
+        EXPECT_TRUE(waitUntil([&] { return api->isUserLoggedIn(); }));
+        return api;
+    }
+
+    QTemporaryDir folder;
+    QTemporaryDir private_; ///< the portal's
+    VelmoraPortal::Portal portal;
+    ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
+    ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
+};
+
+} // namespace RecoveryTests

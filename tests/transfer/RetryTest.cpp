@@ -1,0 +1,433 @@
+// Transfers that break and go on: what the storage answers to each try, and what becomes of the file.
+
+#include "transfer/TransferFixture.h"
+
+#include "storage/Sink.h"
+#include "storage/WorkingFile.h"
+
+namespace {
+
+constexpr int retries = 2;
+constexpr auto etag = "\"a\"";
+
+/// What a path answers to one request; `bytes` is what is stored there.
+using Reply = std::function<Answer(const ReceivedRequest &request, const QByteArray &bytes)>;
+using Replies = QList<Reply>;
+
+QByteArray tagged(const QByteArray &tag) { return tag.isEmpty() ? QByteArray() : "ETag: " + tag + "\r\n"; }
+
+Reply status(int code)
+{
+    return [code](const auto &, const auto &) { return answer(code); };
+}
+Reply always(const Answer &same)
+{
+    return [same](const auto &, const auto &) { return same; };
+}
+/// All of the file.
+Reply whole(const QByteArray &tag = etag)
+{
+    return [tag](const auto &, const QByteArray &bytes) { return answer(200, bytes, "x/y", tagged(tag)); };
+}
+/// What an answer holds but its last `missing` bytes.
+Reply cut(const Reply &reply, int missing)
+{
+    return [=](const ReceivedRequest &request, const QByteArray &bytes) {
+        const Answer full = reply(request, bytes);
+        return full.cut(full.bytes.size() - missing);
+    };
+}
+/// As much of another file with the same length.
+Reply cutOfAnother(int missing)
+{
+    return [missing](const auto &, const QByteArray &bytes) {
+        const Answer full = answer(200, QByteArray(bytes.size(), 'x'), "x/y", tagged("\"b\""));
+        return full.cut(full.bytes.size() - missing);
+    };
+}
+/// From `shift` bytes behind what was asked for, with a range that says `total` (%1 is the real one).
+Reply rest(const QByteArray &tag = etag, int shift = 0, const char *total = "%1")
+{
+    return [=](const ReceivedRequest &request, const QByteArray &bytes) {
+        const int from = request.header("Range").mid(6).chopped(1).toInt() + shift; // bytes=FROM-
+        const QString range = QString("bytes %1-%2/").arg(from).arg(bytes.size() - 1) +
+                              QString(total).replace("%1", QString::number(bytes.size()));
+        return answer(206, bytes.mid(from), "x/y", tagged(tag) + "Content-Range: " + range.toLatin1() + "\r\n");
+    };
+}
+/// Stops for good before its last `missing` bytes.
+Reply stall(int missing)
+{
+    return [missing](const auto &, const QByteArray &bytes) {
+        const Answer full = answer(200, bytes, "x/y", tagged(etag));
+        return full.paused(full.bytes.size() - missing);
+    };
+}
+
+class RetryTest : public TransferTest {
+protected:
+    RetryTest()
+    {
+        loopback.server.setHandler([this](const ReceivedRequest &request) {
+            Replies &left = script[request.target];
+            return left.isEmpty() ? serve(request) : left.takeFirst()(request, stored.value(request.target));
+        });
+        setOptions([](ClientOptions &changed) { changed.transferRetries = retries; });
+    }
+    void setOptions(const std::function<void(ClientOptions &)> &change)
+    {
+        change(options);
+        api->setClientOptions(options);
+        partsOf(*api).transfers.setFirstRetryPause(1);
+    }
+    QList<ReceivedRequest> requestsTo(const QByteArray &target) const
+    {
+        QList<ReceivedRequest> found;
+        for (const ReceivedRequest &request : loopback.server.requests()) {
+            if (request.target.startsWith(target))
+                found.append(request);
+        }
+        return found;
+    }
+
+    ClientOptions options;
+    QMap<QString, Replies> script; ///< by the target, what its next requests get
+};
+
+TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
+{
+    constexpr int late = 100000, early = 650000; // bytes that are missing: some had been written, none had
+    constexpr auto cutText = "before its answer was complete";
+    struct Row {
+        const char *name;
+        Replies replies;
+        QByteArray ranged; ///< of each request: whether it asked for a part
+        int code = 200;
+        const char *message = "";
+        int listings = 0;
+    };
+    const Row rows[] = {
+        {"the rest, late", {cut(whole(), late), rest()}, "-r"},
+        {"the rest, early", {cut(whole(), early), rest()}, "-r"},
+        {"the last block", {cut(whole(), 16), rest()}, "-r"},
+        {"within a block", {cut(whole(), late + 5), rest()}, "-r"},
+        {"twice", {cut(whole(), early), cut(rest(), late), rest()}, "-rr"},
+        {"nothing came", {always(hangUp()), whole()}, "--"},
+        {"no ETag", {cut(whole({}), late), whole()}, "--"},
+        {"a weak ETag", {cut(whole("W/\"a\""), late), whole()}, "--"},
+        {"ranges ignored", {cut(whole(), late), whole()}, "-r"},
+        {"another file, late", {cutOfAnother(late), whole()}, "-r"},
+        {"another file, early", {cutOfAnother(early), whole()}, "-r"},
+        {"another file, and it breaks", {cutOfAnother(late), cut(whole(), early), rest()}, "-rr"},
+        {"another file, empty", {cut(whole(), late), always(answer(200))}, "-r", 400, "empty piece"},
+        {"another range", {cut(whole(), late), rest(etag, -16), whole()}, "-r-"},
+        {"a range without its length", {cut(whole(), late), rest(etag, 0, "*"), whole()}, "-r-"},
+        {"a longer file", {cut(whole(), late), rest(etag, 0, "9%1"), whole()}, "-r-"},
+        {"a range of another file", {cut(whole(), late), rest("\"b\""), whole()}, "-r-"},
+        {"no such range", {cut(whole(), late), status(416), whole()}, "-r-"},
+        {"refused, then another address", {cut(whole(), late), status(403), rest()}, "-rr", 200, "", 1},
+        {"gone", {status(410), status(404), whole()}, "---", 200, "", 2},
+        {"busy", {status(503), status(429), whole()}, "---"},
+        {"busy later", {cut(whole(), late), status(408), rest()}, "-rr"},
+        {"stalled", {stall(late), rest()}, "-r"},
+        {"breaks each time", {cut(whole(), 3), cut(rest(), 2), cut(rest(), 1)}, "-rr", 400, cutText},
+        {"busy each time", {status(500), status(500), status(500)}, "---", 500, "status 500"},
+        {"refused for good", {status(400)}, "-", 400, "status 400"},
+        {"a part unasked", {always(answer(206, "x"))}, "-", 400, "status 206"},
+        {"damaged", {always(answer(200, QByteArray(160, 'x')))}, "-", 400, "does not decrypt"},
+    };
+    for (const auto &[name, replies, ranged, code, message, listings] : rows) {
+        SCOPED_TRACE(name);
+        setOptions([stalls = QByteArray(name).startsWith("stalled")](ClientOptions &changed) {
+            changed.stallTimeout = stalls ? 1 : 0;
+        });
+        stored.clear();
+        listing = {};
+        const QByteArray contents[] = {noise(700000), noise(700001), noise(700002)};
+        QJsonArray chunks;
+        for (int number = 1; number <= 3; ++number)
+            chunks.append(piece(pieceName(number), contents[number - 1]));
+        list(chunks);
+        // The first piece goes straight into the joined file, the last one into a file of its own.
+        for (const char *path : {"/s/p0", "/s/p2"})
+            script[path] = replies;
+        const qint64 before[] = {requestsTo("/s/p0").size(), requestsTo("/s/p2").size(), seen(listPath)};
+        down = {};
+        partsOf(*api).grants.forget();
+        download(wanted());
+        ASSERT_TRUE(down.wait());
+        down.expect(code, code < 300 ? "Download Success" : "Unable to download file", message);
+        EXPECT_TRUE(down.monotone);
+        EXPECT_TRUE(code >= 300 || read("to/res.dat") == contents[0] + contents[1] + contents[2]) << "a wrong file";
+        bool asExpected = false;
+        for (const int index : {0, 1}) {
+            QByteArray seenRanges;
+            for (const ReceivedRequest &request : requestsTo(index == 0 ? "/s/p0" : "/s/p2").mid(int(before[index]))) {
+                const bool isPart = !request.header("Range").isNull();
+                seenRanges += isPart ? 'r' : '-';
+                EXPECT_EQ(request.header("If-Range").isNull(), !isPart);
+            }
+            asExpected = asExpected || seenRanges == ranged;
+            EXPECT_TRUE(seenRanges == ranged || code >= 300) << seenRanges.toStdString();
+        }
+        EXPECT_TRUE(asExpected) << "one of the pieces failed by itself, not as its neighbour did";
+        const qint64 fresh = seen(listPath) - before[2] - 1; // of the two pieces, which may share them
+        EXPECT_TRUE(fresh >= listings && fresh <= 2 * listings) << fresh;
+        QFile::remove(qt("to/res.dat"));
+    }
+}
+
+TEST_F(RetryTest, upload_breaks_startsAgain)
+{
+    const Reply taken = status(201), none = always(hangUp());
+    struct Row {
+        const char *name;
+        const char *path; ///< what is answered so
+        Replies replies;
+        int code = 201;
+        const char *message = "";
+        int sent = 1; ///< bodies
+        int addresses = 1;
+    };
+    const Row rows[] = {
+        {"not answered", "/s/up", {none, status(503), taken}, 201, "", 3},
+        {"stalled", "/s/up", {always(silence()), taken}, 201, "", 2},
+        {"answer cut", "/s/up", {cut(status(200), 3), taken}, 201, "", 2},
+        {"busy", "/s/up", {status(429), status(408), taken}, 201, "", 3},
+        {"refused, then another address", "/s/up", {status(403), taken}, 201, "", 2, 2},
+        {"gone, then another address", "/s/up", {status(410), status(401), taken}, 201, "", 3, 3},
+        {"too large", "/s/up", {status(413)}, 413, "The storage answered with the status 413."},
+        {"busy each time", "/s/up", {status(507), status(507), status(507)}, 507, "status 507", 3},
+        {"stalled each time",
+         "/s/up",
+         {always(silence()), always(silence()), always(silence())},
+         400,
+         "Nothing was sent to or received from",
+         3},
+        {"no key at first", keyPath, {none, status(500), status(200)}, 400, "usable", 0, 0},
+        {"a key at last", keyPath, {none}},
+        {"no key", keyPath, {status(403)}, 403, "", 0, 0},
+        {"no address at first", addressPath, {status(502), none}, 201, "", 1, 3},
+        {"no address", addressPath, {status(404)}, 404, "", 0, 1},
+        {"never an address", addressPath, {status(503), status(503), status(503)}, 503, "", 0, 3},
+    };
+    const QByteArray content = noise(400000);
+    const std::string path = write("f", content);
+    for (const auto &[name, answered, replies, code, message, sent, addresses] : rows) {
+        SCOPED_TRACE(name);
+        setOptions([stalls = QByteArray(name).startsWith("stalled")](ClientOptions &changed) {
+            changed.stallTimeout = stalls ? 1 : 0;
+        });
+        partsOf(*api).grants.forget();
+        script = {{"/s/up", {taken}}};
+        script[answered] = replies;
+        const qint64 before[] = {seen("/s/up"), seen(addressPath)};
+        up = {};
+        upload(path);
+        ASSERT_TRUE(up.wait());
+        up.expect(code, code < 300 ? "" : up.error.errorTitle, message);
+        EXPECT_TRUE(up.monotone);
+        EXPECT_EQ(seen("/s/up") - before[0], sent);
+        EXPECT_EQ(seen(addressPath) - before[1], addresses);
+        EXPECT_TRUE(code >= 300 || crypt(loopback.server.requests().last().body, false) == content) << "a wrong file";
+    }
+    const Reply changing = [this](const auto &, const auto &) {
+        write("f", noise(5000));
+        return answer(503);
+    };
+    script = {{"/s/up", {changing, taken}}};
+    up = {};
+    upload(path);
+    ASSERT_TRUE(up.wait());
+    EXPECT_TRUE(crypt(loopback.server.requests().last().body, false) == noise(5000)) << "not looked at anew";
+    // In the midst of a body. The address has grown too old for each try, so that the second one is seen to come.
+    qint64 now = 0;
+    partsOf(*api).grants.setClock([&now] { return now += 3600000; });
+    loopback.server.interrupt("/s/up", {3000000, {}, Interruption::Resets});
+    script = {{addressPath,
+               {[this](const ReceivedRequest &request, const auto &) { return serve(request); },
+                [this](const ReceivedRequest &request, const auto &) {
+                    loopback.server.interrupt("/s/up", {1 << 30, {}});
+                    return serve(request);
+                }}}};
+    write("f", noise(6000000));
+    up = {};
+    upload(path);
+    ASSERT_TRUE(up.wait());
+    up.expect(204, "", "");
+    EXPECT_TRUE(up.monotone);
+}
+
+TEST_F(RetryTest, waitsForItsNextTry_cancelledOrDestroyed_endsAtOnce)
+{
+    partsOf(*api).transfers.setFirstRetryPause(100000);
+    const FileUploadDetails file{write("f", noise(10)), "J1", 0};
+    list({piece(pieceName(1), noise(100))});
+    for (const char *path : {"/s/up", "/s/p0"})
+        script[path] = {status(503), status(503)};
+    for (const bool destroys : {false, true}) {
+        const auto before = seen("/s/");
+        up = {};
+        down = {};
+        upload(file.localFileLocation);
+        download(wanted());
+        ASSERT_TRUE(waitUntil([&] { return seen("/s/") == before + 2; }));
+        EXPECT_FALSE(waitUntil([&] { return up.completions + down.completions > 0; }, 100));
+        EXPECT_TRUE(destroys || (api->cancelUpload(file) && api->cancelDownload(wanted())));
+        if (destroys)
+            api.reset();
+        EXPECT_EQ(up.completions + down.completions, destroys ? 0 : 2);
+        EXPECT_EQ(filesIn("to"), QStringList());
+    }
+}
+
+// What a piece wrote into a joined file is taken back, and nothing before it.
+TEST_F(RetryTest, sink_startsAgainBehindOtherPieces_leavesThemAlone)
+{
+    const QByteArray content = noise(2000000), cipher = crypt(content, true);
+    const auto file = std::make_shared<WorkingFile>(folder.path(), "x");
+    ASSERT_TRUE(file->open() && file->write("before", 6));
+    QThreadPool pool;
+    const auto sink = std::make_shared<Sink>(file, key);
+    for (const int size : {0, 5, 600000, 1000000, cipher.size()}) {
+        sink->restart();
+        sink->begin(&pool, [] {});
+        for (int at = 0; at < size; at += 16384) {
+            const int part = std::min(16384, size - at);
+            while (sink->put(cipher.constData() + at, std::size_t(part)) == Sink::State::Full)
+                pool.waitForDone();
+        }
+        EXPECT_EQ(sink->received(), size);
+        if (size == 1000000)
+            pool.waitForDone(); // written, as far as it can be
+        sink->detach();
+    }
+    EXPECT_TRUE(sink->finish()) << sink->problem().toStdString();
+    EXPECT_TRUE(read("UNCONFIRMED_DOWNLOAD.x.VELMORA") == "before" + content);
+    file->remove();
+}
+
+// Who leaves the caches, whatever the options. Each action is followed by an upload and a download.
+TEST_F(RetryTest, address_refusedOrOutdated_isAskedForAnew)
+{
+    setOptions([](ClientOptions &changed) { changed.transferRetries = 0; });
+    qint64 now = 1000000000;
+    partsOf(*api).grants.setClock([&now] { return now; });
+    const std::string path = write("f", noise(10)), same = write("res.dat", noise(10));
+    list({piece(pieceName(1), noise(100))});
+    const auto transfer = [&](const std::string &source, bool downloads) {
+        up = {};
+        down = {};
+        downloads ? download(wanted()) : upload(source);
+        ASSERT_TRUE(downloads ? down.wait() : up.wait());
+    };
+    const auto remove = [&](const char *name, bool &done) {
+        api->deleteFile({"J1", "", name}, [&done](const ApiError &, const DeleteFileDetails &) { done = true; });
+        ASSERT_TRUE(waitUntil([&] { return done; }));
+    };
+    bool done = false;
+    const std::tuple<const char *, std::function<void()>, int, int> rows[] = {
+        {"nothing", [] {}, 0, 0},
+        {"an upload is refused", [&] { script["/s/up"] = {status(403)}, transfer(path, false); }, 1, 0},
+        {"an upload is too large", [&] { script["/s/up"] = {status(413)}, transfer(path, false); }, 0, 0},
+        {"a piece is refused", [&] { script["/s/p0"] = {status(404)}, transfer(path, true); }, 0, 1},
+        {"a piece cannot be had", [&] { script["/s/p0"] = {status(500)}, transfer(path, true); }, 0, 0},
+        {"the file is uploaded", [&] { transfer(same, false); }, 0, 1},
+        {"the file is not uploaded", [&] { script["/s/up"] = {status(500)}, transfer(same, false); }, 0, 1},
+        {"another file is uploaded", [&] { transfer(path, false); }, 0, 0},
+        {"the file is deleted", [&] { remove("out/res.dat", done); }, 0, 1},
+        {"another file is deleted", [&] { done = false, remove("out/res", done); }, 0, 0},
+        {"the clock is set back", [&] { now -= 1; }, 1, 1},
+        {"time passes", [&] { now += 1800000; }, 0, 0},
+        {"more time passes", [&] { now += 1; }, 1, 1},
+    };
+    transfer(path, false);
+    transfer(path, true);
+    for (const auto &[name, act, addresses, listings] : rows) {
+        SCOPED_TRACE(name);
+        act();
+        const qint64 before[] = {seen(addressPath), seen(listPath)};
+        transfer(path, false);
+        up.expect(204, "", "");
+        transfer(path, true);
+        down.expect(200, "Download Success", "");
+        EXPECT_EQ(seen(addressPath) - before[0], addresses);
+        EXPECT_EQ(seen(listPath) - before[1], listings);
+    }
+}
+
+TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
+{
+    qint64 now = 1000000000;
+    partsOf(*api).grants.setClock([&now] { return now; });
+    for (const char *version : {"same", "another", "without the piece"}) {
+        SCOPED_TRACE(version);
+        QByteArray whole;
+        QJsonArray chunks;
+        stored.clear();
+        for (int number = 0; number < 8; ++number) { // six are received at a time
+            chunks.append(piece(pieceName(number), noise(1000 + number)));
+            whole += noise(1000 + number);
+            faults[QStringLiteral("/s/p%1").arg(number)] = answer(200, stored[QStringLiteral("/s/p%1").arg(number)]);
+        }
+        listing = {};
+        list(chunks);
+        for (int number = 0; number < 6; ++number)
+            script[QStringLiteral("/s/p%1").arg(number)] = {
+                [](const auto &, const QByteArray &bytes) { return answer(200, bytes).paused(100); }};
+        const qint64 before = seen(listPath);
+        down = {};
+        partsOf(*api).grants.forget();
+        download(wanted());
+        ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 6; }));
+        for (int number = 6; number < 8; ++number) {
+            QJsonObject chunk = chunks[number].toObject();
+            chunk["uri"] = url(QStringLiteral("/s/p%1?fresh").arg(number));
+            if (std::string(version).front() == 'w')
+                chunk["fileName"] = pieceName(20 + number);
+            chunks[number] = chunk;
+        }
+        listing = {};
+        list(chunks);
+        if (std::string(version).front() == 'a')
+            listing[0] = QJsonObject{
+                {"jobId", "J1"}, {"fileName", "out/res.dat"}, {"downloadRequest", chunks}, {"fileHash", "another"}};
+        now += 1800001;
+        loopback.server.resume();
+        ASSERT_TRUE(down.wait());
+        EXPECT_EQ(seen(listPath) - before, 2);
+        if (std::string(version).front() != 's') {
+            down.expect(400, "Unable to download file", "was changed in the cloud");
+            continue;
+        }
+        down.expect(200, "Download Success", "");
+        EXPECT_TRUE(read("to/res.dat") == whole);
+        EXPECT_EQ(seen("/s/p6?fresh") + seen("/s/p7?fresh"), 2);
+    }
+    // What waits in the queue of its server, behind others.
+    setOptions([](ClientOptions &changed) { changed.connectionsPerHost = 1; });
+    stored.clear();
+    faults.clear();
+    listing = {};
+    partsOf(*api).grants.forget();
+    list({piece(pieceName(1), noise(3000000))});
+    list({piece(pieceName(1), noise(100))}, "another");
+    script["/s/p0"] = {[](const auto &, const QByteArray &bytes) { return answer(200, bytes).paused(2000000); }};
+    const qint64 before = seen(listPath);
+    down = {};
+    FileDownloadDetails large = wanted();
+    large.cloudFileDetails.fileSize = 3000000;
+    download(large);
+    ASSERT_TRUE(waitUntil([&] { return down.progress > 1000000; }));
+    now += 1800000 - 20; // 20 ms are left, and the first one, which stops, keeps its turn for longer
+    Transfer<FileDownloadDetails> second;
+    api->downloadFile(wanted("to/second", "another"), second.progressed(), second.completed());
+    now += 21;
+    ASSERT_TRUE(second.wait());
+    loopback.server.resume();
+    ASSERT_TRUE(down.wait());
+    second.expect(200, "Download Success", "");
+    EXPECT_EQ(seen(listPath) - before, 2);
+}
+
+} // namespace
