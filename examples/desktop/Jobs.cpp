@@ -3,19 +3,13 @@
 #include "Text.h"
 
 #include <QDateTime>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLocale>
-#include <QTimer>
 
 #include <algorithm>
 
 using Velmora::ApiError;
 
 namespace {
-
-constexpr int ReconnectMs = 3000;
 
 bool isActive(const QString &status)
 {
@@ -49,7 +43,7 @@ void Jobs::load(const Velmora::CloudAPI::Done &onLoaded)
         }
         for (int row = rowCount() - 1; row >= 0 && succeeded(error); --row)
             if (const QString id = item(row, Name)->data(IdRole).toString(); !listed.contains(id)) {
-                m_api.unsubscribeFromJob(id.toStdString());
+                m_api.stopFollowing(id.toStdString());
                 m_followed.remove(id);
                 removeRow(row);
             }
@@ -94,10 +88,10 @@ int Jobs::rowOf(const QString &id) const
     return found.isEmpty() ? -1 : found.first().row();
 }
 
-void Jobs::setStatus(int row, const QString &status, const QString &remark)
+void Jobs::setStatus(int row, const QString &status)
 {
     item(row, Status)->setData(status, StatusRole);
-    item(row, Status)->setText(status.left(1).toUpper() + status.mid(1) + remark);
+    item(row, Status)->setText(status.left(1).toUpper() + status.mid(1));
     const QVariantMap simulations = item(row, Progress)->data(SimulationsRole).toMap();
     int percent = 0;
     for (const QVariant &progress : simulations)
@@ -128,7 +122,6 @@ void Jobs::noteProgress(const QString &id, const QString &simulation, int percen
     if (row < 0)
         return;
     QVariantMap simulations = item(row, Progress)->data(SimulationsRole).toMap();
-    // An answer and a message may overtake each other.
     simulations[simulation] = std::max(simulations.value(simulation).toInt(), std::clamp(percent, 0, 100));
     item(row, Progress)->setData(simulations, SimulationsRole);
     setStatus(row, item(row, Status)->data(StatusRole).toString());
@@ -141,7 +134,7 @@ void Jobs::stop(const QString &id)
     m_api.killJob(id.toStdString(), [this, id](const ApiError &error, const auto &) {
         const int row = rowOf(id);
         if (row >= 0 && !succeeded(error))
-            setError(row, tr("Could not be stopped: %1").arg(explain(error)), tr("Try Again"));
+            setError(row, tr("Could not be stopped: %1").arg(explain(error, m_api)), tr("Try Again"));
         look(id);
     });
 }
@@ -160,44 +153,19 @@ void Jobs::follow(const QString &id)
     if (m_followed.contains(id) || !isActive(item(row, Status)->data(StatusRole).toString()))
         return;
     m_followed.insert(id);
-    m_api.getJobProgress(id.toStdString(), [this, id](const ApiError &, const Velmora::JobProgress &progress) {
-        for (const auto &simulation : progress.simulationProgressList)
-            noteProgress(id, toQt(simulation.simulationId), simulation.progress);
-    });
-    m_api.subscribeToJob(
+    m_api.followJob(
         id.toStdString(),
-        [this, id](const ApiError &, const std::string &, const std::string &text) { onMessage(id, text); },
-        [this, id](const ApiError &error, const std::string &, const std::string &) {
-            onMessagesEnd(id, !succeeded(error));
+        [this, id](const Velmora::JobProgress &progress) {
+            for (const auto &simulation : progress.simulationProgressList)
+                noteProgress(id, toQt(simulation.simulationId), simulation.progress);
+            if (const int row = rowOf(id); row >= 0 && item(row, Status)->data(StatusRole) != QLatin1String("running"))
+                look(id);
+        },
+        [this, id](const ApiError &error, const Velmora::JobDetails &job) {
+            m_followed.remove(id);
+            if (!job.jobId.empty())
+                update(job);
+            else if (const int row = rowOf(id); row >= 0)
+                setError(row, tr("Cannot be followed any more: %1").arg(explain(error, m_api)), QString());
         });
-}
-
-void Jobs::onMessage(const QString &id, const std::string &text)
-{
-    const int row = rowOf(id);
-    if (row < 0)
-        return;
-    const QJsonObject message = QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
-    QJsonArray simulations = message.value(QLatin1String("simulationProgressList")).toArray();
-    if (message.contains(QLatin1String("simulationId")))
-        simulations.append(message);
-    else if (const QString status = message.value(QLatin1String("status")).toString(); !status.isEmpty())
-        setStatus(row, status.toLower());
-    for (const QJsonValue simulation : qAsConst(simulations))
-        noteProgress(id, simulation[QLatin1String("simulationId")].toString(),
-                     simulation[QLatin1String("progress")].toInt());
-}
-
-/// No more messages come. Whether the job has ended too, only its details say.
-void Jobs::onMessagesEnd(const QString &id, bool lost)
-{
-    m_api.unsubscribeFromJob(id.toStdString());
-    if (const int row = rowOf(id); lost && row >= 0)
-        setStatus(row, item(row, Status)->data(StatusRole).toString(), tr(", reconnecting…"));
-    if (!lost)
-        look(id);
-    QTimer::singleShot(ReconnectMs, this, [this, id] {
-        m_followed.remove(id);
-        look(id);
-    });
 }

@@ -32,13 +32,11 @@ public:
 private:
     int rowOf(const QString &id) const;
     int insert(const Velmora::JobDetails &job, long long submitted);
-    void setStatus(int row, const QString &status, const QString &remark = {});
+    void setStatus(int row, const QString &status);
     void setError(int row, const QString &error, const QString &action, bool actionEnabled = true);
     void noteProgress(const QString &id, const QString &simulation, int percent);
     void look(const QString &id);
     void follow(const QString &id);
-    void onMessage(const QString &id, const std::string &text);
-    void onMessagesEnd(const QString &id, bool lost);
 
     Velmora::CloudAPI &m_api;
     QSet<QString> m_followed;

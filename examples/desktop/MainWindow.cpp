@@ -45,6 +45,9 @@ MainWindow::MainWindow()
     , m_empty(new QLabel)
     , m_error(new QLabel)
 {
+    Velmora::ClientOptions options = Velmora::ClientOptions::robust();
+    options.caFile = qEnvironmentVariable("VELMORA_CA").toStdString();
+    m_api.setClientOptions(options);
     addActions();
     auto *splitter = new QSplitter(Qt::Vertical);
     splitter->addWidget(jobArea());
@@ -143,14 +146,14 @@ void MainWindow::load()
     m_jobs->load([this](const ApiError &error) {
         m_refresh->setEnabled(true);
         if (!succeeded(error))
-            showListError(tr("The jobs could not be loaded. %1").arg(explain(error)));
+            showListError(tr("The jobs could not be loaded. %1").arg(explain(error, m_api)));
         showJobs(succeeded(error) ? tr("No jobs yet. Start one with “New Job…”.") : QString());
     });
     if (m_accounts->count() > 0)
         return;
     m_api.getAccountList([this](const ApiError &error, const std::list<Velmora::AccountDetails> &accounts) {
         if (!succeeded(error))
-            showListError(tr("The accounts could not be loaded. %1").arg(explain(error)));
+            showListError(tr("The accounts could not be loaded. %1").arg(explain(error, m_api)));
         for (const auto &account : accounts)
             m_accounts->addItem(toQt(account.accountName), toQt(account.accountId));
     });

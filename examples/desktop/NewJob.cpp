@@ -57,7 +57,7 @@ void NewJob::advance()
     m_row->setPhase(tr("Asking for a job id…"));
     m_api.generateNewJobID(m_job.accountID, [this](const ApiError &error, const std::string &id) {
         if (!succeeded(error))
-            return m_row->fail(explain(error));
+            return m_row->fail(explain(error, m_api));
         m_job.jobID = id;
         sendInputs();
     });

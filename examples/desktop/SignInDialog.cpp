@@ -89,7 +89,7 @@ void SignInDialog::begin()
         return signIn();
     m_api.checkMFAEnabled(user().toStdString(), [this](const Velmora::ApiError &error, bool enabled) {
         if (!succeeded(error))
-            return stay(explain(error), m_user);
+            return stay(explain(error, m_api), m_user);
         if (!enabled)
             return signIn();
         showMfa(true);
@@ -103,7 +103,7 @@ void SignInDialog::signIn()
     m_api.logUserIn(user().toStdString(), m_password->text().toStdString(), code.toStdString(),
                     [this](const Velmora::ApiError &error) {
                         if (!succeeded(error))
-                            return stay(explain(error), m_mfa->isHidden() ? m_password : m_mfa);
+                            return stay(explain(error, m_api), m_mfa->isHidden() ? m_password : m_mfa);
                         setBusy(false);
                         m_password->clear();
                         accept();

@@ -15,8 +15,9 @@ constexpr int Steps = 1000; // of the bar: an int would not hold the bytes of a 
 
 } // namespace
 
-TaskRow::TaskRow(const QString &name, QWidget *parent)
+TaskRow::TaskRow(const Velmora::CloudAPI &api, const QString &name, QWidget *parent)
     : QFrame(parent)
+    , m_api(api)
     , m_name(name)
     , m_label(new QLabel)
     , m_bar(new QProgressBar)
@@ -84,7 +85,7 @@ bool TaskRow::end(const Velmora::ApiError &error, const QString &phase)
     settle(done          ? phase
            : m_cancelled ? tr("Cancelled")
                          : tr("Failed"),
-           done || m_cancelled ? QString() : explain(error));
+           done || m_cancelled ? QString() : explain(error, m_api));
     if (done)
         setProgress(1, 1);
     m_button->setHidden(done);

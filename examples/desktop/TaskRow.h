@@ -2,7 +2,7 @@
 #ifndef DESKTOP_TASKROW_H
 #define DESKTOP_TASKROW_H
 
-#include <velmora/Records.h>
+#include <velmora/CloudAPI.h>
 
 #include <QFrame>
 
@@ -18,7 +18,7 @@ class TaskRow : public QFrame {
 public:
     using Act = std::function<void()>;
 
-    TaskRow(const QString &name, QWidget *parent);
+    TaskRow(const Velmora::CloudAPI &api, const QString &name, QWidget *parent);
     /// @param start begins the work, and again at each "Try Again"; the work must end in a call of `end` or `fail`.
     /// @param cancel makes the work end soon; empty if that is not possible
     void run(const Act &start, const Act &cancel);
@@ -37,6 +37,7 @@ private:
     void begin();
     void settle(const QString &phase, const QString &error);
 
+    const Velmora::CloudAPI &m_api;
     QString m_name;
     Act m_start;
     Act m_cancel;

@@ -3,10 +3,10 @@
 #include <QLabel>
 #include <QRegularExpression>
 
-QString explain(const Velmora::ApiError &error)
+QString explain(const Velmora::ApiError &error, const Velmora::CloudAPI &api)
 {
     if (error.errorCode == 0)
-        return QStringLiteral("No connection to the service. Check the network and the portal, then try again.");
+        return QStringLiteral("No connection to the service: %1").arg(toQt(api.lastNetworkError()));
     static const QRegularExpression emptyLines(QStringLiteral("\\s*\n\\s*"));
     const QString message =
         toQt(Velmora::plainText(error.errorMessage)).trimmed().replace(emptyLines, QStringLiteral("\n"));

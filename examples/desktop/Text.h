@@ -2,7 +2,7 @@
 #ifndef DESKTOP_TEXT_H
 #define DESKTOP_TEXT_H
 
-#include <velmora/Records.h>
+#include <velmora/CloudAPI.h>
 
 #include <QColor>
 #include <QString>
@@ -12,8 +12,8 @@ class QPalette;
 
 inline QString toQt(const std::string &text) { return QString::fromStdString(text); }
 
-/// Why something failed, one reason per line.
-QString explain(const Velmora::ApiError &error);
+/// Why something failed, one reason per line. Call it inside the callback that received the error.
+QString explain(const Velmora::ApiError &error, const Velmora::CloudAPI &api);
 
 /// A red that is readable on the palette's background, in a light and in a dark theme.
 QColor errorColor(const QPalette &palette);

@@ -121,7 +121,7 @@ void TransfersPanel::download(const Velmora::CloudFile &file, const QString &fol
 
 TaskRow *TransfersPanel::addRow(const QString &name)
 {
-    auto *row = new TaskRow(name, m_rows);
+    auto *row = new TaskRow(m_api, name, m_rows);
     m_empty->hide();
     m_layout->insertWidget(m_layout->count() - 1, row);
     return row;

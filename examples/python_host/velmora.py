@@ -10,50 +10,46 @@ Each method waits for its answer and returns it, or raises Failure.
 import ctypes
 import json
 import os
-import time
 
-ERROR = ctypes.CFUNCTYPE(None, ctypes.c_char_p)
+TEXT = ctypes.CFUNCTYPE(None, ctypes.c_char_p)
 RESULT = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_char_p)
-MESSAGE = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p)
 PROGRESS = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_int32)
 
-FUNCTIONS = {  # what follows the handle
-    "DestroyCloudAPI": [],
-    "processEvents": [],
-    "logUserIn_Json": [ctypes.c_char_p] * 3 + [ERROR],
-    "generateNewJobID_Json": [ctypes.c_char_p, RESULT],
-    "submitNewJob_Json": [ctypes.c_char_p, RESULT],
-    "getJobDetails_Json": [ctypes.c_char_p, RESULT],
-    "getJobFileList_Json": [ctypes.c_char_p, ctypes.c_bool, RESULT],
-    "subscribeToJob_Json": [ctypes.c_char_p, MESSAGE, MESSAGE],
-    "unsubscribeFromJob": [ctypes.c_char_p],
-    "uploadFile_Json": [ctypes.c_char_p, PROGRESS, RESULT],
-    "downloadFile_Json": [ctypes.c_char_p, PROGRESS, RESULT],
+FUNCTIONS = {  # what follows the handle; the result
+    "DestroyCloudAPI": ([], None),
+    "waitForEvents": ([ctypes.c_int], ctypes.c_bool),
+    "lastNetworkError": ([], ctypes.c_char_p),
+    "setClientOptions_Json": ([ctypes.c_char_p], None),
+    "logUserIn_Json": ([ctypes.c_char_p] * 3 + [TEXT], None),
+    "generateNewJobID_Json": ([ctypes.c_char_p, RESULT], None),
+    "submitNewJob_Json": ([ctypes.c_char_p, RESULT], None),
+    "followJob_Json": ([ctypes.c_char_p, TEXT, RESULT], None),
+    "getJobFileList_Json": ([ctypes.c_char_p, ctypes.c_bool, RESULT], None),
+    "uploadFile_Json": ([ctypes.c_char_p, PROGRESS, RESULT], None),
+    "downloadFile_Json": ([ctypes.c_char_p, PROGRESS, RESULT], None),
 }
 
 
-ENDS = ("FINISHED", "FAILED", "STOPPED", "ABORTED", "KILLED", "ERROR", "ARCHIVED")
-SECONDS_BETWEEN_LOOKS = 5
-MOST_FAILED_LOOKS = 12
-
-
 class Failure(Exception):
-    """An operation that did not succeed; `code` 0 says that no answer came."""
+    """An operation that did not succeed, or a job that did not finish; `code` 0 says that no answer came."""
 
-    def __init__(self, error):
+    def __init__(self, error, reason):
         self.code = error["errorCode"]
-        super().__init__(f'{error["errorTitle"] or "no answer came"}: {error["errorMessage"]} ({self.code})')
+        super().__init__(f'{error["errorTitle"]}: {error["errorMessage"]} ({self.code})' if self.code else reason)
 
 
 class Session:
-    def __init__(self, library=None):
+    def __init__(self, library=None, ca_file=None):
+        """ca_file names certificate authorities to trust as well, such as that of a local portal."""
         self._library = ctypes.CDLL(library or os.environ.get("VELMORA_LIBRARY", "libvelmora.so.1"))
         self._library.CreateCloudAPI.restype = ctypes.c_void_p
-        for name, arguments in FUNCTIONS.items():
+        for name, (arguments, result) in FUNCTIONS.items():
             function = getattr(self._library, name)
             function.argtypes = [ctypes.c_void_p] + arguments
-            function.restype = None
+            function.restype = result
         self._api = self._library.CreateCloudAPI()
+        options = {"robust": True, "caFile": ca_file or os.environ.get("VELMORA_CA", "")}
+        self._library.setClientOptions_Json(self._api, json.dumps(options).encode())
 
     def __enter__(self):
         return self
@@ -63,7 +59,7 @@ class Session:
         self._api = None
 
     def sign_in(self, user, password, code=""):
-        self._wait("logUserIn_Json", user, password, code, done=ERROR)
+        self._wait("logUserIn_Json", user, password, code, done=TEXT)
 
     def new_job_id(self, account):
         return self._wait("generateNewJobID_Json", account)
@@ -82,46 +78,10 @@ class Session:
         file = {"localFileLocation": os.path.abspath(path), "cloudFileDetails": {"jobId": job, "fileName": name}}
         self._wait("downloadFile_Json", json.dumps(file), PROGRESS(lambda _, received: on_progress(received)))
 
-    def status(self, job):
-        """The job's newest status; empty when it has none yet."""
-        history = json.loads(self._wait("getJobDetails_Json", job))["jobStatus"]
-        # max() takes the first of equals, and the later entry counts.
-        return max(reversed(history), key=lambda entry: entry["jobStatusDate"], default={"jobStatus": ""})["jobStatus"]
-
-    def follow(self, job, on_message):
-        """Calls on_message with each of the job's messages until the job has ended. Returns its last status."""
-        look_at_once = []
-
-        def on_text(text):
-            on_message(text)
-            if "Job status is" in text:
-                look_at_once.append(text)
-
-        message = MESSAGE(lambda _error, _job, text: on_text(text.decode()))
-        # A finished job or a lost connection. Only the job's details say for certain that it has ended, and how.
-        finished = MESSAGE(lambda _error, _job, text: (on_message(text.decode()), look_at_once.append(text)))
-        self._library.subscribeToJob_Json(self._api, job.encode(), message, finished)
-        failed_looks = 0
-        try:
-            while True:
-                look_at_once.clear()
-                try:
-                    status, failed_looks = self.status(job), 0
-                    if status in ENDS:
-                        return status
-                except Failure:
-                    failed_looks += 1
-                    if failed_looks >= MOST_FAILED_LOOKS:
-                        raise
-                due = time.monotonic() + SECONDS_BETWEEN_LOOKS
-                self._pump(lambda: look_at_once or time.monotonic() >= due)
-        finally:
-            self._library.unsubscribeFromJob(self._api, job.encode())
-
-    def _pump(self, is_done):
-        while not is_done():
-            self._library.processEvents(self._api)  # every callback runs in here
-            time.sleep(0.002)
+    def follow(self, job, on_progress):
+        """Calls on_progress with the progress of the job's simulations until it has ended; raises unless it finished."""
+        self._wait("followJob_Json", job,
+                   TEXT(lambda progress: on_progress(json.loads(progress)["simulationProgressList"])))
 
     def _wait(self, name, *arguments, done=RESULT):
         answers = []
@@ -133,8 +93,9 @@ class Session:
         callbacks = [done(on_complete)]
         texts = [value.encode() if isinstance(value, str) else value for value in arguments]
         getattr(self._library, name)(self._api, *texts, *callbacks)
-        self._pump(lambda: answers)
+        while not answers:
+            self._library.waitForEvents(self._api, 200)  # every callback runs in here
         error = json.loads(answers[0][0])
         if not 0 < error["errorCode"] < 300:
-            raise Failure(error)
+            raise Failure(error, self._library.lastNetworkError(self._api).decode())
         return answers[0][-1]

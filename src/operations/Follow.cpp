@@ -1,5 +1,6 @@
 #include "operations/Follow.h"
 
+#include "base/Log.h"
 #include "operations/Jobs.h"
 #include "transport/Session.h"
 
@@ -66,6 +67,7 @@ JobFollowers::~JobFollowers() = default;
 
 void JobFollowers::follow(const std::string &jobId, const JobUpdate &onUpdate, const JobEnd &onEnd)
 {
+    logForeignThread(this);
     stop(jobId); // both would use the same socket
     m_followers[jobId] = std::make_unique<JobFollower>(*this, jobId, onUpdate, onEnd);
 }

@@ -12,6 +12,8 @@ const Answer details = answer(200, R"({"jobId":"J1"})");
 
 /// A service with one job, a session that is signed in, and an application that follows the job.
 class FollowTest : public NotifyTest {
+    using T = FollowTest;
+
 public:
     using NotifyTest::api;
     using NotifyTest::server;
@@ -39,7 +41,7 @@ public:
         if (operation == "job/progress")
             return answer(200, R"({"jobId":"J1","simulationProgressList":[{"simulationId":"s1","progress":10}]})");
         if (!faults.isEmpty())
-            return faultsStay ? faults.first() : faults.takeFirst();
+            return faults.takeFirst();
         QByteArray steps = R"({"jobStatus":"RUNNING","jobStatusDate":1})";
         for (int i = 0; i < history.size(); ++i)
             steps += R"(,{"jobStatus":")" + history[i] + R"(","jobStatusDate":)" + QByteArray::number(i + 2) + "}";
@@ -77,13 +79,6 @@ public:
         return !sockets.isEmpty() && sockets.last()->isValid();
     }
     bool isIdle() { return networkOf(*api).findChildren<QNetworkReply *>().isEmpty(); }
-    /// Follows, and waits until the socket is open and the first questions are answered.
-    void start(Follower &by)
-    {
-        follow(by);
-        EXPECT_TRUE(waitUntil([&] { return !by.updates.empty() && isOpen() && isIdle(); }));
-        settle();
-    }
     /// The newest socket.
     std::size_t line() const
     {
@@ -92,41 +87,71 @@ public:
             ;
         return newest;
     }
-    void send(const char *text) { server.send(line(), text); }
-    void become(const char *status) { history.append(status); }
+
+    // What happens, in chains.
+    /// Follows, and waits until the socket is open and the first questions are answered.
+    T &start(Follower &by)
+    {
+        follow(by);
+        EXPECT_TRUE(waitUntil([&] { return !by.updates.empty() && isOpen() && isIdle(); }));
+        settle();
+        return *this;
+    }
+    T &become(const char *status) { return history.append(status), *this; }
+    T &send(const QByteArray &text) { return server.send(last = line(), text), *this; }
     /// The job's status changes, and a message says so.
-    void announce(const char *status)
+    T &announce(const QByteArray &status)
     {
-        become(status);
-        send(R"({"jobId":"J1","status":")" + QByteArray(status) + R"(","message":"Job status is )" + status + "\"}");
+        return become(status).send(R"({"status":")" + status + R"(","message":"Job status is )" + status + "\"}");
     }
-    void send(const QByteArray &text) { send(text.constData()); }
-    void drop()
+    T &close(const char *reason) { return server.close(last = line(), 1000, reason), *this; }
+    T &drop()
     {
-        ASSERT_LT(line(), server.clients().size()) << "there is no socket";
-        server.drop(line(), Drop::Reset);
+        last = line();
+        EXPECT_LT(last, server.clients().size()) << "there is no socket";
+        if (last < server.clients().size())
+            server.drop(last, Drop::Reset);
+        return *this;
     }
-    void awaitSocket(std::size_t after)
+    T &awaitSocket()
     {
-        EXPECT_TRUE(waitUntil([=] { return line() != after && line() < server.clients().size() && isOpen(); }));
+        EXPECT_TRUE(waitUntil([this] { return line() != last && line() < server.clients().size() && isOpen(); }));
+        return *this;
     }
-    void fail(const Answer &how, int times = 1)
+    T &shake(Handshake how) { return server.setHandshake(how), *this; }
+    T &fail(const QList<Answer> &answers) { return faults += answers, *this; }
+    T &fail(int status, int times) { return fail(QVector<Answer>(times, answer(status)).toList()); }
+    T &pause(int FollowPauses::*which, int milliseconds) { return pauses.*which = milliseconds, *this; }
+    T &renew(const Answer &reply)
     {
-        for (int i = 0; i < times; ++i)
-            faults.append(how);
+        tokens = reply;
+        fire(renewalTimerOf(*api));
+        return *this;
+    }
+    /// Neither socket nor question goes out without a token.
+    T &expectWaiting()
+    {
+        EXPECT_TRUE(waitUntil([this] { return !following() && server.pausing() == 1; }));
+        for (int i = 0; i < 20; ++i)
+            settle();
+        EXPECT_EQ(asked["job/load"], 1);
+        server.resume();
+        return *this;
     }
 
     FollowPauses pauses{60000, 5, 5, 20, 5000, 5000};
     QList<Answer> faults; ///< of the job's details
-    bool faultsStay = false;
     QByteArrayList history;
     QMap<QByteArray, int> asked;
-    Answer tokens = answer(200, R"({"idToken":"first","refreshToken":"r","expiresIn":3600})");
+    const Answer goodTokens = answer(200, R"({"idToken":"t","refreshToken":"r","expiresIn":3600})");
+    Answer tokens = goodTokens;
     ScopedTrust trust;
     Follower own, second;
+    std::size_t last = 0; ///< the socket to which something happened last
 };
 
 using T = FollowTest;
+using P = FollowPauses;
 
 struct Row {
     const char *name;
@@ -134,11 +159,18 @@ struct Row {
     std::string title;
     int questions; ///< for the details; 0: any number
     std::function<void(T &)> before;
-    std::function<void(T &)> then; ///< when the job is followed, and the socket open; empty: not waited for
+    std::function<void(T &)> then = {}; ///< when the job is followed, and the socket open; empty: not waited for
+
+    friend std::ostream &operator<<(std::ostream &stream, const Row &row) { return stream << row.name; }
 };
 
 constexpr auto none = [](T &) {};
-constexpr auto byAsking = [](T &t) { t.pauses.ask = 20; };
+constexpr auto byAsking = [](T &t) { t.pause(&P::ask, 20); };
+const QList<Answer> moments = {answer(500),       answer(429),
+                               answer(408),       answer(302),
+                               answer(200, "{}"), answer(200, "no JSON"),
+                               hangUp(),          details.cut(details.bytes.size() - 1),
+                               answer(404),       answer(404)};
 
 const Row rows[] = {
     {"finishes", 200, "Job Finished", 2, none, [](T &t) { t.announce("FINISHED"); }},
@@ -146,130 +178,41 @@ const Row rows[] = {
     {"stoppedElsewhere", 400, "Job Stopped", 2, none, [](T &t) { t.announce("STOPPED"); }},
     {"archivedInSilence", 400, "Job Archived", 0, byAsking, [](T &t) { t.become("ARCHIVED"); }},
     {"finishedInSilence", 200, "Job Finished", 0, byAsking, [](T &t) { t.become("FINISHED"); }},
-    {"endedBefore", 400, "Job Stopped", 1, [](T &t) { t.become("KILLED"); }, {}},
-    {"finishedThenArchived",
-     200,
-     "Job Finished",
-     1,
-     [](T &t) {
-         t.become("FINISHED");
-         t.become("ARCHIVED");
-     },
-     {}},
+    {"endedBefore", 400, "Job Stopped", 1, [](T &t) { t.become("KILLED"); }},
+    {"finishedThenArchived", 200, "Job Finished", 1, [](T &t) { t.become("FINISHED").become("ARCHIVED"); }},
     {"oneOfTwoSimulationsFinished", 200, "Job Finished", 0, none,
      [](T &t) {
-         const std::size_t first = t.line();
-         t.send(R"({"simulationId":"s1","progress":100,"message":"simulation finished"})");
-         t.awaitSocket(first);
-         EXPECT_EQ(t.own.updates.back(), 100);
-         t.announce("FINISHED");
+         t.send(R"({"simulationId":"s1","message":"simulation finished"})").awaitSocket().announce("FINISHED");
      }},
-    {"closedWithTheStatus", 400, "Job Failed", 2, none,
-     [](T &t) {
-         t.become("FAILED");
-         t.server.close(t.line(), 1000, "Job status is FAILED");
-     }},
+    {"closedWithTheStatus", 400, "Job Failed", 2, none, [](T &t) { t.become("FAILED").close("Job status is FAILED"); }},
     {"closedThoughItGoesOn", 400, "Job Stopped", 0, none,
-     [](T &t) {
-         const std::size_t first = t.line();
-         t.server.close(first, 1000, "maintenance");
-         t.awaitSocket(first);
-         t.announce("STOPPED");
-     }},
+     [](T &t) { t.close("maintenance").awaitSocket().announce("STOPPED"); }},
     {"socketLostTwice", 200, "Job Finished", 0, none,
-     [](T &t) {
-         for (int i = 0; i < 2; ++i) {
-             const std::size_t before = t.line();
-             t.drop();
-             t.awaitSocket(before);
-         }
-         t.announce("FINISHED");
-     }},
-    {"socketLostAtTheEnd", 200, "Job Finished", 2, none,
-     [](T &t) {
-         t.become("FINISHED");
-         t.drop();
-     }},
-    {"handshakeRefused",
-     200,
-     "Job Finished",
-     4,
-     [](T &t) {
-         t.server.setHandshake(Handshake::RefuseAndKeepOpen);
-         t.fail(answer(503), 3);
-         t.become("FINISHED");
-     },
-     {}},
-    {"handshakeIgnored",
-     200,
-     "Job Finished",
-     2,
-     [](T &t) {
-         t.server.setHandshake(Handshake::Ignore);
-         t.fail(answer(503));
-         t.become("FINISHED");
-     },
-     {}},
-    {"failuresOfTheMoment",
-     200,
-     "Job Finished",
-     11,
-     [](T &t) {
-         for (const Answer &each :
-              {answer(500), answer(429), answer(408), answer(302), answer(200, "{}"), answer(200, "no JSON"), hangUp(),
-               details.cut(details.bytes.size() - 1), answer(404), answer(404)})
-             t.fail(each);
-         t.become("FINISHED");
-     },
-     {}},
-    {"serviceSilent",
-     200,
-     "Job Finished",
-     3,
-     [](T &t) {
-         t.pauses.answer = 100;
-         t.fail(silence(), 2);
-         t.become("FINISHED");
-     },
-     {}},
-    {"unknownJob", 404, unknown, 3, [](T &t) { t.fail(answer(404), 3); }, {}},
-    {"anothersJob", 403, unknown, 3, [](T &t) { t.fail(answer(403, R"({"message":"It is not yours"})"), 3); }, {}},
-    {"refusedToken", 401, unknown, 5, [](T &t) { t.fail(answer(401), 5); }, {}},
+     [](T &t) { t.drop().awaitSocket().drop().awaitSocket().announce("FINISHED"); }},
+    {"socketLostAtTheEnd", 200, "Job Finished", 2, none, [](T &t) { t.become("FINISHED").drop(); }},
+    {"handshakeRefused", 200, "Job Finished", 4,
+     [](T &t) { t.shake(Handshake::RefuseAndKeepOpen).fail(503, 3).become("FINISHED"); }},
+    {"handshakeIgnored", 200, "Job Finished", 2,
+     [](T &t) { t.shake(Handshake::Ignore).fail(503, 1).become("FINISHED"); }},
+    {"failuresOfTheMoment", 200, "Job Finished", moments.size() + 1, [](T &t) { t.fail(moments).become("FINISHED"); }},
+    {"serviceSilent", 200, "Job Finished", 0,
+     [](T &t) { t.pause(&P::answer, 500).fail({silence()}).become("FINISHED"); }},
+    {"unknownJob", 404, unknown, 3, [](T &t) { t.fail(404, 3); }},
+    {"anothersJob", 403, unknown, 3, [](T &t) { t.fail(403, 3); }},
+    {"refusedToken", 401, unknown, 5, [](T &t) { t.fail(401, 5); }},
     {"tokenRenewedAfterARefusal", 200, "Job Finished", 2,
-     [](T &t) {
-         t.pauses.longest = t.pauses.first = 60000;
-         t.fail(answer(401));
-         t.become("FINISHED");
-     },
-     [](T &t) { fire(renewalTimerOf(*t.api)); }},
-    {"lostDuringARenewal", 200, "Job Finished", 2, none, // neither socket nor question goes out without a token
-     [](T &t) {
-         t.tokens = t.tokens.paused();
-         fire(renewalTimerOf(*t.api));
-         const std::size_t before = t.line();
-         t.become("FINISHED");
-         t.drop();
-         EXPECT_TRUE(waitUntil([&] { return !t.following() && t.server.pausing() == 1; }));
-         for (int i = 0; i < 20; ++i)
-             settle();
-         EXPECT_EQ(t.asked["job/load"], 1);
-         t.server.resume();
-         EXPECT_TRUE(waitUntil([&] { return t.line() != before && t.line() < t.server.clients().size(); }));
-     }},
-    {"renewalRefused", 401, unknown, 6, [](T &t) { t.pauses.token = 50; },
-     [](T &t) {
-         t.tokens = answer(400);
-         fire(renewalTimerOf(*t.api));
-         t.fail(answer(401), 5);
-         t.drop();
-     }},
+     [](T &t) { t.pause(&P::longest, 60000).pause(&P::first, 60000).fail(401, 1).become("FINISHED"); },
+     [](T &t) { t.renew(t.goodTokens); }},
+    {"lostDuringARenewal", 200, "Job Finished", 2, none,
+     [](T &t) { t.renew(t.goodTokens.paused()).become("FINISHED").drop().expectWaiting(); }},
+    {"lostDuringARenewalKeptAlive", 200, "Job Finished", 2,
+     [](T &t) { t.api->setClientOptions(ClientOptions::robust()); },
+     [](T &t) { t.renew(t.goodTokens.paused()).become("FINISHED").drop().expectWaiting(); }},
+    {"renewalRefused", 401, unknown, 6, [](T &t) { t.pause(&P::token, 50); },
+     [](T &t) { t.renew(answer(400)).fail(401, 5).drop(); }},
     {"userSignsOut", 400, unknown, 1, none, [](T &t) { t.api->clearActiveAccount(); }},
     {"anotherUserSignsIn", 400, unknown, 1, none, [](T &t) { t.api->logUserIn("v@example.com", "p", "", {}); }},
-    {"followedAgain", 200, "Job Finished", 3, none,
-     [](T &t) {
-         t.start(t.second);
-         t.announce("FINISHED");
-     }},
+    {"followedAgain", 200, "Job Finished", 3, none, [](T &t) { t.start(t.second).announce("FINISHED"); }},
 };
 
 class FollowEndTest : public FollowTest, public testing::WithParamInterface<Row> {};

@@ -15,6 +15,9 @@ class Drive : public QObject {
     {
         QNetworkRequest request(QUrl(QStringLiteral("https://%1/control/%2").arg(m_host, path)));
         request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+        QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
+        trusting.addCaCertificates(qEnvironmentVariable("VELMORA_CA"));
+        request.setSslConfiguration(trusting);
         QNetworkReply *reply = m_network.post(request, QJsonDocument(body).toJson());
         QTRY_VERIFY(reply->isFinished());
         QCOMPARE(reply->error(), QNetworkReply::NoError);
