@@ -282,8 +282,7 @@ public:
     /// Following a job again ends the earlier following, whose callbacks are then not called any more. A subscription
     /// of the same job is another matter; neither disturbs the other.
     /// @param onUpdate  the progress of all simulations that are known so far, whenever it has grown. A value never
-    /// goes
-    ///        back. There may be none, for a job that has ended already.
+    ///        goes back. There may be none, for a job that has ended already.
     /// @param onEnd  runs once, after the last update, and never inside this call. The job has ended if the job that it
     ///        receives is not empty; it is then as the service describes it after its end:
     ///        - finished: code 200, title "Job Finished". `succeeded` is true for this one only.

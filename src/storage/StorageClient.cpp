@@ -19,6 +19,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds idleTime{20000}; // before the thread ends
+constexpr milliseconds newsTime{10};    // between two notices of progress; each wakes the owner's thread
 constexpr long connectionsKept = 32;
 constexpr int poolThreads = 4; // that read and encrypt, decrypt and write
 
@@ -97,23 +98,33 @@ void StorageClient::send(Command command)
     m_thread = std::thread(&StorageClient::run, this);
 }
 
+// The mutex is held.
 void StorageClient::report(const EntryPointer &entry)
 {
-    const std::lock_guard lock(m_mutex);
-    if (std::exchange(entry->reported, true))
-        return;
-    m_reports.push_back(entry);
-    if (m_reports.size() == 1)
-        QCoreApplication::postEvent(this, new QEvent(QEvent::User));
+    if (!std::exchange(entry->reported, true))
+        m_reports.push_back(entry);
+    notify(entry->answer.has_value());
 }
 
 void StorageClient::report(const EntryPointer &entry, StorageAnswer answer)
 {
-    {
-        const std::lock_guard lock(m_mutex);
-        entry->answer = std::move(answer);
-    }
+    const std::lock_guard lock(m_mutex);
+    entry->answer = std::move(answer);
     report(entry);
+}
+
+// The mutex is held. @return whether there is news that has to wait
+bool StorageClient::notify(bool now)
+{
+    if (m_reports.empty() || m_isNotified)
+        return false;
+    const auto time = Exchange::Clock::now();
+    if (!now && time - m_notifiedAt < newsTime)
+        return true;
+    m_isNotified = true;
+    m_notifiedAt = time;
+    QCoreApplication::postEvent(this, new QEvent(QEvent::User));
+    return false;
 }
 
 void StorageClient::customEvent(QEvent *)
@@ -132,6 +143,7 @@ void StorageClient::customEvent(QEvent *)
             entry->answer.reset();
         }
         m_reports.clear();
+        m_isNotified = false;
     }
     const QPointer<StorageClient> self(this);
     for (const auto &[entry, sent, answer] : reports) {
@@ -202,7 +214,13 @@ bool StorageClient::serve()
     giveTurns();
     const bool idle = m_underWay.empty();
     const auto since = Exchange::Clock::now();
-    curl_multi_poll(m_multi, nullptr, 0, static_cast<int>((idle ? idleTime : timeToWait()).count()), nullptr);
+    milliseconds time = idle ? idleTime : timeToWait();
+    {
+        const std::lock_guard lock(m_mutex);
+        if (notify(false))
+            time = std::min(time, newsTime);
+    }
+    curl_multi_poll(m_multi, nullptr, 0, static_cast<int>(time.count()), nullptr);
     if (!idle || (m_multi && Exchange::Clock::now() - since < idleTime))
         return true;
     const std::lock_guard lock(m_mutex);
@@ -242,10 +260,8 @@ void StorageClient::begin(const EntryPointer &entry, Lane &lane)
     CURL *const handle = m_multi ? entry->exchange.open(entry.get(),
                                                         [this, weak](qint64 sent) {
                                                             if (const EntryPointer held = weak.lock()) {
-                                                                {
-                                                                    const std::lock_guard lock(m_mutex);
-                                                                    held->sent = sent;
-                                                                }
+                                                                const std::lock_guard lock(m_mutex);
+                                                                held->sent = sent;
                                                                 report(held);
                                                             }
                                                         })

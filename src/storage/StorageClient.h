@@ -92,6 +92,7 @@ private:
     // On any thread.
     void send(Command command);
     void report(const EntryPointer &entry);
+    bool notify(bool now);
 
     // On the storage thread.
     void run();
@@ -118,7 +119,9 @@ private:
     std::mutex m_mutex; // guards what follows
     std::vector<Command> m_commands;
     std::vector<EntryPointer> m_reports; ///< entries with news for the owner
-    CURLM *m_awake = nullptr;            ///< can be woken
+    bool m_isNotified = false;           ///< the owner knows that there is news
+    std::chrono::steady_clock::time_point m_notifiedAt;
+    CURLM *m_awake = nullptr; ///< can be woken
     bool m_running = false;
     bool m_stop = false;
     Limits m_wantedLimits;
