@@ -1,5 +1,7 @@
 #include "api/Application.h"
 
+#include "base/Later.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QMutex>
@@ -103,14 +105,16 @@ bool pumpEvents(int maxWaitMilliseconds)
     QObject::connect(&deadline, &QTimer::timeout, [&over] { over = true; });
     if (!over)
         deadline.start(maxWaitMilliseconds);
-    bool handled = loop.processEvents();
-    while (!handled && !over) // a wait may end without an event
-        handled = loop.processEvents(QEventLoop::WaitForMoreEvents) && !over;
+    const unsigned int before = stepsOnThisThread();
+    loop.processEvents();
+    // A wait also ends with events that are nobody's business; systems differ in what they report of them.
+    while (stepsOnThisThread() == before && !over)
+        loop.processEvents(QEventLoop::WaitForMoreEvents);
     // Only from the outermost level: what a slot further up the stack has marked for deletion must
     // outlive that slot.
     if (depth == 1 && QThread::currentThread()->loopLevel() == 0)
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    return handled;
+    return stepsOnThisThread() != before;
 }
 
 } // namespace Velmora

@@ -1,5 +1,6 @@
 #include "notify/SocketConnection.h"
 
+#include "base/Later.h"
 #include "notify/CloudWebSocketClient.h"
 
 #include <QPointer>
@@ -48,6 +49,7 @@ void SocketConnection::slotUpdateCognitoToken(const QString &_cognitoToken)
 
 void SocketConnection::slotHandleSocketMessage(const QString &message)
 {
+    noteStep();
     const Verdict verdict = classify(message);
     const QString jobId = m_jobId;
     const JobMessage callback = verdict.finishes ? m_onFinished : m_onMessage; // outlives this object
