@@ -102,11 +102,11 @@ void RestClient::openGate()
         launch(flight);
 }
 
-void RestClient::endWaiting(std::chrono::milliseconds atLeast)
+void RestClient::endWaiting(std::chrono::milliseconds minimumAge)
 {
     for (auto flight = m_waiting.begin(); flight != m_waiting.end();) {
         const auto next = std::next(flight);
-        if (std::chrono::milliseconds((*flight)->age.elapsed()) >= atLeast) {
+        if (std::chrono::milliseconds((*flight)->age.elapsed()) >= minimumAge) {
             endLater(*flight, QStringLiteral("It waited for the renewal of the token, which gets no answer."));
             m_waiting.erase(flight);
         }

@@ -59,7 +59,7 @@ public:
     /// Sends what waits.
     void openGate();
     /// Ends what has waited for that long, as a request without an answer ends.
-    void endWaiting(std::chrono::milliseconds atLeast);
+    void endWaiting(std::chrono::milliseconds minimumAge);
     /// For the requests that follow; tests lower them.
     void setAnswerLimits(const AnswerLimits &limits) { m_limits = limits; }
     /// For the requests that follow: see `ProxyWatch`. Tests lower it.
