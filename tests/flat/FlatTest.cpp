@@ -174,10 +174,9 @@ TEST(ExportsTest, version_ofTheLoadedLibrary_isThatOfHeaderAndProject)
                                     number(VELMORA_VERSION_PATCH));
 }
 
-TEST(ExportsTest, views_compiledAsC_haveTheSameLayout) { EXPECT_EQ(jobDetailsSizeInC, sizeof(VelmoraJobDetailsView)); }
-
-TEST(ExportsTest, progress_beyond32Bits_isCutToTheLowOnes)
+TEST(ExportsTest, whatCDiffersIn_sizesAndNumbers_fits)
 {
+    EXPECT_EQ(jobDetailsSizeInC, sizeof(VelmoraJobDetailsView));
     EXPECT_EQ(Flat::handOver<Flat::Plain>(std::int64_t(5000000000)), 705032704);
     EXPECT_EQ(Flat::handOver<Flat::Json>(std::int64_t(2147483648)), -2147483647 - 1);
 }
@@ -244,11 +243,16 @@ TEST_F(FlatTest, session_resumedAndLost_isReported)
     const auto message = QJsonDocument::fromJson(tokens.c_str())["errorMessage"].toString();
     const QByteArray stored = QJsonDocument::fromJson(message.toUtf8())["refreshToken"].toString().toUtf8();
     expectTwins(resumeSession, resumeSession_Json, 401, "unknown");
+    EXPECT_EQ(currentNetworkStatus(api), 1);
+    checkMFAEnabled(api, "ben.stone@velmora.example", Callback());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(result(), "true");
     onSessionChanged(api, Callback<2>());
     resumeSession(api, stored, Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_TRUE(isUserLoggedIn(api));
     clearActiveAccount(api);
+    EXPECT_FALSE(isUserLoggedIn(api));
     EXPECT_TRUE(waitUntil([] { return Callback<2>::received.size() == 2; }));
     EXPECT_EQ(Callback<2>::received.front().at(0), std::to_string(VELMORA_SESSION_SIGNED_IN));
     EXPECT_EQ(Callback<2>::last().at(0), std::to_string(VELMORA_SESSION_SIGNED_OUT));
@@ -257,16 +261,6 @@ TEST_F(FlatTest, session_resumedAndLost_isReported)
     getJobDetails_Json(api, wing, Callback());
     EXPECT_EQ(answer(), 0);
     EXPECT_NE(std::string(lastNetworkError(api)).find("127.0.0.1:1 was refused"), std::string::npos);
-}
-
-TEST_F(FlatTest, operation_oneForm_takesItsArguments)
-{
-    EXPECT_EQ(currentNetworkStatus(api), 1);
-    checkMFAEnabled(api, "ben.stone@velmora.example", Callback());
-    EXPECT_EQ(answer(), 200);
-    EXPECT_EQ(result(), "true");
-    clearActiveAccount(api);
-    EXPECT_FALSE(isUserLoggedIn(api));
 }
 
 TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
