@@ -253,7 +253,7 @@ public:
     /// @return false if no such upload is running
     bool cancelUpload(const FileUploadDetails &file);
     /// Cancels the download to this target, in the same way, with the title "Download Cancelled".
-    /// @return false if no such download is running
+    /// @return false if no such download is running, or its file is in its place already: then it completes as usual
     bool cancelDownload(const FileDownloadDetails &file);
     /// @}
 

@@ -329,7 +329,7 @@ typedef void (*VelmoraMessageJsonCallback)(const char *error, const char *jobId,
 typedef void (*VelmoraProgressJsonCallback)(const char *file, int32_t bytes);
 /// `change`: see `Velmora::SessionChange`; in C one of VELMORA_SESSION_….
 typedef void (*VelmoraSessionCallback)(int change);
-/// The values of `change`.
+/// What can happen to a session.
 enum {
     VELMORA_SESSION_SIGNED_IN = 0,
     VELMORA_SESSION_RENEWED = 1,

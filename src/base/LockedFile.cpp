@@ -35,6 +35,7 @@ bool LockedFile::moveTo(const QString &target, const std::atomic<bool> &stop)
     m_problem = replaceFile(m_path, target, stop);
     if (!m_problem.isEmpty())
         return false;
+    m_isInPlace = true;
     m_path.clear();
     close();
     // The file is whole under either name, so a folder that cannot be synced is no failure.

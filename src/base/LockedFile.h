@@ -33,6 +33,7 @@ public:
     /// Makes the file durable and lets it take the place of `target` in one step, with the permissions of the file that
     /// it replaces. It stays locked until then. Closed when done.
     bool moveTo(const QString &target, const std::atomic<bool> &stop);
+    bool isInPlace() const { return m_isInPlace; }
     void close();
     void remove();
 
@@ -53,6 +54,7 @@ private:
     QString m_path;
     QString m_problem;
     std::size_t m_unsynced = 0; ///< bytes
+    bool m_isInPlace = false;
 };
 
 } // namespace Velmora

@@ -25,6 +25,8 @@ public:
     /// Appends `other`, and removes that.
     bool append(WorkingFile &other, const std::atomic<bool> &stop);
     bool moveTo(const QString &target, const std::atomic<bool> &stop) { return m_file.moveTo(target, stop); }
+    /// Whether it has moved. Not asked for while it may be moving.
+    bool isInPlace() const { return m_file.isInPlace(); }
     void close() { m_file.close(); }
     void remove() { m_file.remove(); }
     QString problem() const;

@@ -69,6 +69,15 @@ DownloadObjects::~DownloadObjects()
     }
 }
 
+bool DownloadObjects::canBeCancelled()
+{
+    m_moving.stopAndWait();
+    if (!m_joined || !m_joined->isInPlace())
+        return true;
+    finish({200, Titles::DownloadSucceeded, {}});
+    return false;
+}
+
 QString DownloadObjects::targetKey(const FileDownloadDetails &file)
 {
     return pathKey(QDir::cleanPath(absoluteTarget(file)));

@@ -48,6 +48,8 @@ public:
     static QString targetKey(const FileDownloadDetails &file);
     bool hasTarget(const QString &key) const { return key == m_targetKey; }
     bool isFinished() const { return m_finished; }
+    /// Prepares a cancellation. @return false: the file is in its place already, and the download completes
+    bool canBeCancelled();
 
     /// Creates the pieces.
     void prepare(const Grant &grant, const QByteArray &key);

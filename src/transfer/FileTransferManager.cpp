@@ -175,12 +175,14 @@ bool FileTransferManager::cancelUpload(const FileUploadDetails &file)
 bool FileTransferManager::cancelDownload(const FileDownloadDetails &file)
 {
     const QString key = DownloadObjects::targetKey(file);
-    auto cancelled =
-        take(m_downloads, [&key](const DownloadObjects &each) { return !each.isFinished() && each.hasTarget(key); });
-    if (cancelled.empty())
+    const auto found = std::find_if(m_downloads.begin(), m_downloads.end(),
+                                    [&key](const auto &each) { return !each->isFinished() && each->hasTarget(key); });
+    if (found == m_downloads.end() || !(*found)->canBeCancelled())
         return false;
-    const auto callback = cancelled.front()->onComplete();
-    const FileDownloadDetails details = cancelled.front()->details();
+    const DownloadObjects *const download = found->get();
+    const auto callback = download->onComplete();
+    const FileDownloadDetails details = download->details();
+    auto cancelled = take(m_downloads, [download](const DownloadObjects &each) { return &each == download; });
     cancelled.clear();
     if (callback)
         callback({400, Titles::DownloadCancelled, "The download of this file was cancelled."}, details);

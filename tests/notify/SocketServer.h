@@ -23,8 +23,8 @@ public:
     struct Client {
         QByteArray target, head; ///< of the handshake
         QByteArray header(const char *name) const { return ReceivedRequest{0, {}, {}, head, {}}.header(name); }
-        QByteArrayList pings;    ///< payloads
-        int closeCode = 0;       ///< of its close frame
+        QByteArrayList pings; ///< payloads
+        int closeCode = 0;    ///< of its close frame
         QByteArray closeReason;
         bool accepted = false;
         bool gone = false; ///< its connection has ended
