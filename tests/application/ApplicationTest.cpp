@@ -87,8 +87,7 @@ TEST_F(ApplicationTest, application_lastSessionDestroyedInACallback_outlivesTheR
     const std::function<void()> pumpingInsideACallback = [&] {
         load([&] {
             pumping();
-            EXPECT_TRUE(made);
-            outer = true;
+            outer = bool(made);
         });
         EXPECT_TRUE(pumpUntil([&] { return outer; }));
     };

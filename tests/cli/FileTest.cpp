@@ -1,7 +1,5 @@
 #include "Program.h"
 
-#include <set>
-
 using namespace CliTests;
 
 namespace {
@@ -20,22 +18,14 @@ protected:
     /// The command that runs a job of two simulations with three input files.
     string job(size_t meshSize = 100000) const
     {
-        write("in/b.trninp", bytesOf('t', 4000));
-        write("in/b.mesh", bytesOf('m', meshSize));
-        write("m.mat", "");
-        return "run --to out " + write("job.json", R"({"jobName": "B", "mainFile": "in/b.trninp", "operation": 1,
+        m_folder.write("in/b.trninp", bytesOf('t', 4000));
+        m_folder.write("in/b.mesh", bytesOf('m', meshSize));
+        m_folder.write("m.mat", "");
+        return "run --to out " +
+               m_folder.write("job.json", R"({"jobName": "B", "mainFile": "in/b.trninp", "operation": 1,
             "dependentFilesList": ["in/b.mesh", "m.mat"], "dependentFilesAliasList": ["mesh", "mat"],
             "simulations": ["-v 1", "-v 2"], "coresRequired": 1, "coreHourEstimate": 1, "ramEstimate": 100,
             "accountID": "ACC-1001"})");
-    }
-    /// Every file below a folder of the test's.
-    Strings below(const string &folder) const
-    {
-        Strings names;
-        QDirIterator each(q(path(folder)), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-        while (each.hasNext())
-            names.insert(QDir(q(path(folder))).relativeFilePath(each.next()).toStdString());
-        return names;
     }
 };
 
@@ -48,21 +38,21 @@ TEST_F(FileTest, run_realInputs_bringsBackEveryByte)
     serve(1000ms, options);
     const auto program = ended(job() + " --json", 0);
     EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 3 + 6);
-    EXPECT_EQ(below("out"), (Strings{"sim-1/results.dat", "sim-1/run.log", "sim-1/summary.json", "sim-2/results.dat",
-                                     "sim-2/run.log", "sim-2/summary.json"}));
-    for (const string &name : below("out"))
-        EXPECT_EQ(read("out/" + name), m_portal->plainFile(program->text("jobId"), name)) << name;
-    const string results = read("out/sim-2/results.dat");
+    EXPECT_EQ(m_folder.below("out"), (Strings{"sim-1/results.dat", "sim-1/run.log", "sim-1/summary.json",
+                                              "sim-2/results.dat", "sim-2/run.log", "sim-2/summary.json"}));
+    for (const string &name : m_folder.below("out"))
+        EXPECT_EQ(m_folder.read("out/" + name), m_portal->plainFile(program->text("jobId"), name)) << name;
+    const string results = m_folder.read("out/sim-2/results.dat");
     EXPECT_EQ(results.substr(results.find('\n') + 1), bytesOf('t', 4000) + bytesOf('m', 100000));
-    EXPECT_EQ(below("tmp"), Strings());
+    EXPECT_EQ(m_folder.below("tmp"), Strings());
 }
 
 TEST_F(FileTest, inputs_notUsable_areAllNamedBeforeAnythingIsSent)
 {
     serve();
     const string run = job();
-    write("other/m.mat", "x");
-    QDir(q(path("in"))).removeRecursively();
+    m_folder.write("other/m.mat", "x");
+    m_folder.remove("in");
     EXPECT_TRUE(contains(ended(run, 2, "b.trninp: No such file")->errors(), "b.mesh: No such file"));
     ended("upload other --job job-wing0001", 2, "other: is a folder");
     ended("upload m.mat other/m.mat --job job-wing0001", 2, "same name");
@@ -80,7 +70,7 @@ TEST_F(FileTest, run_oneUploadFails_othersGoOnAndNothingIsSubmitted)
         const auto program = ended(job(size) + " --timeout 1 --json", exit, "no job was submitted");
         EXPECT_EQ(q(program->output()).count("\"state\": \"done\""), 2);
         EXPECT_EQ(m_portal->requestCount("job/submit"), 0U);
-        EXPECT_EQ(below("tmp"), Strings());
+        EXPECT_EQ(m_folder.below("tmp"), Strings());
     }
 }
 
@@ -97,12 +87,12 @@ TEST_F(FileTest, download_anySelection_keepsPathsAndStaysInItsFolder)
         {"", 1, {"sim-1/forces.csv", "sim-2/forces.csv", "wing.trninp", "wing.mesh"}}};
     for (const auto &[arguments, exit, files] : rows) {
         ended("download job-wing0001 " + arguments, exit);
-        EXPECT_EQ(below("job-wing0001"), files) << arguments;
+        EXPECT_EQ(m_folder.below("job-wing0001"), files) << arguments;
         for (const string &name : files)
-            EXPECT_EQ(read("job-wing0001/" + name), m_portal->plainFile("job-wing0001", name)) << name;
-        QDir(q(path("job-wing0001"))).removeRecursively();
+            EXPECT_EQ(m_folder.read("job-wing0001/" + name), m_portal->plainFile("job-wing0001", name)) << name;
+        m_folder.remove("job-wing0001");
     }
-    EXPECT_EQ(below("."), Strings());
+    EXPECT_EQ(m_folder.below("."), Strings());
 }
 
 TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
@@ -120,15 +110,15 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
         said = program->errors();
         EXPECT_EQ(bool(contains(said, "interrupted; left undone:\n  b.mesh\nno job was submitted")), sends) << said;
         EXPECT_EQ(m_portal->requestCount("job/submit"), sends ? 0U : 1U);
-        EXPECT_EQ(below("tmp"), Strings());
-        for (const string &name : below("out"))
+        EXPECT_EQ(m_folder.below("tmp"), Strings());
+        for (const string &name : m_folder.below("out"))
             EXPECT_FALSE(contains(name, "results.dat"));
     }
     m_portal->clearFaults();
     const auto from = said.find("velmora download") + 8;
-    Program rest(said.substr(from, said.find('\n', from) - from), m_directory.path());
+    Program rest(said.substr(from, said.find('\n', from) - from), m_folder.root());
     EXPECT_EQ(rest.end(), 0) << rest.errors();
-    EXPECT_GT(read("out/sim-1/results.dat").size(), 12000000U);
+    EXPECT_GT(m_folder.read("out/sim-1/results.dat").size(), 12000000U);
 }
 
 } // namespace

@@ -1,16 +1,15 @@
 #pragma once
 
 #include "portal/Portal.h"
+#include "support/TestFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QTemporaryDir>
 
 #include <csignal>
 
@@ -115,7 +114,7 @@ protected:
     {
         for (const char *name : {"VELMORA_API_URL", "QT_LOGGING_RULES"})
             qunsetenv(name);
-        QDir(m_directory.path()).mkdir("tmp");
+        QDir(m_folder.root()).mkdir("tmp");
         signInAs(VelmoraPortal::seededUsers()[0].email, VelmoraPortal::seededUsers()[0].password, "");
     }
     static void signInAs(const string &user, const string &password, const string &mfa)
@@ -142,7 +141,7 @@ protected:
     string connection() const { return " --host " + m_portal->host() + " --ca " + m_portal->caFile(); }
     std::unique_ptr<Program> start(const string &line) const
     {
-        return std::make_unique<Program>(m_portal ? line + connection() : line, m_directory.path());
+        return std::make_unique<Program>(m_portal ? line + connection() : line, m_folder.root());
     }
     std::unique_ptr<Program> ended(const string &line, int exit, const string &message = {}) const
     {
@@ -163,21 +162,7 @@ protected:
         return program.errors().substr(program.errors().find("submitted job-") + 10, 12);
     }
 
-    string path(const string &name) const { return m_directory.filePath(q(name)).toStdString(); }
-    string write(const string &name, const string &bytes) const
-    {
-        QDir(m_directory.path()).mkpath(QFileInfo(q(name)).path());
-        QFile file(q(path(name)));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(QByteArray::fromStdString(bytes)) >= 0) << name;
-        return path(name);
-    }
-    string read(const string &name) const
-    {
-        QFile file(q(path(name)));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "no such file";
-    }
-
-    QTemporaryDir m_directory;
+    const TestFolder m_folder;
     std::unique_ptr<VelmoraPortal::Portal> m_portal;
 };
 

@@ -10,14 +10,15 @@ TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
     for (const string &line :
          {string(), "fly"s, "rm job-1"s, "jobs --portal moon"s, "run no-such-file"s, "tags job-1 --account A"s,
-          "status --host https://x"s, "status --ca /none"s, "run " + write("cut", "{\"jobName\":")})
+          "status --host https://x"s, "status --ca /none"s, "run " + m_folder.write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
     ended("words hpc", 0, "--preferred\n"); // for completion
 }
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
 {
-    const string path = write("job.json", R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})");
+    const string path =
+        m_folder.write("job.json", R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})");
     const auto program = ended("validate --json " + path, 2);
     EXPECT_EQ(program->json()["failedChecks"].toArray().size(), 5);
     for (const char *message : {"minimum of 1 simulation", "Currently a MAXIMUM of 128", "unknown key \"cores\""})

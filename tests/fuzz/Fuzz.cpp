@@ -8,6 +8,7 @@
 #include "notify/CloudWebSocketClient.h"
 #include "notify/SocketConnection.h"
 #include "storage/Sink.h"
+#include "support/TestFolder.h"
 #include "transfer/Address.h"
 #include "transfer/PieceName.h"
 
@@ -16,9 +17,7 @@
 #include <velmora/TarnCrypt.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QLoggingCategory>
-#include <QTemporaryDir>
 
 #include <cstdio>
 #include <map>
@@ -27,13 +26,11 @@ using namespace Velmora;
 
 namespace {
 
-QTemporaryDir &folder()
+const TestFolder &folder()
 {
-    static QTemporaryDir made;
+    static const TestFolder made;
     return made;
 }
-
-QString at(const QString &name) { return folder().filePath(name); }
 
 void demand(bool holds, const char *what)
 {
@@ -41,18 +38,6 @@ void demand(bool holds, const char *what)
         return;
     std::fprintf(stderr, "broken: %s\n", what);
     std::abort();
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-}
-
-void write(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    demand(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(), "a file can be written");
 }
 
 template <class Value> void isReadable(const Value &value)
@@ -96,7 +81,7 @@ void applicationTexts(const QByteArray &text)
 
 void pieces(const QByteArray &text)
 {
-    const QString target = at(QStringLiteral("target"));
+    const QString root = folder().root(), target = root + QLatin1String("/target");
     std::map<int, QByteArray> ordered;
     for (const QByteArray &line : text.split('\n')) {
         const QString name = QString::fromUtf8(line), base = baseName(name);
@@ -105,27 +90,27 @@ void pieces(const QByteArray &text)
         demand((number < 0) == (withoutPieceSuffix(name) == name), "a number comes with its suffix");
         if (!isSafeFileName(base))
             continue;
-        const QString clean = QDir::cleanPath(at(base)), working = WorkingFile::pathOf(folder().path(), base, 2);
-        demand(QFileInfo(clean).path() == folder().path() && clean != folder().path(),
-               "a safe name stays in its folder");
-        demand(QFileInfo(working).path() == folder().path(), "a working file stays in its folder");
+        const QString clean = QDir::cleanPath(root + QLatin1Char('/') + base),
+                      working = WorkingFile::pathOf(root, base, 2);
+        demand(QFileInfo(clean).path() == root && clean != root, "a safe name stays in its folder");
+        demand(QFileInfo(working).path() == root, "a working file stays in its folder");
         demand(QFileInfo(working).fileName().toUtf8().size() <= 255, "a working name fits its folder");
         if (number >= 0)
             ordered.emplace(number, line);
     }
     const std::atomic<bool> go{false};
-    WorkingFile whole(folder().path(), QStringLiteral("whole"));
-    QByteArray expected;
+    WorkingFile whole(root, QStringLiteral("whole"));
+    std::string expected;
     for (const auto &[number, line] : ordered) {
-        WorkingFile piece(folder().path(), QStringLiteral("whole")); // of one name, side by side
+        WorkingFile piece(root, QStringLiteral("whole")); // of one name, side by side
         demand(piece.open() && piece.write(line.constData(), line.size()), "a piece is written");
         demand(whole.append(piece, go), "pieces join");
-        expected += line;
+        expected += line.toStdString();
     }
     demand(ordered.empty() || whole.moveTo(target, go), "a file gets into its place");
-    demand(ordered.empty() || contentOf(target) == expected, "nothing is lost in joining");
+    demand(ordered.empty() || folder().read("target") == expected, "nothing is lost in joining");
     QFile::remove(target);
-    demand(QDir(folder().path()).isEmpty(), "joining leaves only the target");
+    demand(QDir(root).isEmpty(), "joining leaves only the target");
 }
 
 void cipherTexts(const QByteArray &text)
@@ -140,22 +125,20 @@ void cipherTexts(const QByteArray &text)
     demand(status != 0 || (length >= 0 && length <= text.size()), "plain text is not longer than cipher text");
     demand(plain.endsWith(QByteArray(16, '?')), "nothing is written behind the room");
 
-    const QString path = at(QStringLiteral("cipher")), shown = at(QStringLiteral("shown"));
-    write(path, text);
-    demand(TarnCrypt::do_decode_binfile(qPrintable(path), qPrintable(shown), bytes, fixedIv) == 0,
-           "decoding is lenient");
-    const QByteArray decoded = contentOf(shown);
-    demand(decoded.size() <= text.size(), "a decoded file is not longer");
-    const auto file = std::make_shared<WorkingFile>(folder().path(), QStringLiteral("strict"));
+    const std::string path = folder().write("cipher", text.toStdString()), shown = folder().path("shown");
+    demand(TarnCrypt::do_decode_binfile(path.c_str(), shown.c_str(), bytes, fixedIv) == 0, "decoding is lenient");
+    const std::string decoded = folder().read("shown");
+    demand(decoded.size() <= std::size_t(text.size()), "a decoded file is not longer");
+    const auto file = std::make_shared<WorkingFile>(folder().root(), QStringLiteral("strict"));
     const auto sink = std::make_shared<Sink>(file, key);
     sink->begin(QThreadPool::globalInstance(), {});
     demand(sink->put(text.constData(), text.size()) == Sink::State::Taken, "there is room");
     if (sink->finish()) {
-        demand(file->moveTo(path, std::atomic<bool>(false)), "a file gets into its place");
-        demand(contentOf(path) == decoded, "strict and lenient decryption agree");
+        demand(file->moveTo(toQt(path), std::atomic<bool>(false)), "a file gets into its place");
+        demand(folder().read("cipher") == decoded, "strict and lenient decryption agree");
     }
     file->remove();
-    QFile::remove(shown);
+    QFile::remove(toQt(shown));
 }
 
 void addresses(const QByteArray &text)
@@ -232,8 +215,11 @@ int main(int argc, char **argv)
 {
     prepare();
     int count = 0;
-    for (const QFileInfo &file : QDir(QString::fromLocal8Bit(argv[argc - 1])).entryInfoList(QDir::Files)) {
-        target()(contentOf(file.filePath()));
+    QDirIterator each(QString::fromLocal8Bit(argv[argc - 1]), QDir::Files);
+    while (each.hasNext()) {
+        QFile file(each.next());
+        demand(file.open(QIODevice::ReadOnly), "the corpus can be read");
+        target()(file.readAll());
         ++count;
     }
     std::fprintf(stderr, "%d inputs\n", count);

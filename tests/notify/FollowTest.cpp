@@ -25,6 +25,15 @@ public:
         ApiError error;
         JobDetails job;
         std::function<void()> inUpdate, inEnd; ///< run once
+
+        /// Runs the action. What belongs to the callback must exist until it returns.
+        void act(std::function<void()> &action, const std::string &owned, const std::string &argument)
+        {
+            const std::string before = owned + argument;
+            if (const auto once = std::exchange(action, nullptr))
+                once();
+            EXPECT_EQ(owned + argument, before);
+        }
     };
 
     void SetUp() override
@@ -50,26 +59,20 @@ public:
     void follow(Follower &by)
     {
         partsOf(*api).followers.setPauses(pauses);
-        const auto act = [](std::function<void()> &action) {
-            if (const auto once = std::exchange(action, nullptr))
-                once();
-        };
+        const std::string owned(100, 'x');
         api->followJob(
             "J1",
-            [&by, act, owned = std::string(100, 'x')](const JobProgress &progress) {
+            [&by, owned](const JobProgress &progress) {
                 EXPECT_EQ(by.ends, 0) << "after the end";
                 by.updates.push_back(progress.simulationProgressList.front().progress);
                 by.simulations = progress.simulationProgressList.size();
-                act(by.inUpdate);
-                EXPECT_EQ(progress.jobId + owned, "J1" + std::string(100, 'x')) << "exists until the callback returns";
+                by.act(by.inUpdate, owned, progress.jobId);
             },
-            [&by, act, owned = std::string(100, 'x')](const ApiError &error, const JobDetails &job) {
+            [&by, owned](const ApiError &error, const JobDetails &job) {
                 ++by.ends;
                 by.error = error;
                 by.job = job;
-                act(by.inEnd);
-                EXPECT_EQ(job.jobId + owned, by.job.jobId + std::string(100, 'x'))
-                    << "exists until the callback returns";
+                by.act(by.inEnd, owned, job.jobId);
             });
     }
     SocketConnection *following() { return partsOf(*api).followers.sockets().findChild<SocketConnection *>(); }
@@ -132,8 +135,7 @@ public:
     T &expectWaiting()
     {
         EXPECT_TRUE(waitUntil([this] { return !following() && server.pausing() == 1; }));
-        for (int i = 0; i < 20; ++i)
-            settle();
+        settleAll();
         EXPECT_EQ(asked["job/load"], 1);
         server.resume();
         return *this;
@@ -165,7 +167,6 @@ struct Row {
 };
 
 constexpr auto none = [](T &) {};
-constexpr auto byAsking = [](T &t) { t.pause(&P::ask, 20); };
 const QList<Answer> moments = {answer(500),       answer(429),
                                answer(408),       answer(302),
                                answer(200, "{}"), answer(200, "no JSON"),
@@ -176,8 +177,8 @@ const Row rows[] = {
     {"finishes", 200, "Job Finished", 2, none, [](T &t) { t.announce("FINISHED"); }},
     {"fails", 400, "Job Failed", 2, none, [](T &t) { t.announce("Failed"); }},
     {"stoppedElsewhere", 400, "Job Stopped", 2, none, [](T &t) { t.announce("STOPPED"); }},
-    {"archivedInSilence", 400, "Job Archived", 0, byAsking, [](T &t) { t.become("ARCHIVED"); }},
-    {"finishedInSilence", 200, "Job Finished", 0, byAsking, [](T &t) { t.become("FINISHED"); }},
+    {"archivedInSilence", 400, "Job Archived", 0, [](T &t) { t.pause(&P::ask, 20); },
+     [](T &t) { t.become("ARCHIVED"); }},
     {"endedBefore", 400, "Job Stopped", 1, [](T &t) { t.become("KILLED"); }},
     {"finishedThenArchived", 200, "Job Finished", 1, [](T &t) { t.become("FINISHED").become("ARCHIVED"); }},
     {"oneOfTwoSimulationsFinished", 200, "Job Finished", 0, none,
@@ -237,8 +238,7 @@ TEST_P(FollowEndTest, followJob_anyEvent_hasOneEndWithItsReason)
     EXPECT_EQ(row.questions == 0 ? 0 : asked["job/load"], row.questions);
     for (std::size_t i = 1; i < own.updates.size(); ++i)
         EXPECT_LT(own.updates[i - 1], own.updates[i]);
-    for (int i = 0; i < 20; ++i)
-        settle();
+    settleAll();
     EXPECT_EQ(own.ends + second.ends, 1);
     EXPECT_FALSE(following()) << "its socket is closed";
 }
@@ -287,14 +287,11 @@ TEST_F(FollowTest, callback_anyAction_isTheLastOne)
             become(inEnd ? "FINISHED" : "RUNNING");
             follow(own);
             ASSERT_TRUE(waitUntil([&] { return inEnd ? own.ends == 1 : own.updates.size() == 1; }));
-            const bool follows = &action == &actions[2];
-            if (follows && !inEnd)
+            if (&action == &actions[2]) {
                 become("FAILED");
-            if (follows) {
                 EXPECT_TRUE(waitUntil([this] { return second.ends == 1; }));
             }
-            for (int i = 0; i < 20; ++i)
-                settle();
+            settleAll();
             EXPECT_EQ(own.ends, inEnd || &action == &actions[3]);
             api = std::make_unique<CloudAPI>();
             SetUp();

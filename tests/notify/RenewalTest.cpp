@@ -1,9 +1,9 @@
 // Subscriptions and everything else while the token is being renewed.
 
 #include "SocketFixture.h"
+#include "support/TestFolder.h"
 
 #include <QElapsedTimer>
-#include <QTemporaryFile>
 
 namespace {
 
@@ -55,10 +55,9 @@ TEST_F(RenewalTest, subscription_duringARenewal_opensWithItsToken)
 
 TEST_F(RenewalTest, socket_withItsAuthority_trustsTheServer)
 {
-    QTemporaryFile file;
-    ASSERT_TRUE(file.open() && file.write(testAuthority()) > 0 && file.flush());
+    const TestFolder folder;
     ClientOptions options;
-    for (const auto &name : {std::string(), file.fileName().toStdString()}) {
+    for (const auto &name : {std::string(), folder.write("ca.pem", testAuthority().toStdString())}) {
         options.caFile = name;
         api->setClientOptions(options);
         subscribe(listener);
@@ -109,15 +108,15 @@ TEST_F(RenewalTest, night_shortTokensAndALossyService_loseNoOperation)
     api->logUserIn("ada", "pw", "", {});
     ASSERT_TRUE(waitUntil([this] { return api->isUserLoggedIn(); }));
 
-    QTemporaryFile file;
-    ASSERT_TRUE(file.open() && file.write("plain text") > 0 && file.flush());
+    const TestFolder folder;
+    const std::string file = folder.write("file", "plain text");
     int done = 0, failed = 0, rounds = 0;
     const auto count = [&](const ApiError &error, const auto &...) { ++(succeeded(error) ? done : failed); };
     QTimer round;
     QObject::connect(&round, &QTimer::timeout, [&] {
         const std::string job = "J" + std::to_string(++rounds); // whose key and address nobody has asked for
         api->getJobDetails(job, count);
-        api->uploadFile({file.fileName().toStdString(), job, 0}, {}, count);
+        api->uploadFile({file, job, 0}, {}, count);
         api->subscribeToJob(job, {}, count);
         api->unsubscribeFromJob("J" + std::to_string(rounds - 40));
     });

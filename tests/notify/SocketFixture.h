@@ -137,14 +137,19 @@ protected:
         ASSERT_TRUE(accepted(client));
         ASSERT_TRUE(waitUntil([=] { return socket() && socket()->isValid(); }));
     }
+    /// Delivers what is due, and what that causes.
+    static void settleAll()
+    {
+        for (int i = 0; i < 20; ++i)
+            settle();
+    }
     /// The client has given up: neither a heartbeat nor anything still under way changes anything.
     void expectInert(const Listener &own, std::size_t clients)
     {
         EXPECT_TRUE(waitUntil([=] { return !socket(); }));
         const std::size_t before = own.texts.size();
         beats(5);
-        for (int i = 0; i < 20; ++i)
-            settle();
+        settleAll();
         EXPECT_EQ(own.texts.size(), before);
         EXPECT_EQ(server.clients().size(), clients);
     }

@@ -3,8 +3,7 @@
 #include "transport/Operations.h"
 
 #include "portal/http/Certificates.h"
-
-#include <QTemporaryDir>
+#include "support/TestFolder.h"
 
 using namespace Velmora;
 
@@ -49,15 +48,11 @@ TEST_F(FailureTest, answerTimeout_noByteForThatLong_endsTheRequest)
 
 TEST_F(FailureTest, caFile_anyContent_isTrustedInAddition)
 {
-    const QTemporaryDir folder;
-    const auto write = [&](const char *name, const QByteArray &content) {
-        QFile file(folder.filePath(QLatin1String(name)));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
-        return file.fileName().toStdString();
-    };
-    const std::string good = write("ca.pem", testAuthority()), empty = write("empty.pem", "no certificate"),
-                      other = write("other.pem", QByteArray::fromStdString(VelmoraPortal::makeCertificates().caPem)),
-                      missing = folder.filePath(QStringLiteral("no.pem")).toStdString();
+    const TestFolder folder;
+    const std::string good = folder.write("ca.pem", testAuthority().toStdString()),
+                      empty = folder.write("empty.pem", "no certificate"),
+                      other = folder.write("other.pem", VelmoraPortal::makeCertificates().caPem),
+                      missing = folder.path("no.pem");
     const struct {
         bool isTrusted; // without the file
         std::string file, error = {};

@@ -23,10 +23,8 @@ TEST_F(KeepAliveTest, renewalUnderWay_requestsWaitForItsToken)
         EXPECT_TRUE(api->isUserLoggedIn());
         EXPECT_EQ(log.text(), "") << "neither sent nor counted yet";
         const bool isAnswered = first.bytes == renewed.bytes;
-        for (const Answer &next : {answer(500), answer(502), renewed}) {
-            if (!isAnswered)
-                server.next(next);
-        }
+        for (const Answer &next : isAnswered ? QList<Answer>() : QList<Answer>{answer(500), answer(502), renewed})
+            server.next(next);
         server.resume();
         ASSERT_TRUE(wait(asked[0]) && wait(asked[1]));
         const auto sentNow = server.requests().mid(before);
@@ -76,14 +74,10 @@ TEST_F(KeepAliveTest, renewalEndsOtherwise_requestsGoOutWithoutAToken)
         ASSERT_NO_FATAL_FAILURE(renewAndAsk(answer(401), asked));
         const int before = server.requests().size(), renewed = renewals();
         Completion next;
-        if (end == LoggedOut)
-            api->clearActiveAccount();
-        else if (end == OtherUser)
-            api->logUserIn("bob", "pw", "", Into{&next});
-        else if (end == Resumed)
-            api->resumeSession("another", Into{&next});
-        else if (end == Destroyed)
-            api.reset();
+        const std::function<void()> ends[] = {
+            [] {}, [&] { api->clearActiveAccount(); }, [&] { api->logUserIn("bob", "pw", "", Into{&next}); },
+            [&] { api->resumeSession("another", Into{&next}); }, [&] { api.reset(); }};
+        ends[end]();
         server.resume();
         if (end == Destroyed) {
             settle();
