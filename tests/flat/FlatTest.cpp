@@ -2,13 +2,17 @@
 
 #include "Application.h"
 #include "api/flat/Adapters.h"
-#include "support/TestFolder.h"
 
+#include <QFile>
 #include <QJsonArray>
+#include <QTemporaryDir>
 
 #include <thread>
 
-extern "C" const std::uint64_t jobDetailsSizeInC;
+extern "C" {
+extern const std::uint64_t jobDetailsSizeInC;
+void hostInC(const char *job, const char *file, char report[100]);
+}
 
 namespace {
 
@@ -107,7 +111,7 @@ protected:
     VelmoraPortal::Portal portal{quick()};
     ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
     ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
-    const TestFolder folder;
+    QTemporaryDir folder;
     VelmoraCloudAPI *api = CreateCloudAPI();
 };
 
@@ -226,14 +230,6 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
             searchUserTags_Json(api, R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])", done);
         });
     EXPECT_NE(result().find(wing), std::string::npos);
-    const DeleteFileDetails first{wing, "sim-1", "forces.csv"}, second{wing, "", "wing.mesh"};
-    deleteFile(api, &first, Callback());
-    EXPECT_EQ(answer(), 200);
-    EXPECT_EQ(result(), outputText(first));
-    deleteFile_Json(api, outputText(second).c_str(), Callback());
-    EXPECT_EQ(answer(), 200);
-    EXPECT_EQ(result(), outputText(second));
-    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv") || portal.plainFile(wing, "wing.mesh"));
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
 }
 
@@ -267,33 +263,42 @@ TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
 {
     VelmoraCloudAPI *other = CreateCloudAPI();
     EXPECT_EQ(userData(api), nullptr);
-    setUserData(api, &address);
+    setUserData(api, &folder);
     setUserData(other, &portal);
-    VelmoraCloudAPI *inside = nullptr, *between = nullptr, *after = other, *onAnotherThread = other;
+    VelmoraCloudAPI *inside = nullptr, *between = nullptr, *after = other;
     Callback<1>::then = [&] {
         inside = currentCloudAPI();
         DestroyCloudAPI(std::exchange(api, nullptr)); // the outer callback's
         between = currentCloudAPI();
     };
     Callback<>::then = [&] {
-        EXPECT_EQ(userData(currentCloudAPI()), &address);
-        std::thread([&] { onAnotherThread = currentCloudAPI(); }).join();
+        EXPECT_EQ(userData(currentCloudAPI()), &folder);
         cancelUpload(other, &record<FileUploadDetails>);                       // runs no callback
         uploadFile(other, &record<FileUploadDetails>, nullptr, Callback<1>()); // refused inside the call
         after = currentCloudAPI();
     };
     getJobDetails(api, wing, Callback());
-    while (Callback<>::received.empty() && waitForEvents(api, 10000))
-        ;
     EXPECT_EQ(answer(), 200);
     Callback<>::then = Callback<1>::then = nullptr;
-    EXPECT_EQ(onAnotherThread, nullptr);
     EXPECT_EQ(inside, other);
     EXPECT_EQ(between, other);
     EXPECT_EQ(after, nullptr) << "its handle was destroyed";
     EXPECT_EQ(userData(other), &portal);
     EXPECT_EQ(currentCloudAPI(), nullptr);
     DestroyCloudAPI(other);
+}
+
+TEST_F(FlatTest, hostInC_onTwoThreads_works)
+{
+    const char *files[] = {"sim-1/forces.csv", "wing.mesh"};
+    char reports[2][100];
+    std::thread first(hostInC, wing, files[0], reports[0]), second(hostInC, wing, files[1], reports[1]);
+    first.join();
+    second.join();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_STREQ(reports[i], "deleted, 100 percent, 2 transactions");
+        EXPECT_FALSE(portal.plainFile(wing, files[i])) << files[i];
+    }
 }
 
 TEST_F(FlatTest, list_readOnAnotherThread_isValidInBothForms)
@@ -325,8 +330,11 @@ TEST_F(FlatTest, list_readOnAnotherThread_isValidInBothForms)
 TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)
 {
     const std::string bytes(1000000, 'm');
-    const FileUploadDetails up{folder.write("mesh", bytes), newJob(), 0};
-    const FileDownloadDetails down{folder.path("back"), {up.cloudFileJobID, "mesh", 0, 0, {}, false}};
+    QFile mesh(folder.filePath("mesh")), back(folder.filePath("back"));
+    ASSERT_TRUE(mesh.open(QIODevice::WriteOnly) && mesh.write(bytes.data(), int(bytes.size())) > 0);
+    mesh.close();
+    const FileUploadDetails up{mesh.fileName().toStdString(), newJob(), 0};
+    const FileDownloadDetails down{back.fileName().toStdString(), {up.cloudFileJobID, "mesh", 0, 0, {}, false}};
     const std::string upText = outputText(up), downText = outputText(down);
     std::string fleeting = upText; // texts may go as soon as the call returns
     expectTwins(
@@ -342,19 +350,23 @@ TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)
         [&](Callback<1> done) { downloadFile_Json(api, downText.c_str(), Callback<5>(), done); });
     for (const auto &last : {Callback<2>::last(), Callback<3>::last(), Callback<4>::last(), Callback<5>::last()})
         EXPECT_GE(std::stol(last.at(1)), 1000016) << "encrypted";
-    EXPECT_TRUE(folder.read("back") == bytes);
+    EXPECT_TRUE(back.open(QIODevice::ReadOnly) && back.readAll().toStdString() == bytes);
 
     uploadInputFile(api, &up, nullptr, Callback());
     EXPECT_EQ(Callback<>::received.size(), 1U) << "completes inside the call";
-    for (const bool json : {false, true}) {
-        downloadFile(api, &down, nullptr, Callback());
-        EXPECT_TRUE(json ? cancelDownload_Json(api, downText.c_str()) : cancelDownload(api, &down)) << json;
-        EXPECT_FALSE(cancelDownload(api, &down)) << "not any more";
-        EXPECT_EQ(answer(), 400);
-        uploadFile(api, &up, nullptr, Callback());
-        EXPECT_TRUE(json ? cancelUpload_Json(api, upText.c_str()) : cancelUpload(api, &up)) << json;
-        EXPECT_FALSE(cancelUpload(api, &up)) << "not any more";
-        EXPECT_EQ(answer(), 400);
+    const std::function<bool()> cancels[] = {
+        [&] { return cancelDownload(api, &down) && !cancelDownload(api, &down); },
+        [&] { return cancelDownload_Json(api, downText.c_str()); },
+        [&] { return cancelUpload(api, &up) && !cancelUpload(api, &up); },
+        [&] { return cancelUpload_Json(api, upText.c_str()); },
+    };
+    for (int i = 0; i < 4; ++i) {
+        if (i < 2)
+            downloadFile(api, &down, nullptr, Callback());
+        else
+            uploadFile(api, &up, nullptr, Callback());
+        EXPECT_TRUE(cancels[i]()) << i;
+        EXPECT_EQ(answer(), 400) << i;
     }
 }
 
