@@ -8,10 +8,8 @@
 
 namespace {
 
-class LimitTest : public TransferTest {};
-
 // Only too fast is a failure: how slow it is depends on the machine.
-TEST_F(LimitTest, bytesPerSecond_ofAllTransfersTogether_areKept)
+TEST_F(TransferTest, bytesPerSecond_ofAllTransfersTogether_areKept)
 {
     for (const bool uploads : {true, false}) {
         for (const auto &[rate, transfers, size] : {std::tuple(2 * mebibyte, 3, mebibyte), {3500, 8, 1500}}) {
@@ -50,7 +48,7 @@ TEST_F(LimitTest, bytesPerSecond_ofAllTransfersTogether_areKept)
     up.expect(204);
 }
 
-TEST_F(LimitTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
+TEST_F(TransferTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
 {
     address = {{"uri", url("/s/up/#fileName#")}};
     for (const auto &[most, begun] : {std::pair(1, 1), {2, 2}, {8, 8}, {-1, 6}}) {
@@ -69,7 +67,7 @@ TEST_F(LimitTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
     }
 }
 
-TEST_F(LimitTest, trust_changes_isFollowedAtOnce)
+TEST_F(TransferTest, trust_changes_isFollowedAtOnce)
 {
     const std::string path = write("f", noise(10)), authority = write("ca.pem", testAuthority()), none = at("none.pem");
     uploadAndWait(path); // has the key and the address
