@@ -99,26 +99,22 @@ private:
     ino_t m_latest = 0;
 };
 
-class PowerCutTest : public RecoveryTest {};
-
-TEST_F(PowerCutTest, download_cutAtAnyMoment_leavesTheTargetOldOrWhole)
+TEST_F(RecoveryTest, download_cutAtAnyMoment_leavesTheTargetOldOrWhole)
 {
     const struct {
-        std::size_t size;
+        int size;
         std::int64_t pieceSize;
-        string old;
+        QByteArray old;
     } rows[] = {{20, 1 << 20, ""}, {5000000, 1LL << 40, "old"}, {5000000, 300000, "old"}, {80000000, 9000000, ""}};
     const auto api = session();
     for (const auto &row : rows) {
         SCOPED_TRACE(std::to_string(row.size) + " bytes in pieces of " + std::to_string(row.pieceSize));
         portal.setStorage(options(row.pieceSize, {}).storage);
-        const string bytes = bytesOf(4, row.size), name = "cut" + std::to_string(row.pieceSize);
+        const string bytes = noise(row.size).toStdString(), name = "cut" + std::to_string(row.pieceSize);
         portal.addFile(job, name, bytes);
-        QDir(folder.path()).mkdir("to");
-        QFile::remove(at("to/target"));
-        if (!row.old.empty())
-            write("to/target", row.old);
-        const string target = at("to/target").toStdString();
+        const string target = write("to/target", row.old);
+        if (row.old.isEmpty())
+            QFile::remove(qt("to/target"));
         std::optional<ApiError> outcome;
         std::size_t before = 0; // changes before the completion
         changes.clear();
@@ -132,7 +128,8 @@ TEST_F(PowerCutTest, download_cutAtAnyMoment_leavesTheTargetOldOrWhole)
         ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }, 30000));
         Torture::watchDisk({}, nullptr);
         ASSERT_EQ(outcome->errorCode, 200) << outcome->errorMessage;
-        Disk disk(target, row.old, bytes);
+        const string old = row.old.toStdString();
+        Disk disk(target, old, bytes);
         for (std::size_t i = 0; i < changes.size(); ++i) {
             disk.apply(changes[i]);
             ASSERT_TRUE(disk.isSurely({Disk::Holds::Old, Disk::Holds::New}))
@@ -141,7 +138,7 @@ TEST_F(PowerCutTest, download_cutAtAnyMoment_leavesTheTargetOldOrWhole)
         }
         EXPECT_GE(before, 4U) << "write, sync, rename, sync of the folder";
         EXPECT_TRUE(disk.isSurely({Disk::Holds::New}));
-        EXPECT_TRUE(read("to/target") == bytes);
+        EXPECT_TRUE(read("to/target").toStdString() == bytes);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <random>
 
 using namespace RecoveryTests;
 using namespace Velmora;
@@ -15,23 +16,14 @@ namespace {
 // leaves nothing of the one before. VELMORA_KILLS: how often.
 TEST_F(RecoveryTest, process_killedAtAnyMoment_leavesFilesOldOrWhole)
 {
-    const string bytes = bytesOf(1, (16 << 20) + 5);
-    portal.addFile(job, "result", bytes);
+    const QByteArray bytes = noise((16 << 20) + 5);
+    store("result", bytes);
     write("input", bytes);
-    QDir(folder.path()).mkdir("to");
-    const QStringList transfers = {"down", job, "result", at("to/result"), "up", job, at("input")};
-    const auto run = [&](int milliseconds) {
-        Child child(portal, transfers);
-        child.go();
-        child.waitForFinished(milliseconds);
-        child.kill();
-        child.waitForFinished();
-        return child.readAll().count("moving");
-    };
+    const QStringList transfers = {"down", job, "result", qt("to/result"), "up", job, qt("input")};
     const auto sent = [&] {
         const auto all = portal.files(job);
         const bool exists = std::any_of(all.begin(), all.end(), [](const auto &file) { return file.name == "input"; });
-        return exists ? portal.plainFile(job, "input").value_or("half of it") : string();
+        return QByteArray::fromStdString(exists ? portal.plainFile(job, "input").value_or("half of it") : "");
     };
 
     QElapsedTimer whole;
@@ -48,14 +40,19 @@ TEST_F(RecoveryTest, process_killedAtAnyMoment_leavesFilesOldOrWhole)
     for (int i = 0; i < count; ++i) {
         const int moment = int(duration * 1.6 * (i + double(random()) / double(std::mt19937::max())) / count);
         SCOPED_TRACE("killed after " + std::to_string(moment) + " ms");
-        const string old = i % 2 ? "old" : "";
-        QFile::remove(at("to/result"));
+        const QByteArray old = i % 2 ? "old" : "";
+        QFile::remove(qt("to/result"));
         portal.removeFile(job, "input");
-        if (!old.empty()) {
+        if (!old.isEmpty()) {
             write("to/result", old);
-            portal.addFile(job, "input", old);
+            store("input", old);
         }
-        const int moving = run(moment);
+        Child killed(portal, transfers);
+        killed.go();
+        killed.waitForFinished(moment);
+        killed.kill();
+        killed.waitForFinished();
+        const int moving = killed.readAll().count("moving");
         ASSERT_TRUE(read("to/result") == old || read("to/result") == bytes);
         ASSERT_TRUE(sent() == old || sent() == bytes);
         ++down[read("to/result") == bytes];
@@ -66,7 +63,7 @@ TEST_F(RecoveryTest, process_killedAtAnyMoment_leavesFilesOldOrWhole)
         again.go();
         ASSERT_EQ(again.end(), 0) << again.readAll().toStdString();
         ASSERT_TRUE(read("to/result") == bytes && sent() == bytes);
-        ASSERT_EQ(filesIn("to"), "result");
+        ASSERT_EQ(filesIn("to"), QStringList("result"));
     }
     std::printf("%d kills within %.0f ms; old or none, new: download %d, %d, upload %d, %d; under way: %d\n", count,
                 duration * 1.6, down[0], down[1], up[0], up[1], left);
@@ -84,16 +81,16 @@ TEST_F(RecoveryTest, process_killedAtAnyMoment_leavesFilesOldOrWhole)
 // own, and to one that they share. VELMORA_ROUNDS: how often.
 TEST_F(RecoveryTest, processesAndSessions_inOneFolder_neverMixFiles)
 {
-    const string contents[] = {bytesOf(2, (5 << 20) + 1), bytesOf(3, 4 << 20)};
+    const QByteArray contents[] = {noise((5 << 20) + 1), noise(4 << 20, 1)};
     const char *const names[] = {"sim-1/same.bin", "sim-2/same.bin"};
     for (int i = 0; i < 2; ++i)
-        portal.addFile(job, names[i], contents[i]);
-    QDir(folder.path()).mkdir("to");
+        store(names[i], contents[i]);
+    ASSERT_TRUE(QDir(folder.path()).mkdir("to"));
     const std::unique_ptr<CloudAPI> sessions[] = {session(), session()};
     for (int round = rounds("VELMORA_ROUNDS", 2); round > 0; --round) {
         SCOPED_TRACE(round);
         const auto target = [&](int owner, int i) {
-            return i == 2 ? at("to/shared") : at(QStringLiteral("to/%1-%2").arg(owner).arg(i));
+            return qt(i == 2 ? "to/shared" : QStringLiteral("to/%1-%2").arg(owner).arg(i));
         };
         std::vector<std::unique_ptr<Child>> children;
         for (const int owner : {0, 1}) {
@@ -126,9 +123,9 @@ TEST_F(RecoveryTest, processesAndSessions_inOneFolder_neverMixFiles)
         }
         ASSERT_TRUE(read("to/shared") == contents[0] || read("to/shared") == contents[1]);
         expected.sort();
-        ASSERT_EQ(filesIn("to"), expected.join(' ').toStdString());
+        ASSERT_EQ(filesIn("to"), expected);
         for (const QString &name : expected)
-            QFile::remove(at("to/" + name));
+            QFile::remove(qt("to/" + name));
     }
 }
 

@@ -2,6 +2,7 @@
 
 // A local portal, a folder, and applications in processes of their own that transfer files between them.
 
+#include "support/Folder.h"
 #include "support/Loopback.h"
 
 #include "portal/Portal.h"
@@ -9,31 +10,15 @@
 #include <velmora/CloudAPI.h>
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QProcess>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 #include <memory>
-#include <random>
-#include <string>
 
 namespace RecoveryTests {
 
 using std::string;
 
 inline constexpr char job[] = "job-wing0001";
-
-inline string bytesOf(unsigned int seed, std::size_t size)
-{
-    std::mt19937 random(seed);
-    string bytes(size, '\0');
-    for (char &byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
 
 /// How often a test goes round: what the variable says, for long runs.
 inline int rounds(const char *variable, int otherwise)
@@ -72,35 +57,15 @@ public:
     }
 };
 
-class RecoveryTest : public testing::Test {
+class RecoveryTest : public FolderTest {
 protected:
-    explicit RecoveryTest(std::int64_t pieceSize = 1 << 20)
-        : portal(options(pieceSize, private_.path()))
-    {
-    }
-
+    void store(const char *name, const QByteArray &bytes) { portal.addFile(job, name, bytes.toStdString()); }
     static VelmoraPortal::Options options(std::int64_t pieceSize, const QString &folder)
     {
         VelmoraPortal::Options options;
         options.directory = folder.toStdString();
         options.storage.pieceSize = pieceSize;
         return options;
-    }
-    QString at(const QString &name) const { return folder.filePath(name); }
-    void write(const QString &name, const string &bytes) const
-    {
-        QFile file(at(name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes.data(), qint64(bytes.size())) >= 0);
-    }
-    string read(const QString &name) const
-    {
-        QFile file(at(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : string();
-    }
-    string filesIn(const QString &name) const
-    {
-        const auto all = QDir(at(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-        return all.join(' ').toStdString();
     }
     std::unique_ptr<Velmora::CloudAPI> session() const
     {
@@ -111,9 +76,8 @@ protected:
         return api;
     }
 
-    QTemporaryDir folder;
     QTemporaryDir private_; ///< the portal's
-    VelmoraPortal::Portal portal;
+    VelmoraPortal::Portal portal{options(1 << 20, private_.path())};
     ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
     ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
 };

@@ -54,14 +54,11 @@ int ask(DiskCall call, int descriptor)
     return isNamed ? ask({call, path, descriptor, 0, {}}) : 0;
 }
 
-template <class Function> Function *next(Function *, const char *name)
+// The C library's own function.
+template <auto Function> auto next(const char *name)
 {
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
-
-template <class Real> int openOr(Real real, const char *path, int flags, unsigned int mode)
-{
-    return ask({DiskCall::Open, path, -1, flags, {}}) > 0 ? -1 : real(path, flags, mode);
+    static const auto found = reinterpret_cast<decltype(Function)>(::dlsym(RTLD_NEXT, name));
+    return found;
 }
 
 // -1 when the call fails; otherwise how many bytes it may move.
@@ -109,63 +106,47 @@ extern "C" {
 
 int open(const char *path, int flags, ...)
 {
-    static const auto real = next(&::open, "open");
     va_list rest;
     va_start(rest, flags);
     const auto mode = va_arg(rest, unsigned int); // read only when the flags ask for it
     va_end(rest);
-    return openOr(real, path, flags, mode);
+    return ask({DiskCall::Open, path, -1, flags, {}}) > 0 ? -1 : next<&::open>("open")(path, flags, mode);
 }
 
-int open64(const char *path, int flags, ...)
-{
-    static const auto real = next(&::open64, "open64");
-    va_list rest;
-    va_start(rest, flags);
-    const auto mode = va_arg(rest, unsigned int); // read only when the flags ask for it
-    va_end(rest);
-    return openOr(real, path, flags, mode);
-}
+int open64(const char *, int, ...) __attribute__((alias("open"))); // as offsets have 64 bits anyway
 
 std::FILE *fopen(const char *path, const char *mode)
 {
-    static const auto real = next(&::fopen, "fopen");
-    return isWatched(path) ? streamOf(path, mode) : real(path, mode);
+    return isWatched(path) ? streamOf(path, mode) : next<&::fopen>("fopen")(path, mode);
 }
 
 ssize_t read(int descriptor, void *to, size_t size)
 {
-    static const auto real = next(&::read, "read");
     const ssize_t most = allowed(DiskCall::Read, descriptor, size);
-    return most < 0 ? -1 : real(descriptor, to, static_cast<size_t>(most));
+    return most < 0 ? -1 : next<&::read>("read")(descriptor, to, static_cast<size_t>(most));
 }
 
 ssize_t write(int descriptor, const void *from, size_t size)
 {
-    static const auto real = next(&::write, "write");
     const ssize_t most = allowed(DiskCall::Write, descriptor, size);
-    return most < 0 ? -1 : real(descriptor, from, static_cast<size_t>(most));
+    return most < 0 ? -1 : next<&::write>("write")(descriptor, from, static_cast<size_t>(most));
 }
 
 ssize_t copy_file_range(int from, off64_t *fromOffset, int to, off64_t *toOffset, size_t size, unsigned int flags)
 {
-    static const auto real = next(&::copy_file_range, "copy_file_range");
     const ssize_t most = allowed(DiskCall::Copy, to, size);
-    return most < 0 ? -1 : real(from, fromOffset, to, toOffset, static_cast<size_t>(most), flags);
+    return most < 0 ? -1
+                    : next<&::copy_file_range>("copy_file_range")(from, fromOffset, to, toOffset,
+                                                                  static_cast<size_t>(most), flags);
 }
 
-int fsync(int descriptor)
-{
-    static const auto real = next(&::fsync, "fsync");
-    return ask(DiskCall::Sync, descriptor) > 0 ? -1 : real(descriptor);
-}
+int fsync(int descriptor) { return ask(DiskCall::Sync, descriptor) > 0 ? -1 : next<&::fsync>("fsync")(descriptor); }
 
 // The descriptor is closed all the same.
 int close(int descriptor)
 {
-    static const auto real = next(&::close, "close");
     const int error = ask(DiskCall::Close, descriptor);
-    const int result = real(descriptor);
+    const int result = next<&::close>("close")(descriptor);
     if (error > 0)
         errno = error;
     return error > 0 ? -1 : result;
@@ -173,25 +154,23 @@ int close(int descriptor)
 
 int rename(const char *from, const char *to) noexcept
 {
-    static const auto real = next(&::rename, "rename");
-    return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : real(from, to);
+    return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : next<&::rename>("rename")(from, to);
 }
 
 int renameat2(int fromFolder, const char *from, int toFolder, const char *to, unsigned int flags) noexcept
 {
-    static const auto real = next(&::renameat2, "renameat2");
-    return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : real(fromFolder, from, toFolder, to, flags);
+    return ask({DiskCall::Rename, from, -1, 0, to}) > 0
+               ? -1
+               : next<&::renameat2>("renameat2")(fromFolder, from, toFolder, to, flags);
 }
 
 int link(const char *from, const char *to) noexcept
 {
-    static const auto real = next(&::link, "link");
-    return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : real(from, to);
+    return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : next<&::link>("link")(from, to);
 }
 
 int unlink(const char *path) noexcept
 {
-    static const auto real = next(&::unlink, "unlink");
-    return ask({DiskCall::Remove, path, -1, 0, {}}) > 0 ? -1 : real(path);
+    return ask({DiskCall::Remove, path, -1, 0, {}}) > 0 ? -1 : next<&::unlink>("unlink")(path);
 }
 }

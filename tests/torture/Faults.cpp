@@ -7,12 +7,17 @@ namespace Torture {
 namespace {
 
 using Wire = std::function<string(Random &)>;
+using Texts = std::vector<string>;
 
 string answerOf(const string &status, const string &body, const string &headers = "Content-Type: application/json\r\n")
 {
     return "HTTP/1.1 " + status + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
            body;
 }
+
+string redirection(const char *to) { return answerOf("302 Found", "", "Location: "s + to + "\r\n"); }
+
+string odd(Random &random) { return std::to_string(100 + random.below(500)) + " Odd"; }
 
 /// Well-formed JSON without meaning, of every shape that a reader could fail on. An object has no key twice, as
 /// Qt 5.15's reader leaks memory on some of those.
@@ -48,7 +53,7 @@ Fault portal(const char *name, FaultKind kind, const std::function<void(PortalFa
             }};
 }
 
-/// An answer byte for byte; the connection stays open.
+/// An answer byte for byte.
 Fault raw(const char *name, const Wire &wire, bool keepOpen = true)
 {
     Fault made = portal(name, FaultKind::Raw, [=](PortalFault &fault, Random &random) {
@@ -58,8 +63,12 @@ Fault raw(const char *name, const Wire &wire, bool keepOpen = true)
     made.falseReply = true;
     return made;
 }
-/// The same, and the connection closes.
-Fault closed(const char *name, const Wire &wire) { return raw(name, wire, false); }
+/// One of these.
+Fault raw(const char *name, const Texts &texts, bool keepOpen = true)
+{
+    return raw(
+        name, [texts](Random &random) { return random.of(texts); }, keepOpen);
+}
 
 Fault plain(const char *name, FaultKind kind, bool harmless = false, bool silent = false)
 {
@@ -113,6 +122,12 @@ Fault disk(const char *name, DiskCall call, int error)
 
 const std::vector<Fault> &faults()
 {
+    const string ok = "HTTP/1.1 200 OK\r\n", length = ok + "Content-Length: ", end = "\r\n\r\n{}",
+                 chunks = ok + "Transfer-Encoding: chunked\r\n\r\n", html = "<html><b>\"Sorry\"</b>",
+                 htmlType = "Content-Type: text/html\r\n",
+                 huge = QByteArray("[0").append(QByteArray(",{}").repeated(300000)).append(']').toStdString(),
+                 challenges = "WWW-Authenticate: Basic realm=\"x\"\r\nProxy-Authenticate: Basic realm=\"x\"\r\n",
+                 duplicates = R"({"jobId":"a","jobId":{"jobId":"b"},"uri":"x","uri":3,"key":1,"key":{}})";
     static const std::vector<Fault> all = {
         {"none", {}, true},
         {"refused", {}, false, false, false, Fault::Refused},
@@ -132,67 +147,36 @@ const std::vector<Fault> &faults()
         plain("silence", FaultKind::Silence, false, true),
         plain("slow to read", FaultKind::SlowRead, true),
         plain("cut upload", FaultKind::CutUpload),
-        closed("any status",
-               [](Random &random) {
-                   return answerOf(std::to_string(100 + random.below(500)) + " Odd", R"({"message":"odd"})");
-               }),
-        raw("redirect",
-            [](Random &random) {
-                const char *const to[] = {"/api/job/list", "https://127.0.0.1:9/", "http://127.0.0.1:9/", "", "a b"};
-                return answerOf("302 Found", "", "Location: "s + random.of(to) + "\r\n");
-            }),
-        raw("unauthorised",
-            [](Random &random) {
-                return answerOf(random.chance(50) ? "401 No" : "407 No", R"({"message":"no"})",
-                                "WWW-Authenticate: Basic realm=\"x\"\r\nProxy-Authenticate: Basic realm=\"x\"\r\n");
-            }),
-        raw("HTML",
-            [](Random &random) {
-                return answerOf(random.chance(50) ? "200 OK" : "502 Bad", "<html><b>\"Sorry\"</b>",
-                                "Content-Type: text/html\r\n");
-            }),
-        raw("empty body", [](Random &) { return answerOf("200 OK", ""); }),
-        raw("huge body",
-            [](Random &random) {
-                string body = "[0";
-                for (int i = 0; i < 300000; ++i)
-                    body += ",{}";
-                return answerOf(random.chance(70) ? "200 OK" : "500 Bad", body + ']');
-            }),
-        raw("deep JSON",
-            [](Random &random) { return answerOf("200 OK", string(100000, random.chance(50) ? '[' : '{')); }),
+        raw(
+            "any status", [](Random &random) { return answerOf(odd(random), R"({"message":"odd"})"); }, false),
+        raw("redirect", Texts{redirection("/api/job/list"), redirection("https://127.0.0.1:9/"),
+                              redirection("http://127.0.0.1:9/"), redirection(""), redirection("a b")}),
+        raw("unauthorised", Texts{answerOf("401 No", R"({"message":"no"})", challenges),
+                                  answerOf("407 No", R"({"message":"no"})", challenges)}),
+        raw("HTML", Texts{answerOf("200 OK", html, htmlType), answerOf("502 Bad", html, htmlType)}),
+        raw("empty body", Texts{answerOf("200 OK", "")}),
+        raw("huge body", Texts{answerOf("200 OK", huge), answerOf("500 Bad", huge)}),
+        raw("deep JSON", Texts{answerOf("200 OK", string(100000, '[')), answerOf("200 OK", string(100000, '{'))}),
         raw("wrong types", [](Random &random) { return answerOf("200 OK", nonsense(random)); }),
-        raw("duplicate keys",
-            [](Random &) {
-                return answerOf("200 OK", R"({"jobId":"a","jobId":{"jobId":"b"},"uri":"x","uri":3,"key":1,"key":{}})");
-            }),
+        raw("duplicate keys", Texts{answerOf("200 OK", duplicates)}),
         raw("invalid UTF-8",
             [](Random &random) {
                 return answerOf("200 OK", "{\"jobId\":\"\xff\xfe" + random.bytes(20) + "\",\"message\":\"\xc3\"}");
             }),
-        raw("longer than its length",
-            [](Random &) {
-                return "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}" +
-                       "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"s;
-            }),
-        closed("shorter than its length", [](Random &) { return "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"s; }),
-        closed("bad chunks",
-               [](Random &random) {
-                   return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" +
-                          string(random.chance(50) ? "zz\r\n{}" : "2\r\n{");
-               }),
+        raw("longer than its length", Texts{ok + "Content-Length: 2\r\n\r\n{}" + ok + "Content-Length: 0\r\n\r\n"}),
+        raw("shorter than its length", Texts{ok + "Content-Length: 9\r\n\r\n{}"}, false),
+        raw("bad chunks", Texts{chunks + "zz\r\n{}", chunks + "2\r\n{"}, false),
         raw("bad gzip",
             [](Random &random) {
                 return answerOf("200 OK", "\x1f\x8b\x08" + random.bytes(40), "Content-Encoding: gzip\r\n");
             }),
-        closed("no HTTP", [](Random &random) { return random.bytes(1 + random.below(3000)); }),
-        closed("bad length",
-               [](Random &random) {
-                   const char *const lengths[] = {"-1", "99999999999999999999", "x", "1, 2"};
-                   return "HTTP/1.1 200 OK\r\nContent-Length: "s + random.of(lengths) + "\r\n\r\n{}";
-               }),
-        closed("huge head",
-               [](Random &) { return answerOf("200 OK", "{}", "X-Big: " + string(200000, 'x') + "\r\n"); }),
+        raw(
+            "no HTTP", [](Random &random) { return random.bytes(1 + random.below(3000)); }, false),
+        raw("bad length",
+            Texts{length + "-1" + end, length + "99999999999999999999" + end, length + "x" + end,
+                  length + "1, 2" + end},
+            false),
+        raw("huge head", Texts{answerOf("200 OK", "{}", "X-Big: " + string(200000, 'x') + "\r\n")}, false),
         socket("socket dropped", FaultKind::SocketDrop),
         socket("socket silent", FaultKind::SocketSilence, true),
         socket("socket closed", FaultKind::SocketClose),

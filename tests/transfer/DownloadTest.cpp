@@ -4,31 +4,42 @@
 #include "storage/WorkingFile.h"
 #include "transfer/PieceName.h"
 
+#include <QScopeGuard>
 #include <QSemaphore>
-#include <QTimer>
 
 namespace {
 
-TEST_F(TransferTest, download_piecesInAnyOrderAndMethod_joinsThemByNumber)
+TEST_F(TransferTest, download_piecesInAnyOrderAndForm_joinsThemByNumber)
 {
-    const QByteArray parts[] = {noise(2 * 1024 * 1024 + 3), {}, noise(3 * 1024 * 1024)};
+    write("to/res.dat", "old");
+    ASSERT_TRUE(QFile::setPermissions(qt("to/res.dat"), QFile::ReadOwner | QFile::WriteOwner));
+    const auto permissions = QFile::permissions(qt("to/res.dat"));
+    QByteArray whole;
     QJsonArray chunks;
-    for (const int number : {3, 1, 2}) {
-        QJsonObject chunk = piece(pieceName(number), parts[number - 1]);
-        if (number == 2) {
+    qint64 size = 0;
+    for (int number = 0; number < 20; ++number) { // from 0, and more than are received at once
+        const QString path = QStringLiteral("/s/p%1").arg(number);
+        QJsonObject chunk = piece(pieceName(number), noise(number * 100000));
+        chunk["uri"] = url(path + '?');
+        if (number % 4 == 3) {
             chunk["method"] = "POST";
             chunk["formFields"] = QJsonObject{{"f", "v"}};
         }
-        chunks.append(chunk);
+        const Answer plain = answer(200, stored[path]);
+        faults[path + '?'] = number % 4 == 1   ? Answer{chunked(stored[path]) + "0\r\n\r\n"}
+                             : number % 4 == 2 ? Answer{"HTTP/1.1 103 Early\r\nLink: <x>\r\n\r\n" + plain.bytes}
+                                               : plain;
+        chunks.insert(number % 3 == 1 ? 0 : number / 2, chunk);
+        whole += noise(number * 100000);
+        size += stored[path].size();
     }
     list(chunks);
-    download(wanted());
-    ASSERT_TRUE(down.wait());
-    down.expect(200, "Download Success", "");
-    EXPECT_TRUE(read("to/res.dat") == parts[0] + parts[2]);
+    downloadAndWait(wanted());
+    down.expect(200, "Download Success");
+    EXPECT_TRUE(read("to/res.dat") == whole);
     EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
-    EXPECT_TRUE(down.monotone);
-    EXPECT_EQ(down.progress, stored["/s/p0"].size() + stored["/s/p1"].size() + stored["/s/p2"].size());
+    EXPECT_EQ(QFile::permissions(qt("to/res.dat")), permissions);
+    EXPECT_EQ(down.progress, size);
     for (const ReceivedRequest &request : loopback.server.requests()) {
         if (!request.target.startsWith("/s/"))
             continue;
@@ -40,38 +51,10 @@ TEST_F(TransferTest, download_piecesInAnyOrderAndMethod_joinsThemByNumber)
     EXPECT_EQ(seen(keyPath), 1);
 }
 
-TEST_F(TransferTest, download_manyPiecesInOtherForms_areJoined)
-{
-    QByteArray whole;
-    QJsonArray chunks;
-    for (int number = 0; number < 20; ++number) { // from 0, and more than are received at once
-        chunks.append(piece(pieceName(number), noise(number * 50000)));
-        whole += noise(number * 50000);
-        const QString path = QStringLiteral("/s/p%1").arg(number);
-        if (number % 3 == 1)
-            faults[path + '?'] = {chunked(stored[path]) + "0\r\n\r\n"};
-        if (number % 3 == 2)
-            faults[path + '?'] = {"HTTP/1.1 103 Early Hints\r\nLink: <x>\r\n\r\n" + answer(200, stored[path]).bytes};
-        if (number % 3 > 0)
-            chunks[number] = [&](QJsonObject chunk) {
-                chunk["uri"] = url(path + '?');
-                return chunk;
-            }(chunks[number].toObject());
-    }
-    list(chunks);
-    download(wanted());
-    ASSERT_TRUE(down.wait());
-    down.expect(200, "Download Success", "");
-    EXPECT_TRUE(read("to/res.dat") == whole);
-    EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
-    EXPECT_TRUE(down.monotone);
-}
-
 // Working files are this download's own: one of a running download stays, one that was left behind is removed.
 TEST_F(TransferTest, download_workingNameInUse_takesAnother)
 {
     const QString name = "UNCONFIRMED_DOWNLOAD.res.dat._00001_00003", first = name + ".VELMORA";
-    QDir(folder.path()).mkdir("to");
     write("to/" + first, "left behind");
     write("to/" + name + ".2.VELMORA", "left behind");
     write("to/UNCONFIRMED_DOWNLOAD.res.dat._00002_00003.VELMORA", "left behind");
@@ -102,8 +85,7 @@ TEST_F(TransferTest, download_nameTooLongForAFolder_isShortened)
 {
     const QString name = "out/" + (onWindows ? QString(240, 'n') : QString(120, QChar(0xfc)));
     list({piece(pieceName(1, name), "one "), piece(pieceName(2, name), "two")}, name);
-    download(wanted("to/res.dat", name.toUtf8()));
-    ASSERT_TRUE(down.wait());
+    downloadAndWait(wanted("to/res.dat", name.toUtf8()));
     EXPECT_EQ(read("to/res.dat"), "one two") << down.error.errorMessage;
     EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
     const QString pairs = QString::fromUcs4(U"\U0001F30A").repeated(200);
@@ -114,82 +96,30 @@ TEST_F(TransferTest, download_nameTooLongForAFolder_isShortened)
     EXPECT_EQ(QString::fromUtf8(path.toUtf8()), path) << "no half of a pair is left";
 }
 
-TEST_F(TransferTest, download_replacedFile_keepsItsPermissions)
-{
-    const auto own = QFile::ReadOwner | QFile::WriteOwner;
-    QDir(folder.path()).mkdir("to");
-    write("to/res.dat", "old");
-    ASSERT_TRUE(QFile::setPermissions(qt("to/res.dat"), own));
-    const auto before = QFile::permissions(qt("to/res.dat"));
-    list({piece(pieceName(1), "content")});
-    download(wanted());
-    ASSERT_TRUE(down.wait());
-    EXPECT_EQ(read("to/res.dat"), "content");
-    EXPECT_EQ(QFile::permissions(qt("to/res.dat")), before);
-}
-
-/// Keeps the threads of a pool busy until it goes.
-class BusyPool {
-public:
-    explicit BusyPool(QThreadPool &pool)
-        : m_pool(pool)
-    {
-        for (int i = 0; i < pool.maxThreadCount(); ++i)
-            startOnPool(&pool, [end = m_end] { end->acquire(); });
-    }
-    ~BusyPool() { m_end->release(m_pool.maxThreadCount()); }
-
-private:
-    Q_DISABLE_COPY(BusyPool)
-    QThreadPool &m_pool;
-    std::shared_ptr<QSemaphore> m_end = std::make_shared<QSemaphore>(); ///< tasks may still hold it
-};
-
 TEST_F(TransferTest, download_diskTakesNothing_holdsTheSenderUp)
 {
-    const QByteArray content = noise(8 * 1024 * 1024);
+    const QByteArray content = noise(8 * mebibyte);
     list({piece(pieceName(1), content)});
-    faults["/s/p0"] = answer(200, stored["/s/p0"]).closed(); // the end comes while the answer is held up
-    {
-        const BusyPool busy(*partsOf(*api).storage.pool());
-        download(wanted());
-        ASSERT_TRUE(waitUntil([&] { return down.progress > 900 * 1024; }));
-        EXPECT_FALSE(waitUntil([&] { return down.progress > 1024 * 1024; }, 300)) << "memory is bounded";
-    }
-    ASSERT_TRUE(down.wait());
-    EXPECT_EQ(down.error.errorCode, 200) << down.error.errorMessage;
-    EXPECT_TRUE(read("to/res.dat") == content);
-}
-
-TEST_F(TransferTest, download_cannotWriteWhileItIsHeldUp_fails)
-{
-    list({piece(pieceName(1), noise(8 * 1024 * 1024))});
-    faults["/s/p0"] = answer(200, stored["/s/p0"]).paused(6 * 1024 * 1024);
-    write("to", "a file, not a folder");
-    {
-        const BusyPool busy(*partsOf(*api).storage.pool());
-        download(wanted());
-        ASSERT_TRUE(waitUntil([&] { return down.progress > 900 * 1024; }));
-    }
-    ASSERT_TRUE(down.wait()) << "though the server sends nothing more";
-    down.expect(400, "Unable to write to target file", "could not be created");
-}
-
-TEST_F(TransferTest, download_hiddenFile_asksForTheListingEveryThirtyMinutes)
-{
-    qint64 now = 0;
-    partsOf(*api).grants.setClock([&now] { return now; });
-    const QString hidden = "sim/rtg/x.bin";
-    list({piece(pieceName(1, hidden), "content")}, hidden);
-    for (const auto &[passed, listings] : {std::pair(0, 1), {1800000, 1}, {1, 2}}) {
-        now += passed;
+    const Answer full = answer(200, stored["/s/p0"]);
+    for (const bool fails : {false, true}) {
+        // While the answer is held up, its end comes, or the server sends nothing more.
+        faults["/s/p0"] = fails ? full.paused(6 * mebibyte) : full.closed();
         down = {};
-        download(wanted("to/res.dat", "sim/rtg/x.bin"));
+        {
+            QThreadPool &pool = *partsOf(*api).storage.pool();
+            const auto end = std::make_shared<QSemaphore>(); // tasks may hold it for longer
+            const auto release = qScopeGuard([&] { end->release(pool.maxThreadCount()); });
+            for (int i = 0; i < pool.maxThreadCount(); ++i)
+                startOnPool(&pool, [end] { end->acquire(); });
+            download(wanted(fails ? "res.dat/below a file" : "res.dat"));
+            ASSERT_TRUE(waitUntil([&] { return down.progress > 900 * 1024; }));
+            EXPECT_FALSE(waitUntil([&] { return down.progress > mebibyte; }, 300)) << "memory is bounded";
+        }
         ASSERT_TRUE(down.wait());
-        EXPECT_EQ(down.error.errorCode, 200);
-        EXPECT_EQ(read("to/res.dat"), "content");
-        EXPECT_EQ(seen(listPath), listings);
+        down.expect(fails ? 400 : 200, fails ? "Unable to write to target file" : "Download Success",
+                    fails ? "could not be created" : "");
     }
+    EXPECT_TRUE(read("res.dat") == content);
 }
 
 TEST_F(TransferTest, download_targetNotWritable_fails)
@@ -198,10 +128,8 @@ TEST_F(TransferTest, download_targetNotWritable_fails)
     QDir(folder.path()).mkpath("to/res.dat"); // a folder
     write("file", "x");
     for (const std::string &target : {at("to/res.dat"), std::string(), at("file/below/res.dat")}) {
-        down = {};
-        download({target, wanted().cloudFileDetails});
-        ASSERT_TRUE(down.wait());
-        down.expect(400, "Unable to write to target file", "");
+        downloadAndWait({target, wanted().cloudFileDetails});
+        down.expect(400, "Unable to write to target file");
     }
 }
 
@@ -231,22 +159,18 @@ TEST(PieceNameTest, pieceNumber_suffixNotAtTheEnd_isNone)
 
 TEST_F(TransferTest, download_targetOpenElsewhere_failsOnWindowsUnlessClosedInTime)
 {
-    QDir(folder.path()).mkdir("to");
     write("to/res.dat", "old");
     list({piece(pieceName(1), "content")});
     QFile holder(qt("to/res.dat"));
     ASSERT_TRUE(holder.open(QIODevice::ReadOnly));
-    download(wanted());
-    ASSERT_TRUE(down.wait());
+    downloadAndWait(wanted());
     if (onWindows)
         down.expect(400, "Unable to write to target file", "res.dat could not be put into place");
     else
         EXPECT_EQ(down.error.errorCode, 200);
     EXPECT_EQ(read("to/res.dat"), onWindows ? "old" : "content");
-    down = {};
-    download(wanted());
     QTimer::singleShot(300, &loopback.server, [&] { holder.close(); });
-    ASSERT_TRUE(down.wait());
+    downloadAndWait(wanted());
     EXPECT_EQ(down.error.errorCode, 200) << "closed in time: " << down.error.errorMessage;
     EXPECT_EQ(read("to/res.dat"), "content");
 }

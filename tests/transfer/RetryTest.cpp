@@ -29,20 +29,18 @@ Reply whole(const QByteArray &tag = etag)
 {
     return [tag](const auto &, const QByteArray &bytes) { return answer(200, bytes, "x/y", tagged(tag)); };
 }
-/// What an answer holds but its last `missing` bytes.
-Reply cut(const Reply &reply, int missing)
+/// Of another file with the same length.
+Answer another(const ReceivedRequest &, const QByteArray &bytes)
+{
+    return answer(200, QByteArray(bytes.size(), 'x'), "x/y", tagged("\"b\""));
+}
+/// What an answer holds but its last `missing` bytes; then the connection closes, or nothing more comes.
+Reply cut(const Reply &reply, int missing, bool stalls = false)
 {
     return [=](const ReceivedRequest &request, const QByteArray &bytes) {
         const Answer full = reply(request, bytes);
-        return full.cut(full.bytes.size() - missing);
-    };
-}
-/// As much of another file with the same length.
-Reply cutOfAnother(int missing)
-{
-    return [missing](const auto &, const QByteArray &bytes) {
-        const Answer full = answer(200, QByteArray(bytes.size(), 'x'), "x/y", tagged("\"b\""));
-        return full.cut(full.bytes.size() - missing);
+        const int end = full.bytes.size() - missing;
+        return stalls ? full.paused(end) : full.cut(end);
     };
 }
 /// From `shift` bytes behind what was asked for, with a range that says `total` (%1 is the real one).
@@ -55,15 +53,6 @@ Reply rest(const QByteArray &tag = etag, int shift = 0, const char *total = "%1"
         return answer(206, bytes.mid(from), "x/y", tagged(tag) + "Content-Range: " + range.toLatin1() + "\r\n");
     };
 }
-/// Stops for good before its last `missing` bytes.
-Reply stall(int missing)
-{
-    return [missing](const auto &, const QByteArray &bytes) {
-        const Answer full = answer(200, bytes, "x/y", tagged(etag));
-        return full.paused(full.bytes.size() - missing);
-    };
-}
-
 class RetryTest : public TransferTest {
 protected:
     RetryTest()
@@ -72,25 +61,16 @@ protected:
             Replies &left = script[request.target];
             return left.isEmpty() ? serve(request) : left.takeFirst()(request, stored.value(request.target));
         });
-        setOptions([](ClientOptions &changed) { changed.transferRetries = retries; });
+        setRetries(retries);
     }
-    void setOptions(const std::function<void(ClientOptions &)> &change)
+    void setRetries(int count, int stallTimeout = 0)
     {
-        change(options);
+        options.transferRetries = count;
+        options.stallTimeout = stallTimeout;
         api->setClientOptions(options);
         partsOf(*api).transfers.setFirstRetryPause(1);
     }
-    QList<ReceivedRequest> requestsTo(const QByteArray &target) const
-    {
-        QList<ReceivedRequest> found;
-        for (const ReceivedRequest &request : loopback.server.requests()) {
-            if (request.target.startsWith(target))
-                found.append(request);
-        }
-        return found;
-    }
 
-    ClientOptions options;
     QMap<QString, Replies> script; ///< by the target, what its next requests get
 };
 
@@ -116,9 +96,9 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
         {"no ETag", {cut(whole({}), late), whole()}, "--"},
         {"a weak ETag", {cut(whole("W/\"a\""), late), whole()}, "--"},
         {"ranges ignored", {cut(whole(), late), whole()}, "-r"},
-        {"another file, late", {cutOfAnother(late), whole()}, "-r"},
-        {"another file, early", {cutOfAnother(early), whole()}, "-r"},
-        {"another file, and it breaks", {cutOfAnother(late), cut(whole(), early), rest()}, "-rr"},
+        {"another file, late", {cut(another, late), whole()}, "-r"},
+        {"another file, early", {cut(another, early), whole()}, "-r"},
+        {"another file, and it breaks", {cut(another, late), cut(whole(), early), rest()}, "-rr"},
         {"another file, empty", {cut(whole(), late), always(answer(200))}, "-r", 400, "empty piece"},
         {"another range", {cut(whole(), late), rest(etag, -16), whole()}, "-r-"},
         {"a range without its length", {cut(whole(), late), rest(etag, 0, "*"), whole()}, "-r-"},
@@ -129,18 +109,14 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
         {"gone", {status(410), status(404), whole()}, "---", 200, "", 2},
         {"busy", {status(503), status(429), whole()}, "---"},
         {"busy later", {cut(whole(), late), status(408), rest()}, "-rr"},
-        {"stalled", {stall(late), rest()}, "-r"},
+        {"stalled", {cut(whole(), late, true), rest()}, "-r"},
         {"breaks each time", {cut(whole(), 3), cut(rest(), 2), cut(rest(), 1)}, "-rr", 400, cutText},
         {"busy each time", {status(500), status(500), status(500)}, "---", 500, "status 500"},
         {"refused for good", {status(400)}, "-", 400, "status 400"},
-        {"a part unasked", {always(answer(206, "x"))}, "-", 400, "status 206"},
-        {"damaged", {always(answer(200, QByteArray(160, 'x')))}, "-", 400, "does not decrypt"},
     };
     for (const auto &[name, replies, ranged, code, message, listings] : rows) {
         SCOPED_TRACE(name);
-        setOptions([stalls = QByteArray(name).startsWith("stalled")](ClientOptions &changed) {
-            changed.stallTimeout = stalls ? 1 : 0;
-        });
+        setRetries(retries, QByteArray(name).startsWith("stalled"));
         stored.clear();
         listing = {};
         const QByteArray contents[] = {noise(700000), noise(700001), noise(700002)};
@@ -151,18 +127,18 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
         // The first piece goes straight into the joined file, the last one into a file of its own.
         for (const char *path : {"/s/p0", "/s/p2"})
             script[path] = replies;
-        const qint64 before[] = {requestsTo("/s/p0").size(), requestsTo("/s/p2").size(), seen(listPath)};
-        down = {};
+        const int before = loopback.server.requests().size();
+        const qint64 listed = seen(listPath);
         partsOf(*api).grants.forget();
-        download(wanted());
-        ASSERT_TRUE(down.wait());
+        downloadAndWait(wanted());
         down.expect(code, code < 300 ? "Download Success" : "Unable to download file", message);
-        EXPECT_TRUE(down.monotone);
         EXPECT_TRUE(code >= 300 || read("to/res.dat") == contents[0] + contents[1] + contents[2]) << "a wrong file";
         bool asExpected = false;
-        for (const int index : {0, 1}) {
+        for (const char *path : {"/s/p0", "/s/p2"}) {
             QByteArray seenRanges;
-            for (const ReceivedRequest &request : requestsTo(index == 0 ? "/s/p0" : "/s/p2").mid(int(before[index]))) {
+            for (const ReceivedRequest &request : loopback.server.requests().mid(before)) {
+                if (request.target != path)
+                    continue;
                 const bool isPart = !request.header("Range").isNull();
                 seenRanges += isPart ? 'r' : '-';
                 EXPECT_EQ(request.header("If-Range").isNull(), !isPart);
@@ -171,7 +147,7 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
             EXPECT_TRUE(seenRanges == ranged || code >= 300) << seenRanges.toStdString();
         }
         EXPECT_TRUE(asExpected) << "one of the pieces failed by itself, not as its neighbour did";
-        const qint64 fresh = seen(listPath) - before[2] - 1; // of the two pieces, which may share them
+        const qint64 fresh = seen(listPath) - listed - 1; // of the two pieces, which may share them
         EXPECT_TRUE(fresh >= listings && fresh <= 2 * listings) << fresh;
         QFile::remove(qt("to/res.dat"));
     }
@@ -179,7 +155,7 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
 
 TEST_F(RetryTest, upload_breaks_startsAgain)
 {
-    const Reply taken = status(201), none = always(hangUp());
+    const Reply taken = status(201), none = always(hangUp()), hung = always(silence());
     struct Row {
         const char *name;
         const char *path; ///< what is answered so
@@ -191,19 +167,14 @@ TEST_F(RetryTest, upload_breaks_startsAgain)
     };
     const Row rows[] = {
         {"not answered", "/s/up", {none, status(503), taken}, 201, "", 3},
-        {"stalled", "/s/up", {always(silence()), taken}, 201, "", 2},
+        {"stalled", "/s/up", {hung, taken}, 201, "", 2},
         {"answer cut", "/s/up", {cut(status(200), 3), taken}, 201, "", 2},
         {"busy", "/s/up", {status(429), status(408), taken}, 201, "", 3},
         {"refused, then another address", "/s/up", {status(403), taken}, 201, "", 2, 2},
         {"gone, then another address", "/s/up", {status(410), status(401), taken}, 201, "", 3, 3},
         {"too large", "/s/up", {status(413)}, 413, "The storage answered with the status 413."},
         {"busy each time", "/s/up", {status(507), status(507), status(507)}, 507, "status 507", 3},
-        {"stalled each time",
-         "/s/up",
-         {always(silence()), always(silence()), always(silence())},
-         400,
-         "Nothing was sent to or received from",
-         3},
+        {"stalled each time", "/s/up", {hung, hung, hung}, 400, "Nothing was sent to or received from", 3},
         {"no key at first", keyPath, {none, status(500), status(200)}, 400, "usable", 0, 0},
         {"a key at last", keyPath, {none}},
         {"no key", keyPath, {status(403)}, 403, "", 0, 0},
@@ -215,18 +186,13 @@ TEST_F(RetryTest, upload_breaks_startsAgain)
     const std::string path = write("f", content);
     for (const auto &[name, answered, replies, code, message, sent, addresses] : rows) {
         SCOPED_TRACE(name);
-        setOptions([stalls = QByteArray(name).startsWith("stalled")](ClientOptions &changed) {
-            changed.stallTimeout = stalls ? 1 : 0;
-        });
+        setRetries(retries, QByteArray(name).startsWith("stalled"));
         partsOf(*api).grants.forget();
         script = {{"/s/up", {taken}}};
         script[answered] = replies;
         const qint64 before[] = {seen("/s/up"), seen(addressPath)};
-        up = {};
-        upload(path);
-        ASSERT_TRUE(up.wait());
+        uploadAndWait(path);
         up.expect(code, code < 300 ? "" : up.error.errorTitle, message);
-        EXPECT_TRUE(up.monotone);
         EXPECT_EQ(seen("/s/up") - before[0], sent);
         EXPECT_EQ(seen(addressPath) - before[1], addresses);
         EXPECT_TRUE(code >= 300 || crypt(loopback.server.requests().last().body, false) == content) << "a wrong file";
@@ -236,49 +202,20 @@ TEST_F(RetryTest, upload_breaks_startsAgain)
         return answer(503);
     };
     script = {{"/s/up", {changing, taken}}};
-    up = {};
-    upload(path);
-    ASSERT_TRUE(up.wait());
+    uploadAndWait(path);
     EXPECT_TRUE(crypt(loopback.server.requests().last().body, false) == noise(5000)) << "not looked at anew";
     // In the midst of a body. The address has grown too old for each try, so that the second one is seen to come.
-    qint64 now = 0;
-    partsOf(*api).grants.setClock([&now] { return now += 3600000; });
-    loopback.server.interrupt("/s/up", {3000000, {}, Interruption::Resets});
-    script = {{addressPath,
-               {[this](const ReceivedRequest &request, const auto &) { return serve(request); },
-                [this](const ReceivedRequest &request, const auto &) {
-                    loopback.server.interrupt("/s/up", {1 << 30, {}});
-                    return serve(request);
-                }}}};
+    partsOf(*api).grants.setClock([this] { return now += 3600000; });
+    const auto until = [this](const Interruption &interruption) {
+        return [=](const ReceivedRequest &request, const auto &) {
+            loopback.server.interrupt("/s/up", interruption);
+            return serve(request);
+        };
+    };
+    script = {{addressPath, {until({3000000, {}, Interruption::Resets}), until({1 << 30, {}})}}};
     write("f", noise(6000000));
-    up = {};
-    upload(path);
-    ASSERT_TRUE(up.wait());
-    up.expect(204, "", "");
-    EXPECT_TRUE(up.monotone);
-}
-
-TEST_F(RetryTest, waitsForItsNextTry_cancelledOrDestroyed_endsAtOnce)
-{
-    partsOf(*api).transfers.setFirstRetryPause(100000);
-    const FileUploadDetails file{write("f", noise(10)), "J1", 0};
-    list({piece(pieceName(1), noise(100))});
-    for (const char *path : {"/s/up", "/s/p0"})
-        script[path] = {status(503), status(503)};
-    for (const bool destroys : {false, true}) {
-        const auto before = seen("/s/");
-        up = {};
-        down = {};
-        upload(file.localFileLocation);
-        download(wanted());
-        ASSERT_TRUE(waitUntil([&] { return seen("/s/") == before + 2; }));
-        EXPECT_FALSE(waitUntil([&] { return up.completions + down.completions > 0; }, 100));
-        EXPECT_TRUE(destroys || (api->cancelUpload(file) && api->cancelDownload(wanted())));
-        if (destroys)
-            api.reset();
-        EXPECT_EQ(up.completions + down.completions, destroys ? 0 : 2);
-        EXPECT_EQ(filesIn("to"), QStringList());
-    }
+    uploadAndWait(path);
+    up.expect(204);
 }
 
 // What a piece wrote into a joined file is taken back, and nothing before it.
@@ -307,74 +244,82 @@ TEST_F(RetryTest, sink_startsAgainBehindOtherPieces_leavesThemAlone)
     file->remove();
 }
 
-// Who leaves the caches, whatever the options. Each action is followed by an upload and a download.
-TEST_F(RetryTest, address_refusedOrOutdated_isAskedForAnew)
+// Who leaves the caches, whatever the options. Each action is followed by an upload and a download of a hidden file.
+TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
 {
-    setOptions([](ClientOptions &changed) { changed.transferRetries = 0; });
-    qint64 now = 1000000000;
-    partsOf(*api).grants.setClock([&now] { return now; });
+    setRetries(0);
+    const auto hidden = "sim/rtg/res.dat";
     const std::string path = write("f", noise(10)), same = write("res.dat", noise(10));
-    list({piece(pieceName(1), noise(100))});
-    const auto transfer = [&](const std::string &source, bool downloads) {
-        up = {};
-        down = {};
-        downloads ? download(wanted()) : upload(source);
-        ASSERT_TRUE(downloads ? down.wait() : up.wait());
-    };
-    const auto remove = [&](const char *name, bool &done) {
+    list({piece(pieceName(1), noise(100))}, hidden);
+    const auto get = [&] { downloadAndWait(wanted("to/x", hidden)); };
+    const auto remove = [&](const char *name) {
+        bool done = false;
         api->deleteFile({"J1", "", name}, [&done](const ApiError &, const DeleteFileDetails &) { done = true; });
         ASSERT_TRUE(waitUntil([&] { return done; }));
     };
-    bool done = false;
-    const std::tuple<const char *, std::function<void()>, int, int> rows[] = {
-        {"nothing", [] {}, 0, 0},
-        {"an upload is refused", [&] { script["/s/up"] = {status(403)}, transfer(path, false); }, 1, 0},
-        {"an upload is too large", [&] { script["/s/up"] = {status(413)}, transfer(path, false); }, 0, 0},
-        {"a piece is refused", [&] { script["/s/p0"] = {status(404)}, transfer(path, true); }, 0, 1},
-        {"a piece cannot be had", [&] { script["/s/p0"] = {status(500)}, transfer(path, true); }, 0, 0},
-        {"the file is uploaded", [&] { transfer(same, false); }, 0, 1},
-        {"the file is not uploaded", [&] { script["/s/up"] = {status(500)}, transfer(same, false); }, 0, 1},
-        {"another file is uploaded", [&] { transfer(path, false); }, 0, 0},
-        {"the file is deleted", [&] { remove("out/res.dat", done); }, 0, 1},
-        {"another file is deleted", [&] { done = false, remove("out/res", done); }, 0, 0},
-        {"the clock is set back", [&] { now -= 1; }, 1, 1},
-        {"time passes", [&] { now += 1800000; }, 0, 0},
-        {"more time passes", [&] { now += 1; }, 1, 1},
+    const std::tuple<const char *, std::function<void()>, int, int, int> rows[] = {
+        {"at first", [] {}, 1, 1, 1},
+        {"nothing", [] {}, 0, 0, 0},
+        {"an upload is refused", [&] { script["/s/up"] = {status(403)}, uploadAndWait(path); }, 0, 1, 0},
+        {"an upload is too large", [&] { script["/s/up"] = {status(413)}, uploadAndWait(path); }, 0, 0, 0},
+        {"a piece is refused", [&] { script["/s/p0"] = {status(404)}, get(); }, 0, 0, 1},
+        {"a piece cannot be had", [&] { script["/s/p0"] = {status(500)}, get(); }, 0, 0, 0},
+        {"the file is uploaded", [&] { uploadAndWait(same); }, 0, 0, 1},
+        {"the file is not uploaded", [&] { script["/s/up"] = {status(500)}, uploadAndWait(same); }, 0, 0, 1},
+        {"another file is uploaded", [&] { uploadAndWait(path); }, 0, 0, 0},
+        {"the file is deleted", [&] { remove(hidden); }, 0, 0, 1},
+        {"another file is deleted", [&] { remove("sim/rtg/res"); }, 0, 0, 0},
+        {"the clock is set back", [&] { now -= 1; }, 0, 1, 1},
+        {"time passes", [&] { now += 1800000; }, 0, 0, 0},
+        {"more time passes", [&] { now += 1; }, 0, 1, 1},
+        {"the user signs in again", [&] { logIn("a@b"); }, 0, 0, 0},
+        {"another user signs in", [&] { logIn("b@c"); }, 1, 1, 1},
+        {"the user signs out, and in", [&] { api->clearActiveAccount(), logIn("b@c"); }, 1, 1, 1},
     };
-    transfer(path, false);
-    transfer(path, true);
-    for (const auto &[name, act, addresses, listings] : rows) {
+    for (const auto &[name, act, keys, addresses, listings] : rows) {
         SCOPED_TRACE(name);
         act();
-        const qint64 before[] = {seen(addressPath), seen(listPath)};
-        transfer(path, false);
-        up.expect(204, "", "");
-        transfer(path, true);
-        down.expect(200, "Download Success", "");
-        EXPECT_EQ(seen(addressPath) - before[0], addresses);
-        EXPECT_EQ(seen(listPath) - before[1], listings);
+        const qint64 before[] = {seen(keyPath), seen(addressPath), seen(listPath)};
+        uploadAndWait(path);
+        up.expect(204);
+        get();
+        down.expect(200, "Download Success");
+        EXPECT_EQ(seen(keyPath) - before[0], keys);
+        EXPECT_EQ(seen(addressPath) - before[1], addresses);
+        EXPECT_EQ(seen(listPath) - before[2], listings);
     }
+    // What was under way for the last user is neither shared nor kept.
+    api->clearActiveAccount();
+    logIn("c@d");
+    const qint64 before = seen(keyPath);
+    script[keyPath] = {always(silence())};
+    up = {};
+    upload(path);
+    ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 1; }));
+    logIn("d@e");
+    upload(path);
+    EXPECT_TRUE(up.wait(1));
+    EXPECT_EQ(seen(keyPath), before + 2);
 }
 
 TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
 {
-    qint64 now = 1000000000;
-    partsOf(*api).grants.setClock([&now] { return now; });
-    for (const char *version : {"same", "another", "without the piece"}) {
-        SCOPED_TRACE(version);
+    enum Listing { Same, OfAnotherFile, WithoutThePiece };
+    for (const Listing fresh : {Same, OfAnotherFile, WithoutThePiece}) {
+        SCOPED_TRACE(fresh);
         QByteArray whole;
         QJsonArray chunks;
         stored.clear();
         for (int number = 0; number < 8; ++number) { // six are received at a time
             chunks.append(piece(pieceName(number), noise(1000 + number)));
             whole += noise(1000 + number);
-            faults[QStringLiteral("/s/p%1").arg(number)] = answer(200, stored[QStringLiteral("/s/p%1").arg(number)]);
+            const QString path = QStringLiteral("/s/p%1").arg(number);
+            faults[path] = answer(200, stored[path]);
+            if (number < 6)
+                script[path] = {always(faults[path].paused(100))};
         }
         listing = {};
         list(chunks);
-        for (int number = 0; number < 6; ++number)
-            script[QStringLiteral("/s/p%1").arg(number)] = {
-                [](const auto &, const QByteArray &bytes) { return answer(200, bytes).paused(100); }};
         const qint64 before = seen(listPath);
         down = {};
         partsOf(*api).grants.forget();
@@ -383,29 +328,32 @@ TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
         for (int number = 6; number < 8; ++number) {
             QJsonObject chunk = chunks[number].toObject();
             chunk["uri"] = url(QStringLiteral("/s/p%1?fresh").arg(number));
-            if (std::string(version).front() == 'w')
+            if (fresh == WithoutThePiece)
                 chunk["fileName"] = pieceName(20 + number);
             chunks[number] = chunk;
         }
         listing = {};
         list(chunks);
-        if (std::string(version).front() == 'a')
-            listing[0] = QJsonObject{
-                {"jobId", "J1"}, {"fileName", "out/res.dat"}, {"downloadRequest", chunks}, {"fileHash", "another"}};
+        if (fresh == OfAnotherFile) {
+            QJsonObject file = listing[0].toObject();
+            file["fileHash"] = "another";
+            listing[0] = file;
+        }
         now += 1800001;
         loopback.server.resume();
         ASSERT_TRUE(down.wait());
         EXPECT_EQ(seen(listPath) - before, 2);
-        if (std::string(version).front() != 's') {
+        if (fresh != Same) {
             down.expect(400, "Unable to download file", "was changed in the cloud");
             continue;
         }
-        down.expect(200, "Download Success", "");
+        down.expect(200, "Download Success");
         EXPECT_TRUE(read("to/res.dat") == whole);
         EXPECT_EQ(seen("/s/p6?fresh") + seen("/s/p7?fresh"), 2);
     }
     // What waits in the queue of its server, behind others.
-    setOptions([](ClientOptions &changed) { changed.connectionsPerHost = 1; });
+    options.connectionsPerHost = 1;
+    setRetries(retries);
     stored.clear();
     faults.clear();
     listing = {};
@@ -426,7 +374,7 @@ TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
     ASSERT_TRUE(second.wait());
     loopback.server.resume();
     ASSERT_TRUE(down.wait());
-    second.expect(200, "Download Success", "");
+    second.expect(200, "Download Success");
     EXPECT_EQ(seen(listPath) - before, 2);
 }
 

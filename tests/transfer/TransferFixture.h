@@ -3,22 +3,20 @@
 // A scripted service with its storage: one job "J1" with a key, an upload address and a listing. Service paths begin
 // with /api/, storage paths with /s/: /s/up takes uploads, /s/p0, /s/p1, … hold pieces in the order of `piece`.
 
+#include "support/Folder.h"
 #include "support/Loopback.h"
 #include "support/Parts.h"
 
 #include "crypto/FileCipher.h"
 
-#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 #include <QTimer>
-
-#include <gtest/gtest.h>
 
 using namespace Velmora;
 
+constexpr int mebibyte = 1024 * 1024;
 constexpr auto addressPath = "/api/job/files/uploadUrl/J1", listPath = "/api/job/files/list/J1",
                keyPath = "/api/job/key";
 
@@ -27,14 +25,6 @@ constexpr bool onWindows = true;
 #else
 constexpr bool onWindows = false;
 #endif
-
-inline QByteArray noise(int size)
-{
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i % 4096 * 131 + i / 251) & 0xff);
-    return bytes;
-}
 
 inline QString pieceName(int number, const QString &base = "out/res.dat")
 {
@@ -78,7 +68,7 @@ template <class Details> struct Transfer {
         settle();
         return completed && completions == count;
     }
-    void expect(int code, const std::string &title, const std::string &messagePart) const
+    void expect(int code, const std::string &title = {}, const std::string &messagePart = {}) const
     {
         EXPECT_EQ(error.errorCode, code) << error.errorMessage;
         EXPECT_EQ(error.errorTitle, title);
@@ -87,38 +77,13 @@ template <class Details> struct Transfer {
     }
 };
 
-/// A temporary folder.
-class FolderTest : public testing::Test {
-protected:
-    QString qt(const QString &name) const { return folder.filePath(name); }
-    std::string at(const QString &name) const { return qt(name).toStdString(); }
-    std::string write(const QString &name, const QByteArray &content) const
-    {
-        QFile file(qt(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
-        return at(name);
-    }
-    QByteArray read(const QString &name) const
-    {
-        QFile file(qt(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    bool exists(const QString &name) const { return QFileInfo::exists(qt(name)); }
-    QStringList filesIn(const QString &name) const
-    {
-        return QDir(qt(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    }
-
-    QTemporaryDir folder;
-};
-
 class TransferTest : public FolderTest {
 protected:
     TransferTest()
     {
         loopback.server.setHandler([this](const ReceivedRequest &request) { return serve(request); });
-        api->logUserIn("a@b", "p", "", {});
-        EXPECT_TRUE(waitUntil([this] { return api->isUserLoggedIn(); }));
+        partsOf(*api).grants.setClock([this] { return now; });
+        logIn("a@b");
     }
     ~TransferTest() override
     {
@@ -151,6 +116,17 @@ protected:
         return std::count_if(all.begin(), all.end(), [&](const auto &each) { return each.target.startsWith(target); });
     }
 
+    void logIn(const char *user)
+    {
+        api->logUserIn(user, "p", "", {});
+        EXPECT_TRUE(waitUntil([this] { return api->isUserLoggedIn(); }));
+    }
+    void setOptions(const std::function<void(ClientOptions &)> &change)
+    {
+        change(options);
+        api->setClientOptions(options);
+    }
+
     QString url(const QString &path) const { return "https://" + loopback.server.host() + path; }
     QByteArray crypt(const QByteArray &bytes, bool encrypt)
     {
@@ -170,6 +146,13 @@ protected:
     }
 
     void upload(const std::string &path) { api->uploadFile({path, "J1", 0}, up.progressed(), up.completed()); }
+    void uploadAndWait(const std::string &path)
+    {
+        up = {};
+        upload(path);
+        ASSERT_TRUE(up.wait());
+        EXPECT_TRUE(up.monotone);
+    }
 
     /// A piece of a file; `name` is what the service calls it.
     QJsonObject piece(const QString &name, const QByteArray &plain)
@@ -187,7 +170,16 @@ protected:
         return {at(target), {"J1", name, 0, 0, {}, false}};
     }
     void download(const FileDownloadDetails &file) { api->downloadFile(file, down.progressed(), down.completed()); }
+    void downloadAndWait(const FileDownloadDetails &file)
+    {
+        down = {};
+        download(file);
+        ASSERT_TRUE(down.wait());
+        EXPECT_TRUE(down.monotone);
+    }
 
+    qint64 now = 1000000000; ///< the clock of addresses, in milliseconds
+    ClientOptions options;
     bool tmp = QDir(folder.path()).mkdir("tmp");
     ScopedEnvironment temporary{onWindows ? "TMP" : "TMPDIR", qt("tmp").toUtf8()};
     Loopback loopback;
