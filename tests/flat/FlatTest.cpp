@@ -230,6 +230,11 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
             searchUserTags_Json(api, R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])", done);
         });
     EXPECT_NE(result().find(wing), std::string::npos);
+    const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"}; // the application in C deletes by the other form
+    deleteFile(api, &doomed, Callback());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(result(), outputText(doomed));
+    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
 }
 
