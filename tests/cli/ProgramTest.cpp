@@ -74,7 +74,7 @@ TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
         {"socket", FaultKind::Status, 0, "submitted job-"},
         {"socket", FaultKind::SocketDrop, 1, "submitted job-"},
         {"socket", FaultKind::SocketSilence, 0, "submitted job-"},
-        {"job/load", FaultKind::ResetAfter, 1, "answers again"},
+        {"job/load", FaultKind::ResetAfter, 2, "answers again"}, // one for the library, which follows the job too
         {"job/progress", FaultKind::Status, 0, "submitted job-"}};
     for (const auto &[path, kind, times, notice] : rows) {
         serve();
