@@ -226,7 +226,7 @@ TEST_F(RetryTest, sink_startsAgainBehindOtherPieces_leavesThemAlone)
     ASSERT_TRUE(file->open() && file->write("before", 6));
     QThreadPool pool;
     const auto sink = std::make_shared<Sink>(file, key);
-    for (const int size : {0, 5, 600000, 1000000, cipher.size()}) {
+    for (const int size : {0, 5, 600000, 1000000, static_cast<int>(cipher.size())}) {
         sink->restart();
         sink->begin(&pool, [] {});
         for (int at = 0; at < size; at += 16384) {
