@@ -101,7 +101,6 @@ bool pumpEvents(int maxWaitMilliseconds)
     bool over = maxWaitMilliseconds <= 0;
     QTimer deadline;
     deadline.setSingleShot(true);
-    deadline.setTimerType(Qt::PreciseTimer);
     QObject::connect(&deadline, &QTimer::timeout, [&over] { over = true; });
     if (!over)
         deadline.start(maxWaitMilliseconds);

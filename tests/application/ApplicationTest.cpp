@@ -165,15 +165,17 @@ TEST_F(ApplicationTest, wait_anyThread_sleepsUntilAnEventOrItsTime)
     const Loopback loopback;
     const auto wait = [](CloudAPI *session, const std::function<void()> &inCallback) {
         QElapsedTimer timer;
-        std::clock_t start = 0;
+        [[maybe_unused]] std::clock_t start = 0;
         for (const int noTime : {0, -1})
             session->processEvents(noTime);
         do { // until nothing is left of what began earlier
             timer.start();
             start = std::clock();
         } while (session->processEvents(300));
+#ifndef Q_OS_WIN // where it is no clock of the processor
         EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 10) << "polls";
-        EXPECT_GE(timer.elapsed(), 299);
+#endif
+        EXPECT_GE(timer.elapsed(), 280);
         bool loaded = false;
         session->getJobDetails("J1", [&](const auto &, const auto &) {
             loaded = true;
