@@ -96,7 +96,7 @@ void Jobs::setStatus(int row, const QString &status)
     int percent = 0;
     for (const QVariant &progress : simulations)
         percent += progress.toInt();
-    percent /= std::max(1, simulations.size());
+    percent /= std::max(1, static_cast<int>(simulations.size()));
     item(row, Progress)
         ->setData(status == QLatin1String("finished") ? 100
                   : isActive(status)                  ? percent
