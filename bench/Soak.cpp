@@ -181,6 +181,8 @@ private:
 
     void injectFault()
     {
+        if (m_stopping) // faults that nobody meets pile up before the renewals
+            return;
         static const char *const kinds[] = {"status",      "delay",  "cutHead",   "cutBody",    "resetAfter",
                                             "resetBefore", "hangUp", "cutUpload", "socketDrop", "socketClose"};
         const QString kind = QString::fromLatin1(kinds[below(10)]);
