@@ -79,7 +79,7 @@ int main(int argc, char **argv)
     CLI::App line("Checks what the library promises. A case is OPERATION / FAULT / ACTION: the fault is injected, the\n"
                   "operation starts, and the application does the action before, during or after it.");
     line.add_option("--seed", first, "seed of the first case");
-    line.add_option("--cases", count, "number of cases");
+    line.add_option("--cases", count, "number of cases: half of them transfers, a quarter sockets and sessions");
     line.add_option("--steps", mostSteps, "operations in one case, at most");
     line.add_flag("--matrix", whole, "every operation with every fault and action, instead of --cases");
     line.add_option("--only", only, "only cases that contain the text, such as 'subscribeToJob / unreachable'");
