@@ -203,7 +203,8 @@ VELMORA_EXPORT void generateNewJobIDForHpc(VelmoraCloudAPI *api, const char *acc
 VELMORA_EXPORT void generateNewJobIDForHpc_Json(VelmoraCloudAPI *api, const char *accountId, const char *hpcId,
                                                 VelmoraJsonCallback onComplete);
 /// Validates, then submits. An invalid job completes inside the call with code 400 and a message that lists every
-/// failed check; nothing is sent.
+/// failed check; nothing is sent. After code 0 the service may have received the job all the same: `getJobDetails`
+/// tells, with the job's id.
 VELMORA_EXPORT void submitNewJob(VelmoraCloudAPI *api, const VelmoraJobSubmit *job,
                                  VelmoraJobDetailsCallback onComplete);
 /// As `submitNewJob`. First it writes to standard output the body that will be submitted (an empty line for an invalid
@@ -310,7 +311,7 @@ VELMORA_EXPORT void searchUserTags_Json(VelmoraCloudAPI *api, const char *tags, 
 /// @name Files
 /// Files are encrypted with the job's key before they leave this machine, and decrypted after they have arrived. A list
 /// contains files whose name has the folder "/rtg/" in it only if `showAllFiles` is true. As JSON it is named
-/// "fileList".
+/// "fileList". Any number of transfers may be started at once: they take turns.
 ///
 /// A file that is passed as JSON has the keys of its record. Its sizes are read as 32 bits (a larger one as 0), its
 /// flag "directory" as a JSON boolean. All progress calls come before the completion.
@@ -367,7 +368,7 @@ VELMORA_EXPORT void uploadInputFile_Json(VelmoraCloudAPI *api, const char *file,
                                          VelmoraJsonCallback onComplete);
 /// Cancels the download to this target. Before this returns, its completion runs with code 400 and the title "Download
 /// Cancelled".
-/// @return false if no such download is running
+/// @return false if no such download is running, or its file is in its place already: then it completes as usual
 VELMORA_EXPORT bool cancelDownload(VelmoraCloudAPI *api, const VelmoraFileDownloadDetails *file);
 /// As `cancelDownload`.
 VELMORA_EXPORT bool cancelDownload_Json(VelmoraCloudAPI *api, const char *file);
