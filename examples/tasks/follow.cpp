@@ -10,7 +10,8 @@ int main(int count, char **arguments)
     Application application;
     const auto progressed = [](const Velmora::JobProgress &job) {
         for (const Velmora::SimulationProgress &simulation : job.simulationProgressList)
-            std::cout << simulation.simulationId << ": " << simulation.progress << " %\n";
+            std::cout << simulation.simulationId << ' ' << simulation.progress << " %  ";
+        std::cout << std::endl;
     };
     const auto ended = [&](const Velmora::ApiError &error, const Velmora::JobDetails &job) {
         if (application.failed(error)) // it failed or was stopped, or its end cannot be known

@@ -21,13 +21,13 @@ static bool failed(const char *error)
     return true;
 }
 
-static void onProgress(const char *progress) { printf("%s\n", progress); }
+static void onProgress(const char *progress) { printf("%s", progress); }
 
 static void onEnd(const char *error, const char *details)
 {
     if (failed(error)) /* it failed or was stopped, or its end cannot be known */
         return;
-    printf("%s\n", details);
+    printf("%s", details);
     status = EXIT_SUCCESS;
 }
 

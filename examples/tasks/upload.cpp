@@ -12,8 +12,8 @@ int main(int count, char **arguments)
     const std::string path = std::filesystem::absolute(arguments[2]).u8string();
 
     Application application;
-    const auto progressed = [](const Velmora::FileUploadDetails &file, std::int64_t sent) {
-        std::cerr << sent << " of " << file.totalFileSize << " bytes sent\n";
+    const auto progressed = [](const Velmora::FileUploadDetails &, std::int64_t sent) {
+        std::cerr << sent << " bytes sent\n";
     };
     const auto uploaded = [&](const Velmora::ApiError &error, const Velmora::FileUploadDetails &file) {
         if (application.failed(error))
