@@ -2,4 +2,4 @@
 # not see: they have the link to its file. In the reference such links would lead nowhere, because it has only the pages
 # and the headers.
 s/^<!-- (\\include .*) -->$/\1/
-s/\[([^]]*)\]\((\.\.\/)+(examples|include|tests|tools|README|SECURITY)[^)]*\)/\1/g
+s/\[([^]]*)\]\((\.\.\/)+(examples|include|python|tests|tools|README|SECURITY)[^)]*\)/\1/g
