@@ -34,7 +34,7 @@ public:
 
     void finish(int status = EXIT_SUCCESS) { m_status = status; }
 
-    // The first argument of every completion says whether it is one. Code 0 means that no whole answer came.
+    // The first argument of every completion is the outcome. Code 0 means that no whole answer came.
     bool failed(const Velmora::ApiError &error)
     {
         if (succeeded(error))
