@@ -49,6 +49,21 @@ class Pieces(unittest.TestCase):
             self.file("all.xml", f"<doxygen>{''.join(members)}</doxygen>")
             self.assertEqual(run("undescribed.py", self.folder), expected)
 
+    def test_dead_links(self):
+        self.file("b.html", '<h1 id="top"></h1>' + '<a class="x" href="#top"></a>' * 99)
+        for link, expected in (("b.html#top", (0, [])), ("https://c.example/d", (1, [])),
+                               ("b.html#end", (1, ["a.html: b.html#end leads nowhere"])), ("c.html", (1, ["a.html: c.html leads nowhere"]))):
+            self.file("a.html", f'<a href="{link}"></a>')
+            self.assertEqual(run("dead_links.py", self.folder), expected)
+
+    def test_figures(self):
+        page = self.file("figures.md", "A\n<!-- soak -->\nold\n<!-- end -->\nB\n<!-- scale -->\nsame\n<!-- end -->\n")
+        for text, code in ("2 processors\n\n## soak\n\nseconds,KiB\n1,5\n| a |\n", 0), ("## other\n", 1), ("", 1):
+            self.assertEqual(run("figures.py", page, text=text)[0], code)
+            with open(page, encoding="utf-8") as file:
+                self.assertRegex(file.read(), r"^A\n<!-- soak -->\n[\d-]{10}\. 2 processors\n\n\| a \|\n<!-- end -->\n"
+                                              r"B\n<!-- scale -->\nsame\n<!-- end -->\n$")
+
     def test_abi_trim(self):
         header = self.file("Own.h", "struct Own {\n};\nstruct New {\n};\ntemplate <class T> using Alias = Foreign<T>;\n")
         dump = """<abi-corpus><elf-function-symbols><elf-symbol name="run"/></elf-function-symbols>
