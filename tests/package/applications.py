@@ -137,7 +137,7 @@ class ApplicationsTest(unittest.TestCase):
         self.expect(self.csharp(), 1, '"errorCode": 401', VELMORA_PASSWORD="wrong")
 
     def test_python_inputFile_comesBackInTheResults(self):
-        self.expect(self.python("beam " * 100000), 0, "progress=100")
+        self.expect(self.python("beam " * 100000), 0, "sim-1/results.dat")
         with open(f"{self.folder}/sim-1/results.dat", encoding="ascii") as file:
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")

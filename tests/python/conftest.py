@@ -22,11 +22,12 @@ class Portal:
     async def sign_in(self, session: velmora.Session) -> str:
         return await session.sign_in(self.email, self.password)
 
-    def control(self, what: str, **values: object) -> None:
+    def control(self, what: str, **values: object) -> Any:
         """Without values: DELETE."""
         request = urllib.request.Request(f"https://{self.host}/control/{what}", json.dumps(values).encode() if values
                                          else None, method="POST" if values else "DELETE")
-        urllib.request.urlopen(request, context=ssl.create_default_context(cafile=self.ca)).close()
+        with urllib.request.urlopen(request, context=ssl.create_default_context(cafile=self.ca)) as answer:
+            return json.load(answer)
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
@@ -35,7 +36,7 @@ def pytest_addoption(parser: pytest.Parser) -> None:
 
 @pytest.fixture(scope="session", name="portal")
 def running_portal(request: pytest.FixtureRequest) -> Iterator[Portal]:
-    command = [request.config.getoption("--portal"), "--job-duration", "1"]
+    command = [request.config.getoption("--portal")]
     with subprocess.Popen(command, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                           stderr=subprocess.DEVNULL) as process:
         assert process.stdout and process.stdin
