@@ -9,7 +9,7 @@
 from . import records
 from .errors import JobEnded, SessionClosed, VelmoraError
 from .records import *
-from .session import Session, version
+from .session import Session, latest_status, version
 
-__all__ = ["JobEnded", "Session", "SessionClosed", "VelmoraError", "version"]
+__all__ = ["JobEnded", "Session", "SessionClosed", "VelmoraError", "latest_status", "version"]
 __all__ += records.__all__

@@ -57,7 +57,7 @@ def text(value: bytes | None) -> str:
 
 class Operation(NamedTuple):
     callbacks: tuple[Any, ...]  # what ctypes made for the library, which keeps bare pointers
-    abandon: Callable[[VelmoraError], None]
+    abandon: Callable[[Exception], None]
 
 
 class Worker:
@@ -135,7 +135,10 @@ class Worker:
         if key in self._under_way:
             self.end(key).abandon(VelmoraError(400, name.partition("_")[0], "Called again, which ends the earlier call"))
         self._under_way[key] = operation
-        getattr(self.library, name)(self.handle, *arguments, *operation.callbacks)
+        try:
+            getattr(self.library, name)(self.handle, *arguments, *operation.callbacks)
+        except Exception as error:  # such as a library without this function
+            self.end(key).abandon(error)
 
     def end(self, key: Hashable) -> Operation:
         """On the thread, also inside a callback of the operation: which is released later, therefore."""

@@ -15,7 +15,7 @@ from ._library import CHANGE, FLAG, MESSAGE, PROGRESS, RESULT, TEXT, Operation, 
 from .errors import JobEnded, VelmoraError
 from .records import (AccountBalance, AccountDetails, ClientOptions, CloudFile, FileUploadDetails, HpcDetails, ItemTag,
                       JobDetails, JobProgress, JobSubmit, PortalTarget, ProxyDefinition, SessionChange,
-                      SimulationAbortState, UserDetails)
+                      SimulationAbortState, SimulationDetails, UserDetails)
 
 T = TypeVar("T")
 OnProgress = Callable[[int], None] | None
@@ -25,6 +25,13 @@ END = object()
 def version() -> str:
     """The version of the library that is loaded."""
     return text(_library.load().velmoraVersion())
+
+
+def latest_status(of: JobDetails | SimulationDetails) -> str:
+    """The newest status of a job or a simulation, as the service spells it; empty when there is none."""
+    dated = ([(each.job_status_date, each.job_status) for each in of.job_status] if isinstance(of, JobDetails) else
+             [(each.simulation_status_date, each.simulation_status) for each in of.simulation_status])
+    return max(reversed(dated), key=lambda each: each[0], default=(0, ""))[1]  # the later of two with the same date
 
 
 class Session:
