@@ -13,7 +13,7 @@ TARGET = ROOT / "python/velmora/records.py"
 HEADERS = ["Records.h", "JobSubmit.h", "Callbacks.h", "ClientOptions.h"]
 ENUMS = ["PortalTarget", "JobOperation", "SessionChange"]
 LEFT_OUT = ["ApiError", "FileDownloadDetails", "DeleteFileDetails"]  # here an exception, and arguments of methods
-HEAD = '''"""The records that cross the library's boundary. Made by generate.py from the headers of the library: change those."""
+HEAD = '''"""The records that cross the library's boundary. generate.py makes this from the library's headers."""
 
 from dataclasses import dataclass, field
 from enum import IntEnum
@@ -59,7 +59,7 @@ def default(kind: str, value: str | None) -> str:
     if kind.startswith("list"):
         return "field(default_factory=list)"
     if kind[0].isupper():
-        return value.replace("::", ".").upper().replace(kind.upper(), kind) if value else f"field(default_factory={kind})"
+        return f"{kind}.{value.split('::')[1].upper()}" if value else f"field(default_factory={kind})"
     return {"true": "True", "false": "False", None: '""'}.get(value, value or "")
 
 
@@ -104,7 +104,8 @@ def make_record(name: str, table: str, headers: str) -> str:
               *(f'        "{snake(member)}": "{keys[member]}",' for _, _, member, *_ in members), "    }"]
     if list_key := re.search(r'listKey = "(\w+)"', table):
         lines.append(f'    _list_key: ClassVar[str] = "{list_key[1]}"')
-    if advised := re.search(rf"///([^\n]*)\n *static {name} robust\(\)\n.*?{name} options;\n(.*?) *return", found[2], re.S):
+    if advised := re.search(rf"///([^\n]*)\n *static {name} robust\(\)\n.*?{name} options;\n(.*?) *return", found[2],
+                            re.S):
         values = ", ".join(f"{snake(member)}={default('bool', value)}"
                            for member, value in re.findall(r"options\.(\w+) = (.+);", advised[2]))
         lines += ["", "    @classmethod", f'    def robust(cls) -> "{name}":', quoted(advised[1].strip(), "        "),

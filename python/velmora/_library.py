@@ -133,7 +133,8 @@ class Worker:
     def begin(self, key: Hashable, name: str, arguments: tuple[Any, ...], operation: Operation) -> None:
         """On the thread: calls the library. An earlier operation of this key ends, as it does in the library."""
         if key in self._under_way:
-            self.end(key).abandon(VelmoraError(400, name.partition("_")[0], "Called again, which ends the earlier call"))
+            title = name.partition("_")[0]
+            self.end(key).abandon(VelmoraError(400, title, "Called again, which ends the earlier call"))
         self._under_way[key] = operation
         try:
             getattr(self.library, name)(self.handle, *arguments, *operation.callbacks)

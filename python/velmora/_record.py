@@ -32,7 +32,8 @@ class Record:
 
     @classmethod
     def _read(cls: type[Self], values: Mapping[str, Any]) -> Self:
-        return cls(**{name: read(values[key]) for name, key, read in _readers(cls) if key in values})  # type: ignore[arg-type]
+        readers = _readers(cls)  # type: ignore[arg-type] # functools cannot tell that a class is hashable
+        return cls(**{name: read(values[key]) for name, key, read in readers if key in values})
 
 
 @functools.cache

@@ -1,4 +1,4 @@
-"""The records that cross the library's boundary. Made by generate.py from the headers of the library: change those."""
+"""The records that cross the library's boundary. Made by generate.py from the library's headers: change those."""
 
 from dataclasses import dataclass, field
 from enum import IntEnum

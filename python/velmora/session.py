@@ -224,8 +224,8 @@ class Session:
 
     def messages(self, job_id: str) -> AsyncIterator[str]:
         """The messages that the service sends about a job, unchanged. The last one is that of a finished job. A lost
-        connection raises. A job that failed or was stopped is a message as others are: `follow` knows every end. A later
-        call for the same job ends the iteration of an earlier one."""
+        connection raises. A job that failed or was stopped is a message as others are: `follow` knows every end. A
+        later call for the same job ends the iteration of an earlier one."""
 
         def callbacks(put: Callable[[Any], None], end: Callable[[], None]) -> tuple[Any, ...]:
             def on_finished(error: bytes, _: bytes, message: bytes) -> None:
@@ -313,7 +313,8 @@ class Session:
         await self._transfer("downloadFile_Json", "cancelDownload_Json", wanted, lambda _: None, on_progress)
         return path
 
-    async def _transfer(self, name: str, cancel: str, file: str, read: Callable[[str], T], on_progress: OnProgress) -> T:
+    async def _transfer(self, name: str, cancel: str, file: str, read: Callable[[str], T],
+                        on_progress: OnProgress) -> T:
         loop, count = asyncio.get_running_loop(), ByteCount()
 
         def progressed(_: bytes, low: int) -> None:
