@@ -29,10 +29,11 @@ WORDS = {
     "logUserIn": "Session.sign_in", "resumeSession": "Session.resume", "clearActiveAccount": "Session.sign_out",
     "lastNetworkError": "VelmoraError.message", "ClientOptions::keepAlive": "ClientOptions.keep_alive",
 }
-# JSON states an estimate per simulation, and what `Session.upload` gives back has no other use.
+# JSON states an estimate per simulation. The others say what is of no use here.
 DOCS = {
     "JobSubmit.coreHourEstimate": "core hours per simulation",
     "JobSubmit": "A job to run. Fill the fields, then pass it to `Session.submit`, which validates it first.",
+    "SessionChange": "What happened to the session's token.",
     "FileUploadDetails": "An upload, as `Session.upload` returns it.",
     "FileUploadDetails.totalFileSize": "bytes, as found on disk",
 }
@@ -63,8 +64,15 @@ def default(kind: str, value: str | None) -> str:
     return {"true": "True", "false": "False", None: '""'}.get(value, value or "")
 
 
-def quoted(text: str, indent: str) -> str:
-    return textwrap.fill(f'"""{text}"""', 120, initial_indent=indent, subsequent_indent=indent, break_long_words=False)
+def filled(text: str, indent: str, behind: str = "") -> str:
+    return textwrap.fill(text, 120, initial_indent=indent, subsequent_indent=indent + behind, break_long_words=False)
+
+
+def docstring(text: str, fields: list[tuple[str, str]]) -> list[str]:
+    """What `help` shows of a class: a comment, and those of its fields."""
+    described = [filled(f"{name}: {about}", "    ", "    ") for name, about in fields if about]
+    opening = filled(f'"""{text}', "    ")
+    return [f'{opening}"""', ""] if not described else [opening, "", *described, '    """', ""]
 
 
 def read_headers() -> tuple[str, str]:
@@ -75,14 +83,11 @@ def read_headers() -> tuple[str, str]:
 def make_enum(name: str, headers: str) -> str:
     found = re.search(rf"((?:///[^\n]*\n)*)enum class {name}\b[^\n]*{{\n(.*?)}};", headers, re.S)
     assert found, f"no enumeration {name}"
-    lines = [f"class {name}(IntEnum):"]
-    if found[1]:
-        lines += [quoted(description(name, found[1]), "    "), ""]
-    for before, member, number, behind in re.findall(r"((?: *///[^<].*\n)*) *(\w+) = (\d+),(.*)\n", found[2]):
-        lines.append(f"    {snake(member).upper()} = {number}")
-        if before or behind:
-            lines.append(quoted(description(f"{name}.{member}", before or behind), "    "))
-    return "\n".join(lines)
+    members = re.findall(r"((?: *///[^<].*\n)*) *(\w+) = (\d+),(.*)\n", found[2])
+    fields = [(snake(member).upper(), description(f"{name}.{member}", before or behind))
+              for before, member, _, behind in members]
+    return "\n".join([f"class {name}(IntEnum):", *docstring(description(name, found[1]), fields),
+                      *(f"    {snake(member).upper()} = {number}" for _, member, number, _ in members)])
 
 
 def make_record(name: str, table: str, headers: str) -> str:
@@ -94,12 +99,11 @@ def make_record(name: str, table: str, headers: str) -> str:
     keys = {member: text or reply
             for member, reply, text in re.findall(rf'field\(&{name}::(\w+), "(\w+)"(?:, "(\w+)")?\)', table)}
     assert keys.keys() == {member[2] for member in members}, f"{name}: {keys.keys()} are not its members"
-    lines = ["@dataclass(kw_only=True)", f"class {name}(Record):", quoted(description(name, found[1]), "    "), ""]
-    for before, kind, member, value, behind in members:
-        kind = python_type(kind)
-        lines.append(f"    {snake(member)}: {kind} = {default(kind, value or None)}")
-        if before or behind:
-            lines.append(quoted(description(f"{name}.{member}", before or behind), "    "))
+    fields = [(snake(member), description(f"{name}.{member}", before or behind))
+              for before, _, member, _, behind in members]
+    lines = ["@dataclass(kw_only=True)", f"class {name}(Record):", *docstring(description(name, found[1]), fields)]
+    for _, kind, member, value, _ in members:
+        lines.append(f"    {snake(member)}: {python_type(kind)} = {default(python_type(kind), value or None)}")
     lines += ["    _keys: ClassVar[Mapping[str, str]] = {",
               *(f'        "{snake(member)}": "{keys[member]}",' for _, _, member, *_ in members), "    }"]
     if list_key := re.search(r'listKey = "(\w+)"', table):
@@ -108,7 +112,7 @@ def make_record(name: str, table: str, headers: str) -> str:
                             re.S):
         values = ", ".join(f"{snake(member)}={default('bool', value)}"
                            for member, value in re.findall(r"options\.(\w+) = (.+);", advised[2]))
-        lines += ["", "    @classmethod", f'    def robust(cls) -> "{name}":', quoted(advised[1].strip(), "        "),
+        lines += ["", "    @classmethod", f'    def robust(cls) -> "{name}":', f'        """{advised[1].strip()}"""',
                   f"        return cls({values})"]
     return "\n".join(lines)
 

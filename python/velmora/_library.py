@@ -121,7 +121,7 @@ class Worker:
                 outcome = self.succeeded(error)
                 future.set_result(read(*values or [outcome]))
             except Exception as raised:  # none may pass through the library
-                future.set_exception(raised)
+                future.set_exception(raised.with_traceback(None))  # whose frames say nothing to the caller
 
         def run() -> None:
             if future.set_running_or_notify_cancel():

@@ -4,15 +4,13 @@ from .records import JobDetails
 
 
 class VelmoraError(Exception):
-    """An operation that did not succeed."""
+    """An operation that did not succeed.
 
-    code: int
-    """The status of the service's answer, 300 or more. 400 also for what the library refuses, for a transfer that broke
-    and for a job that did not finish. 0: no whole answer came."""
-    title: str
-    """The operation that failed. Empty with code 0."""
-    message: str
-    """Why, for people: the explanation of the service or the library. With code 0 the reason of the network."""
+    code: the status of the service's answer, 300 or more. 400 also for what the library refuses, for a transfer that
+        broke and for a job that did not finish. 0: no whole answer came.
+    title: the operation that failed; empty with code 0
+    message: why, for people: the explanation of the service or the library. With code 0 the reason of the network.
+    """
 
     def __init__(self, code: int, title: str, message: str) -> None:
         self.code, self.title, self.message = code, title, message
@@ -23,7 +21,10 @@ class VelmoraError(Exception):
 
 
 class JobEnded(VelmoraError):
-    """A followed job that failed, was stopped or was archived; the title says which."""
+    """A followed job that failed, was stopped or was archived; the title says which.
+
+    job: the job as it was after its end
+    """
 
     def __init__(self, code: int, title: str, message: str, job: JobDetails) -> None:
         super().__init__(code, title, message)

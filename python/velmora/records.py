@@ -1,4 +1,4 @@
-"""The records that cross the library's boundary. Made by generate.py from the library's headers: change those."""
+"""The records that cross the library's boundary. generate.py makes this from the library's headers."""
 
 from dataclasses import dataclass, field
 from enum import IntEnum
@@ -24,66 +24,74 @@ class PortalTarget(IntEnum):
 
 
 class JobOperation(IntEnum):
-    """What a job does."""
+    """What a job does.
+
+    MPI: one solver run over several processes
+    SIMULATION: one process per simulation
+    """
 
     MPI = 0
-    """one solver run over several processes"""
     SIMULATION = 1
-    """one process per simulation"""
     REVIEW = 2
     BUILD = 3
 
 
 class SessionChange(IntEnum):
-    """What happened to the session's token. Numbers, for the flat functions; they stay as they are."""
+    """What happened to the session's token.
+
+    SIGNED_IN: by `Session.sign_in` or `Session.resume`
+    RENEWED: a new token has replaced one that was about to expire
+    RENEWAL_FAILED: There is no token any more, because the service refused to renew it, or did not answer. Nothing more
+        is tried: sign in again. With `ClientOptions.keep_alive` only a refusal leads to this.
+    SIGNED_OUT: by `Session.sign_out`, or because the next sign-in began
+    """
 
     SIGNED_IN = 0
-    """by `Session.sign_in` or `Session.resume`"""
     RENEWED = 1
-    """a new token has replaced one that was about to expire"""
     RENEWAL_FAILED = 2
-    """There is no token any more, because the service refused to renew it, or did not answer. Nothing more is tried:
-    sign in again. With `ClientOptions.keep_alive` only a refusal leads to this."""
     SIGNED_OUT = 3
-    """by `Session.sign_out`, or because the next sign-in began"""
 
 
 @dataclass(kw_only=True)
 class ClientOptions(Record):
     """How a session deals with bad networks and long runs. A default one changes nothing: no request is repeated, and
-    none has a time limit. Negative numbers count as 0."""
+    none has a time limit. Negative numbers count as 0.
+
+    keep_alive: A renewal of the token that gets no answer, none with a token, or one with a status of 500 or more, is
+        tried again after 1, 2, 4 … 30 s, until it succeeds, is refused, or the user signs out. Requests and
+        subscriptions that are made during a renewal wait for it and go out with its token, in their order. They go out
+        without one when it is refused, and when the user signs out. A token that lives 5 s or less is renewed after
+        half of its time.
+    answer_timeout: Seconds that a request may go without a byte of its answer, 0 for ever. Then it ends with code 0,
+        and so does a request that waits for a renewal, once three tries of that have failed. A renewal that is to be
+        tried again counts as unanswered after a minute where this is 0. It does not apply to transfers. The time that
+        the owner's thread is busy does not count.
+    stall_timeout: Seconds that a transfer may go without a byte sent or received, 0 for ever. Then it breaks. To wait
+        for its turn, for the local disk or because of a limit does not count.
+    transfer_retries: How often a transfer that broke goes on, for each file or piece of a file. The pauses are 1, 2, 4
+        … s. A download goes on where it broke, if the storage can do that and still has the same file. An upload starts
+        again. An address that the storage refuses is asked for anew, and counts as one that broke; so do the statuses
+        408, 429 and 500 or more, also of the request for a key or an address. Other refusals, a local file that changed
+        or cannot be written, and certificates that are not trusted end the transfer at once.
+    upload_bytes_per_second: Bytes per second that all uploads of the session together may send, 0 for no limit.
+    download_bytes_per_second: Bytes per second that all downloads of the session together may receive, 0 for no limit.
+    connections_per_host: Transfers to one storage server, and as many from it, that may move bytes at a time, 0 for the
+        library's choice. One that only waits for the server does not count.
+    ca_file: A file of certificate authorities in PEM form that are trusted besides those of the system, for requests,
+        transfers and subscriptions (which accept any certificate, with this or without). Its path is UTF-8. Empty for
+        none. It is read by `Session`, and for transfers when one starts. While it cannot be read, or holds no
+        certificate, transfers fail and requests are not sent: they end with code 0, and `VelmoraError.message` names
+        the file.
+    """
 
     keep_alive: bool = False
-    """A renewal of the token that gets no answer, none with a token, or one with a status of 500 or more, is tried
-    again after 1, 2, 4 … 30 s, until it succeeds, is refused, or the user signs out. Requests and subscriptions that
-    are made during a renewal wait for it and go out with its token, in their order. They go out without one when it is
-    refused, and when the user signs out. A token that lives 5 s or less is renewed after half of its time."""
     answer_timeout: int = 0
-    """Seconds that a request may go without a byte of its answer, 0 for ever. Then it ends with code 0, and so does a
-    request that waits for a renewal, once three tries of that have failed. A renewal that is to be tried again counts
-    as unanswered after a minute where this is 0. It does not apply to transfers. The time that the owner's thread is
-    busy does not count."""
     stall_timeout: int = 0
-    """Seconds that a transfer may go without a byte sent or received, 0 for ever. Then it breaks. To wait for its turn,
-    for the local disk or because of a limit does not count."""
     transfer_retries: int = 0
-    """How often a transfer that broke goes on, for each file or piece of a file. The pauses are 1, 2, 4 … s. A download
-    goes on where it broke, if the storage can do that and still has the same file. An upload starts again. An address
-    that the storage refuses is asked for anew, and counts as one that broke; so do the statuses 408, 429 and 500 or
-    more, also of the request for a key or an address. Other refusals, a local file that changed or cannot be written,
-    and certificates that are not trusted end the transfer at once."""
     upload_bytes_per_second: int = 0
-    """Bytes per second that all uploads of the session together may send, 0 for no limit."""
     download_bytes_per_second: int = 0
-    """Bytes per second that all downloads of the session together may receive, 0 for no limit."""
     connections_per_host: int = 0
-    """Transfers to one storage server, and as many from it, that may move bytes at a time, 0 for the library's choice.
-    One that only waits for the server does not count."""
     ca_file: str = ""
-    """A file of certificate authorities in PEM form that are trusted besides those of the system, for requests,
-    transfers and subscriptions (which accept any certificate, with this or without). Its path is UTF-8. Empty for none.
-    It is read by `Session`, and for transfers when one starts. While it cannot be read, or holds no certificate,
-    transfers fail and requests are not sent: they end with code 0, and `VelmoraError.message` names the file."""
     _keys: ClassVar[Mapping[str, str]] = {
         "keep_alive": "keepAlive",
         "answer_timeout": "answerTimeout",
@@ -103,17 +111,19 @@ class ClientOptions(Record):
 
 @dataclass(kw_only=True)
 class ProxyDefinition(Record):
-    """Argument of `Session.apply_proxy`."""
+    """Argument of `Session.apply_proxy`.
+
+    proxy_user: may be empty
+    proxy_password: may be empty
+    proxy_port: its low 16 bits are used
+    proxy_type: 0 SOCKS 5, 1 HTTP, 2 the system's configuration
+    """
 
     proxy_host: str = ""
     proxy_user: str = ""
-    """may be empty"""
     proxy_password: str = ""
-    """may be empty"""
     proxy_port: int = 0
-    """its low 16 bits are used"""
     proxy_type: int = 0
-    """0 SOCKS 5, 1 HTTP, 2 the system's configuration"""
     _keys: ClassVar[Mapping[str, str]] = {
         "proxy_host": "proxyHost",
         "proxy_user": "proxyUser",
@@ -125,16 +135,18 @@ class ProxyDefinition(Record):
 
 @dataclass(kw_only=True)
 class CloudFile(Record):
-    """One file or directory stored in the cloud under a job."""
+    """One file or directory stored in the cloud under a job.
+
+    file_name: name, with its path below the job
+    file_size: bytes as stored, that is, encrypted
+    file_hash: content hash as the service reports it
+    """
 
     job_id: str = ""
     file_name: str = ""
-    """name, with its path below the job"""
     file_size: int = 0
-    """bytes as stored, that is, encrypted"""
     file_date: int = 0
     file_hash: str = ""
-    """content hash as the service reports it"""
     directory: bool = False
     _keys: ClassVar[Mapping[str, str]] = {
         "job_id": "jobId",
@@ -149,14 +161,16 @@ class CloudFile(Record):
 
 @dataclass(kw_only=True)
 class FileUploadDetails(Record):
-    """An upload, as `Session.upload` returns it."""
+    """An upload, as `Session.upload` returns it.
+
+    local_file_location: full path of the file to send
+    cloud_file_job_id: job to upload into
+    total_file_size: bytes, as found on disk
+    """
 
     local_file_location: str = ""
-    """full path of the file to send"""
     cloud_file_job_id: str = ""
-    """job to upload into"""
     total_file_size: int = 0
-    """bytes, as found on disk"""
     _keys: ClassVar[Mapping[str, str]] = {
         "local_file_location": "localFileLocation",
         "cloud_file_job_id": "cloudFileJobID",
@@ -166,11 +180,13 @@ class FileUploadDetails(Record):
 
 @dataclass(kw_only=True)
 class ItemTag(Record):
-    """A tag attached to a job."""
+    """A tag attached to a job.
+
+    tag_type: category as the service names it
+    """
 
     tag_text: str = ""
     tag_type: str = ""
-    """category as the service names it"""
     _keys: ClassVar[Mapping[str, str]] = {
         "tag_text": "tagText",
         "tag_type": "tagType",
@@ -180,11 +196,13 @@ class ItemTag(Record):
 
 @dataclass(kw_only=True)
 class UserDetails(Record):
-    """The signed-in user."""
+    """The signed-in user.
+
+    user_email: the sign-in identity
+    """
 
     user_id: str = ""
     user_email: str = ""
-    """the sign-in identity"""
     surname: str = ""
     forename: str = ""
     company_name: str = ""
@@ -199,12 +217,14 @@ class UserDetails(Record):
 
 @dataclass(kw_only=True)
 class AccountAccess(Record):
-    """The signed-in user's standing within one account."""
+    """The signed-in user's standing within one account.
+
+    max_core_hour_request: core hours the user may request
+    """
 
     account_id: str = ""
     user_email: str = ""
     max_core_hour_request: int = 0
-    """core hours the user may request"""
     account_admin: bool = False
     has_mfa: bool = False
     _keys: ClassVar[Mapping[str, str]] = {
@@ -241,14 +261,16 @@ class AccountDetails(Record):
 
 @dataclass(kw_only=True)
 class AccountTransaction(Record):
-    """One entry of an account's recent transactions."""
+    """One entry of an account's recent transactions.
+
+    job_id: job charged; may be empty
+    simulation_id: simulation charged; may be empty
+    """
 
     account_id: str = ""
     transaction_id: str = ""
     job_id: str = ""
-    """job charged; may be empty"""
     simulation_id: str = ""
-    """simulation charged; may be empty"""
     transaction_type: str = ""
     transaction_description: str = ""
     user_email: str = ""
@@ -277,11 +299,13 @@ class AccountTransaction(Record):
 
 @dataclass(kw_only=True)
 class AccountBalance(Record):
-    """An account's balance."""
+    """An account's balance.
+
+    core_hours_available: core hours
+    """
 
     account_id: str = ""
     core_hours_available: float = 0.0
-    """core hours"""
     recent_transactions: list[AccountTransaction] = field(default_factory=list)
     _keys: ClassVar[Mapping[str, str]] = {
         "account_id": "accountId",
@@ -292,18 +316,20 @@ class AccountBalance(Record):
 
 @dataclass(kw_only=True)
 class HpcDetails(Record):
-    """One compute cluster."""
+    """One compute cluster.
+
+    hpc_active: accepts jobs
+    hpc_cloud: cloud provider as the service names it
+    hpc_account_bucket: storage bucket of the account on that cluster
+    """
 
     hpc_id: str = ""
     hpc_active: bool = False
-    """accepts jobs"""
     hpc_cloud: str = ""
-    """cloud provider as the service names it"""
     hpc_cluster_name: str = ""
     hpc_description: str = ""
     hpc_region: str = ""
     hpc_account_bucket: str = ""
-    """storage bucket of the account on that cluster"""
     _keys: ClassVar[Mapping[str, str]] = {
         "hpc_id": "hpcId",
         "hpc_active": "hpcActive",
@@ -348,11 +374,13 @@ class SimulationStatusEntry(Record):
 
 @dataclass(kw_only=True)
 class SimulationDetails(Record):
-    """One simulation of a job."""
+    """One simulation of a job.
+
+    console_parameters: solver parameters, without the service's own fixed switches
+    """
 
     simulation_id: str = ""
     console_parameters: str = ""
-    """solver parameters, without the service's own fixed switches"""
     simulation_status: list[SimulationStatusEntry] = field(default_factory=list)
     _keys: ClassVar[Mapping[str, str]] = {
         "simulation_id": "simulationId",
@@ -363,29 +391,31 @@ class SimulationDetails(Record):
 
 @dataclass(kw_only=True)
 class JobDetails(Record):
-    """A submitted job."""
+    """A submitted job.
+
+    job_name: jobs submitted by this library carry a time stamp at the end
+    cores_required: per simulation
+    core_hour_estimate: core hours per simulation
+    ram_estimate: MB
+    precision: 'single' or 'double'
+    number_of_parts: processes per simulation
+    file_aliases: one per dependency, in the same order
+    operation: 'mpi', 'simulation', 'review' or 'build'
+    """
 
     job_id: str = ""
     account_id: str = ""
     job_name: str = ""
-    """jobs submitted by this library carry a time stamp at the end"""
     docker_tag: str = ""
     cores_required: int = 0
-    """per simulation"""
     core_hour_estimate: float = 0.0
-    """core hours per simulation"""
     ram_estimate: int = 0
-    """MB"""
     main_file: str = ""
     precision: str = ""
-    """'single' or 'double'"""
     number_of_parts: int = 0
-    """processes per simulation"""
     file_dependencies: list[str] = field(default_factory=list)
     file_aliases: list[str] = field(default_factory=list)
-    """one per dependency, in the same order"""
     operation: str = ""
-    """'mpi', 'simulation', 'review' or 'build'"""
     simulations: list[SimulationDetails] = field(default_factory=list)
     job_status: list[JobStatusEntry] = field(default_factory=list)
     job_type: str = ""
@@ -412,11 +442,13 @@ class JobDetails(Record):
 
 @dataclass(kw_only=True)
 class SimulationProgress(Record):
-    """Progress of one simulation."""
+    """Progress of one simulation.
+
+    progress: as the service reports it; percent with today's service
+    """
 
     simulation_id: str = ""
     progress: int = 0
-    """as the service reports it; percent with today's service"""
     _keys: ClassVar[Mapping[str, str]] = {
         "simulation_id": "simulationId",
         "progress": "progress",
@@ -437,12 +469,14 @@ class JobProgress(Record):
 
 @dataclass(kw_only=True)
 class SimulationAbortState(Record):
-    """The outcome of stopping one simulation."""
+    """The outcome of stopping one simulation.
+
+    status: the service's answer for that simulation
+    """
 
     job_id: str = ""
     simulation_id: str = ""
     status: str = ""
-    """the service's answer for that simulation"""
     _keys: ClassVar[Mapping[str, str]] = {
         "job_id": "jobID",
         "simulation_id": "simID",
@@ -453,34 +487,36 @@ class SimulationAbortState(Record):
 
 @dataclass(kw_only=True)
 class JobSubmit(Record):
-    """A job to run. Fill the fields, then pass it to `Session.submit`, which validates it first."""
+    """A job to run. Fill the fields, then pass it to `Session.submit`, which validates it first.
+
+    job_id: from `Session.new_job_id`
+    account_id: account to charge
+    job_name: without diacritics (not checked); a time stamp is appended on submission
+    cores_required: per simulation, 1 to 128
+    core_hour_estimate: core hours per simulation
+    ram_estimate: MB, below 1800 GB
+    main_file: name of a trninp, revinp or bldinp file
+    job_precision: 0 single, anything else double
+    solver_tag: solver image; with a blank the service chooses
+    dependent_files_alias_list: one per dependent file, in the same order
+    simulations: one entry per simulation: its solver parameters
+    origin_application: name of the application that submits
+    """
 
     job_id: str = ""
-    """from `Session.new_job_id`"""
     account_id: str = ""
-    """account to charge"""
     job_name: str = ""
-    """without diacritics (not checked); a time stamp is appended on submission"""
     cores_required: int = 0
-    """per simulation, 1 to 128"""
     core_hour_estimate: float = 0.0
-    """core hours per simulation"""
     ram_estimate: int = 0
-    """MB, below 1800 GB"""
     main_file: str = ""
-    """name of a trninp, revinp or bldinp file"""
     job_precision: int = 0
-    """0 single, anything else double"""
     solver_tag: str = " "
-    """solver image; with a blank the service chooses"""
     dependent_files_list: list[str] = field(default_factory=list)
     dependent_files_alias_list: list[str] = field(default_factory=list)
-    """one per dependent file, in the same order"""
     operation: JobOperation = JobOperation.MPI
     simulations: list[str] = field(default_factory=list)
-    """one entry per simulation: its solver parameters"""
     origin_application: str = ""
-    """name of the application that submits"""
     _keys: ClassVar[Mapping[str, str]] = {
         "job_id": "jobID",
         "account_id": "accountID",
