@@ -55,10 +55,11 @@ class Session:
         chosen = options or ClientOptions.robust()
         if ca_file:
             chosen = dataclasses.replace(chosen, ca_file=os.fspath(ca_file))
+        definition, target = chosen.to_json().encode(), ctypes.c_int32(portal)
         self._worker = worker = Worker(_library.load(library))
         self._library = worker.library
-        worker.post(lambda: worker.library.setClientOptions_Json(worker.handle, chosen.to_json().encode()))
-        worker.post(lambda: worker.library.setAPIPortal(worker.handle, ctypes.byref(ctypes.c_int32(portal))))
+        worker.post(lambda: worker.library.setClientOptions_Json(worker.handle, definition))
+        worker.post(lambda: worker.library.setAPIPortal(worker.handle, ctypes.byref(target)))
         weakref.finalize(self, worker.close)
 
     async def __aenter__(self) -> "Session":
