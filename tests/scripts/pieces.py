@@ -1,6 +1,5 @@
 """The programs that the scripts call: each on a small input, by its output and exit code."""
 
-import json
 import os
 import re
 import ssl
@@ -27,11 +26,6 @@ class Pieces(unittest.TestCase):
         with open(f"{self.folder}/{name}", "w", encoding="utf-8") as file:
             file.write(text)
         return file.name
-
-    def test_portal_facts(self):
-        users = [{"email": "a", "password": "1", "mfaCode": "246810"}, {"email": "b", "password": "2 3", "mfaCode": ""}]
-        line = json.dumps({"host": "127.0.0.1:1", "ca": "/x y/ca.pem", "users": users})
-        self.assertEqual(run("portal_facts.py", text=line), (0, ["127.0.0.1:1", "/x y/ca.pem", "b", "2 3"]))
 
     def test_trust_reg(self):
         pem = self.file("ca.pem", ssl.DER_cert_to_PEM_cert(b"abc"))
