@@ -33,6 +33,21 @@ class Pieces(unittest.TestCase):
         line = json.dumps({"host": "127.0.0.1:1", "ca": "/x y/ca.pem", "users": users})
         self.assertEqual(run("portal_facts.py", text=line), (0, ["127.0.0.1:1", "/x y/ca.pem", "b", "2 3"]))
 
+    def test_mutate_rules(self):
+        sys.path.insert(0, SCRIPTS)
+        from mutate_rules import faults_of
+
+        rows = {  # text: what may be wrong in it
+            "if (a && b < 2)\n    return c;\n": {("never", "a && b < 2"), ("negated", "a && b < 2"), ("negated", "a"),
+                                              ("negated", "b < 2"), ("constant", "2"), ("comparison", "2"),
+                                              ("returned", "c"), ("removed", "return c;")},
+            'f(x, y); // if (a)\n"1";\n': {("swapped", "x, y")},
+            "{ f(std::move(x)); T y(z); }": {("removed", "f(std::move(x));"), ("dropped", "std::move(x)")},
+            "if (const auto p = f())\n    g();": {("removed", "g();")},
+        }
+        for text, expected in rows.items():
+            self.assertEqual({(fault.rule, text[fault.start:fault.end]) for fault in faults_of(text)}, expected, text)
+
     def test_trust_reg(self):
         pem = self.file("ca.pem", ssl.DER_cert_to_PEM_cert(b"abc"))
         _, lines = run("windows.d/trust_reg.py", pem)
