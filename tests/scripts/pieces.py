@@ -27,6 +27,21 @@ class Pieces(unittest.TestCase):
             file.write(text)
         return file.name
 
+    def test_mutate_rules(self):
+        sys.path.insert(0, SCRIPTS)
+        from mutate_rules import faults_of
+
+        rows = {  # text: what may be wrong in it
+            "if (a && b < 2)\n    return c;\n": {("never", "a && b < 2"), ("negated", "a && b < 2"), ("negated", "a"),
+                                              ("negated", "b < 2"), ("constant", "2"), ("comparison", "2"),
+                                              ("returned", "c"), ("removed", "return c;")},
+            'f(x, y); // if (a)\n"1";\n': {("swapped", "x, y")},
+            "{ f(std::move(x)); T y(z); }": {("removed", "f(std::move(x));"), ("dropped", "std::move(x)")},
+            "if (const auto p = f())\n    g();": {("removed", "g();")},
+        }
+        for text, expected in rows.items():
+            self.assertEqual({(fault.rule, text[fault.start:fault.end]) for fault in faults_of(text)}, expected, text)
+
     def test_trust_reg(self):
         pem = self.file("ca.pem", ssl.DER_cert_to_PEM_cert(b"abc"))
         _, lines = run("windows.d/trust_reg.py", pem)
