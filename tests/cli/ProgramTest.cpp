@@ -9,10 +9,11 @@ namespace {
 TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
     for (const string &line :
-         {string(), "fly"s, "rm job-1"s, "jobs --portal moon"s, "run no-such-file"s, "tags job-1 --account A"s,
-          "status --host https://x"s, "status --ca /none"s, "run " + m_folder.write("cut", "{\"jobName\":")})
+         {string(), "fly"s, "rm job-1"s, "upload job-1"s, "sync a b"s, "sync a: b:"s, "config set moon 1"s,
+          "jobs --profile none"s, "download job-1 --transfers 0"s, "jobs --portal moon"s, "run no-such-file"s,
+          "tags job-1 --account A"s, "status --host https://x"s, "status --ca /none"s,
+          "run " + m_folder.write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
-    ended("words hpc", 0, "--preferred\n"); // for completion
 }
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
