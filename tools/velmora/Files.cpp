@@ -215,11 +215,12 @@ QString retryHint(const Options &options, const Batch &batch, const std::string 
 QStringList filesBelow(const QString &folder)
 {
     QStringList paths;
-    QDirIterator files(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    const QDir root(QFileInfo(folder).absoluteFilePath());
+    QDirIterator files(root.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
     while (files.hasNext()) {
         const QString path = files.next();
         if (!files.fileName().startsWith(QLatin1String("UNCONFIRMED_DOWNLOAD.")))
-            paths << QDir(folder).relativeFilePath(path);
+            paths << root.relativeFilePath(path);
     }
     paths.sort();
     return paths;

@@ -204,14 +204,16 @@ std::string completions(CLI::App &app, Strings words, Options &options)
         current.clear();
     const Place place = placeAfter(app, words);
     CLI::App &owner = place.command ? *place.command : app;
-    for (CLI::App *given : {&app, &owner})
-        for (CLI::Option *option : given->get_options())
-            if (!option->get_positional() && option->count() > 0 && option != place.option)
-                option->run_callback();
     try {
+        for (CLI::App *given : {&app, &owner})
+            for (CLI::Option *option : given->get_options())
+                if (!option->get_positional() && option->count() > 0)
+                    option->run_callback();
         if (place.command)
             Config().apply(app, *place.command, options.profile);
     } catch (const Failure &) {
+        return {};
+    } catch (const CLI::Error &) { // a value that its option does not take
         return {};
     }
     std::string text;
