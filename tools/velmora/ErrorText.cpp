@@ -58,8 +58,12 @@ QString errorText(const ApiError &error)
         title == QLatin1String("File Failed to Upload") || title == QLatin1String("Unable to download file") ||
         title == QLatin1String("Unable to write to target file") ||
         title == QLatin1String("Error Requesting Encryption Key") || title == QLatin1String("Error Transferring Files");
-    if (error.errorCode != 400 || !isTransfer)
-        text += QStringLiteral(" (status %1)").arg(error.errorCode);
+    const QString status = QStringLiteral("status %1").arg(error.errorCode);
+    const bool isNamed = reason.contains(status);
+    if (isNamed && text.endsWith(QLatin1Char('.')))
+        text.chop(1);
+    if (!isNamed && (error.errorCode != 400 || !isTransfer))
+        text += QStringLiteral(" (%1)").arg(status);
     return advice.isEmpty() ? text : text + QStringLiteral("; ") + advice;
 }
 

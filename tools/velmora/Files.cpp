@@ -72,6 +72,10 @@ QStringList checkedInputs(const QStringList &paths)
         inputs << path;
     }
     problems.removeDuplicates();
+    if (problems.size() > MostNames) {
+        const int more = int(problems.size()) - MostNames;
+        problems = problems.mid(0, MostNames) << QStringLiteral("and %1 more").arg(more);
+    }
     if (!problems.isEmpty())
         throw Failure(ExitCode::WrongUse, QStringLiteral("Bad Input Files"),
                       QStringLiteral("nothing was sent:\n  ") + problems.join(QLatin1String("\n  ")));
