@@ -498,6 +498,7 @@ class JobSubmit(Record):
     main_file: name of a trninp, revinp or bldinp file
     job_precision: 0 single, anything else double
     solver_tag: solver image; with a blank the service chooses
+    dependent_files_list: names of the other files that the solver reads
     dependent_files_alias_list: one per dependent file, in the same order
     simulations: one entry per simulation: its solver parameters
     origin_application: name of the application that submits
