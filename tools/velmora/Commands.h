@@ -11,6 +11,8 @@ using Command = void(const Options &options);
 
 Command login;
 Command run;
+Command newJob;
+Command submit;
 Command watch;
 Command jobs;
 Command job;

@@ -1,7 +1,7 @@
 #include "Output.h"
 
-#include "JobState.h"
 #include "Json.h"
+#include "ProgressView.h"
 #include "Terminal.h"
 
 #include <QJsonDocument>
@@ -56,10 +56,6 @@ QJsonObject jobListJson(const std::list<JobDetails> &list)
     return {{QStringLiteral("jobDetailsList"), toJsonArray(list)}};
 }
 
-void warn(const Options &options, const QString &text)
-{
-    if (!options.quiet)
-        Terminal::write(Terminal::Stream::Error, QStringLiteral("warning: %1\n").arg(text));
-}
+void warn(const Options &options, const QString &text) { notice(options, QStringLiteral("warning: ") + text); }
 
 } // namespace Velmora::Cli

@@ -64,6 +64,8 @@ Session::Session(const Options &options)
         m_authorities = authoritiesIn(options.caFile);
     ClientOptions client = ClientOptions::robust();
     client.caFile = options.caFile;
+    client.answerTimeout = options.timeoutSeconds;
+    client.stallTimeout = options.timeoutSeconds;
     m_api.setClientOptions(client);
     Interrupt::instance();
     m_api.setAPIPortal(portalOf(options));

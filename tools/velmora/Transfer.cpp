@@ -5,6 +5,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 namespace Velmora::Cli {
@@ -13,6 +14,7 @@ namespace {
 
 constexpr qint64 WindowMs = 5000;
 constexpr qint64 CipherBlock = 16;
+constexpr qint64 SmallFile = 1000000;
 
 using Phase = Transfer::Phase;
 
@@ -63,12 +65,10 @@ Transfer Transfer::failed(const CloudFile &file, const ApiError &error)
     return transfer;
 }
 
-bool Transfer::isLocal() const { return phase == Phase::Encrypting || phase == Phase::Joining; }
-
 void Transfer::begin(qint64 now)
 {
     begun = now;
-    phase = direction == Direction::Up ? Phase::Encrypting : Phase::Receiving;
+    phase = direction == Direction::Up ? Phase::Sending : Phase::Receiving;
 }
 
 void Transfer::progress(qint64 bytes)
@@ -92,6 +92,12 @@ void Transfer::end(Phase how, const ApiError &why, qint64 now)
         error = why;
 }
 
+void Transfer::keep()
+{
+    kept = true;
+    end(Phase::Done, {}, 0);
+}
+
 int Transfer::share() const
 {
     if (phase == Phase::Done)
@@ -111,8 +117,6 @@ QString phaseText(Phase phase)
     switch (phase) {
     case Phase::Waiting:
         return QStringLiteral("waiting");
-    case Phase::Encrypting:
-        return QStringLiteral("encrypting");
     case Phase::Sending:
         return QStringLiteral("sending");
     case Phase::Confirming:
@@ -149,6 +153,31 @@ qint64 Batch::moved() const
                            [](qint64 sum, const Transfer &transfer) { return sum + transfer.moved; });
 }
 
+qint64 Batch::kept() const
+{
+    return std::accumulate(transfers.begin(), transfers.end(), qint64(0), [](qint64 sum, const Transfer &transfer) {
+        return transfer.kept ? sum + transfer.total : sum;
+    });
+}
+
+int Batch::countEnded() const
+{
+    return int(std::count_if(transfers.begin(), transfers.end(),
+                             [](const Transfer &transfer) { return transfer.hasEnded(); }));
+}
+
+qint64 Batch::secondsLeft() const
+{
+    const qint64 bytes = left();
+    const double byBytes = meter.rate() > 0 ? double(bytes) / meter.rate() : -1;
+    if (bytes <= 0 || byBytes < 0)
+        return -1;
+    // Small files take the time of their requests, whatever their size.
+    const double byFiles = fileMeter.rate() > 0 ? double(int(transfers.size()) - countEnded()) / fileMeter.rate() : 0;
+    const bool small = bytes < SmallFile * qint64(int(transfers.size()) - countEnded());
+    return qint64(std::llround(small ? std::max(byBytes, byFiles) : byBytes));
+}
+
 qint64 Batch::left() const
 {
     return std::accumulate(transfers.begin(), transfers.end(), qint64(0), [](qint64 sum, const Transfer &transfer) {
@@ -169,6 +198,8 @@ QJsonArray Batch::toJson() const
         } else {
             object.insert(QStringLiteral("cloudFileDetails"), Cli::toJson(transfer.file));
         }
+        if (transfer.kept)
+            object.insert(QStringLiteral("kept"), true);
         if (transfer.phase == Phase::Failed)
             object.insert(QStringLiteral("error"), Cli::toJson(transfer.error));
         array.append(object);
