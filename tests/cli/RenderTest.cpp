@@ -86,11 +86,16 @@ TEST(RenderTest, frames_anyTerminal_fitAndHideNothing)
         << lines[0].toStdString();
     EXPECT_EQ(lines[7], u("and 33 more: 10 waiting, 23 done")); // the active and the failed ones are shown
     EXPECT_TRUE(lines[8].startsWith(u("23 of 40 done, 2 failed"))) << lines[8].toStdString();
-    for (int second = 0; second < 3; ++second) { // of 12 files that have not ended, one a second does
-        batch.fileMeter.note(second * 1000, second);
-        batch.meter.note(second * 1000, second * 100000000);
+    batch.transfers.resize(12);                  // of 1 MB each, of which one moves
+    for (int second = 0; second < 3; ++second) { // and small ones, of which one arrives each second
+        batch.transfers.push_back(Transfer::down({"J", "small", 10, 0, "", false}, u("f")));
+        EXPECT_EQ(batch.secondsLeft(), second < 2 ? -1 : 46 + 1);
+        batch.transfers[10].progress(250000 * (second + 1));
+        batch.note(second * 1000);
+        if (second < 2)
+            batch.transfers.back().end(Phase::Done, {}, 0);
     }
-    EXPECT_EQ(batch.secondsLeft(), 15);
+    EXPECT_EQ(batch.secondsLeft(), 45 + 1);
 
     Pace pace;
     JobState two;

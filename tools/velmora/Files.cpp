@@ -53,6 +53,13 @@ private:
     QRegularExpression m_pattern;
 };
 
+QString reasonOf(const ApiError &error)
+{
+    // The library's own code; its message says it all.
+    const bool isLocal = error.errorCode == 0 || error.errorCode == 400;
+    return isLocal && !error.errorMessage.empty() ? shown(plainText(error.errorMessage)) : errorText(error);
+}
+
 QString namesOf(const Batch &batch, Phase phase)
 {
     QString text;
@@ -62,9 +69,7 @@ QString namesOf(const Batch &batch, Phase phase)
             continue;
         text += QStringLiteral("\n  ") + shown(transfer.file.fileName);
         if (phase == Phase::Failed)
-            text +=
-                QStringLiteral(": ") + (transfer.error.errorCode == 0 ? shown(plainText(transfer.error.errorMessage))
-                                                                      : errorText(transfer.error));
+            text += QStringLiteral(": ") + reasonOf(transfer.error);
     }
     return named > MostNames ? text + QStringLiteral("\n  and %1 more").arg(named - MostNames) : text;
 }

@@ -125,10 +125,7 @@ void Journal::forget()
     m_fetched.clear();
 }
 
-bool Journal::restart()
-{
-    return m_file.resize(0) && m_file.seek(0) && m_file.write(FirstLine) == FirstLine.size();
-}
+bool Journal::restart() { return m_file.resize(0) && m_file.seek(0) && m_file.write(FirstLine) == FirstLine.size(); }
 
 void Journal::begin(const std::string &jobId, const std::string &host, const std::string &accountId,
                     const std::string &hpcId)

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <utility>
 
 namespace Velmora::Cli {
 
@@ -166,16 +167,34 @@ int Batch::countEnded() const
                              [](const Transfer &transfer) { return transfer.hasEnded(); }));
 }
 
+void Batch::note(qint64 now)
+{
+    meter.note(now, moved());
+    qint64 large = 0, small = 0;
+    for (const Transfer &transfer : transfers) {
+        large += transfer.total >= SmallFile ? transfer.moved : 0;
+        small += transfer.total < SmallFile && transfer.hasEnded() ? 1 : 0;
+    }
+    largeMeter.note(now, large);
+    smallMeter.note(now, small);
+}
+
 qint64 Batch::secondsLeft() const
 {
-    const qint64 bytes = left();
-    const double byBytes = meter.rate() > 0 ? double(bytes) / meter.rate() : -1;
-    if (bytes <= 0 || byBytes < 0)
-        return -1;
-    // Small files take the time of their requests, whatever their size.
-    const double byFiles = fileMeter.rate() > 0 ? double(int(transfers.size()) - countEnded()) / fileMeter.rate() : 0;
-    const bool small = bytes < SmallFile * qint64(int(transfers.size()) - countEnded());
-    return qint64(std::llround(small ? std::max(byBytes, byFiles) : byBytes));
+    qint64 large = 0, small = 0;
+    for (const Transfer &transfer : transfers) {
+        if (transfer.hasEnded())
+            continue;
+        large += transfer.total >= SmallFile ? transfer.total - transfer.moved : 0;
+        small += transfer.total < SmallFile ? 1 : 0;
+    }
+    double seconds = 0;
+    for (const auto &[missing, rate] : {std::pair(large, largeMeter.rate()), std::pair(small, smallMeter.rate())}) {
+        if (missing > 0 && rate <= 0)
+            return -1;
+        seconds += missing > 0 ? double(missing) / rate : 0;
+    }
+    return large + small > 0 ? qint64(std::llround(seconds)) : -1;
 }
 
 qint64 Batch::left() const

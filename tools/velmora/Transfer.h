@@ -79,8 +79,9 @@ QString phaseText(Transfer::Phase phase);
 /// Several transfers that run together.
 struct Batch {
     std::vector<Transfer> transfers;
-    Meter meter;      ///< of bytes
-    Meter fileMeter;  ///< of files
+    Meter meter;
+    Meter largeMeter; ///< of the large files' bytes
+    Meter smallMeter; ///< of small files that end: each takes the time of its requests, whatever its size
     qint64 ended = 0; ///< in milliseconds from the start; 0 while it runs
 
     int count(Transfer::Phase phase) const;
@@ -91,7 +92,9 @@ struct Batch {
     int countEnded() const;
     /// The missing bytes of transfers that have not ended.
     qint64 left() const;
-    /// Seconds until all have ended, judged by what moved lately, bytes or files; negative when it is not known.
+    /// Notes what has moved until now.
+    void note(qint64 now);
+    /// Seconds until all have ended, judged by what moved lately; negative when it is not known.
     qint64 secondsLeft() const;
     QJsonArray toJson() const;
 };

@@ -152,8 +152,7 @@ void TransferQueue::tick()
         if (transfer.phase == Phase::Sending || transfer.phase == Phase::Receiving)
             transfer.meter.note(now(), transfer.moved);
     }
-    m_batch.meter.note(now(), m_batch.moved());
-    m_batch.fileMeter.note(now(), m_batch.countEnded());
+    m_batch.note(now());
     m_view.update(m_batch, now());
 }
 

@@ -19,14 +19,15 @@ constexpr int LineIntervalMs = 5000;
 constexpr int BriefMs = 1000;
 constexpr int EventIntervalMs = 1000;
 constexpr qint64 NeverMs = std::numeric_limits<qint64>::max();
+constexpr size_t MostActive = 8; // where there is no room for all
 constexpr size_t MostLines = 20; // files with lines of their own
 constexpr int LongestBar = 40;
 constexpr int LeastBar = 5;
 constexpr int PhaseWidth = 10;
 constexpr int PercentWidth = 4;
 constexpr int RateWidth = 9;
-constexpr int TimeWidth = 10;
-constexpr int SizeWidth = 7; // "1.23 MB"
+constexpr int TimeWidth = 12; // "1:23:45 left"
+constexpr int SizeWidth = 7;  // "1.23 MB"
 constexpr int Gap = 2;
 
 QString rateText(double bytesPerSecond)
@@ -106,8 +107,8 @@ QString summaryOf(const std::vector<const Transfer *> &transfers)
     return parts.join(QLatin1String(", "));
 }
 
-/// Whether it is shown where there is no room for all.
-bool matters(const Transfer *transfer) { return transfer->isActive() || transfer->phase == Phase::Failed; }
+bool isActive(const Transfer *transfer) { return transfer->isActive(); }
+bool hasFailed(const Transfer *transfer) { return transfer->phase == Phase::Failed; }
 
 } // namespace
 
@@ -128,11 +129,14 @@ QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle styl
     const size_t room = size_t(std::max(1, size.rows - (several ? 1 : 0)));
     std::vector<const Transfer *> hidden;
     if (transfers.size() > room) {
-        const auto failed =
-            std::stable_partition(transfers.begin(), std::stable_partition(transfers.begin(), transfers.end(), matters),
-                                  [](const Transfer *transfer) { return transfer->isActive(); });
-        const auto rest = std::find_if_not(failed, transfers.end(), matters);
-        const size_t shownCount = std::min(room - 1, size_t(rest - transfers.begin()));
+        const auto active = std::stable_partition(transfers.begin(), transfers.end(), isActive);
+        const auto failed = std::stable_partition(active, transfers.end(), hasFailed);
+        // Many small files are on their way at a time, and gone before anybody has read their names.
+        const auto shownActive = std::min(active, transfers.begin() + long(std::min(transfers.size(), MostActive)));
+        std::partial_sort(transfers.begin(), shownActive, active,
+                          [](const Transfer *a, const Transfer *b) { return a->total > b->total; });
+        const auto end = std::rotate(shownActive, active, failed); // the failures follow
+        const size_t shownCount = std::min(room - 1, size_t(end - transfers.begin()));
         hidden.assign(transfers.begin() + long(shownCount), transfers.end());
         transfers.resize(shownCount);
     }

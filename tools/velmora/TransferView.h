@@ -11,7 +11,7 @@
 namespace Velmora::Cli {
 
 /// The lines that show transfers: a bar each, and one for all where there are several; at most `size.rows`
-/// in all. Where that is not enough, there are the active and the failed ones, and a line that sums up the rest.
+/// in all. Where that is not enough, there are some active and the failed ones, and a line that sums up the rest.
 QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle style);
 
 /// Shows a batch while it runs.
