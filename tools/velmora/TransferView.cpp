@@ -133,8 +133,7 @@ QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle styl
         const auto failed = std::stable_partition(active, transfers.end(), hasFailed);
         // Many small files are on their way at a time, and gone before anybody has read their names.
         const auto shownActive = std::min(active, transfers.begin() + long(std::min(transfers.size(), MostActive)));
-        std::partial_sort(transfers.begin(), shownActive, active,
-                          [](const Transfer *a, const Transfer *b) { return a->total > b->total; });
+        std::stable_sort(transfers.begin(), active, [](const auto *a, const auto *b) { return a->total > b->total; });
         const auto end = std::rotate(shownActive, active, failed); // the failures follow
         const size_t shownCount = std::min(room - 1, size_t(end - transfers.begin()));
         hidden.assign(transfers.begin() + long(shownCount), transfers.end());
