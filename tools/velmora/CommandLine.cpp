@@ -1,12 +1,13 @@
 #include "CommandLine.h"
 
+#include "Config.h"
 #include "Help.h"
 #include "Manual.h"
 #include "Terminal.h"
+#include "Words.h"
 
 #include <velmora/Version.h>
 
-#include <algorithm>
 #include <optional>
 
 namespace Velmora::Cli {
@@ -45,10 +46,11 @@ CommandLine::CommandLine(Options &options)
 
 void CommandLine::addJobCommands()
 {
-    add("jobs", "List your jobs, newest first", "", jobs);
+    CLI::App *sub = add("jobs", "List your jobs, newest first", "", jobs);
+    sub->add_flag("--watch", m_options.live, "Show the running jobs, until none is running");
     addJobId(*add("job", "Show a job's details", "", job));
     addJobId(*add("progress", "Show the progress of a job's simulations", "", progress));
-    CLI::App *sub = add("stop", "Stop a job, or one of its simulations", Help::Stop, stop);
+    sub = add("stop", "Stop a job, or one of its simulations", Help::Stop, stop);
     addJobId(*sub);
     addSimulationId(*sub);
     addJobId(*add("archive", "Archive a job, then list your jobs", "", archive));
@@ -59,21 +61,38 @@ void CommandLine::addFileCommands()
     CLI::App *sub = add("files", "List files in the cloud", Help::Files, files);
     addJobId(*sub)->required(false);
     addSimulationId(*sub);
-    sub->add_flag("--all", m_options.allFiles, "Include hidden files");
-    sub = add("upload", "Upload files to a job", Help::Upload, upload);
-    m_localFiles.push_back(sub->add_option("FILE", m_options.files, "Files to upload")->type_name("")->required());
-    sub->add_option("--job", m_options.jobId, "Job to upload to")->type_name("ID")->required();
+    addAllFiles(*sub);
+    sub = add("upload", "Upload files and folders to a job", Help::Upload, upload);
+    addJobId(*sub);
+    sub->add_option("PATH", m_options.files, "Files, and folders with all that is in them")->type_name("");
+    sub->add_option("--job", m_options.jobOption, "Older form of JOB; all arguments are files then")->type_name("ID");
+    addSpeed(*sub);
     sub = add("download", "Download a job's files", Help::Download, download);
     addJobId(*sub);
-    sub->add_option("FILE", m_options.files, "Names or patterns of files")->type_name("");
+    sub->add_option("PATTERN", m_options.files, "Names, folders or patterns of files")->type_name("");
     addFolder(*sub);
-    sub->add_flag("--all", m_options.allFiles, "Include hidden files");
-    sub = add("rm", "Delete a job's file", "", rm);
+    addAllFiles(*sub);
+    addSpeed(*sub);
+    sub = add("sync", "Make a folder and a job's files alike", Help::Sync, sync);
+    sub->add_option("FROM", m_options.source, "Folder, or JOB: for a job's files")->type_name("")->required();
+    sub->add_option("TO", m_options.target, "Folder or JOB: that is changed")->type_name("")->required();
+    sub->add_flag("--dry-run", m_options.dryRun, "Show what would be done, and do nothing");
+    sub->add_flag("--delete", m_options.deleteOthers, "Delete from TO what FROM does not have");
+    addAllFiles(*sub);
+    addYes(*sub);
+    addSpeed(*sub);
+    sub = add("cat", "Write a job's file to standard output", "", cat);
     addJobId(*sub);
-    sub->add_option("FILE", m_options.files, "Name as \"velmora files JOB\" lists it")
+    sub->add_option("NAME", m_options.files, "Name as \"velmora files JOB\" lists it")
         ->type_name("")
         ->required()
         ->expected(1);
+    sub = add("rm", "Delete a job's files", Help::Rm, rm);
+    addJobId(*sub);
+    sub->add_option("PATTERN", m_options.files, "Names or patterns of files")->type_name("")->required();
+    sub->add_flag("--recursive", m_options.recursive, "Take folders, and match patterns with names in folders too");
+    addAllFiles(*sub);
+    addYes(*sub);
 }
 
 void CommandLine::addAccountCommands()
@@ -109,15 +128,25 @@ void CommandLine::addTagCommands()
 
 void CommandLine::addServiceCommands()
 {
-    add("login", "Check that you can sign in", Help::Login, login);
+    CLI::App *sub = add("login", "Sign in, for all commands that follow", Help::Login, login);
+    sub->add_flag("--password-stdin", m_options.passwordFromInput, "Read the password from standard input");
+    add("logout", "Forget who is signed in", Help::Logout, logout);
+    sub = add("config", "Show the configuration, or change it", Help::Config, config);
+    sub->add_option("CHANGE", m_options.change, "set KEY VALUE, or set KEY to remove it")
+        ->type_name("")
+        ->expected(0, 3);
     add("status", "Check that the service answers; no sign-in needed", "", status);
 }
 
 void CommandLine::addHiddenCommands()
 {
-    CLI::App *words = m_app.add_subcommand("words", "Print what may follow, for completion")->group("");
-    words->add_option("COMMAND", m_wordsAfter, "Command")->type_name("");
-    words->callback([this] { m_command = [this](const Options &) { printWords(); }; });
+    CLI::App *sub = m_app.add_subcommand("words", "Print what may follow, for completion")->group("");
+    sub->add_option("WORD", m_words, "Words so far")->type_name("");
+    sub->callback([this] {
+        m_command = [this](const Options &) {
+            Terminal::write(Terminal::Stream::Output, QString::fromStdString(completions(m_app, m_words, m_options)));
+        };
+    });
     m_app.add_subcommand("manual", "Print the manual page")->group("")->callback([this] {
         m_command = [this](const Options &) {
             Terminal::write(Terminal::Stream::Output, QString::fromStdString(manualPage(m_app, SharedGroup)));
@@ -137,6 +166,9 @@ CLI::App *CommandLine::add(const char *name, const char *summary, const char *he
 void CommandLine::addCommonOptions(CLI::App &app)
 {
     app.add_option("--user", m_options.user, "E-mail address to sign in with")->type_name("EMAIL")->group(SharedGroup);
+    app.add_option("--profile", m_options.profile, "Profile of the configuration file to use")
+        ->type_name("NAME")
+        ->group(SharedGroup);
     app.add_option("--mfa", m_options.mfaCode, "One-time code, for users who need one")
         ->type_name("CODE")
         ->group(SharedGroup);
@@ -178,7 +210,7 @@ void CommandLine::addSimulationId(CLI::App &sub)
 
 void CommandLine::addJobFile(CLI::App &sub)
 {
-    m_localFiles.push_back(sub.add_option("JOB.json", m_options.jobFile, "Job file")->type_name("")->required());
+    sub.add_option("JOB.json", m_options.jobFile, "Job file")->type_name("")->required();
 }
 
 void CommandLine::addAccountId(CLI::App &sub)
@@ -205,20 +237,27 @@ void CommandLine::addPatience(CLI::App &sub)
         ->check(CLI::Range(0, 86400).description(""));
 }
 
-void CommandLine::printWords() const
+void CommandLine::addAllFiles(CLI::App &sub) { sub.add_flag("--all", m_options.allFiles, "Include hidden files"); }
+
+void CommandLine::addYes(CLI::App &sub) { sub.add_flag("--yes", m_options.yes, "Ask nothing"); }
+
+void CommandLine::addSpeed(CLI::App &sub)
 {
-    const CLI::App *app = m_wordsAfter.empty() ? &m_app : m_app.get_subcommand(m_wordsAfter);
-    std::string text;
-    for (const CLI::App *sub :
-         app->get_subcommands([](const CLI::App *candidate) { return !candidate->get_group().empty(); }))
-        text += sub->get_name() + '\n';
-    for (const CLI::Option *option : app->get_options()) {
-        if (std::find(m_localFiles.begin(), m_localFiles.end(), option) != m_localFiles.end())
-            text += "- FILE\n";
-        for (const std::string &name : option->get_lnames())
-            text += "--" + name + (option->get_items_expected_max() > 0 ? ' ' + option->get_type_name() : "") + '\n';
-    }
-    Terminal::write(Terminal::Stream::Output, QString::fromStdString(text));
+    sub.add_option("--bwlimit", m_options.bytesPerSecond,
+                   "Bytes per second at most, as 500k or 2M; no limit unless given")
+        ->transform(CLI::AsSizeValue(true).description(""))
+        ->type_name("BYTES");
+    sub.add_option("--transfers", m_options.transfers, "Files that move at a time; the program chooses unless given")
+        ->type_name("N")
+        ->check(CLI::Range(1, 64).description(""));
+}
+
+void CommandLine::configure()
+{
+    CLI::App &command = *m_app.get_subcommands().front();
+    if (command.get_group().empty() || command.get_name() == "config")
+        return;
+    Config().apply(m_app, command, m_options.profile);
 }
 
 } // namespace Velmora::Cli

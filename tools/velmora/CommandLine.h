@@ -23,6 +23,8 @@ public:
     CLI::App &app() { return m_app; }
     /// The chosen command, once the arguments are parsed.
     const std::function<Command> &command() const { return m_command; }
+    /// Completes the options of the chosen command by the configuration file. Throws `Failure`.
+    void configure();
 
 private:
     void addRunCommands();
@@ -42,15 +44,14 @@ private:
     CLI::Option *addTag(CLI::App &sub);
     void addFolder(CLI::App &sub);
     void addPatience(CLI::App &sub);
-
-    /// One line for each word, with the kind of an option's value; "- FILE" where arguments are local files.
-    void printWords() const;
+    void addAllFiles(CLI::App &sub);
+    void addYes(CLI::App &sub);
+    void addSpeed(CLI::App &sub);
 
     CLI::App m_app{"Run simulations in the cloud, from a terminal or a script."};
     Options &m_options;
     std::function<Command> m_command;
-    std::vector<const CLI::Option *> m_localFiles;
-    std::string m_wordsAfter;
+    std::vector<std::string> m_words;
 };
 
 } // namespace Velmora::Cli

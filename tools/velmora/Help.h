@@ -19,6 +19,8 @@ Environment:
   VELMORA_PASSWORD  password; asked for on the terminal when it is not set
   VELMORA_MFA       one-time code for users with multi-factor authentication
   VELMORA_API_URL   HOST[:PORT] of the service, as --host
+  VELMORA_PROFILE   profile of the configuration file, as --profile
+  VELMORA_CONFIG_DIR  folder of the configuration file and of who is signed in
 
 Results go to standard output, progress and messages to standard error.
 "velmora COMMAND --help" explains a command.)";
@@ -76,17 +78,42 @@ inline constexpr const char *Files =
 
 inline constexpr const char *Upload =
     R"(Files are encrypted with the job's key on this machine. The name in the cloud is the file's name
-without its folder. A file of the same name that the job already has is replaced.)";
+without its folder, for the service keeps uploads without folders: two files of one name are refused before
+anything is sent. A file of the same name that the job already has is replaced.
+
+Example:
+  velmora upload job-1f2e3d4c wing.trninp meshes/)";
 
 inline constexpr const char *Download =
-    R"(FILE is a name as "velmora files JOB" lists it, a folder such as a simulation, or a pattern with *, ?
-or [...] for the whole name or its last part; put patterns in quotes. Without FILE all files are downloaded,
+    R"(PATTERN is a name as "velmora files JOB" lists it, a folder such as a simulation, or a pattern with *, ?
+or [...] for the whole name or its last part; put patterns in quotes. Without PATTERN all files are downloaded,
 including the inputs. They keep their paths below the job, so that files of the same name in several
-simulations stay separate. A local file of that name is replaced when its download is complete.
+simulations stay separate. A local file of that name is replaced when its download is complete. It gets the date that the file has in the cloud.
 
 Examples:
   velmora download job-1f2e3d4c
   velmora download job-1f2e3d4c sim-1 'summary.*' --to results)";
+
+inline constexpr const char *Sync =
+    R"(velmora sync DIR JOB:   uploads what differs, by name without folder as upload does
+velmora sync JOB: DIR   downloads what differs, with its path below the job
+
+The service tells a file's stored size and its date. A file is left as it is when its size fits and
+  sync DIR JOB:   it was not changed here after the date in the cloud (both clocks must be right),
+  sync JOB: DIR   it has the date in the cloud here, which sync and download give it.
+Results below DIR, under the path that the job has them, are never uploaded. With --delete, what FROM does not
+have is deleted from TO when all else has arrived, after a question; a job's results are not.
+
+Examples:
+  velmora sync inputs job-1f2e3d4c: --dry-run
+  velmora sync job-1f2e3d4c: results)";
+
+inline constexpr const char *Rm =
+    R"(Files that are named in full are deleted at once. What a pattern or a folder selects is listed first,
+and a question asked. Without --recursive a pattern matches whole names outside folders.
+
+Example:
+  velmora rm job-1f2e3d4c 'sim-1/*.dat' --yes)";
 
 inline constexpr const char *Stop = R"(Without SIMULATION: every simulation of the job is stopped.)";
 
@@ -108,8 +135,26 @@ inline constexpr const char *Tags = R"(Without JOB and --account: the tags of al
 inline constexpr const char *Find = R"(Lists your jobs that carry all of these tags.)";
 
 inline constexpr const char *Login =
-    R"(Checks that the credentials are accepted. Nothing is stored: every command signs in
-by itself, with VELMORA_USER and VELMORA_PASSWORD or by asking on the terminal.)";
+    R"(Asks for the password, and for a one-time code where one is needed, and keeps what the
+service gives for later sign-ins in a file that only you can read. All commands use it, for the same host, until
+it expires or "velmora logout". The password itself is not kept. Without it a command signs in by itself, with
+VELMORA_USER and VELMORA_PASSWORD or by asking on the terminal.
+
+Example:
+  pass show velmora | velmora login --user EMAIL --password-stdin)";
+
+inline constexpr const char *Logout =
+    R"(Removes the file that "velmora login" wrote, for --user or who signed in last. Nothing is sent.)";
+
+inline constexpr const char *Config =
+    R"(Keys are names of options: account, bwlimit, ca, host, hpc, portal, timeout, to, transfers, user. Arguments
+win over the environment, that over a profile, and that over what holds for all commands. With --profile, set
+changes that profile, and makes it where there is none.
+
+Examples:
+  velmora config set user ada@example.com
+  velmora config set host lab.example.com:8443 --profile lab
+  velmora jobs --profile lab)";
 
 } // namespace Velmora::Cli::Help
 

@@ -1,8 +1,8 @@
 #include "Submission.h"
 
 #include "Files.h"
+#include "Output.h"
 #include "ProgressView.h"
-#include "Terminal.h"
 
 #include <QFileInfo>
 
@@ -58,21 +58,10 @@ void checkCost(Session &session, const Options &options, const JobSubmit &job)
     const double available = answer.result.coreHoursAvailable;
     const QString text = QStringLiteral("estimated at %1 core hours; %2 has %3")
                              .arg(hours(job.coreHourEstimate), shown(job.accountID), hours(available));
-    if (job.coreHourEstimate <= available || options.yes) {
+    if (job.coreHourEstimate <= available || options.yes)
         notice(options, text);
-        return;
-    }
-    const auto reply =
-        Terminal::ask(QStringLiteral("%1, which does not suffice.\nSubmit all the same? [y/N] ").arg(text), //
-                      Terminal::Echo::On);
-    if (Interrupt::instance().isRaised())
-        throw Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), QStringLiteral("interrupted"));
-    if (reply && reply->trimmed().startsWith(QLatin1Char('y'), Qt::CaseInsensitive))
-        return;
-    QString message = QStringLiteral("no job was submitted: it is %1").arg(text);
-    if (!reply)
-        message += QStringLiteral("\nsubmit it all the same with --yes");
-    throw Failure(ExitCode::WrongUse, QStringLiteral("Not Enough Core Hours"), message);
+    else
+        confirm(options, text + QStringLiteral(", which does not suffice. Submit all the same?"));
 }
 
 void dropFolders(JobSubmit &job)

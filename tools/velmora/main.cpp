@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 #include "ProgressView.h"
 #include "Terminal.h"
+#include "Words.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>
@@ -63,15 +64,18 @@ int main(int argc, char *argv[])
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)
             return line.app().exit(error);
+        const std::string mistake = mistakeIn(line.app(), arguments);
         options.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         return fail(Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"),
-                            QStringLiteral("%1\nTry: velmora --help").arg(QString::fromUtf8(error.what()))),
+                            QStringLiteral("%1\nTry: velmora --help")
+                                .arg(QString::fromStdString(mistake.empty() ? error.what() : mistake))),
                     options);
     }
-    fillFromEnvironment(options);
     QLoggingCategory::setFilterRules(options.verbose ? QStringLiteral("velmora.debug=true")
                                                      : QStringLiteral("velmora=false"));
     try {
+        fillFromEnvironment(options);
+        line.configure();
         line.command()(options);
         return int(ExitCode::Done);
     } catch (const Failure &failure) {
