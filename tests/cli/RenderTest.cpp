@@ -82,7 +82,7 @@ TEST(RenderTest, frames_anyTerminal_fitAndHideNothing)
     EXPECT_EQ(lines.last(), u("and 30 more: 10 finished, 20 queued"));
     EXPECT_EQ(jobFrame(state, 65, {80, 60}, Plain).size(), 41);
     lines = transferFrame(batch, {100, 10}, Plain);
-    EXPECT_TRUE(lines[0].startsWith(u("sim-10 ")) && lines[0].endsWith(u("..  25%   250 kB/s   0:03 left")))
+    EXPECT_TRUE(lines[0].startsWith(u("sim-10 ")) && lines[0].endsWith(u("..  25%   250 kB/s     0:03 left")))
         << lines[0].toStdString();
     EXPECT_EQ(lines[7], u("and 33 more: 10 waiting, 23 done")); // the active and the failed ones are shown
     EXPECT_TRUE(lines[8].startsWith(u("23 of 40 done, 2 failed"))) << lines[8].toStdString();
