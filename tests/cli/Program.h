@@ -152,10 +152,11 @@ protected:
         return program;
     }
     static string example(const string &name) { return VELMORA_SOURCE_FOLDER "/examples/jobs/" + name; }
-    /// The command that runs an example without its files.
-    static string runOf(const string &job)
+    /// The command that runs an example without its files, as a new job.
+    string runOf(const string &job) const
     {
-        return "run --account ACC-1001 --no-upload --no-download " + example(job);
+        QFile::copy(q(example(job)), q(m_folder.path(job)));
+        return "run --again --account ACC-1001 --no-upload --no-download " + job;
     }
     static string submitted(Program &program)
     {

@@ -113,17 +113,6 @@ TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
     }
 }
 
-TEST_F(ProgramTest, run_answerToSubmitLost_saysThatTheJobMayExist)
-{
-    serve();
-    inject("job/submit", FaultKind::ResetAfter, 1);
-    const size_t before = m_portal->jobCount();
-    const auto program = ended(runOf("beam-single.json") + " --json", 3);
-    EXPECT_TRUE(contains(program->errors(), "velmora job " + program->text("jobId") + connection()));
-    EXPECT_EQ(m_portal->jobCount(), before + 1);
-    EXPECT_EQ(m_portal->requestCount("job/submit"), 1U);
-}
-
 TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
 {
     serve(60s);

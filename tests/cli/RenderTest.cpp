@@ -82,10 +82,31 @@ TEST(RenderTest, frames_anyTerminal_fitAndHideNothing)
     EXPECT_EQ(lines.last(), u("and 30 more: 10 finished, 20 queued"));
     EXPECT_EQ(jobFrame(state, 65, {80, 60}, Plain).size(), 41);
     lines = transferFrame(batch, {100, 10}, Plain);
-    EXPECT_TRUE(lines[0].startsWith(u("sim-10 ")) && lines[0].endsWith(u("..  25%   250 kB/s   0:03 left")))
+    EXPECT_TRUE(lines[0].startsWith(u("sim-10 ")) && lines[0].endsWith(u("..  25%   250 kB/s     0:03 left")))
         << lines[0].toStdString();
-    EXPECT_EQ(lines[8], u("and 32 more: 9 waiting, 23 done"));
-    EXPECT_TRUE(lines[9].startsWith(u("23 of 40 done, 2 failed"))) << lines[9].toStdString();
+    EXPECT_EQ(lines[7], u("and 33 more: 10 waiting, 23 done")); // the active and the failed ones are shown
+    EXPECT_TRUE(lines[8].startsWith(u("23 of 40 done, 2 failed"))) << lines[8].toStdString();
+    batch.transfers.resize(12);                  // of 1 MB each, of which one moves
+    for (int second = 0; second < 3; ++second) { // and small ones, of which one arrives each second
+        batch.transfers.push_back(Transfer::down({"J", "small", 10, 0, "", false}, u("f")));
+        EXPECT_EQ(batch.secondsLeft(), second < 2 ? -1 : 46 + 1);
+        batch.transfers[10].progress(250000 * (second + 1));
+        batch.note(second * 1000);
+        if (second < 2)
+            batch.transfers.back().end(Phase::Done, {}, 0);
+    }
+    EXPECT_EQ(batch.secondsLeft(), 45 + 1);
+
+    Pace pace;
+    JobState two;
+    two.job.simulations = {{"a", "", {}}, {"b", "", {}}};
+    for (const int progress : {0, 10, 20, 30}) {
+        EXPECT_EQ(pace.secondsLeft(progress * 1000), progress < 30 ? -1 : 70);
+        two.progress = {{"a", progress}, {"b", progress}};
+        pace.note(progress * 1000, two);
+    }
+    EXPECT_EQ(pace.secondsLeft(30000), 70);
+    EXPECT_EQ(pace.secondsLeft(35000), 65);
 }
 
 TEST(RenderTest, liveBlock_shownAgain_redrawsInPlace)

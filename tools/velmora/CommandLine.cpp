@@ -44,22 +44,6 @@ CommandLine::CommandLine(Options &options)
     addHiddenCommands();
 }
 
-void CommandLine::addRunCommands()
-{
-    CLI::App *sub = add("run", "Upload a job's files, run it, download its results", Help::Run, run);
-    addJobFile(*sub);
-    sub->add_option("--account", m_options.accountId, "Account to charge")->type_name("ID");
-    sub->add_option("--hpc", m_options.hpcId, "Cluster to run on; the service chooses unless given")->type_name("ID");
-    addFolder(*sub);
-    sub->add_flag("--no-upload", m_options.noUpload, "Upload nothing; the job needs no local files");
-    sub->add_flag("--no-download", m_options.noDownload, "Leave the results at the service");
-    addPatience(*sub);
-    sub = add("watch", "Follow a job to its end", Help::Watch, watch);
-    addJobId(*sub);
-    addPatience(*sub);
-    addJobFile(*add("validate", "Check a job file", Help::Validate, validate));
-}
-
 void CommandLine::addJobCommands()
 {
     CLI::App *sub = add("jobs", "List your jobs, newest first", "", jobs);
@@ -204,6 +188,11 @@ void CommandLine::addCommonOptions(CLI::App &app)
         ->check(CLI::Range(0, 86400).description(""))
         ->group(SharedGroup);
     app.add_flag("--json", m_options.json, "One JSON document on standard output, also for a failure")
+        ->group(SharedGroup);
+    app.add_option("--progress", m_options.progress,
+                   "How progress is written to standard error: json for one object per line")
+        ->type_name("json|lines|none")
+        ->check(CLI::IsMember({"json", "lines", "none"}).description(""))
         ->group(SharedGroup);
     app.add_flag("--verbose", m_options.verbose, "Write the library's log to standard error")->group(SharedGroup);
     app.add_flag("--quiet", m_options.quiet, "No progress and no notices")->group(SharedGroup);

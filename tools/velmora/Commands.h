@@ -13,6 +13,8 @@ Command login;
 Command logout;
 Command config;
 Command run;
+Command newJob;
+Command submit;
 Command watch;
 Command jobs;
 Command job;

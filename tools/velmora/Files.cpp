@@ -158,11 +158,12 @@ Batch selectedDownloads(const std::list<CloudFile> &listing, const Options &opti
     return batch;
 }
 
-void moveFiles(Session &session, const Options &options, const QString &heading, Batch &batch)
+void moveFiles(Session &session, const Options &options, const QString &heading, Batch &batch,
+               const std::function<void(const Transfer &)> &onDone)
 {
+    notice(options, heading);
     TransferView view(progressMode(options));
-    view.heading(heading);
-    TransferQueue(session, view, options, batch).run();
+    TransferQueue(session, view, batch, onDone).run();
 }
 
 std::optional<Failure> batchFailure(Session &session, const Batch &batch, const QString &hint)

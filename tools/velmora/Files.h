@@ -8,6 +8,7 @@
 
 #include <QStringList>
 
+#include <functional>
 #include <list>
 #include <optional>
 #include <set>
@@ -36,8 +37,9 @@ Batch downloadsOf(const std::list<CloudFile> &listing, const QString &folder);
 /// name or its last part. An argument that matches nothing becomes a failed transfer.
 Batch selectedDownloads(const std::list<CloudFile> &listing, const Options &options, const QString &folder);
 
-/// Moves the files, showing progress under a heading.
-void moveFiles(Session &session, const Options &options, const QString &heading, Batch &batch);
+/// Moves the files, showing progress under a heading. @param onDone  receives each one that has arrived
+void moveFiles(Session &session, const Options &options, const QString &heading, Batch &batch,
+               const std::function<void(const Transfer &)> &onDone = {});
 
 /// The error of a batch that is not complete, with the names of the files; no value for a complete one.
 /// `hint` follows the names, on lines of its own.

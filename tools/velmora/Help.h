@@ -6,9 +6,10 @@
 namespace Velmora::Cli::Help {
 
 inline constexpr const char *Program = R"(Exit codes:
-  0    done; for run and watch: the job finished
+  0    done; for run and watch: the job finished (with --no-wait: it is submitted)
   1    the service refused, or a file was not transferred
-  2    wrong use: bad arguments, a job file that is not valid, a local file that cannot be read
+  2    wrong use: bad arguments, a job file that is not valid or has changed, a local file that cannot be
+       read, too few core hours
   3    no connection to the service
   4    the job ended without finishing (stopped, failed)
   130  interrupted by Ctrl-C; transfers are cancelled, a submitted job goes on at the service
@@ -40,15 +41,37 @@ inline constexpr const char *Run = R"(JOB.json is an object with these keys:
   accountID                account to charge; --account wins over it
   originApplication        submitting application, "velmora" unless given
 The job id is filled in. The main file and the further input files are uploaded first, and the job is
-submitted when all of them have arrived. When it has ended, finished or not, its results are downloaded,
-each simulation's files into a folder of their own. Ctrl-C cancels transfers and lists what is left, but
-leaves a submitted job running and prints the command to watch it again.
+submitted when all of them have arrived. Before that the estimate is compared with the account's core hours;
+where they do not suffice you are asked, or --yes is needed. When the job has ended, finished or not, its
+results are downloaded, each simulation's files into a folder of their own. Ctrl-C cancels transfers and
+lists what is left, but leaves a submitted job running.
 
-Example:
-  velmora run examples/jobs/beam-single.json --account ACCOUNT)";
+What is done is noted in a journal beside the job file. The same command goes on from there, however the
+last one ended: inputs that did not change (by size and time, or by content) are not sent again, a submitted
+job is followed and never submitted twice, results that are here as they were fetched are not fetched again.
+When all is done, it says so. A job file or an input that changed after the submission is an error; --again
+starts a new job. Two runs of one job file at a time need a --journal each.
 
-inline constexpr const char *Watch = R"(Follows a submitted job until it ends, as run does. Its results stay at the
-service; "velmora download JOB" downloads them. Ctrl-C leaves the job running.)";
+--each gives the simulations in place of the job file: one for each combination of the values in braces,
+{FROM..TO}, {FROM..TO..STEP} or {A,B,C}. --csv writes a table with a line for each simulation: its status,
+its parameters, and what its summary.json says.
+
+Examples:
+  velmora run examples/jobs/beam-single.json --account ACCOUNT
+  velmora run beam.json --each '-load {8..16..2} -steps {200,400}' --csv beam.csv)";
+
+inline constexpr const char *Watch = R"(Follows a submitted job until it ends, as run does. With --to its results are
+downloaded then; without, they stay at the service. Ctrl-C leaves the job running.)";
+
+inline constexpr const char *New = R"(Prints the id. The steps of "velmora run" one by one:
+  velmora new --account ACCOUNT
+  velmora upload JOB FILE...
+  velmora submit JOB.json --job JOB --account ACCOUNT
+  velmora watch JOB --to DIR)";
+
+inline constexpr const char *Submit = R"(The inputs that the job file names must be uploaded to the job; their names
+count without folders. Prints the submitted job and does not wait for it. "velmora run --help" describes
+the job file and --each, "velmora new --help" the steps before and after.)";
 
 inline constexpr const char *Files =
     R"(Without JOB: the files of all your jobs. With SIMULATION: the files of that simulation only.)";

@@ -1,8 +1,8 @@
 #include "JobFile.h"
 
+#include "Json.h"
 #include "Output.h"
-
-#include "model/Json.h"
+#include "Sweep.h"
 
 #include <QDir>
 #include <QFile>
@@ -119,18 +119,33 @@ JobFile readJobFile(const Options &options)
     if (!document.isObject())
         throw refuse(QStringLiteral("not a JSON object"));
 
+    QJsonObject object = document.object();
+    if (!options.each.empty()) {
+        QJsonArray simulations;
+        for (const QString &parameters : sweepOf(QString::fromStdString(options.each)))
+            simulations.append(parameters);
+        object.insert(QStringLiteral("simulations"), simulations);
+    }
     JobFile result;
-    result.job = JobSubmit(bytes.toStdString());
+    result.job = JobSubmit(QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString());
     const QDir folder = QFileInfo(path).dir();
     result.inputs << folder.filePath(QString::fromStdString(result.job.mainFile));
     for (const std::string &name : result.job.dependentFilesList)
         result.inputs << folder.filePath(QString::fromStdString(name));
-    result.warnings = warningsOf(document.object(), result.job);
+    result.warnings = warningsOf(object, result.job);
     if (result.job.originApplication.empty())
         result.job.originApplication = "velmora";
     if (!options.accountId.empty())
         result.job.accountID = options.accountId;
     return result;
+}
+
+QJsonObject JobFile::definition() const
+{
+    QJsonObject object = toJson(job);
+    for (const char *key : {"jobID", "accountID"})
+        object.remove(QLatin1String(key));
+    return object;
 }
 
 JobFile checkedJobFile(const Options &options)

@@ -18,10 +18,13 @@ struct JobFile {
     JobSubmit job;
     QStringList inputs;   ///< paths of the main file, then of its dependencies
     QStringList warnings; ///< keys and values of the file that are ignored
+
+    /// What is submitted but for ids and account, to find out whether it has changed.
+    QJsonObject definition() const;
 };
 
-/// Reads a job file. The origin defaults to "velmora"; `--account` overrides the file's account.
-/// Throws `Failure` when the file cannot be read or is not a JSON object.
+/// Reads a job file. `--each` gives its simulations. The origin defaults to "velmora"; `--account` overrides the file's
+/// account. Throws `Failure` when the file cannot be read or is not a JSON object.
 JobFile readJobFile(const Options &options);
 
 /// Reads a job file, prints its warnings, and throws `Failure` unless all checks pass.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <utility>
 
 namespace Velmora::Cli {
@@ -14,6 +15,7 @@ namespace {
 constexpr const char *Unknown = "unknown";
 constexpr const char *Archived = "archived";
 constexpr const char *Finished = "finished";
+constexpr long long LeastObservedMs = 2000;
 
 std::string lowerCase(std::string text)
 {
@@ -75,6 +77,36 @@ int JobState::progressOf(const SimulationDetails &simulation) const
         return 100;
     const auto found = progress.find(simulation.simulationId);
     return found == progress.end() ? 0 : percent(found->second);
+}
+
+int JobState::totalProgress() const
+{
+    int total = 0;
+    for (const SimulationDetails &simulation : job.simulations)
+        total += progressOf(simulation);
+    return total;
+}
+
+void Pace::note(long long milliseconds, const JobState &state)
+{
+    const int progress = state.totalProgress();
+    m_whole = 100 * int(state.job.simulations.size());
+    if (progress == m_last)
+        return;
+    if (m_last == 0) {
+        m_first = progress;
+        m_firstAt = milliseconds;
+    }
+    m_last = progress;
+    m_lastAt = milliseconds;
+}
+
+long long Pace::secondsLeft(long long milliseconds) const
+{
+    if (m_lastAt - m_firstAt < LeastObservedMs || m_last <= m_first || m_last >= m_whole)
+        return -1;
+    const double rest = double(m_whole - m_last) * double(m_lastAt - m_firstAt) / double(m_last - m_first);
+    return std::max(0LL, std::llround((rest - double(milliseconds - m_lastAt)) / 1000));
 }
 
 } // namespace Velmora::Cli

@@ -14,9 +14,24 @@ namespace Velmora::Cli {
 struct JobState {
     JobDetails job;
     std::map<std::string, int> progress;
+    long long secondsLeft = -1; ///< estimated; negative when it is not known
 
     /// In percent, from 0 to 100; 100 for a finished simulation.
     int progressOf(const SimulationDetails &simulation) const;
+    /// Of all simulations together, in percent of one.
+    int totalProgress() const;
+};
+
+/// Estimates when a job ends, from the progress since it was first seen to run.
+class Pace {
+public:
+    void note(long long milliseconds, const JobState &state);
+    /// Negative when it is not known.
+    long long secondsLeft(long long milliseconds) const;
+
+private:
+    int m_first = 0, m_last = 0, m_whole = 0; ///< progress
+    long long m_firstAt = 0, m_lastAt = 0;
 };
 
 enum class JobEnd { Going, Finished, NotFinished };

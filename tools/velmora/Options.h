@@ -42,6 +42,7 @@ struct Options {
     bool quiet = false;
     int timeoutSeconds = 60;   ///< for one answer; 0 for no limit
     int patienceSeconds = 300; ///< how long to follow a job without an answer
+    std::string progress;      ///< "lines", "json", "none"; empty: what suits standard error
 
     std::string jobFile;
     std::string jobId;
@@ -54,7 +55,12 @@ struct Options {
     bool allFiles = false;          ///< include hidden files
     bool noUpload = false;
     bool noDownload = false;
-    bool yes = false; ///< ask nothing
+    bool noWait = false;
+    bool again = false;  ///< start a new job whatever the journal says
+    std::string journal; ///< empty: beside the job file
+    std::string each;    ///< parameters of a sweep, with lists in braces
+    std::string csvFile; ///< for a table of the simulations' summaries
+    bool yes = false;    ///< ask nothing
     bool recursive = false;
     bool dryRun = false;
     bool deleteOthers = false;       ///< what the source of `sync` does not have

@@ -1,7 +1,7 @@
 #include "Output.h"
 
-#include "JobState.h"
 #include "Json.h"
+#include "ProgressView.h"
 #include "Terminal.h"
 
 #include <QJsonDocument>
@@ -70,10 +70,6 @@ void confirm(const Options &options, const QString &question)
         throw Failure(ExitCode::Refused, QStringLiteral("Not Confirmed"), QStringLiteral("nothing was done"));
 }
 
-void warn(const Options &options, const QString &text)
-{
-    if (!options.quiet)
-        Terminal::write(Terminal::Stream::Error, QStringLiteral("warning: %1\n").arg(text));
-}
+void warn(const Options &options, const QString &text) { notice(options, QStringLiteral("warning: ") + text); }
 
 } // namespace Velmora::Cli

@@ -1,6 +1,7 @@
 #include "ProgressView.h"
 
-#include <QTime>
+#include <QDateTime>
+#include <QJsonDocument>
 
 #include <algorithm>
 #include <utility>
@@ -69,9 +70,29 @@ void LiveBlock::clear(int columns)
 
 ProgressMode progressMode(const Options &options)
 {
-    if (options.quiet)
+    if (options.quiet || options.progress == "none")
         return ProgressMode::None;
+    if (options.progress == "json")
+        return ProgressMode::Json;
+    if (options.progress == "lines")
+        return ProgressMode::Lines;
     return Terminal::isTerminal(Terminal::Stream::Error) && !options.verbose ? ProgressMode::Bars : ProgressMode::Lines;
+}
+
+void writeEvent(const char *kind, QJsonObject event)
+{
+    event.insert(QStringLiteral("event"), QLatin1String(kind));
+    event.insert(QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
+    writeError(QString::fromUtf8(QJsonDocument(event).toJson(QJsonDocument::Compact)) + QLatin1Char('\n'));
+}
+
+void notice(const Options &options, const QString &text)
+{
+    const ProgressMode mode = progressMode(options);
+    if (mode == ProgressMode::Json)
+        writeEvent("notice", {{QStringLiteral("text"), text}});
+    else if (mode != ProgressMode::None)
+        writeError(text + QLatin1Char('\n'));
 }
 
 QStringList jobFrame(const JobState &state, long long elapsedSeconds, Terminal::Size size, BarStyle style)
@@ -87,9 +108,11 @@ QStringList jobFrame(const JobState &state, long long elapsedSeconds, Terminal::
         finished += state.progressOf(simulation) == 100 ? 1 : 0;
     }
 
-    const QString heading = QStringLiteral("  %1  %2 of %3 done  %4")
-                                .arg(shown(statusOf(state.job)), QString::number(finished),
-                                     QString::number(simulations.size()), durationText(elapsedSeconds));
+    QString heading = QStringLiteral("  %1  %2 of %3 done  %4")
+                          .arg(shown(statusOf(state.job)), QString::number(finished),
+                               QString::number(simulations.size()), durationText(elapsedSeconds));
+    if (state.secondsLeft >= 0)
+        heading += QStringLiteral(", about %1 left").arg(durationText(state.secondsLeft));
     const QString name = shown(state.job.jobName.empty() ? state.job.jobId : state.job.jobName);
     const int nameRoom = std::max(1, columns - displayWidth(heading));
     QStringList lines{elided(elided(name, nameRoom) + heading, columns)};
@@ -136,9 +159,10 @@ void ProgressView::update(const JobState &state)
 {
     m_state = state;
     m_hasState = true;
+    m_pace.note(m_start.elapsed(), m_state);
     if (m_mode == ProgressMode::Bars)
         draw();
-    else if (m_mode == ProgressMode::Lines)
+    else if (m_mode != ProgressMode::None)
         writeChanges();
 }
 
@@ -150,7 +174,9 @@ void ProgressView::tick()
 
 void ProgressView::notice(const QString &text)
 {
-    if (m_mode == ProgressMode::None)
+    if (m_mode == ProgressMode::Json)
+        writeEvent("notice", {{QStringLiteral("text"), text}});
+    if (m_mode == ProgressMode::None || m_mode == ProgressMode::Json)
         return;
     m_block.clear(Terminal::size(Terminal::Stream::Error).columns);
     writeError(text + QLatin1Char('\n'));
@@ -161,17 +187,17 @@ void ProgressView::draw()
 {
     Terminal::Size size = Terminal::size(Terminal::Stream::Error);
     --size.rows; // the cursor's own line
+    m_state.secondsLeft = m_pace.secondsLeft(m_start.elapsed());
     m_block.show(jobFrame(m_state, m_start.elapsed() / 1000, size, BarStyle::forTerminal(Terminal::supportsUtf8())),
                  size.columns);
 }
 
 void ProgressView::writeChanges()
 {
-    const QString now = QTime::currentTime().toString(QStringLiteral("HH:mm:ss"));
     const std::string jobStatus = statusOf(m_state.job);
     if (jobStatus != m_writtenStatus) {
         m_writtenStatus = jobStatus;
-        writeError(QStringLiteral("%1 %2 %3\n").arg(now, shown(m_state.job.jobId), shown(jobStatus)));
+        write(nullptr, 0);
     }
     for (const SimulationDetails &simulation : m_state.job.simulations) {
         const std::string status = statusOf(simulation);
@@ -183,10 +209,35 @@ void ProgressView::writeChanges()
         written.status = status;
         written.progress = progress;
         written.since.start();
-        writeError(QStringLiteral("%1 %2 %3 %4 %5%\n")
-                       .arg(now, shown(m_state.job.jobId), shown(simulation.simulationId), shown(status),
-                            QString::number(progress)));
+        write(&simulation, progress);
     }
+}
+
+void ProgressView::write(const SimulationDetails *simulation, int progress)
+{
+    const std::string status = simulation ? statusOf(*simulation) : m_writtenStatus;
+    const long long left = m_pace.secondsLeft(m_start.elapsed());
+    if (m_mode == ProgressMode::Json) {
+        QJsonObject event{{QStringLiteral("jobId"), QString::fromStdString(m_state.job.jobId)},
+                          {QStringLiteral("status"), QString::fromStdString(status)}};
+        if (simulation) {
+            event.insert(QStringLiteral("simulationId"), QString::fromStdString(simulation->simulationId));
+            event.insert(QStringLiteral("progress"), progress);
+        }
+        if (left >= 0)
+            event.insert(QStringLiteral("secondsLeft"), left);
+        writeEvent(simulation ? "simulation" : "job", event);
+        return;
+    }
+    QStringList parts{QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), shown(m_state.job.jobId)};
+    if (simulation)
+        parts << shown(simulation->simulationId);
+    parts << shown(status);
+    if (simulation)
+        parts << QString::number(progress) + QLatin1Char('%');
+    if (simulation && left >= 0)
+        parts << QStringLiteral("(job: about %1 left)").arg(durationText(left));
+    writeError(parts.join(QLatin1Char(' ')) + QLatin1Char('\n'));
 }
 
 } // namespace Velmora::Cli

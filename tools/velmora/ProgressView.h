@@ -9,6 +9,7 @@
 #include "Terminal.h"
 
 #include <QElapsedTimer>
+#include <QJsonObject>
 #include <QString>
 #include <QStringList>
 
@@ -39,10 +40,16 @@ private:
     std::vector<int> m_drawn; ///< widths of the lines on the terminal
 };
 
-enum class ProgressMode { Bars, Lines, None };
+enum class ProgressMode { Bars, Lines, Json, None };
 
-/// Bars on a terminal, unless log lines would break them; nothing when quiet.
+/// As `--progress` says. Otherwise bars on a terminal, unless log lines would break them, and lines elsewhere; nothing
+/// when quiet.
 ProgressMode progressMode(const Options &options);
+
+/// One line of JSON on standard error, with the time and the kind of the event.
+void writeEvent(const char *kind, QJsonObject event);
+/// A line on standard error, or the event "notice"; nothing when quiet.
+void notice(const Options &options, const QString &text);
 
 /// The lines that show a job: a heading, then a bar for each simulation, at most `size.rows` in all.
 /// Where that is not enough, running simulations come first and the last line sums up the rest.
@@ -65,6 +72,7 @@ public:
 private:
     void draw();
     void writeChanges();
+    void write(const SimulationDetails *simulation, int progress);
 
     struct Written {
         std::string status;
@@ -77,6 +85,7 @@ private:
     JobState m_state;
     bool m_hasState = false;
     QElapsedTimer m_start;
+    Pace m_pace;
     std::string m_writtenStatus;
     std::map<std::string, Written> m_written;
 };

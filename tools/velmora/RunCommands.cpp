@@ -1,18 +1,24 @@
 #include "Commands.h"
 
-#include "Files.h"
 #include "Follow.h"
-#include "JobFile.h"
 #include "Json.h"
 #include "Output.h"
-
-#include <QFileInfo>
+#include "Results.h"
+#include "Submission.h"
 
 #include <algorithm>
+#include <set>
 
 namespace Velmora::Cli {
 
 namespace {
+
+QJsonObject joined(QJsonObject object, const QJsonObject &more)
+{
+    for (auto member = more.begin(); member != more.end(); ++member)
+        object.insert(member.key(), member.value());
+    return object;
+}
 
 Table simulationTable(const JobState &state)
 {
@@ -35,78 +41,18 @@ QString statusText(const JobState &state)
              fitted(simulationTable(state)));
 }
 
-/// The account to charge when neither the file nor the arguments name one: the user's only one.
-std::string onlyAccount(Session &session)
-{
-    const auto accounts =
-        session.get<std::list<AccountDetails>>([&](const auto &done) { session.api().getAccountList(done); });
-    if (accounts.size() == 1)
-        return accounts.front().accountId;
-    QString message = QStringLiteral("no account to charge: give --account, or accountID in the job file");
-    for (const AccountDetails &account : accounts)
-        message += QStringLiteral("\n  %1  %2").arg(shown(account.accountId), shown(account.accountName));
-    throw Failure(ExitCode::WrongUse, QStringLiteral("No Account"), message);
-}
-
-std::string baseName(const std::string &path)
-{
-    return QFileInfo(QString::fromStdString(path)).fileName().toStdString();
-}
-
-Failure failedUploads(const Failure &failure, const Batch &uploads, const std::string &jobId)
-{
-    return Failure(failure)
-        .with(QStringLiteral("jobId"), QString::fromStdString(jobId))
-        .with(QStringLiteral("uploads"), uploads.toJson());
-}
-
-/// Uploads the inputs under a new job id, then submits. `uploads` receives the outcome of each upload.
-JobDetails submit(Session &session, const Options &options, JobSubmit job, const QStringList &inputs, Batch &uploads)
-{
-    if (job.accountID.empty())
-        job.accountID = onlyAccount(session);
-    job.jobID = session.get<std::string>(
-        [&](const auto &done) { session.api().generateNewJobID(job.accountID, options.hpcId, done); });
-    if (job.jobID.empty())
-        throw Failure(ExitCode::Refused, QStringLiteral("Error Submitting Job"),
-                      QStringLiteral("the service gave out no job id"));
-    if (!inputs.isEmpty()) {
-        uploads = uploadsOf(inputs, job.jobID);
-        moveFiles(session, options, QStringLiteral("uploading %1 to %2").arg(countText(uploads), shown(job.jobID)),
-                  uploads);
-        if (const auto failure = batchFailure(session, uploads, QStringLiteral("no job was submitted")))
-            throw failedUploads(*failure, uploads, job.jobID);
-        // The storage has no folders.
-        job.mainFile = baseName(job.mainFile);
-        for (std::string &name : job.dependentFilesList)
-            name = baseName(name);
-    }
-    const QString hint = QStringLiteral("whether %1 was submitted is not known; see:\n  velmora job %1%2")
-                             .arg(shown(job.jobID), sameOptions(options));
-    try {
-        JobDetails details = session.get<JobDetails>([&](const auto &done) { session.api().submitNewJob(job, done); });
-        if (details.jobId.empty())
-            details.jobId = job.jobID;
-        return details;
-    } catch (const Failure &failure) {
-        if (failure.code() == ExitCode::Refused)
-            throw;
-        throw Failure(failure.code(), QStringLiteral("Error Submitting Job"),
-                      failure.message() + QLatin1Char('\n') + hint)
-            .with(QStringLiteral("jobId"), QString::fromStdString(job.jobID));
-    }
-}
-
 /// Follows the job to its end, finished or not. Throws `Failure` when it can no longer be followed.
-Follow::End follow(Session &session, const Options &options, JobState &state, const QString &notice = QString())
+Follow::End follow(Session &session, const Options &options, JobState &state)
 {
+    if (const JobEnd end = endOf(state.job); end != JobEnd::Going)
+        return end == JobEnd::Finished ? Follow::End::Finished : Follow::End::NotFinished;
     ProgressView view(progressMode(options));
-    if (!notice.isEmpty())
-        view.notice(notice);
     Follow follow(session, state, view, options);
     const Follow::End end = follow.run();
     const QString jobId = shown(state.job.jobId);
-    const QString again = QStringLiteral("watch it again with:\n  velmora watch %1%2").arg(jobId, sameOptions(options));
+    QString again = QStringLiteral("watch it again with:\n  velmora watch %1%2").arg(jobId, sameOptions(options));
+    if (!options.jobFile.empty())
+        again = QStringLiteral("run the same command again to go on, or ") + again;
     const QString key = QStringLiteral("jobId");
     const QString value = QString::fromStdString(state.job.jobId);
     switch (end) {
@@ -128,35 +74,6 @@ Follow::End follow(Session &session, const Options &options, JobState &state, co
     return end;
 }
 
-/// Downloads the job's results. @return the error, if not all of them arrived.
-std::optional<Failure> fetchResults(Session &session, const Options &options, const JobDetails &job, Batch &downloads)
-{
-    std::list<CloudFile> listing;
-    const QString folder = downloadFolder(options, job.jobId);
-    try {
-        listing = session.get<std::list<CloudFile>>(
-            [&](const auto &done) { session.api().getJobFileList(job.jobId, false, done); });
-    } catch (const Failure &failure) {
-        return Failure(failure.code(), QStringLiteral("Error Downloading Results"),
-                       QStringLiteral("%1\nthe results of %2 were not downloaded; download them with:\n"
-                                      "  velmora download %3 --to %4%5")
-                           .arg(failure.message(), shown(job.jobId), quoted(job.jobId), quoted(folder.toStdString()),
-                                sameOptions(options)));
-    }
-    std::list<std::string> inputs = job.fileDependencies;
-    inputs.push_back(job.mainFile);
-    listing.remove_if([&](const CloudFile &file) {
-        return std::any_of(inputs.begin(), inputs.end(),
-                           [&](const std::string &input) { return baseName(input) == file.fileName; });
-    });
-    downloads = downloadsOf(listing, folder);
-    if (downloads.transfers.empty())
-        return std::nullopt;
-    moveFiles(session, options,
-              QStringLiteral("downloading %1 to %2").arg(countText(downloads), shown(folder.toStdString())), downloads);
-    return batchFailure(session, downloads, retryHint(options, downloads, job.jobId));
-}
-
 Failure notFinished(const JobDetails &job, const QString &more)
 {
     QString message = QStringLiteral("%1 did not finish: it was %2").arg(shown(job.jobId), shown(outcomeOf(job)));
@@ -166,63 +83,160 @@ Failure notFinished(const JobDetails &job, const QString &more)
         .with(QStringLiteral("job"), toJson(job));
 }
 
-} // namespace
-
-void run(const Options &options)
+void printSubmitted(const Options &options, const JobDetails &job, const QJsonObject &more)
 {
-    const JobFile file = checkedJobFile(options);
-    const QStringList inputs = options.noUpload ? QStringList() : checkedInputs(file.inputs);
-    if (!options.noDownload)
-        checkDownloadFolder(options);
-    Session session(options);
-    session.signIn();
-    JobState state;
-    Batch uploads;
-    state.job = submit(session, options, file.job, inputs, uploads);
-    const Follow::End end = follow(session, options, state, QStringLiteral("submitted %1").arg(shown(state.job.jobId)));
+    print(options, joined(toJson(job), more), [&] {
+        return QStringLiteral("%1  %2  %3\n\nwait for it and fetch its results with:\n  velmora watch %4 --to %5%6\n")
+            .arg(shown(job.jobId), shown(job.jobName), shown(statusOf(job)), quoted(job.jobId),
+                 quoted(downloadFolder(options, job.jobId).toStdString()), sameOptions(options));
+    });
+}
 
+/// How a job that was followed ended, and what is to be said of it.
+struct Ending {
+    const JobState &state;
+    Follow::End end;
+    Journal *journal; ///< may be null
+    QString hint;     ///< on a job that did not finish
+    QJsonObject more; ///< of the document, beside the job
+    bool hasFetched;
+};
+
+/// Fetches the results and prints the outcome. Throws `Failure` unless the job finished and all of them are here.
+void conclude(Session &session, const Options &options, Ending &ending, bool fetches)
+{
+    const JobDetails &job = ending.state.job;
     // The results of a job that did not finish may show why.
     Batch downloads;
     std::optional<Failure> problem;
-    if (!options.noDownload)
-        problem = fetchResults(session, options, state.job, downloads);
+    if (fetches) {
+        problem = fetchResults(session, options, job, downloads, ending.journal);
+        ending.hasFetched = std::any_of(downloads.transfers.begin(), downloads.transfers.end(),
+                                        [](const Transfer &transfer) { return !transfer.kept; });
+        ending.more.insert(QStringLiteral("downloads"), downloads.toJson());
+        writeTable(options, job);
+    }
     const auto text = [&] {
-        QString result = statusText(state);
-        if (!options.noDownload && !problem)
-            result += downloads.transfers.empty()
-                          ? QStringLiteral("\nno result files\n")
-                          : QStringLiteral("\n%1 in %2\n")
-                                .arg(countText(downloads), downloadFolder(options, state.job.jobId));
+        QString result = statusText(ending.state);
+        if (fetches && !problem)
+            result +=
+                downloads.transfers.empty()
+                    ? QStringLiteral("\nno result files\n")
+                    : QStringLiteral("\n%1 in %2\n").arg(countText(downloads), downloadFolder(options, job.jobId));
         return result;
     };
-    if (end == Follow::End::Finished && !problem) {
-        QJsonObject document = toJson(state.job);
-        document.insert(QStringLiteral("uploads"), uploads.toJson());
-        document.insert(QStringLiteral("downloads"), downloads.toJson());
-        print(options, document, text);
+    if (ending.end == Follow::End::Finished && !problem) {
+        print(options, joined(toJson(job), ending.more), text);
         return;
     }
     if (!options.json)
         print(options, {}, text);
     const bool interrupted = problem && problem->code() == ExitCode::Interrupted;
-    if (end == Follow::End::NotFinished && !interrupted)
-        problem = notFinished(state.job, problem ? problem->message() : QString());
-    throw problem->with(QStringLiteral("job"), toJson(state.job))
-        .with(QStringLiteral("uploads"), uploads.toJson())
-        .with(QStringLiteral("downloads"), downloads.toJson());
+    if (ending.end == Follow::End::NotFinished && !interrupted)
+        problem = notFinished(job, problem ? problem->message() : ending.hint);
+    throw problem->with(QStringLiteral("job"), toJson(job)).with(ending.more);
+}
+
+} // namespace
+
+void run(const Options &options)
+{
+    const JobFile file = checkedJobFile(options);
+    Journal journal(options);
+    if (options.again)
+        journal.forget();
+    Session session(options);
+    Submission submission(session, options, file, journal);
+    if (journal.submission() == Journal::Submission::Done)
+        submission.checkUnchanged();
+    const auto inputs = [&] { return options.noUpload ? QStringList() : checkedInputs(file.inputs); };
+    if (journal.submission() == Journal::Submission::None)
+        inputs(); // complains before anybody is asked for a password
+    if (!options.noDownload && !options.noWait)
+        checkDownloadFolder(options);
+    checkTable(options);
+    session.signIn();
+
+    JobState state;
+    Batch uploads;
+    const auto earlier = submission.earlier();
+    state.job = earlier ? *earlier : submission.submit(inputs(), uploads);
+    const QString id = shown(state.job.jobId);
+    notice(options, earlier
+                        ? QStringLiteral("going on with %1, submitted at %2").arg(id, dateText(submittedAt(*earlier)))
+                        : QStringLiteral("submitted %1").arg(id));
+    if (options.noWait) {
+        printSubmitted(options, state.job, {{QStringLiteral("uploads"), uploads.toJson()}});
+        return;
+    }
+    const bool wasOver = endOf(state.job) != JobEnd::Going;
+    const Follow::End end = follow(session, options, state);
+    Ending ending{state, end, &journal, QStringLiteral("start a new job with --again"), {}, false};
+    ending.more.insert(QStringLiteral("uploads"), uploads.toJson());
+    conclude(session, options, ending, !options.noDownload);
+    if (wasOver && !ending.hasFetched)
+        notice(options, QStringLiteral("nothing was left to do; start a new job with --again"));
 }
 
 void watch(const Options &options)
 {
+    const bool fetches = !options.folder.empty();
+    if (fetches)
+        checkDownloadFolder(options);
+    checkTable(options);
     Session session(options);
     session.signIn();
     JobState state;
     state.job = session.job(options.jobId);
     const Follow::End end = follow(session, options, state);
-    if (end == Follow::End::Finished || !options.json)
-        print(options, toJson(state.job), [&] { return statusText(state); });
-    if (end == Follow::End::NotFinished)
-        throw notFinished(state.job, QString());
+    Ending ending{state, end, nullptr, {}, {}, false};
+    conclude(session, options, ending, fetches);
+}
+
+void newJob(const Options &options)
+{
+    Session session(options);
+    session.signIn();
+    const std::string account = accountToCharge(session, options.accountId);
+    const auto id = session.get<std::string>(
+        [&](const auto &done) { session.api().generateNewJobID(account, options.hpcId, done); });
+    print(options,
+          {{QStringLiteral("jobId"), QString::fromStdString(id)},
+           {QStringLiteral("accountId"), QString::fromStdString(account)}},
+          [&] { return shown(id) + QLatin1Char('\n'); });
+}
+
+void submit(const Options &options)
+{
+    JobSubmit job = checkedJobFile(options).job;
+    Session session(options);
+    session.signIn();
+    job.jobID = options.jobId;
+    job.accountID = accountToCharge(session, job.accountID);
+    dropFolders(job);
+    const auto listing = session.get<std::list<CloudFile>>(
+        [&](const auto &done) { session.api().getJobFileList(job.jobID, true, done); });
+    std::set<std::string> missing(job.dependentFilesList.begin(), job.dependentFilesList.end());
+    missing.insert(job.mainFile);
+    for (const CloudFile &file : listing)
+        missing.erase(file.fileName);
+    if (!missing.empty()) {
+        QString message =
+            QStringLiteral("no job was submitted: %1 lacks inputs, upload them first:").arg(shown(job.jobID));
+        for (const std::string &name : missing)
+            message += QStringLiteral("\n  ") + shown(name);
+        throw Failure(ExitCode::WrongUse, QStringLiteral("Missing Inputs"), message);
+    }
+    checkCost(session, options, job);
+    const auto answer = session.ask<JobDetails>([&](const auto &done) { session.api().submitNewJob(job, done); });
+    if (answer.error.errorCode == 0) {
+        const Failure failure = session.failureOf(answer.error);
+        throw Failure(failure.code(), QStringLiteral("Error Submitting Job"),
+                      QStringLiteral("%1\nwhether %2 was submitted is not known; see:\n  velmora job %2%3")
+                          .arg(failure.message(), shown(job.jobID), sameOptions(options)));
+    }
+    session.check(answer.error);
+    printSubmitted(options, answer.result, {});
 }
 
 } // namespace Velmora::Cli

@@ -82,6 +82,8 @@ Session::Session(const Options &options)
         m_authorities = authoritiesIn(options.caFile);
     ClientOptions client = ClientOptions::robust();
     client.caFile = options.caFile;
+    client.answerTimeout = options.timeoutSeconds;
+    client.stallTimeout = options.timeoutSeconds;
     client.uploadBytesPerSecond = client.downloadBytesPerSecond = options.bytesPerSecond;
     client.connectionsPerHost = options.transfers;
     m_api.setClientOptions(client);

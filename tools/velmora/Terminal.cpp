@@ -1,6 +1,7 @@
 #include "Terminal.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include <fcntl.h>
 #include <langinfo.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -132,6 +134,22 @@ std::optional<QString> ask(const QString &question, Echo echo)
             return QString::fromLocal8Bit(answer.left(end));
     }
 }
+
+int openExclusively(const QString &path, QString &problem)
+{
+    const int file = ::open(QFile::encodeName(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0) {
+        problem = qt_error_string(errno);
+        return -1;
+    }
+    // A file system without locks goes without.
+    if (::flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK)
+        return file;
+    ::close(file);
+    return -1;
+}
+
+bool sync(int descriptor) { return ::fsync(descriptor) == 0; }
 
 } // namespace Terminal
 

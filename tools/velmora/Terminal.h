@@ -1,5 +1,5 @@
 /// @file Terminal.h
-/// Access to the operating system's terminal, arguments and signals. Terminal.cpp is for POSIX,
+/// Access to the operating system's terminal, arguments, signals and file locks. Terminal.cpp is for POSIX,
 /// TerminalWindows.cpp for Windows.
 #ifndef VELMORA_CLI_TERMINAL_H
 #define VELMORA_CLI_TERMINAL_H
@@ -44,6 +44,13 @@ bool openOutput(QFile &file);
 /// terminal's settings are always restored.
 /// @return nothing when there is no terminal, at its end of input and when interrupted.
 std::optional<QString> ask(const QString &question, Echo echo);
+
+/// Opens a file, made if it is missing, that this process alone writes until it closes the descriptor. The lock dies
+/// with the process, so nobody mistakes a file that was left behind for one in use.
+/// @return negative on failure; `problem` is then why, or empty when another process has the file
+int openExclusively(const QString &path, QString &problem);
+/// Makes durable what was written. @return false on failure
+bool sync(int descriptor);
 
 } // namespace Terminal
 

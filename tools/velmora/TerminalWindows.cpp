@@ -175,6 +175,19 @@ std::optional<QString> ask(const QString &question, Echo echo)
     return line;
 }
 
+int openExclusively(const QString &path, QString &problem)
+{
+    const HANDLE file = ::CreateFileW(reinterpret_cast<const wchar_t *>(path.utf16()), GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file != INVALID_HANDLE_VALUE)
+        return ::_open_osfhandle(reinterpret_cast<intptr_t>(file), _O_RDWR | _O_BINARY);
+    if (::GetLastError() != ERROR_SHARING_VIOLATION)
+        problem = qt_error_string(int(::GetLastError()));
+    return -1;
+}
+
+bool sync(int descriptor) { return ::_commit(descriptor) == 0; }
+
 } // namespace Terminal
 
 Interrupt &Interrupt::instance()

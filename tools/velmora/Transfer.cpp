@@ -5,7 +5,9 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
+#include <utility>
 
 namespace Velmora::Cli {
 
@@ -13,6 +15,7 @@ namespace {
 
 constexpr qint64 WindowMs = 5000;
 constexpr qint64 CipherBlock = 16;
+constexpr qint64 SmallFile = 1000000;
 
 using Phase = Transfer::Phase;
 
@@ -63,12 +66,10 @@ Transfer Transfer::failed(const CloudFile &file, const ApiError &error)
     return transfer;
 }
 
-bool Transfer::isLocal() const { return phase == Phase::Encrypting || phase == Phase::Joining; }
-
 void Transfer::begin(qint64 now)
 {
     begun = now;
-    phase = direction == Direction::Up ? Phase::Encrypting : Phase::Receiving;
+    phase = direction == Direction::Up ? Phase::Sending : Phase::Receiving;
 }
 
 void Transfer::progress(qint64 bytes)
@@ -92,6 +93,12 @@ void Transfer::end(Phase how, const ApiError &why, qint64 now)
         error = why;
 }
 
+void Transfer::keep()
+{
+    kept = true;
+    end(Phase::Done, {}, 0);
+}
+
 int Transfer::share() const
 {
     if (phase == Phase::Done)
@@ -111,8 +118,6 @@ QString phaseText(Phase phase)
     switch (phase) {
     case Phase::Waiting:
         return QStringLiteral("waiting");
-    case Phase::Encrypting:
-        return QStringLiteral("encrypting");
     case Phase::Sending:
         return QStringLiteral("sending");
     case Phase::Confirming:
@@ -149,6 +154,49 @@ qint64 Batch::moved() const
                            [](qint64 sum, const Transfer &transfer) { return sum + transfer.moved; });
 }
 
+qint64 Batch::kept() const
+{
+    return std::accumulate(transfers.begin(), transfers.end(), qint64(0), [](qint64 sum, const Transfer &transfer) {
+        return transfer.kept ? sum + transfer.total : sum;
+    });
+}
+
+int Batch::countEnded() const
+{
+    return int(std::count_if(transfers.begin(), transfers.end(),
+                             [](const Transfer &transfer) { return transfer.hasEnded(); }));
+}
+
+void Batch::note(qint64 now)
+{
+    meter.note(now, moved());
+    qint64 large = 0, small = 0;
+    for (const Transfer &transfer : transfers) {
+        large += transfer.total >= SmallFile ? transfer.moved : 0;
+        small += transfer.total < SmallFile && transfer.hasEnded() ? 1 : 0;
+    }
+    largeMeter.note(now, large);
+    smallMeter.note(now, small);
+}
+
+qint64 Batch::secondsLeft() const
+{
+    qint64 large = 0, small = 0;
+    for (const Transfer &transfer : transfers) {
+        if (transfer.hasEnded())
+            continue;
+        large += transfer.total >= SmallFile ? transfer.total - transfer.moved : 0;
+        small += transfer.total < SmallFile ? 1 : 0;
+    }
+    double seconds = 0;
+    for (const auto &[missing, rate] : {std::pair(large, largeMeter.rate()), std::pair(small, smallMeter.rate())}) {
+        if (missing > 0 && rate <= 0)
+            return -1;
+        seconds += missing > 0 ? double(missing) / rate : 0;
+    }
+    return large + small > 0 ? qint64(std::llround(seconds)) : -1;
+}
+
 qint64 Batch::left() const
 {
     return std::accumulate(transfers.begin(), transfers.end(), qint64(0), [](qint64 sum, const Transfer &transfer) {
@@ -169,6 +217,8 @@ QJsonArray Batch::toJson() const
         } else {
             object.insert(QStringLiteral("cloudFileDetails"), Cli::toJson(transfer.file));
         }
+        if (transfer.kept)
+            object.insert(QStringLiteral("kept"), true);
         if (transfer.phase == Phase::Failed)
             object.insert(QStringLiteral("error"), Cli::toJson(transfer.error));
         array.append(object);

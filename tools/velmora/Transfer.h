@@ -3,6 +3,8 @@
 #ifndef VELMORA_CLI_TRANSFER_H
 #define VELMORA_CLI_TRANSFER_H
 
+#include "LocalFile.h"
+
 #include <velmora/Records.h>
 
 #include <QJsonArray>
@@ -15,7 +17,7 @@
 
 namespace Velmora::Cli {
 
-/// Bytes per second over the last few seconds. Times are in milliseconds.
+/// What moves per second, over the last few seconds. Times are in milliseconds.
 class Meter {
 public:
     void note(qint64 now, qint64 bytes);
@@ -28,15 +30,15 @@ private:
 
 /// The transfer of one file.
 ///
-///     up:    waiting ─▶ encrypting ─▶ sending ─▶ confirming ─▶ done
+///     up:    waiting ─▶ sending ─▶ confirming ─▶ done
 ///     down:  waiting ─▶ receiving ─▶ joining ─▶ done
 ///
-/// The library reports bytes and the end. The bytes tell the phases in between: none sent, some sent,
-/// all sent; some received, all received. While a download is joining, the library decrypts the last
-/// pieces and puts the file together. Each phase except done may end in failed or, after Ctrl-C, in undone.
+/// The library reports bytes and the end. The bytes tell the phases in between: some sent, all sent; some
+/// received, all received. While a download is joining, the library writes the last pieces and puts the
+/// file together. Each phase except done may end in failed or, after Ctrl-C, in undone.
 struct Transfer {
     enum class Direction { Up, Down };
-    enum class Phase { Waiting, Encrypting, Sending, Confirming, Receiving, Joining, Done, Failed, Undone };
+    enum class Phase { Waiting, Sending, Confirming, Receiving, Joining, Done, Failed, Undone };
 
     static Transfer up(const QString &localPath, const std::string &jobId);
     static Transfer down(const CloudFile &file, const QString &localPath);
@@ -45,12 +47,12 @@ struct Transfer {
 
     bool isActive() const { return phase > Phase::Waiting && phase < Phase::Done; }
     bool hasEnded() const { return phase >= Phase::Done; }
-    /// The work is on this machine: no bytes are transferred.
-    bool isLocal() const;
     void begin(qint64 now);
     /// @param bytes may include the overhead of a form; what exceeds the file's own bytes is ignored
     void progress(qint64 bytes);
     void end(Phase phase, const ApiError &error, qint64 now);
+    /// Ends it before it began: an earlier run has transferred the file.
+    void keep();
     /// In percent, from 0 to 100.
     int share() const;
 
@@ -63,26 +65,37 @@ struct Transfer {
     qint64 total = 0; ///< encrypted bytes
     qint64 moved = 0; ///< of them
     Phase phase = Phase::Waiting;
+    bool kept = false;
+    LocalFile local; ///< what is sent or, when it is done, was fetched; only where it is recorded
     ApiError error;
     Meter meter;
     qint64 begun = 0; ///< in milliseconds, as passed to `begin`
     qint64 ended = 0;
 };
 
-/// "encrypting", "done", …
+/// "sending", "done", …
 QString phaseText(Transfer::Phase phase);
 
 /// Several transfers that run together.
 struct Batch {
     std::vector<Transfer> transfers;
     Meter meter;
+    Meter largeMeter; ///< of the large files' bytes
+    Meter smallMeter; ///< of small files that end: each takes the time of its requests, whatever its size
     qint64 ended = 0; ///< in milliseconds from the start; 0 while it runs
 
     int count(Transfer::Phase phase) const;
     qint64 total() const;
     qint64 moved() const;
+    /// What earlier runs moved of that.
+    qint64 kept() const;
+    int countEnded() const;
     /// The missing bytes of transfers that have not ended.
     qint64 left() const;
+    /// Notes what has moved until now.
+    void note(qint64 now);
+    /// Seconds until all have ended, judged by what moved lately; negative when it is not known.
+    qint64 secondsLeft() const;
     QJsonArray toJson() const;
 };
 

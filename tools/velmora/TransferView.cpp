@@ -1,9 +1,12 @@
 #include "TransferView.h"
 
+#include "Json.h"
+
 #include <QTime>
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 
 namespace Velmora::Cli {
@@ -14,13 +17,17 @@ using Phase = Transfer::Phase;
 
 constexpr int LineIntervalMs = 5000;
 constexpr int BriefMs = 1000;
+constexpr int EventIntervalMs = 1000;
+constexpr qint64 NeverMs = std::numeric_limits<qint64>::max();
+constexpr size_t MostActive = 8; // where there is no room for all
+constexpr size_t MostLines = 20; // files with lines of their own
 constexpr int LongestBar = 40;
 constexpr int LeastBar = 5;
 constexpr int PhaseWidth = 10;
 constexpr int PercentWidth = 4;
 constexpr int RateWidth = 9;
-constexpr int TimeWidth = 10;
-constexpr int SizeWidth = 7; // "1.23 MB"
+constexpr int TimeWidth = 12; // "1:23:45 left"
+constexpr int SizeWidth = 7;  // "1.23 MB"
 constexpr int Gap = 2;
 
 QString rateText(double bytesPerSecond)
@@ -28,11 +35,9 @@ QString rateText(double bytesPerSecond)
     return bytesPerSecond > 0 ? sizeText(qint64(bytesPerSecond)) + QLatin1String("/s") : QString();
 }
 
-QString leftText(qint64 bytes, double bytesPerSecond)
+QString leftText(qint64 seconds)
 {
-    if (bytes <= 0 || bytesPerSecond <= 0)
-        return QString();
-    return QStringLiteral("%1 left").arg(durationText(std::llround(double(bytes) / bytesPerSecond)));
+    return seconds < 0 ? QString() : QStringLiteral("%1 left").arg(durationText(seconds));
 }
 
 double averageOf(qint64 bytes, qint64 milliseconds)
@@ -52,13 +57,14 @@ struct Figures {
 Figures figuresOf(const Transfer &transfer)
 {
     Figures figures{transfer.share(), {}, {}};
-    if (transfer.phase == Phase::Done) {
+    if (transfer.phase == Phase::Done && !transfer.kept) {
         const qint64 took = transfer.ended - transfer.begun;
         figures.rate = rateText(averageOf(transfer.total, took));
         figures.time = tookText(took);
     } else if (transfer.phase == Phase::Sending || transfer.phase == Phase::Receiving) {
-        figures.rate = rateText(transfer.meter.rate());
-        figures.time = leftText(transfer.total - transfer.moved, transfer.meter.rate());
+        const double rate = transfer.meter.rate();
+        figures.rate = rateText(rate);
+        figures.time = leftText(rate > 0 ? std::llround(double(transfer.total - transfer.moved) / rate) : -1);
     }
     return figures;
 }
@@ -73,11 +79,11 @@ Figures figuresOf(const Batch &batch)
     else if (total > 0)
         figures.percent = int(double(moved) / double(total) * 100);
     if (batch.ended > 0) {
-        figures.rate = rateText(averageOf(moved, batch.ended));
+        figures.rate = rateText(averageOf(moved - batch.kept(), batch.ended));
         figures.time = tookText(batch.ended);
     } else {
         figures.rate = rateText(batch.meter.rate());
-        figures.time = leftText(batch.left(), batch.meter.rate());
+        figures.time = leftText(batch.secondsLeft());
     }
     return figures;
 }
@@ -101,20 +107,8 @@ QString summaryOf(const std::vector<const Transfer *> &transfers)
     return parts.join(QLatin1String(", "));
 }
 
-int rankOf(const Transfer &transfer)
-{
-    if (transfer.isActive())
-        return 0;
-    switch (transfer.phase) {
-    case Phase::Failed:
-        return 1;
-    case Phase::Waiting:
-    case Phase::Undone:
-        return 2;
-    default:
-        return 3;
-    }
-}
+bool isActive(const Transfer *transfer) { return transfer->isActive(); }
+bool hasFailed(const Transfer *transfer) { return transfer->phase == Phase::Failed; }
 
 } // namespace
 
@@ -135,10 +129,15 @@ QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle styl
     const size_t room = size_t(std::max(1, size.rows - (several ? 1 : 0)));
     std::vector<const Transfer *> hidden;
     if (transfers.size() > room) {
-        std::stable_sort(transfers.begin(), transfers.end(),
-                         [](const auto *a, const auto *b) { return rankOf(*a) < rankOf(*b); });
-        hidden.assign(transfers.begin() + long(room - 1), transfers.end());
-        transfers.resize(room - 1);
+        const auto active = std::stable_partition(transfers.begin(), transfers.end(), isActive);
+        const auto failed = std::stable_partition(active, transfers.end(), hasFailed);
+        // Many small files are on their way at a time, and gone before anybody has read their names.
+        const auto shownActive = std::min(active, transfers.begin() + long(std::min(transfers.size(), MostActive)));
+        std::stable_sort(transfers.begin(), active, [](const auto *a, const auto *b) { return a->total > b->total; });
+        const auto end = std::rotate(shownActive, active, failed); // the failures follow
+        const size_t shownCount = std::min(room - 1, size_t(end - transfers.begin()));
+        hidden.assign(transfers.begin() + long(shownCount), transfers.end());
+        transfers.resize(shownCount);
     }
 
     constexpr int figuresWidth = PercentWidth + Gap + RateWidth + Gap + TimeWidth;
@@ -178,12 +177,6 @@ TransferView::TransferView(ProgressMode mode)
 
 TransferView::~TransferView() { m_block.leave(); }
 
-void TransferView::heading(const QString &text)
-{
-    if (m_mode != ProgressMode::None)
-        Terminal::write(Terminal::Stream::Error, text + QLatin1Char('\n'));
-}
-
 void TransferView::update(const Batch &batch, qint64 now)
 {
     if (m_mode == ProgressMode::Bars) {
@@ -192,7 +185,16 @@ void TransferView::update(const Batch &batch, qint64 now)
         m_block.show(transferFrame(batch, size, BarStyle::forTerminal(Terminal::supportsUtf8())), size.columns);
     } else if (m_mode == ProgressMode::Lines) {
         writeChanges(batch, now);
+    } else if (m_mode == ProgressMode::Json) {
+        writeEvents(batch, now);
     }
+}
+
+std::vector<TransferView::Written> &TransferView::written(const Batch &batch)
+{
+    for (size_t index = m_written.size(); index < batch.transfers.size(); ++index)
+        m_written.push_back({batch.transfers[index].phase, 0});
+    return m_written;
 }
 
 void TransferView::writeChanges(const Batch &batch, qint64 now)
@@ -203,25 +205,64 @@ void TransferView::writeChanges(const Batch &batch, qint64 now)
         parts.removeAll(QString());
         Terminal::write(Terminal::Stream::Error, parts.join(QLatin1Char(' ')) + QLatin1Char('\n'));
     };
-    m_written.resize(batch.transfers.size());
+    const bool few = batch.transfers.size() <= MostLines;
     for (size_t index = 0; index < batch.transfers.size(); ++index) {
         const Transfer &transfer = batch.transfers[index];
-        Written &written = m_written[index];
-        const bool moved = transfer.phase != written.phase;
-        // A short phase gets no line.
-        const bool due = transfer.hasEnded() ? moved
+        Written &last = written(batch)[index];
+        const bool moved = transfer.phase != last.phase;
+        // A short phase gets no line; of many files only those that fail, or take long, get any.
+        const bool due = transfer.hasEnded() ? moved && (few || last.at > 0 || transfer.phase != Phase::Done)
                          : transfer.isActive()
-                             ? now - std::max(written.at, transfer.begun) >= (moved ? BriefMs : LineIntervalMs)
+                             ? now - std::max(last.at, transfer.begun) >= (moved && few ? BriefMs : LineIntervalMs)
                              : false;
         if (!due)
             continue;
-        written = {transfer.phase, now};
+        last = {transfer.phase, now};
         write(shown(transfer.file.fileName) + QLatin1Char(' ') + phaseText(transfer.phase), figuresOf(transfer));
     }
-    if (batch.ended > 0 && batch.transfers.size() > 1 && !m_summed) {
-        m_summed = true;
+    if (batch.transfers.size() > 1 && isTotalDue(batch, now, few ? NeverMs : LineIntervalMs))
         write(totalText(batch), figuresOf(batch));
+}
+
+bool TransferView::isTotalDue(const Batch &batch, qint64 now, qint64 interval)
+{
+    if (m_summed || (batch.ended == 0 && now - m_summedAt < interval))
+        return false;
+    m_summed = batch.ended > 0;
+    m_summedAt = now;
+    return true;
+}
+
+void TransferView::writeEvents(const Batch &batch, qint64 now)
+{
+    for (size_t index = 0; index < batch.transfers.size(); ++index) {
+        const Transfer &transfer = batch.transfers[index];
+        Written &last = written(batch)[index];
+        if (transfer.phase == last.phase && !(transfer.isActive() && now - last.at >= EventIntervalMs))
+            continue;
+        last = {transfer.phase, now};
+        QJsonObject event{{QStringLiteral("file"), QString::fromStdString(transfer.file.fileName)},
+                          {QStringLiteral("direction"), transfer.direction == Transfer::Direction::Up
+                                                            ? QStringLiteral("up")
+                                                            : QStringLiteral("down")},
+                          {QStringLiteral("state"), phaseText(transfer.phase)},
+                          {QStringLiteral("bytes"), transfer.moved},
+                          {QStringLiteral("totalBytes"), transfer.total}};
+        if (transfer.phase == Phase::Failed)
+            event.insert(QStringLiteral("error"), toJson(transfer.error));
+        writeEvent("file", event);
     }
+    if (!isTotalDue(batch, now, EventIntervalMs))
+        return;
+    QJsonObject event{{QStringLiteral("files"), batch.countEnded()},
+                      {QStringLiteral("failed"), batch.count(Phase::Failed)},
+                      {QStringLiteral("totalFiles"), int(batch.transfers.size())},
+                      {QStringLiteral("bytes"), batch.moved()},
+                      {QStringLiteral("totalBytes"), batch.total()},
+                      {QStringLiteral("bytesPerSecond"), batch.meter.rate()}};
+    if (const qint64 left = batch.secondsLeft(); left >= 0)
+        event.insert(QStringLiteral("secondsLeft"), left);
+    writeEvent("files", event);
 }
 
 } // namespace Velmora::Cli

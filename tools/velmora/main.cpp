@@ -1,6 +1,7 @@
 /// @file main.cpp
 /// From arguments to an exit code.
 #include "CommandLine.h"
+#include "ProgressView.h"
 #include "Terminal.h"
 #include "Words.h"
 
@@ -33,10 +34,15 @@ std::vector<std::string> inOrder(const std::vector<std::string> &given)
     return arguments;
 }
 
-int fail(const Failure &failure, bool json)
+int fail(const Failure &failure, const Options &options)
 {
-    if (json)
+    if (options.json)
         Terminal::write(Terminal::Stream::Output, QString::fromUtf8(QJsonDocument(failure.toJson()).toJson()));
+    if (options.progress == "json") {
+        writeEvent("error",
+                   {{QStringLiteral("text"), failure.message()}, {QStringLiteral("exitCode"), int(failure.code())}});
+        return int(failure.code());
+    }
     // The terminal has written its "^C" at the cursor.
     const bool midLine = failure.code() == ExitCode::Interrupted && Terminal::isTerminal(Terminal::Stream::Error);
     Terminal::write(
@@ -59,11 +65,11 @@ int main(int argc, char *argv[])
         if (error.get_exit_code() == 0)
             return line.app().exit(error);
         const std::string mistake = mistakeIn(line.app(), arguments);
-        const bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+        options.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         return fail(Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"),
                             QStringLiteral("%1\nTry: velmora --help")
                                 .arg(QString::fromStdString(mistake.empty() ? error.what() : mistake))),
-                    json);
+                    options);
     }
     QLoggingCategory::setFilterRules(options.verbose ? QStringLiteral("velmora.debug=true")
                                                      : QStringLiteral("velmora=false"));
@@ -73,9 +79,9 @@ int main(int argc, char *argv[])
         line.command()(options);
         return int(ExitCode::Done);
     } catch (const Failure &failure) {
-        return fail(failure, options.json);
+        return fail(failure, options);
     } catch (const std::exception &error) {
         return fail(Failure(ExitCode::WrongUse, QStringLiteral("Error"), QString::fromLocal8Bit(error.what())),
-                    options.json);
+                    options);
     }
 }
