@@ -1,13 +1,10 @@
 #include <velmora/JobSubmit.h>
 
-#include <QJsonDocument>
-#include <QJsonObject>
+#include <QtCore>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <ctime>
-#include <functional>
 
 namespace Velmora {
 namespace {
