@@ -84,13 +84,12 @@ TEST_F(ProgramTest, refusals_sayWhatTheyMean)
 {
     serve();
     m_folder.write("f", "f");
-    for (const auto &[line, path, kind, status, message] :
-         std::initializer_list<std::tuple<string, string, FaultKind, int, string>>{
-             {"jobs", "job/list", FaultKind::Status, 503, "Information (status 503); the service has a fault"},
-             {"jobs", "job/list", FaultKind::Status, 402, "core hours"},
-             {"upload job-wing0001 f", "storage", FaultKind::Status, 413, "the status 413; that is more"},
-             {"upload job-wing0001 f", "job/key", FaultKind::Status, 403, "Key (status 403); you may not"}}) {
-        inject(path, kind, 0, status);
+    for (const auto &[line, path, status, message] : std::initializer_list<std::tuple<string, string, int, string>>{
+             {"jobs", "job/list", 503, "Information (status 503); the service has a fault"},
+             {"jobs", "job/list", 402, "core hours"},
+             {"upload job-wing0001 f", "storage", 413, "the status 413; that is more"},
+             {"upload job-wing0001 f", "job/key", 403, "Key (status 403); you may not"}}) {
+        inject(path, FaultKind::Status, 0, status);
         const auto program = ended(line, 1, message);
         EXPECT_FALSE(contains(program->errors(), "https://")) << line;
         m_portal->clearFaults();

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QSaveFile>
 
@@ -139,7 +140,10 @@ void config(const Options &options)
         if (options.change.size() < 2 || options.change.size() > 3 || options.change.front() != "set")
             throw wrongUse(QStringLiteral(
                 "to change a value: velmora config set KEY VALUE\nto remove it: velmora config set KEY"));
-        file.set(options.profile, options.change[1], options.change.size() == 3 ? options.change[2] : std::string());
+        std::string value = options.change.size() == 3 ? options.change[2] : std::string();
+        if (options.change[1] == "ca" && !value.empty()) // the file holds in every folder
+            value = QFileInfo(QString::fromStdString(value)).absoluteFilePath().toStdString();
+        file.set(options.profile, options.change[1], value);
     }
     QJsonObject values;
     Table table({{QStringLiteral("KEY"), Align::Left}, {QStringLiteral("VALUE"), Align::Left, true}});

@@ -85,7 +85,7 @@ void planDownloads(Plan &plan, const std::list<CloudFile> &listing, bool hiddenT
             plan.deletions.insert(path.toStdString());
 }
 
-QString planText(const Plan &plan, bool up)
+QString textOf(const Plan &plan, bool up)
 {
     Table table({{QStringLiteral("ACTION"), Align::Left},
                  {QStringLiteral("FILE"), Align::Left, true},
@@ -157,15 +157,15 @@ void sync(const Options &given)
     };
     if (options.dryRun) {
         print(options, documentOf(plan, up), [&] {
-            return planText(plan, up) + summary(up ? "would upload %1, delete %2, leave %3 as they are\n"
-                                                   : "would download %1, delete %2, leave %3 as they are\n");
+            return textOf(plan, up) + summary(up ? "would upload %1, delete %2, leave %3 as they are\n"
+                                                 : "would download %1, delete %2, leave %3 as they are\n");
         });
         return;
     }
     if (!plan.deletions.empty())
-        confirm(options, planText(plan, up) + QStringLiteral("Delete these %1 files of %2?")
-                                                  .arg(plan.deletions.size())
-                                                  .arg(up ? shown(plan.jobId) : plan.folder));
+        confirm(options, textOf(plan, up) + QStringLiteral("Delete these %1 files of %2?")
+                                                .arg(plan.deletions.size())
+                                                .arg(up ? shown(plan.jobId) : plan.folder));
     if (!plan.batch.transfers.empty())
         moveFiles(session, options,
                   up ? QStringLiteral("uploading %1 to %2").arg(countText(plan.batch), shown(plan.jobId))
