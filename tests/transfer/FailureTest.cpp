@@ -76,6 +76,8 @@ using Test = FailureTest;
 const Row rows[] = {
     {"uploadKeyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
     {"uploadKeyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "", 400, keyTitle},
+    {"uploadKeyIsNoBase64", [](Test &t) { t.faults[keyPath] = answer(200, R"({"key":{"plaintextKey":"QUJD*kVG"}})"); },
+     "no usable encryption key", 400, keyTitle},
     {"uploadKeyTooLong", [](Test &t) { t.key += 'x'; }, "", 400, keyTitle},
     {"uploadKeyNeverCame", [](Test &t) { t.faults[keyPath] = hangUp(); }, "", 400, keyTitle},
     {"uploadAddressRefused", [](Test &t) { t.faults[addressPath] = answer(500, refused); }, "no way", 500,
@@ -103,6 +105,8 @@ const Row rows[] = {
     {"notListed", [](Test &t) { t.listedName = "another"; }, "out/res.dat", 404},
     {"noChunks", [](Test &t) { t.chunks = {}; }, stitch},
     {"keyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
+    {"keyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "no usable", 400, keyTitle},
+    {"keyOfAnotherJob", [](Test &t) { t.key = "another key"; }, "does not decrypt"},
     {"badLastBlock", [](Test &t) { t.cipher().chop(16); }, "does not decrypt"},
     {"cutInABlock", [](Test &t) { t.cipher().chop(5); }, "whole number of blocks"},
     {"pieceWithoutSuffix", [](Test &t) { t.rename("other.dat"); }, stitch},

@@ -241,6 +241,22 @@ TEST_F(RetryTest, sink_startsAgainBehindOtherPieces_leavesThemAlone)
     file->remove();
 }
 
+TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
+{
+    QThreadPool pool;
+    const QByteArray cipher = crypt("content", true);
+    for (const QByteArray &bad : {QByteArray(), QByteArray(33, 'k'), QByteArray("another")}) {
+        const auto file = std::make_shared<WorkingFile>(folder.path(), "x");
+        const auto sink = std::make_shared<Sink>(file, bad);
+        sink->begin(&pool, {});
+        EXPECT_EQ(sink->put(cipher.constData(), std::size_t(cipher.size())), Sink::State::Taken);
+        EXPECT_FALSE(sink->finish());
+        EXPECT_TRUE(sink->problem().contains(bad.size() == 7 ? "does not decrypt" : "could not be run"));
+        EXPECT_EQ(read("UNCONFIRMED_DOWNLOAD.x.VELMORA"), "");
+        EXPECT_FALSE(sink->isUnwritable());
+    }
+}
+
 // Who leaves the caches, whatever the options. Each action is followed by an upload and a download of a hidden file.
 TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
 {
@@ -253,6 +269,12 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
         bool done = false;
         api->deleteFile({"J1", "", name}, [&done](const ApiError &, const DeleteFileDetails &) { done = true; });
         ASSERT_TRUE(EVENTUALLY(done));
+    };
+    const auto listAll = [&](bool all) {
+        int files = -1;
+        api->getJobFileList("J1", all,
+                            [&](const ApiError &, const std::list<CloudFile> &listed) { files = int(listed.size()); });
+        ASSERT_TRUE(waitUntil([&] { return files == all; })) << files;
     };
     const std::tuple<const char *, std::function<void()>, int, int, int> rows[] = {
         {"at first", [] {}, 1, 1, 1},
@@ -269,6 +291,8 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
         {"the clock is set back", [&] { now -= 1; }, 0, 1, 1},
         {"time passes", [&] { now += 1800000; }, 0, 0, 0},
         {"more time passes", [&] { now += 1; }, 0, 1, 1},
+        {"the files are listed without hidden ones", [&] { listAll(false); }, 0, 0, 0},
+        {"they are, late", [&] { now += 1800001, listAll(false); }, 0, 1, 0},
         {"the user signs in again", [&] { logIn("a@b"); }, 0, 0, 0},
         {"another user signs in", [&] { logIn("b@c"); }, 1, 1, 1},
         {"the user signs out, and in", [&] { api->clearActiveAccount(), logIn("b@c"); }, 1, 1, 1},

@@ -42,7 +42,11 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
         {"compressed", answer(200, qCompress(cipher).mid(4), {}, "Content-Encoding: gzip\r\n"), 200, "", 400, ""},
         {"no HTTP", Answer{"nonsense\r\n\r\n"}.closed(), 400, "", 400, ""},
         {"a refusal without a reason", answer(507), 507, "The storage answered with the status 507.", 507, "507"},
-        {"a long refusal", answer(500, '"' + noise(3 * mebibyte).toHex() + '"'), 500, "", 500, ""}};
+        {"a long head", answer(200, cipher, {}, ("X: " + QByteArray(50000, 'x') + "\r\n").repeated(22)), 400, "", 400,
+         ""},
+        {"a long refusal, of which little is kept",
+         answer(500, R"({"a":")" + QByteArray(3 * mebibyte, 'x') + R"(","message":"no way"})"), 500,
+         "The storage answered with the status 500.", 500, "The storage answered with the status 500."}};
     const std::string path = write("f", noise(100000));
     for (const auto &[name, scripted, sentCode, sentMessage, code, message] : rows) {
         SCOPED_TRACE(name);
@@ -147,6 +151,12 @@ TEST_F(StorageTest, request_anyAddress_goesOutByteForByte)
         now += 3600000;
         address = {{"uri", bad}};
         expectUpload(path, 400, "address");
+    }
+    now += 3600000;
+    for (const bool usable : {false, true}) { // one that is none is not kept
+        address = usable ? QJsonObject{{"uri", url("/s/up")}} : QJsonObject{{"method", "PUT"}};
+        uploadAndWait(path);
+        up.expect(usable ? 204 : 400, usable ? "" : failed);
     }
 }
 

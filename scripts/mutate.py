@@ -1,0 +1,260 @@
+"""Puts faults into a copy of the sources and runs the tests against each; see scripts/mutate for the usage."""
+
+import argparse
+import collections
+import concurrent.futures
+import json
+import os
+import pathlib
+import random
+import re
+import subprocess
+import sys
+import time
+
+from mutate_rules import crosses, faults_of
+
+FOLDER = pathlib.Path(os.environ.get("VELMORA_MUTATE_FOLDER", "build-mutate"))
+TREE = FOLDER / "tree"
+BUILD = TREE / "build"
+TESTS = {  # test programs of each room
+    "crypto": ["transfer"], "storage": ["transfer"], "transfer": ["transfer"], "model": ["model", "flat", "transport"],
+    "notify": ["notify"], "transport": ["transport", "notify"], "operations": ["transport", "notify", "transfer"],
+    "api": ["flat", "transport", "notify"], "base": ["transfer", "transport", "recovery"]}
+GOAL = 95
+
+
+class Source:
+    """One source with its faults: number -> Fault."""
+
+    def __init__(self, path, text):
+        self.path, self.text, self.faults, self.spans = path, text, {}, {}
+
+    def line(self, number):
+        return self.text.count("\n", 0, self.faults[number].start) + 1
+
+    def describe(self, number):
+        fault = self.faults[number]
+        old = " ".join(self.text[fault.start:fault.end].split())
+        line = self.text.splitlines()[self.line(number) - 1].strip()
+        return old, line
+
+    def key(self, number):
+        return " | ".join((str(self.path), self.faults[number].rule, *self.describe(number)))
+
+    def write(self):
+        """Writes the source with what faults it has; where each one stands there is kept for the compiler's errors."""
+        edits = []
+        for number, fault in self.faults.items():
+            size = fault.end - fault.start
+            edits.append((fault.start, 1, -size, number, fault.before.replace("%d", str(number)), 0))
+            if fault.instead is not None:
+                edits.append((fault.start, 2, 0, number, fault.instead.replace("%d", str(number)), size))
+            edits.append((fault.end, 0, size, -number, fault.after.replace("%d", str(number)), 0))
+        for start, end, instead in {fault.also for fault in self.faults.values() if fault.also}:
+            edits.append((start, 1, 0, 0, instead, end - start))
+        head = '#include "mutate.h"\n#line 1\n' if self.faults else ""
+        parts, at, length = [], 0, 0
+        self.spans = collections.defaultdict(list)
+        for position, _, _, number, text, skipped in sorted(edits):
+            parts.append(self.text[at:position])
+            length += len(parts[-1])
+            self.spans[abs(number)].append(length)
+            parts.append(text)
+            length += len(text)
+            self.spans[abs(number)].append(length)
+            at = position + skipped
+        self.spans.pop(0, None)
+        body = "".join(parts) + self.text[at:]
+        self.lines = [0] + [match.end() for match in re.finditer("\n", body)]
+        put(TREE / self.path, head + body)
+
+    def at(self, line, column):
+        """The innermost fault at a place of the written source; those of the line when none is just there."""
+        start = self.lines[line - 1]
+        end = self.lines[line] if line < len(self.lines) else start + 1000
+        place = start + column - 1
+        exact = [(span[-1] - span[0], number) for number, span in self.spans.items() if span[0] <= place < span[-1]]
+        return ([min(exact)[1]] if exact else
+                [number for number, span in self.spans.items() if span[0] < end and start <= span[-1]])
+
+
+def put(path, text):
+    """Writes a file unless it holds that already: what did not change is not built again."""
+    if not path.is_file() or path.read_text() != text:
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+
+
+def copy_tree(changed):
+    names = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], check=True,
+                           capture_output=True, text=True).stdout.split("\0")
+    for name in map(pathlib.Path, filter(None, names)):
+        if name in changed or not name.is_file():
+            continue
+        target = TREE / name
+        data = name.read_bytes()
+        if not target.is_file() or target.read_bytes() != data and name != pathlib.Path("tests/support/main.cpp"):
+            target.parent.mkdir(parents=True, exist_ok=True)
+            target.write_bytes(data)
+            target.chmod(name.stat().st_mode)
+
+
+def rejected(sources, output):
+    """Which faults the compiler's errors are about. An error inside a template comes behind the places that use it."""
+    errors, uses = [], []
+    for match in re.finditer(r"(?m)^(?:.*?([\w/.]+):(\d+):(\d+):\s+(error|required from|note)|.*: In )", output):
+        name, line, column, kind = match.groups()
+        place = (pathlib.Path("src", (name or "").rpartition("/src/")[2]), int(line or 0), int(column or 0))
+        if not kind:
+            uses = []
+        elif kind == "required from":
+            uses.append(place)
+        elif kind == "error":
+            errors.append([place, *uses])
+        elif errors:
+            errors[-1].append(place)
+    bad = collections.defaultdict(set)
+    for places in errors:
+        for path, line, column in places:
+            numbers = sources[path].at(line, column) if path in sources else []
+            bad[path].update(numbers)
+            if numbers:
+                break
+    return {path: numbers for path, numbers in bad.items() if numbers}
+
+
+def build(sources, programs):
+    """Builds, and takes out what the compiler does not accept, until it accepts all."""
+    store = FOLDER / "rejected.json"
+    known = set(json.loads(store.read_text())) if store.exists() else set()
+    for source in sources.values():
+        for number in [number for number in source.faults if source.key(number) in known]:
+            del source.faults[number]
+        source.write()
+    if not (BUILD / "build.ninja").exists():
+        subprocess.run(["cmake", "--preset", "default"], cwd=TREE, check=True, stdout=subprocess.DEVNULL)
+    command = ["cmake", "--build", "build", "--target", *("test_" + name for name in programs), "--", "-k", "0"]
+    for attempt in range(12):
+        result = subprocess.run(command, cwd=TREE, capture_output=True, text=True, check=False)
+        if result.returncode == 0:
+            return
+        bad = rejected(sources, result.stdout)
+        if not bad:
+            sys.exit(result.stdout[-6000:] + result.stderr[-2000:])
+        for path, numbers in bad.items():
+            known.update(map(sources[path].key, numbers))
+            for number in numbers:
+                del sources[path].faults[number]
+            sources[path].write()
+        store.write_text(json.dumps(sorted(known)))
+        print(f"... build {attempt + 1}: {sum(map(len, bad.values()))} faults do not compile", file=sys.stderr)
+    sys.exit("The faults could not be built.")
+
+
+def reach(programs):
+    """Runs the programs without a fault: number -> [(seconds, program, test)]."""
+    reached, log = collections.defaultdict(list), (BUILD / "reached.txt").resolve()
+    for program in programs:
+        log.unlink(missing_ok=True)
+        subprocess.run([BUILD / "bin" / f"test_{program}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                       env={**os.environ, "VELMORA_FAULTS_REACHED": str(log)}, timeout=600, check=False)
+        for name, milliseconds, result, *numbers in map(str.split, log.read_text().splitlines()):
+            if result != "ok":
+                print(f"... {name} fails without a fault and is left out", file=sys.stderr)
+                continue
+            for number in numbers:
+                reached[int(number)].append((int(milliseconds) / 1000, program, name))
+    return reached
+
+
+def is_caught(number, tests):
+    """Runs the tests that reach a fault, the quick ones first."""
+    tests = sorted(tests)
+    for group in (tests[:6], tests[6:40], tests[40:]):
+        for program in sorted({program for _, program, _ in group}):
+            names = [name for _, of, name in group if of == program]
+            limit = 10 + 5 * sum(seconds for seconds, of, _ in group if of == program)
+            command = [BUILD / "bin" / f"test_{program}", "--gtest_fail_fast", "--gtest_filter=" + ":".join(names)]
+            try:
+                if subprocess.run(command, env={**os.environ, "VELMORA_FAULT": str(number)}, timeout=limit, check=False,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode:
+                    return True
+            except subprocess.TimeoutExpired:
+                return True
+    return False
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--count", type=int, default=150)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--again", action="store_true")
+    parser.add_argument("--build", action="store_true")
+    parser.add_argument("rooms", nargs="*", metavar="ROOM")
+    options = parser.parse_args()
+    rooms = options.rooms or list(TESTS)
+    if set(rooms) - set(TESTS):
+        parser.error("rooms are " + ", ".join(TESTS))
+    equivalent = {line.strip() for line in open("scripts/mutate.equivalent", encoding="utf-8") if " | " in line}
+    state = FOLDER / "caught.json"
+    caught_before = set(json.loads(state.read_text())) if options.again and state.exists() else set()
+
+    sources, room_of, number = {}, {}, 0
+    for room in rooms:
+        found = []
+        for path in sorted(pathlib.Path("src", room).rglob("*.*")):
+            if path.suffix in (".cpp", ".h") and "Windows" not in path.name:
+                sources[path] = Source(path, path.read_text())
+                found += [(path, fault) for fault in faults_of(sources[path].text)]
+        random.Random(f"{options.seed} {room}").shuffle(found)
+        taken = 0
+        for path, fault in found:
+            if taken < options.count * 3 // 2 and not any(crosses(fault, x) for x in sources[path].faults.values()):
+                taken, number = taken + 1, number + 1
+                sources[path].faults[number] = fault
+                room_of[number] = room
+    programs = sorted({program for room in rooms for program in TESTS[room]})
+    copy_tree(sources)
+    header = pathlib.Path("scripts/mutate.h").read_text()
+    put(TREE / "src/mutate.h", header.replace("FAULTS]", f"{number + 1}]").replace("< FAULTS", f"< {number + 1}"))
+    body = pathlib.Path("tests/support/main.cpp").read_text()
+    put(TREE / "tests/support/main.cpp", '#define LISTEN\n#include "../../src/mutate.h"\n' +
+        body.replace("return RUN_ALL", "mutated::listen();\n    return RUN_ALL"))
+    build(sources, programs)
+    if options.build:
+        return
+    where = {number: source for source in sources.values() for number in source.faults}
+    made = collections.defaultdict(list)
+    for number in sorted(where):
+        if len(made[room_of[number]]) < options.count:
+            made[room_of[number]].append(number)
+    reached = reach(programs)
+    table, survivors, caught = [], [], set(caught_before)
+    for room in rooms:
+        start = time.monotonic()
+        listed = [number for number in made[room] if where[number].key(number) in equivalent]
+        open_faults = [number for number in made[room] if number not in listed]
+        with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+            results = list(pool.map(lambda number: where[number].key(number) in caught_before or is_caught(
+                number, [test for test in reached[number] if test[1] in TESTS[room]]), open_faults))
+        caught.update(where[number].key(number) for number, result in zip(open_faults, results) if result)
+        lost = [number for number, result in zip(open_faults, results) if not result]
+        share = 100 * (1 - len(lost) / max(1, len(open_faults)))
+        table.append((room, len(made[room]), len(open_faults) - len(lost), len(listed), len(lost), share))
+        for number in lost:
+            source = where[number]
+            note = "" if reached[number] else "  (no test reaches it)"
+            survivors.append(f"{number:4} {source.path}:{source.line(number)}{note}\n     {source.key(number)}")
+        print(f"... {room}: {time.monotonic() - start:.0f} s", file=sys.stderr)
+        state.write_text(json.dumps(sorted(caught)))
+    (FOLDER / "survivors.txt").write_text("\n".join(survivors) + "\n")
+    print("\n".join(survivors))
+    print(f"\n{'room':12}{'made':>6}{'caught':>8}{'equivalent':>12}{'survived':>10}{'caught %':>10}")
+    for room, *counts, share in table:
+        print("{:12}{:6}{:8}{:12}{:10}{:10.1f}".format(room, *counts, share))
+    sys.exit(any(row[-1] < GOAL for row in table))
+
+
+main()
