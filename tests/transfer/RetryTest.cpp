@@ -246,7 +246,7 @@ TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
     QThreadPool pool;
     const QByteArray cipher = crypt("content", true);
     for (const QByteArray &bad : {QByteArray(), QByteArray(33, 'k'), QByteArray("another")}) {
-        const auto file = std::make_shared<WorkingFile>(folder.path(), "x");
+        const auto file = std::make_shared<WorkingFile>(folder.root(), "x");
         const auto sink = std::make_shared<Sink>(file, bad);
         sink->begin(&pool, {});
         EXPECT_EQ(sink->put(cipher.constData(), std::size_t(cipher.size())), Sink::State::Taken);
