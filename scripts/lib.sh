@@ -44,6 +44,9 @@ packages=(
     openssl curl ca-certificates python3
 )
 
+# What scripts/python needs besides.
+python_packages=(python3-pip python3-setuptools python3-wheel python3-pytest mypy)
+
 # Installs what a build needs and the machine lacks; more packages may be named as arguments.
 # Without anything missing it touches nothing and needs no privileges and no network.
 install_missing() {

@@ -45,92 +45,56 @@ static class Native
                                                   [MarshalAs(Bool)] bool all, Result done);
 }
 
-class Host
+static class Host
 {
-    readonly IntPtr api = Native.CreateCloudAPI();
-    readonly string account;
-    string job;
-    int exitCode = -1; // -1: still running
+    static readonly IntPtr api = Native.CreateCloudAPI();
 
-    // The library keeps bare pointers: were these not fields, the collector would take the delegates.
-    readonly Native.Done signedIn, progressed;
-    readonly Native.Result gotJobId, submitted, ended, gotFiles;
-
-    Host(string account)
+    // Begins an operation, waits for its completion and returns its result. Every callback runs inside waitForEvents, on
+    // this thread.
+    static string Wait(Action<Native.Result> begin)
     {
-        this.account = account;
-        signedIn = OnSignedIn;
-        gotJobId = OnJobId;
-        submitted = OnSubmitted;
-        progressed = Console.WriteLine;
-        ended = OnEnd;
-        gotFiles = OnFiles;
+        string outcome = null, result = null;
+        Native.Result done = (error, text) => { outcome = error; result = text; };
+        begin(done);
+        while (outcome == null)
+            Native.waitForEvents(api, 1000);
+        GC.KeepAlive(done); // the library keeps a bare pointer: without this the collector could take the delegate
+        // A JSON object: below 300 is success, 0 is no answer. An application of your own would use a JSON library.
+        int code = int.Parse(Regex.Match(outcome, "\"errorCode\": (-?[0-9]+)").Groups[1].Value);
+        if (code <= 0 || code >= 300)
+            throw new Exception(code == 0 ? Marshal.PtrToStringAnsi(Native.lastNetworkError(api)) : outcome);
+        return result;
     }
 
-    // An outcome is a JSON object: below 300 is success, 0 is no answer. An application of your own would use a
-    // JSON library.
-    bool Failed(string what, string error)
-    {
-        int code = int.Parse(Regex.Match(error, "\"errorCode\": (-?[0-9]+)").Groups[1].Value);
-        if (code > 0 && code < 300)
-            return false;
-        Console.Error.WriteLine(what + " failed: " + (code == 0 ? Marshal.PtrToStringAnsi(Native.lastNetworkError(api)) : error));
-        exitCode = 1;
-        return true;
-    }
-
-    void OnSignedIn(string error)
-    {
-        if (!Failed("sign-in", error))
-            Native.generateNewJobID_Json(api, account, gotJobId);
-    }
-
-    void OnJobId(string error, string id)
-    {
-        if (Failed("new job id", error))
-            return;
-        job = id;
-        Native.submitNewJob_Json(api, "{\"jobID\": \"" + job + "\", \"accountID\": \"" + account + "\"," +
-            "\"jobName\": \"Beam from C#\", \"mainFile\": \"beam.trninp\", \"solverTag\": \" \", \"operation\": 0," +
-            "\"numberOfParts\": 4, \"ramEstimate\": 1024, \"coreHourEstimate\": 0.5, \"simulations\": [\"-x 1\"]," +
-            "\"originApplication\": \"csharp_host\"}", submitted);
-    }
-
-    void OnSubmitted(string error, string details)
-    {
-        if (!Failed("submission", error))
-            Native.followJob_Json(api, job, progressed, ended);
-    }
-
-    // Comes once. The job has finished, or the error says how else it ended.
-    void OnEnd(string error, string details)
-    {
-        if (!Failed(job, error))
-            Native.getJobFileList_Json(api, job, false, gotFiles);
-    }
-
-    void OnFiles(string error, string files)
-    {
-        if (Failed("list of files", error))
-            return;
-        Console.WriteLine(files);
-        exitCode = 0;
-    }
-
-    int Run()
+    static void Run(string account)
     {
         Func<string, string> variable = Environment.GetEnvironmentVariable;
         Native.setClientOptions_Json(api, "{\"robust\": true, \"caFile\": \"" + variable("VELMORA_CA") + "\"}");
-        Native.logUserIn_Json(api, variable("VELMORA_USER"), variable("VELMORA_PASSWORD"), variable("VELMORA_MFA"),
-                              signedIn);
-        while (exitCode < 0)
-            Native.waitForEvents(api, 1000); // every callback runs in here, on this thread
-        Native.DestroyCloudAPI(api);
-        return exitCode;
+        Native.Done signedIn = null;
+        Wait(done => Native.logUserIn_Json(api, variable("VELMORA_USER"), variable("VELMORA_PASSWORD"),
+                                           variable("VELMORA_MFA"), signedIn = error => done(error, "")));
+        string job = Wait(done => Native.generateNewJobID_Json(api, account, done));
+        Wait(done => Native.submitNewJob_Json(api, "{\"jobID\": \"" + job + "\", \"accountID\": \"" + account + "\"," +
+            "\"jobName\": \"Beam from C#\", \"mainFile\": \"beam.trninp\", \"solverTag\": \" \", \"operation\": 0," +
+            "\"numberOfParts\": 4, \"ramEstimate\": 1024, \"coreHourEstimate\": 0.5, \"simulations\": [\"-x 1\"]," +
+            "\"originApplication\": \"csharp_host\"}", done));
+        Native.Done progressed = Console.WriteLine;
+        Wait(end => Native.followJob_Json(api, job, progressed, end)); // an error unless the job finishes
+        Console.WriteLine(Wait(done => Native.getJobFileList_Json(api, job, false, done)));
+        GC.KeepAlive(progressed);
+        GC.KeepAlive(signedIn);
     }
 
     static int Main(string[] arguments)
     {
-        return new Host(arguments.Length > 0 ? arguments[0] : "ACC-1001").Run();
+        try {
+            Run(arguments.Length > 0 ? arguments[0] : "ACC-1001");
+            return 0;
+        } catch (Exception failure) {
+            Console.Error.WriteLine(failure.Message);
+            return 1;
+        } finally {
+            Native.DestroyCloudAPI(api);
+        }
     }
 }

@@ -139,7 +139,8 @@ public:
     /// Submits a job definition that is in the service's own JSON form. The text is sent unchanged.
     void submitNewJob(const std::string &submissionJson, const ResultDone<JobDetails> &onComplete);
     /// Validates, then submits. An invalid job completes inside the call with code 400 and a message
-    /// that lists every failed check; nothing is sent.
+    /// that lists every failed check; nothing is sent. After code 0 the service may have received the job all
+    /// the same: `getJobDetails` tells, with the job's id.
     void submitNewJob(const JobSubmit &job, const ResultDone<JobDetails> &onComplete);
     /// All jobs of the user.
     void getAllJobDetails(const ResultDone<std::list<JobDetails>> &onComplete);
@@ -201,7 +202,7 @@ public:
     /// @name Files
     /// Files are encrypted with the job's key before they leave this machine, and decrypted after they have
     /// arrived. A list contains files whose name has the folder "/rtg/" in it only if `showAllFiles` is true.
-    /// All sizes and progress values are bytes.
+    /// All sizes and progress values are bytes. Any number of transfers may be started at once: they take turns.
     /// @{
 
     /// The files of a job, including those of its simulations.

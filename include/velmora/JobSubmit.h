@@ -55,7 +55,7 @@ public:
     std::string mainFile;          ///< name of a trninp, revinp or bldinp file
     int jobPrecision = 0;          ///< 0 single, anything else double
     std::string solverTag = " ";   ///< solver image; with a blank the service chooses
-    std::list<std::string> dependentFilesList;
+    std::list<std::string> dependentFilesList;      ///< names of the other files that the solver reads
     std::list<std::string> dependentFilesAliasList; ///< one per dependent file, in the same order
     JobOperation operation = JobOperation::Mpi;
     std::list<std::string> simulations; ///< one entry per simulation: its solver parameters

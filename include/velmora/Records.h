@@ -56,7 +56,7 @@ struct CloudFile {
 /// `CloudAPI::cancelDownload` finds it by.
 struct FileDownloadDetails {
     std::string localFileLocation; ///< full path of the file to write
-    CloudFile cloudFileDetails;    ///< the file to fetch
+    CloudFile cloudFileDetails;    ///< the file to fetch, as it was listed; jobId and fileName suffice
 };
 
 /// One upload: what `CloudAPI::uploadFile` takes, what its callbacks receive, and what

@@ -12,7 +12,7 @@ check_headers() {
         count=$((count + 1))
         local use="#include <${header#include/}>"
         printf '%s\n' "$use" "$use" | g++ -std=c++17 "${strict[@]}" -x c++ - 2>&1 || bad=1
-        if [[ $header =~ /(CloudAPIFlat|Version)\.h$ ]]; then
+        if [[ $header =~ /(CloudAPIFlat(Types)?|Version)\.h$ ]]; then
             printf '%s\n' "$use" "$use" | gcc -std=c11 "${strict[@]}" -Wstrict-prototypes -x c - 2>&1 || bad=1
         fi
         # Debian keeps Qt below a folder that is always searched: <qt5/QtCore/...> is found, partly.

@@ -21,7 +21,7 @@ copy_licences() {
     mkdir -p "$to"
     [[ ! -d $VELMORA_WINDOWS_KIT/licenses ]] || cp -r "$VELMORA_WINDOWS_KIT/licenses/." "$to/"
     for package in libqt5core5a libqt5websockets5 libssl3 libcurl4 libz-mingw-w64 gcc-mingw-w64-x86-64-posix-runtime \
-        mingw-w64-x86-64-dev; do
+        mingw-w64-x86-64-dev libcli11-dev; do
         cp -L "/usr/share/doc/$package/copyright" "$to/$package.txt"
     done
     cp -L /usr/share/common-licenses/{Apache-2.0,GPL-2,GPL-3,LGPL-2.1,LGPL-3} "$to/"

@@ -30,12 +30,12 @@ run_tests() {
 # The C application takes the library in by its package alone, and once more by the .def file, as other linkers do.
 build_c_application() {
     local packed=$scratch/$package
-    quietly "$log" cmake -S examples/c_host -B "$scratch/c_host" -G Ninja \
+    quietly "$log" cmake -S examples/tasks -B "$scratch/tasks" -G Ninja \
         -DCMAKE_TOOLCHAIN_FILE="$root/cmake/windows-toolchain.cmake" -DVELMORA_WINDOWS_PREFIX="$packed"
-    quietly "$log" cmake --build "$scratch/c_host"
+    quietly "$log" cmake --build "$scratch/tasks"
     quietly "$log" "$triplet-dlltool" -d "$packed/lib/velmora.def" -D velmora.dll -l "$scratch/by-def.a"
-    quietly "$log" "$triplet-gcc-posix" -std=c11 -Wall -Wextra -Werror -I"$packed/include" examples/c_host/main.c \
-        "$scratch/by-def.a" -o "$scratch/c_host/by_def.exe"
+    quietly "$log" "$triplet-gcc-posix" -std=c11 -Wall -Wextra -Werror -I"$packed/include" examples/tasks/from_c.c \
+        "$scratch/by-def.a" -o "$scratch/tasks/by_def.exe"
 }
 
 # Makes Wine trust the portal's authority, as an administrator does with a real one.
@@ -65,8 +65,8 @@ run_job() {
     say "The client ran a job; its results are the inputs, byte for byte (path of ${#job} characters)."
 
     trust "$portal_ca"
-    for program in c_host by_def; do
-        cp "$scratch/c_host/$program.exe" "$scratch/$package/bin/"
+    for program in from_c by_def; do
+        cp "$scratch/tasks/$program.exe" "$scratch/$package/bin/"
         VELMORA_API_URL=$portal_host wine "$scratch/$package/bin/$program.exe" </dev/null >"$scratch/$program.out" 2>&1 ||
             { cat "$scratch/$program.out" >&2 && return 1; }
         grep -q 'Job status is FINISHED' "$scratch/$program.out" || { cat "$scratch/$program.out" >&2 && return 1; }

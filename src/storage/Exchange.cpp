@@ -5,6 +5,7 @@
 #include "storage/TlsContext.h"
 
 #include <algorithm>
+#include <iterator>
 #include <system_error>
 
 namespace Velmora {
@@ -14,6 +15,47 @@ namespace {
 constexpr qint64 longestAnswer = 64 * 1024; // enough for the message of a refusal
 constexpr qint64 mostOfAnswer = 256 * 1024 * 1024;
 constexpr qint64 longestHead = 1024 * 1024;
+
+// What libcurl reports, whether another try may go better, and what the user reads: %1 the server, %2 the proxy, %3 the
+// detail, %4 until when the server should have stayed, %5 the way to it.
+struct Failure {
+    CURLcode result;
+    bool mayPass;
+    const char *text;
+};
+constexpr const char closed[] = "%1 closed the connection before %4.";
+constexpr Failure failures[] = {
+    {CURLE_COULDNT_RESOLVE_HOST, true, "The host of %1 is unknown."},
+    {CURLE_COULDNT_RESOLVE_PROXY, true, "The proxy %2 is unknown."},
+    {CURLE_COULDNT_CONNECT, true, "No connection to %1%5: %3."},
+    {CURLE_PROXY, true, "The proxy %2 does not connect to %1: %3."},
+    {CURLE_PEER_FAILED_VERIFICATION, false, "The certificate of %1 is not trusted: %3."},
+    {CURLE_SSL_CONNECT_ERROR, true, "No secure connection to %1: %3."},
+    {CURLE_OPERATION_TIMEDOUT, true, "The connection to %1 timed out."},
+    {CURLE_GOT_NOTHING, true, closed},
+    {CURLE_SEND_ERROR, true, closed},
+    {CURLE_RECV_ERROR, true, closed},
+    {CURLE_PARTIAL_FILE, true, closed},
+    {CURLE_SEND_FAIL_REWIND, true, closed},
+    {CURLE_ABORTED_BY_CALLBACK, true, closed}, // see beforeRequest
+};
+constexpr Failure otherFailure{CURLE_OK, false, "The exchange with %1 failed: %3."};
+
+const Failure &failureOf(CURLcode result)
+{
+    const auto found = std::find_if(std::begin(failures), std::end(failures),
+                                    [result](const Failure &failure) { return failure.result == result; });
+    return found == std::end(failures) ? otherFailure : *found;
+}
+
+// QString::arg would complain about values that a text does not use.
+QString filled(const char *text, const QString (&values)[5])
+{
+    QString result;
+    for (; *text != '\0'; ++text)
+        result += *text == '%' ? values[*++text - '1'] : QString(QLatin1Char(*text));
+    return result;
+}
 
 // The length of the whole piece, when "bytes FIRST-LAST/LENGTH" is all of it from `first` on; otherwise negative.
 qint64 totalOfRange(const QByteArray &range, qint64 first)
@@ -112,25 +154,7 @@ bool Exchange::isBroken(CURLcode result, int status) const
     curl_easy_getinfo(m_handle, CURLINFO_HTTP_CONNECTCODE, &tunnel);
     if (status == 0 && tunnel >= 400 && tunnel < 500)
         return false; // the proxy does not want to
-    switch (result) {
-    case CURLE_OK:
-        return status == 0 || isCutShort(status);
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_COULDNT_CONNECT:
-    case CURLE_PROXY:
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_OPERATION_TIMEDOUT:
-    case CURLE_GOT_NOTHING:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_SEND_FAIL_REWIND:
-    case CURLE_ABORTED_BY_CALLBACK: // see beforeRequest
-        return true;
-    default:
-        return false;
-    }
+    return result == CURLE_OK ? status == 0 || isCutShort(status) : failureOf(result).mayPass;
 }
 
 // Whether the answer is a success, and yet not everything was sent, or came. libcurl takes a head for whole that the
@@ -223,39 +247,16 @@ QString Exchange::textOf(CURLcode result, int status) const
         result = CURLE_PROXY;
         detail = QStringLiteral("It answered with %1").arg(tunnel);
     }
-    switch (result) {
-    case CURLE_COULDNT_RESOLVE_HOST:
-        return QStringLiteral("The host of %1 is unknown.").arg(server);
-    case CURLE_COULDNT_RESOLVE_PROXY:
-        return QStringLiteral("The proxy %1 is unknown.").arg(proxy);
-    case CURLE_COULDNT_CONNECT:
-        if (error != 0)
-            detail = QString::fromLocal8Bit(std::system_category().message(static_cast<int>(error)).c_str());
-        return m_proxy.kind == Proxy::None
-                   ? QStringLiteral("No connection to %1: %2.").arg(server, detail)
-                   : QStringLiteral("No connection to %1 by the proxy %2: %3.").arg(server, proxy, detail);
-    case CURLE_PROXY:
-        return QStringLiteral("The proxy %1 does not connect to %2: %3.").arg(proxy, server, detail);
-    case CURLE_PEER_FAILED_VERIFICATION:
+    if (result == CURLE_COULDNT_CONNECT && error != 0)
+        detail = QString::fromLocal8Bit(std::system_category().message(static_cast<int>(error)).c_str());
+    if (result == CURLE_PEER_FAILED_VERIFICATION)
         detail.remove(QStringLiteral("SSL certificate problem: ")).remove(QStringLiteral("SSL: "));
-        return QStringLiteral("The certificate of %1 is not trusted: %2.").arg(server, detail);
-    case CURLE_SSL_CONNECT_ERROR:
-        return QStringLiteral("No secure connection to %1: %2.").arg(server, detail);
-    case CURLE_OPERATION_TIMEDOUT:
-        return QStringLiteral("The connection to %1 timed out.").arg(server);
-    case CURLE_GOT_NOTHING:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_SEND_FAIL_REWIND:
-    case CURLE_ABORTED_BY_CALLBACK: // see beforeRequest
-        return status == 0 ? QStringLiteral("%1 closed the connection before it answered.").arg(server)
-                           : QStringLiteral("%1 closed the connection before its answer was complete.").arg(server);
-    default:
-        if (detail.isEmpty())
-            detail = QString::fromLatin1(curl_easy_strerror(result));
-        return QStringLiteral("The exchange with %1 failed: %2.").arg(server, detail);
-    }
+    if (detail.isEmpty())
+        detail = QString::fromLatin1(curl_easy_strerror(result));
+    return filled(failureOf(result).text,
+                  {server, proxy, detail,
+                   status == 0 ? QStringLiteral("it answered") : QStringLiteral("its answer was complete"),
+                   m_proxy.kind == Proxy::None ? QString() : QStringLiteral(" by the proxy ") + proxy});
 }
 
 std::size_t Exchange::onRead(char *to, std::size_t size, std::size_t count, void *self)

@@ -2,6 +2,7 @@
 
 #include "base/PoolWork.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Velmora {
@@ -10,6 +11,7 @@ namespace {
 
 constexpr std::size_t bufferSize = 256 * 1024;
 constexpr std::size_t mostHeld = 4 * bufferSize;
+constexpr std::size_t mostSpare = 2;
 
 } // namespace
 
@@ -45,13 +47,26 @@ Sink::State Sink::put(const char *data, std::size_t size)
         return State::Full;
     }
     if (m_waiting.empty() || static_cast<std::size_t>(m_waiting.back().size()) + size > bufferSize)
-        m_waiting.emplace_back();
+        addBuffer();
     m_waiting.back().append(data, static_cast<int>(size));
     m_held += size;
     m_received += static_cast<qint64>(size);
     if (m_waiting.size() > 1 && !std::exchange(m_writing, true))
         startOnPool(m_pool, [self = shared_from_this()] { self->write(); });
     return State::Taken;
+}
+
+// A buffer that was written is used again, and one behind the first gets its size at once: small files stay cheap.
+void Sink::addBuffer()
+{
+    if (m_spare.empty()) {
+        m_waiting.emplace_back();
+        if (m_received > 0)
+            m_waiting.back().reserve(static_cast<int>(bufferSize));
+    } else {
+        m_waiting.push_back(std::move(m_spare.back()));
+        m_spare.pop_back();
+    }
 }
 
 bool Sink::hasFailed() const
@@ -87,6 +102,10 @@ bool Sink::next(QByteArray *part, std::size_t left)
 {
     const std::lock_guard lock(m_mutex);
     m_held -= static_cast<std::size_t>(part->size()); // the one before
+    if (part->capacity() >= static_cast<int>(bufferSize) && m_spare.size() < mostSpare) {
+        part->resize(0); // keeps what is reserved
+        m_spare.push_back(std::move(*part));
+    }
     part->clear();
     if (m_full && m_held <= mostHeld / 2) {
         m_full = false;
@@ -125,6 +144,7 @@ bool Sink::finish()
     next(&part, 0);
     {
         const std::lock_guard guard(m_mutex);
+        m_spare.clear(); // a piece may wait long for its turn
         if (m_ended)
             return false;
     }
@@ -132,7 +152,9 @@ bool Sink::finish()
         return fail(QStringLiteral("The service sent an empty piece."));
     if (m_received % cipherBlockSize != 0)
         return fail(QStringLiteral("The encrypted file is not a whole number of blocks"));
-    return write(part, true);
+    const bool written = write(part, true);
+    m_plain.clear();
+    return written;
 }
 
 // Makes the file ready for the next part, which may be the first one once more.
@@ -149,8 +171,8 @@ bool Sink::write(const QByteArray &part, bool isLast)
 {
     if (m_startsAnew)
         setCipher();
-    QByteArray plain(part.size() + 2 * cipherBlockSize, Qt::Uninitialized);
-    auto *const out = reinterpret_cast<unsigned char *>(plain.data());
+    m_plain.resize(std::max(m_plain.size(), part.size() + 2 * cipherBlockSize));
+    auto *const out = reinterpret_cast<unsigned char *>(m_plain.data());
     int produced = 0, closing = 0;
     if (!m_cipher ||
         !m_cipher->update(reinterpret_cast<const unsigned char *>(part.constData()), part.size(), out, &produced))

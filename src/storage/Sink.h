@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace Velmora {
 
@@ -55,6 +56,7 @@ public:
     bool isUnwritable() const;
 
 private:
+    void addBuffer();
     bool next(QByteArray *part, std::size_t left);
     void setCipher();
     bool open();
@@ -66,6 +68,7 @@ private:
     const std::shared_ptr<WorkingFile> m_file;
     const QByteArray m_key;
     std::unique_ptr<Cipher> m_cipher;
+    QByteArray m_plain;        ///< decrypted, on its way into the file
     std::int64_t m_start = -1; ///< of the piece in the file; negative: nothing was written yet
     bool m_startsAnew = false;
 
@@ -73,6 +76,7 @@ private:
     QThreadPool *m_pool = nullptr;
     std::function<void()> m_onRoom;
     std::deque<QByteArray> m_waiting; ///< all but the last one are full
+    std::vector<QByteArray> m_spare;  ///< empty, with room for a full one
     std::size_t m_held = 0;           ///< bytes that wait or are being written
     qint64 m_received = 0;            ///< bytes
     QString m_problem;

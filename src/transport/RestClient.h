@@ -226,7 +226,8 @@ template <class Result> void RestClient::call(const Call<Result> &call, const Re
 {
     exchange(call.request, call.read,
              [this, onComplete, title = call.request.endpoint.title](const Outcome &outcome, const auto &result) {
-                 complete(outcome, onComplete, operationError(outcome, title), result);
+                 // clang 14 takes `this` for unused where it is not named
+                 this->complete(outcome, onComplete, operationError(outcome, title), result);
              });
 }
 

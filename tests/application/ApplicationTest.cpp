@@ -3,24 +3,13 @@
 #include "support/Loopback.h"
 #include "support/Parts.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QEventLoop>
-#include <QNetworkReply>
-#include <QPointer>
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <ctime>
 #include <thread>
 
 using namespace Velmora;
 
 namespace {
 
-class ApplicationTest : public testing::Test {
-protected:
+struct ApplicationTest : testing::Test {
     void TearDown() override
     {
         api.reset();
@@ -32,20 +21,15 @@ protected:
     bool pumpUntil(const std::function<bool()> &condition)
     {
         CloudAPI &pumped = *api; // may be destroyed by then
-        QElapsedTimer timer;
-        for (timer.start(); !condition() && timer.elapsed() < 10000;)
+        for (QDeadlineTimer deadline(10000); !condition() && !deadline.hasExpired();)
             pumped.processEvents();
         return condition();
     }
-    /// Loads a job and calls `then` inside the callback.
-    void load(const std::function<void()> &then)
-    {
-        api->getJobDetails("J1", [=](const auto &, const auto &) { then(); });
-    }
-    bool load()
+    /// Loads a job and calls `then` inside the callback. @return whether that ran
+    bool load(const std::function<void()> &then = [] {})
     {
         bool loaded = false;
-        load([&] { loaded = true; });
+        api->getJobDetails("J1", [&](const auto &, const auto &) { loaded = true, then(); });
         return pumpUntil([&] { return loaded; });
     }
 
@@ -61,13 +45,12 @@ TEST_F(ApplicationTest, application_severalSessions_livesUntilTheLastEnds)
     second.reset();
     ASSERT_TRUE(made);
     EXPECT_EQ(QCoreApplication::instance(), made);
-    {
-        Loopback loopback;
-        for (int i = 0; i < 20; ++i)
-            EXPECT_TRUE(load());
-        api->processEvents();
-        EXPECT_TRUE(networkOf(*api).findChildren<QNetworkReply *>().isEmpty());
-    }
+    std::optional<Loopback> loopback{std::in_place};
+    for (int i = 0; i < 20; ++i)
+        EXPECT_TRUE(load());
+    api->processEvents();
+    EXPECT_TRUE(networkOf(*api).findChildren<QNetworkReply *>().isEmpty());
+    loopback.reset();
     api.reset();
     EXPECT_FALSE(made);
 }
@@ -78,23 +61,15 @@ TEST_F(ApplicationTest, application_lastSessionDestroyedInACallback_outlivesTheR
         api.reset();
         EXPECT_TRUE(made) << "its event loop still runs";
     };
-    const auto destroyed = [this] { return !api; };
     bool outer = false;
-    const std::function<void()> pumping = [&] {
-        load(destroy);
-        EXPECT_TRUE(pumpUntil(destroyed));
-    };
+    const std::function<void()> pumping = [&] { EXPECT_TRUE(load(destroy)); };
     const std::function<void()> pumpingInsideACallback = [&] {
-        load([&] {
-            pumping();
-            outer = bool(made);
-        });
-        EXPECT_TRUE(pumpUntil([&] { return outer; }));
+        EXPECT_TRUE(load([&] { pumping(), outer = bool(made); }) && outer);
     };
     const std::function<void()> asking = [&] {
-        load(destroy);
+        api->getJobDetails("J1", [&](const auto &, const auto &) { destroy(); });
         EXPECT_EQ(api->currentNetworkStatus(), -1);
-        EXPECT_TRUE(destroyed());
+        EXPECT_FALSE(api);
     };
     for (const auto &loop : {pumping, pumpingInsideACallback, asking}) {
         made = QCoreApplication::instance();
@@ -116,9 +91,8 @@ struct SessionThread {
 
     bool reaches(Step wanted)
     {
-        QElapsedTimer timer; // this thread serves the requests meanwhile
-        for (timer.start(); step != wanted && timer.elapsed() < 10000;)
-            QCoreApplication::processEvents();
+        for (QDeadlineTimer deadline(10000); step != wanted && !deadline.hasExpired();)
+            QCoreApplication::processEvents(); // this thread serves the requests
         return step == wanted;
     }
     void run()
@@ -166,8 +140,7 @@ TEST_F(ApplicationTest, wait_anyThread_sleepsUntilAnEventOrItsTime)
     const auto wait = [](CloudAPI *session, const std::function<void()> &inCallback) {
         QElapsedTimer timer;
         [[maybe_unused]] std::clock_t start = 0;
-        for (const int noTime : {0, -1})
-            session->processEvents(noTime);
+        session->processEvents(-1);
         do { // until nothing is left of what began earlier
             timer.start();
             start = std::clock();
@@ -177,10 +150,7 @@ TEST_F(ApplicationTest, wait_anyThread_sleepsUntilAnEventOrItsTime)
 #endif
         EXPECT_GE(timer.elapsed(), 280);
         bool loaded = false;
-        session->getJobDetails("J1", [&](const auto &, const auto &) {
-            loaded = true;
-            inCallback();
-        });
+        session->getJobDetails("J1", [&](const auto &, const auto &) { loaded = true, inCallback(); });
         while (!loaded && session->processEvents(10000))
             ;
         EXPECT_TRUE(loaded);
@@ -205,17 +175,12 @@ TEST_F(ApplicationTest, wait_anyThread_sleepsUntilAnEventOrItsTime)
 
 TEST_F(ApplicationTest, application_loopOfTheCallerRuns_stays)
 {
-    {
-        Loopback loopback;
-        QEventLoop loop;
-        load([&] {
-            api.reset();
-            loop.quit();
-        });
-        loop.exec();
-        EXPECT_TRUE(made);
-    }
-    EXPECT_FALSE(api);
+    std::optional<Loopback> loopback{std::in_place};
+    QEventLoop loop;
+    api->getJobDetails("J1", [&](const auto &, const auto &) { api.reset(), loop.quit(); });
+    loop.exec();
+    EXPECT_TRUE(made && !api);
+    loopback.reset();
     api = std::make_unique<CloudAPI>(); // finds it and uses it again
     EXPECT_EQ(QCoreApplication::instance(), made);
 }

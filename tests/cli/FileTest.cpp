@@ -54,8 +54,8 @@ TEST_F(FileTest, inputs_notUsable_areAllNamedBeforeAnythingIsSent)
     m_folder.write("other/m.mat", "x");
     m_folder.remove("in");
     EXPECT_TRUE(contains(ended(run, 2, "b.trninp: No such file")->errors(), "b.mesh: No such file"));
-    ended("upload other --job job-wing0001", 2, "other: is a folder");
-    ended("upload m.mat other/m.mat --job job-wing0001", 2, "same name");
+    ended("upload job-wing0001 none", 2, "none: No such file");
+    ended("upload m.mat other --job job-wing0001", 2, "same name");
     ended("download job-wing0001 --to m.mat/x", 2, "nothing can be saved");
     EXPECT_TRUE(m_portal->requests().empty());
 }

@@ -44,6 +44,7 @@ public:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char *variable : {"TMPDIR", "TMP"}) // of encrypted copies
             environment.insert(variable, folder + "/tmp");
+        environment.insert("VELMORA_CONFIG_DIR", folder + "/config"); // not the user's own
         setProcessEnvironment(environment);
 #if defined(Q_OS_UNIX) && QT_VERSION_MAJOR >= 6
         setChildProcessModifier(detach);

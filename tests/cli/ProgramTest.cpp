@@ -9,10 +9,11 @@ namespace {
 TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
     for (const string &line :
-         {string(), "fly"s, "rm job-1"s, "jobs --portal moon"s, "run no-such-file"s, "tags job-1 --account A"s,
-          "status --host https://x"s, "status --ca /none"s, "run " + m_folder.write("cut", "{\"jobName\":")})
+         {string(), "fly"s, "rm job-1"s, "upload job-1"s, "sync a b"s, "sync a: b:"s, "config set moon 1"s,
+          "jobs --profile none"s, "download job-1 --transfers 0"s, "jobs --portal moon"s, "run no-such-file"s,
+          "tags job-1 --account A"s, "status --host https://x"s, "status --ca /none"s,
+          "run " + m_folder.write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
-    ended("words hpc", 0, "--preferred\n"); // for completion
 }
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
@@ -66,6 +67,34 @@ TEST_F(ProgramTest, run_everyEnd_hasItsExitCode)
     options.requireInputs = true;
     serve(500ms, options);
     ended(runOf("beam-single.json"), 4, "did not finish: it was failed");
+}
+
+TEST_F(ProgramTest, jobs_watch_showsTheRunningOnesUntilTheyEnd)
+{
+    serve(2500ms);
+    ended("jobs --watch", 0, "no job is running\n");
+    const auto running = start(runOf("beam-single.json"));
+    const string id = submitted(*running);
+    EXPECT_EQ(ended("jobs --json", 0)->json()["jobDetailsList"][0]["jobId"].toString(), q(id)); // the newest first
+    EXPECT_TRUE(contains(ended("jobs --watch", 0, "no job is running any more\n")->output(), id));
+    EXPECT_EQ(running->end(), 0);
+}
+
+TEST_F(ProgramTest, refusals_sayWhatTheyMean)
+{
+    serve();
+    m_folder.write("f", "f");
+    for (const auto &[line, path, kind, status, message] :
+         std::initializer_list<std::tuple<string, string, FaultKind, int, string>>{
+             {"jobs", "job/list", FaultKind::Status, 503, "Information (status 503); the service has a fault"},
+             {"jobs", "job/list", FaultKind::Status, 402, "core hours"},
+             {"upload job-wing0001 f", "storage", FaultKind::Status, 413, "the status 413; that is more"},
+             {"upload job-wing0001 f", "job/key", FaultKind::Status, 403, "Key (status 403); you may not"}}) {
+        inject(path, kind, 0, status);
+        const auto program = ended(line, 1, message);
+        EXPECT_FALSE(contains(program->errors(), "https://")) << line;
+        m_portal->clearFaults();
+    }
 }
 
 TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)

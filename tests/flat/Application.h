@@ -6,12 +6,6 @@
 #include "portal/Portal.h"
 #include "support/Loopback.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
-
 using namespace Velmora;
 
 // Of the global namespace, like the views. By name, back into records, so that a view's field must be where the

@@ -3,16 +3,9 @@
 #include "Application.h"
 #include "api/flat/Adapters.h"
 
-#include <QFile>
-#include <QJsonArray>
-#include <QTemporaryDir>
-
 #include <thread>
 
-extern "C" {
-extern const std::uint64_t jobDetailsSizeInC;
-void hostInC(const char *job, const char *file, char report[100]);
-}
+extern "C" const std::uint64_t jobDetailsSizeInC;
 
 namespace {
 
@@ -57,8 +50,7 @@ template <class Visit> void forEachExport(Visit visit)
 #undef FLAT_EXPORT
 }
 
-class FlatTest : public testing::Test {
-protected:
+struct FlatTest : testing::Test {
     FlatTest() { logIn(); }
     ~FlatTest() override { DestroyCloudAPI(api); }
 
@@ -142,8 +134,7 @@ TEST_F(FlatTest, everyExport_nullArguments_areAccepted)
         if (name != "DestroyCloudAPI")
             call(function, api, Given::Null);
     });
-    EXPECT_TRUE(
-        waitUntil([&] { return portal.requestCount("auth/login") == 3 && portal.requestCount("tag/job") == 4; }));
+    EXPECT_TRUE(EVENTUALLY(portal.requestCount("auth/login") == 3 && portal.requestCount("tag/job") == 4));
     logIn();
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "api->logUserIn()\napi->logUserIn()\n\ne\ne\ne\ne\ne\ne\ne\ne\napi->logUserIn()\n");
@@ -230,11 +221,13 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
             searchUserTags_Json(api, R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])", done);
         });
     EXPECT_NE(result().find(wing), std::string::npos);
-    const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"}; // the application in C deletes by the other form
+    const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"};
     deleteFile(api, &doomed, Callback());
     EXPECT_EQ(answer(), 200);
     EXPECT_EQ(result(), outputText(doomed));
-    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv"));
+    deleteFile_Json(api, R"({"jobId": "job-wing0001", "fileName": "wing.mesh"})", Callback());
+    EXPECT_EQ(answer(), 200);
+    EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv") || portal.plainFile(wing, "wing.mesh"));
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
 }
 
@@ -270,7 +263,7 @@ TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
     EXPECT_EQ(userData(api), nullptr);
     setUserData(api, &folder);
     setUserData(other, &portal);
-    VelmoraCloudAPI *inside = nullptr, *between = nullptr, *after = other;
+    VelmoraCloudAPI *inside = nullptr, *between = nullptr, *after = other, *elsewhere = other;
     Callback<1>::then = [&] {
         inside = currentCloudAPI();
         DestroyCloudAPI(std::exchange(api, nullptr)); // the outer callback's
@@ -278,6 +271,7 @@ TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
     };
     Callback<>::then = [&] {
         EXPECT_EQ(userData(currentCloudAPI()), &folder);
+        std::thread([&elsewhere] { elsewhere = currentCloudAPI(); }).join();
         cancelUpload(other, &record<FileUploadDetails>);                       // runs no callback
         uploadFile(other, &record<FileUploadDetails>, nullptr, Callback<1>()); // refused inside the call
         after = currentCloudAPI();
@@ -290,20 +284,8 @@ TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
     EXPECT_EQ(after, nullptr) << "its handle was destroyed";
     EXPECT_EQ(userData(other), &portal);
     EXPECT_EQ(currentCloudAPI(), nullptr);
+    EXPECT_EQ(elsewhere, nullptr) << "on another thread";
     DestroyCloudAPI(other);
-}
-
-TEST_F(FlatTest, hostInC_onTwoThreads_works)
-{
-    const char *files[] = {"sim-1/forces.csv", "wing.mesh"};
-    char reports[2][100];
-    std::thread first(hostInC, wing, files[0], reports[0]), second(hostInC, wing, files[1], reports[1]);
-    first.join();
-    second.join();
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_STREQ(reports[i], "deleted, 100 percent, 2 transactions");
-        EXPECT_FALSE(portal.plainFile(wing, files[i])) << files[i];
-    }
 }
 
 TEST_F(FlatTest, list_readOnAnotherThread_isValidInBothForms)

@@ -16,12 +16,6 @@
 #include <velmora/CloudAPIFlat.h>
 #include <velmora/TarnCrypt.h>
 
-#include <QCoreApplication>
-#include <QLoggingCategory>
-
-#include <cstdio>
-#include <map>
-
 using namespace Velmora;
 
 namespace {

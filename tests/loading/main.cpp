@@ -1,16 +1,12 @@
 // An application without Qt that loads the library, uses it and unloads it, over and over in one process. Nothing may
-// stay behind.
-//
-//     velmora_loading LIBRARY TRUST
+// stay behind. Takes the library's path.
 
 #include "Process.h"
 
 #include "portal/Portal.h"
 
-#include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <exception>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -27,6 +23,7 @@ constexpr long kilobytesARound = 4; // more is a leak; Qt keeps some tables that
 using Api = void *;
 using Text = const char *;
 
+const std::string content(3000000, 'u');
 std::string answer; ///< the latest: its error
 
 void onProgress(Text, std::int32_t) {}
@@ -37,12 +34,6 @@ void require(bool condition, const std::string &what)
 {
     if (!condition)
         throw std::runtime_error(what);
-}
-
-std::string contentOf(const fs::path &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// A function of a library that returns nothing.
@@ -79,40 +70,41 @@ void work(void *library, Api api, const fs::path &folder)
     const fs::path up = folder / "up.dat", down = folder / "down.dat";
     transfer("uploadFile_Json", up, R"("cloudFileJobID": "job-wing0001")");
     transfer("downloadFile_Json", down, R"("cloudFileDetails": {"jobId": "job-wing0001", "fileName": "up.dat"})");
-    require(contentOf(down) == contentOf(up), "the downloaded file differs");
+    std::ifstream back(down, std::ios::binary);
+    require(std::string(std::istreambuf_iterator<char>(back), {}) == content, "the downloaded file differs");
+    back.close();
     fs::remove(down);
 }
 
-void loadAndUnload(const std::string &libraryPath, const std::string &trustPath, const fs::path &folder)
+void loadAndUnload(const std::string &path, const fs::path &folder)
 {
     const VelmoraPortal::Portal portal;
     setVariable("VELMORA_API_URL", portal.host());
-    void *const library = load(libraryPath);
-    void *const trust = load(trustPath);
-    require(library && trust, "cannot load");
-    function<Text>(trust, "trust")(portal.caPem().c_str());
+    void *const library = load(path);
+    require(library, "cannot load");
     const Api api = reinterpret_cast<Api (*)()>(symbol(library, "CreateCloudAPI"))();
+    const std::string options = "{\"caFile\": \"" + fs::path(portal.caFile()).generic_string() + "\"}";
+    function<Api, Text>(library, "setClientOptions_Json")(api, options.c_str());
     work(library, api, folder);
     function<Api>(library, "DestroyCloudAPI")(api);
-    unload(trust);
     unload(library);
-    require(!isLoaded(libraryPath), "the library is still loaded");
+    require(!isLoaded(path), "the library is still loaded");
 }
 
-Figures figuresAfter(int count, const std::string &library, const std::string &trust, const fs::path &folder)
+Figures figuresAfter(int count, const std::string &library, const fs::path &folder)
 {
     for (int round = 0; round < count; ++round)
-        loadAndUnload(library, trust, folder);
+        loadAndUnload(library, folder);
     const Figures now = figures();
     std::printf("after %d more: %d threads, %d handles, %ld KiB\n", count, now.threads, now.handles, now.kilobytes);
     return now;
 }
 
-void run(const std::string &library, const std::string &trust, const fs::path &folder)
+void run(const std::string &library, const fs::path &folder)
 {
-    std::ofstream(folder / "up.dat", std::ios::binary) << std::string(3000000, 'u');
-    const Figures before = figuresAfter(warmUp, library, trust, folder);
-    const Figures after = figuresAfter(rounds - warmUp, library, trust, folder);
+    std::ofstream(folder / "up.dat", std::ios::binary) << content;
+    const Figures before = figuresAfter(warmUp, library, folder),
+                  after = figuresAfter(rounds - warmUp, library, folder);
     require(after.threads <= before.threads, "threads were left behind");
     require(after.handles <= before.handles, "handles were left behind");
     require(after.kilobytes - before.kilobytes <= kilobytesARound * (rounds - warmUp), "memory was left behind");
@@ -125,10 +117,10 @@ int main(int count, char **arguments)
     const fs::path folder = fs::temp_directory_path() / ("velmora-loading-" + std::to_string(std::time(nullptr)));
     int status = 1;
     try {
-        require(count == 3, "usage: velmora_loading LIBRARY TRUST");
+        require(count == 2, "usage: velmora_loading LIBRARY");
         setVariable("QT_LOGGING_RULES", "velmora=false");
         fs::create_directory(folder);
-        run(arguments[1], arguments[2], folder);
+        run(arguments[1], folder);
         status = 0;
     } catch (const std::exception &problem) {
         std::fprintf(stderr, "%s\n", problem.what());

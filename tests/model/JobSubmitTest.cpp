@@ -2,14 +2,11 @@
 
 #include "support/Loopback.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
+#include <QtCore>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <ctime>
-#include <functional>
 
 namespace Velmora {
 namespace {

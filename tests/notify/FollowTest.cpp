@@ -3,21 +3,14 @@
 
 #include "SocketFixture.h"
 
-#include <QMap>
-
 namespace {
 
 const std::string unknown = "Error Following Job";
 const Answer details = answer(200, R"({"jobId":"J1"})");
 
 /// A service with one job, a session that is signed in, and an application that follows the job.
-class FollowTest : public NotifyTest {
+struct FollowTest : NotifyTest {
     using T = FollowTest;
-
-public:
-    using NotifyTest::api;
-    using NotifyTest::server;
-
     struct Follower {
         std::vector<int> updates; ///< the progress of the first simulation
         std::size_t simulations = 0;
@@ -39,8 +32,7 @@ public:
     void SetUp() override
     {
         server.setRest([this](const ReceivedRequest &request) { return serve(request.target.mid(5)); }); // "/api/"
-        api->logUserIn("u@example.com", "p", "", {});
-        ASSERT_TRUE(waitUntil([this] { return api->isUserLoggedIn(); }));
+        ASSERT_TRUE(signIn(*api));
     }
     Answer serve(const QByteArray &operation)
     {
@@ -96,7 +88,7 @@ public:
     T &start(Follower &by)
     {
         follow(by);
-        EXPECT_TRUE(waitUntil([&] { return !by.updates.empty() && isOpen() && isIdle(); }));
+        EXPECT_TRUE(EVENTUALLY(!by.updates.empty() && isOpen() && isIdle()));
         settle();
         return *this;
     }
@@ -112,13 +104,12 @@ public:
     {
         last = line();
         EXPECT_LT(last, server.clients().size()) << "there is no socket";
-        if (last < server.clients().size())
-            server.drop(last, Drop::Reset);
+        last < server.clients().size() ? server.drop(last, Drop::Reset) : void();
         return *this;
     }
     T &awaitSocket()
     {
-        EXPECT_TRUE(waitUntil([this] { return line() != last && line() < server.clients().size() && isOpen(); }));
+        EXPECT_TRUE(EVENTUALLY(line() != last && line() < server.clients().size() && isOpen()));
         return *this;
     }
     T &shake(Handshake how) { return server.setHandshake(how), *this; }
@@ -134,7 +125,7 @@ public:
     /// Neither socket nor question goes out without a token.
     T &expectWaiting()
     {
-        EXPECT_TRUE(waitUntil([this] { return !following() && server.pausing() == 1; }));
+        EXPECT_TRUE(EVENTUALLY(!following() && server.pausing() == 1));
         settleAll();
         EXPECT_EQ(asked["job/load"], 1);
         server.resume();
@@ -217,7 +208,7 @@ const Row rows[] = {
     {"followedAgain", 200, "Job Finished", 3, none, [](T &t) { t.start(t.second).announce("FINISHED"); }},
 };
 
-class FollowEndTest : public FollowTest, public testing::WithParamInterface<Row> {};
+struct FollowEndTest : FollowTest, testing::WithParamInterface<Row> {};
 
 TEST_P(FollowEndTest, followJob_anyEvent_hasOneEndWithItsReason)
 {
@@ -230,7 +221,7 @@ TEST_P(FollowEndTest, followJob_anyEvent_hasOneEndWithItsReason)
         follow(own);
     }
     EXPECT_TRUE(own.ends == 0) << "never inside a call";
-    ASSERT_TRUE(waitUntil([this] { return own.ends + second.ends > 0; }));
+    ASSERT_TRUE(EVENTUALLY(own.ends + second.ends > 0));
     const Follower &ended = own.ends > 0 ? own : second;
     EXPECT_EQ(ended.error.errorCode, row.code);
     EXPECT_EQ(ended.error.errorTitle, row.title);
@@ -264,8 +255,7 @@ TEST_F(FollowTest, messages_anyOrder_giveGrowingUpdatesAndFewQuestions)
     for (const auto &message : messages) {
         QSignalSpy received(following()->client(), &CloudWebSocketClient::signalMessageReceived);
         send(message.text);
-        ASSERT_TRUE(
-            waitUntil([&] { return !received.isEmpty() && asked["job/load"] >= message.questions && isIdle(); }));
+        ASSERT_TRUE(EVENTUALLY(!received.isEmpty() && asked["job/load"] >= message.questions && isIdle()));
         settle();
         EXPECT_EQ(own.updates.back(), message.progress) << message.text;
         EXPECT_EQ(asked["job/load"], message.questions) << message.text;
@@ -287,10 +277,10 @@ TEST_F(FollowTest, callback_anyAction_isTheLastOne)
             history.clear();
             become(inEnd ? "FINISHED" : "RUNNING");
             follow(own);
-            ASSERT_TRUE(waitUntil([&] { return inEnd ? own.ends == 1 : own.updates.size() == 1; }));
+            ASSERT_TRUE(EVENTUALLY(inEnd ? own.ends == 1 : own.updates.size() == 1));
             if (&action == &actions[2]) {
                 become("FAILED");
-                EXPECT_TRUE(waitUntil([this] { return second.ends == 1; }));
+                EXPECT_TRUE(EVENTUALLY(second.ends == 1));
             }
             settleAll();
             EXPECT_EQ(own.ends, inEnd || &action == &actions[3]);
@@ -310,19 +300,19 @@ TEST_F(FollowTest, subscription_sameJob_isNotDisturbed)
     start(own);
     const std::size_t followed = line();
     ASSERT_NO_FATAL_FAILURE(subscribe(listener));
-    ASSERT_TRUE(waitUntil([this] { return socket() && socket()->isValid(); }));
+    ASSERT_TRUE(EVENTUALLY(socket() && socket()->isValid()));
     const std::size_t subscribedTo = line();
     EXPECT_NE(followed, subscribedTo);
     server.send(followed, R"({"simulationId":"s1","progress":30})");
     server.send(subscribedTo, "flows");
-    ASSERT_TRUE(waitUntil([this] { return own.updates.back() == 30 && listener.texts == Texts{"flows"}; }));
+    ASSERT_TRUE(EVENTUALLY(own.updates.back() == 30 && listener.texts == Texts{"flows"}));
     api->stopFollowing("J1");
     EXPECT_TRUE(gone(followed));
     start(own = {});
     expectFlow(listener, subscribedTo);
     api->unsubscribeFromJob("J1");
     announce("FINISHED");
-    EXPECT_TRUE(waitUntil([this] { return own.ends == 1; }));
+    EXPECT_TRUE(EVENTUALLY(own.ends == 1));
 }
 
 } // namespace

@@ -13,8 +13,6 @@
 #include <QSignalSpy>
 #include <QWebSocket>
 
-#include <gtest/gtest.h>
-
 using namespace Velmora;
 using Handshake = SocketServer::Handshake;
 using Drop = SocketServer::Drop;
@@ -56,8 +54,7 @@ struct Listener {
     }
 };
 
-class NotifyTest : public testing::Test {
-protected:
+struct NotifyTest : testing::Test {
     SocketManager &sockets() { return partsOf(*api).sockets; }
     QTimer *heartbeat() { return heartbeatOf(*api); }
     auto connection(const char *job) { return sockets().findChild<SocketConnection *>(QString::fromLatin1(job)); }
@@ -77,48 +74,38 @@ protected:
     }
     bool accepted(std::size_t client)
     {
-        return waitUntil([=] { return server.clients().size() > client && server.clients()[client].accepted; });
+        return EVENTUALLY(server.clients().size() > client && server.clients()[client].accepted);
     }
     /// Accepted, and known to be open on this side.
     void open(Listener &to, std::size_t client = 0, const char *job = "J1")
     {
         subscribe(to, job);
         ASSERT_TRUE(accepted(client));
-        ASSERT_TRUE(waitUntil([=] { return socket(job) && socket(job)->isValid(); }));
+        ASSERT_TRUE(EVENTUALLY(socket(job) && socket(job)->isValid()));
     }
-    bool gone(std::size_t client)
-    {
-        return waitUntil([=] { return server.clients()[client].gone; });
-    }
-    bool notified(const Listener &by, std::size_t calls = 1)
-    {
-        return waitUntil([&] { return by.texts.size() >= calls; });
-    }
+    bool gone(std::size_t client) { return EVENTUALLY(server.clients()[client].gone); }
+    bool notified(const Listener &by, std::size_t calls = 1) { return EVENTUALLY(by.texts.size() >= calls); }
     /// One heartbeat, answered with a pong that this side has read.
     void beat()
     {
         ASSERT_TRUE(socket());
         QSignalSpy pongs(socket(), &QWebSocket::pong);
         fire(heartbeat());
-        ASSERT_TRUE(waitUntil([&] { return pongs.count() == 1; }));
+        ASSERT_TRUE(EVENTUALLY(pongs.count() == 1));
     }
     void beats(int count)
     {
-        for (int i = 0; i < count; ++i)
+        while (count-- > 0)
             fire(heartbeat());
     }
     /// A text frame arrives (code `frame`), or the connection ends: by a close frame of that code, or as `reset`,
     /// `finish` (TCP's two ways) or `silentHeartbeats` say.
     void happen(std::size_t client, int code, const char *text)
     {
-        if (code == frame)
-            server.send(client, text);
-        else if (code >= 0)
-            server.close(client, code, text);
-        else if (code == silentHeartbeats)
-            beats(4);
-        else
-            server.drop(client, code == reset ? Drop::Reset : Drop::Finish);
+        code == frame              ? server.send(client, text)
+        : code >= 0                ? server.close(client, code, text)
+        : code == silentHeartbeats ? beats(4)
+                                   : server.drop(client, code == reset ? Drop::Reset : Drop::Finish);
     }
     void expectFlow(Listener &own, std::size_t client)
     {
@@ -135,7 +122,7 @@ protected:
             ASSERT_NO_FATAL_FAILURE(beat());
         fire(heartbeat());
         ASSERT_TRUE(accepted(client));
-        ASSERT_TRUE(waitUntil([=] { return socket() && socket()->isValid(); }));
+        ASSERT_TRUE(EVENTUALLY(socket() && socket()->isValid()));
     }
     /// Delivers what is due, and what that causes.
     static void settleAll()
@@ -146,7 +133,7 @@ protected:
     /// The client has given up: neither a heartbeat nor anything still under way changes anything.
     void expectInert(const Listener &own, std::size_t clients)
     {
-        EXPECT_TRUE(waitUntil([=] { return !socket(); }));
+        EXPECT_TRUE(EVENTUALLY(!socket()));
         const std::size_t before = own.texts.size();
         beats(5);
         settleAll();

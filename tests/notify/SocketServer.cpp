@@ -1,22 +1,12 @@
 #include "SocketServer.h"
 
-#include <QCryptographicHash>
-#include <QSslSocket>
-#include <QtEndian>
-
 #ifdef Q_OS_WIN
 #include <winsock2.h>
 #else
 #include <sys/socket.h>
 #endif
 
-namespace {
-
-enum Opcode { Close = 8, Ping = 9, Pong = 10 };
-
-int toSocket(std::size_t client) { return static_cast<int>(client) + 1; }
-
-} // namespace
+static int toSocket(std::size_t client) { return static_cast<int>(client) + 1; }
 
 SocketServer::SocketServer()
 {
@@ -37,19 +27,15 @@ Answer SocketServer::greet(const ReceivedRequest &request)
     client.target = request.target;
     client.head = request.head;
     const QByteArray key = request.header("Sec-WebSocket-Key") + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-    switch (m_handshake) {
-    case Handshake::RefuseAndClose:
-        return answer(401, "{}", "application/json", "Connection: close\r\n").closed();
-    case Handshake::RefuseAndKeepOpen:
-        return answer(401, "{}");
-    case Handshake::Accept:
-        client.accepted = true;
+    client.accepted = m_handshake == Handshake::Accept;
+    if (client.accepted)
         return answer(101, {}, {},
                       "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
                           QCryptographicHash::hash(key, QCryptographicHash::Sha1).toBase64() + "\r\n");
-    default:
-        return silence();
-    }
+    const Answer refusal = answer(401, "{}");
+    return m_handshake == Handshake::Ignore           ? silence()
+           : m_handshake == Handshake::RefuseAndClose ? refusal.closed()
+                                                      : refusal;
 }
 
 void SocketServer::upgraded(int connection, const QByteArray &bytes)

@@ -2,22 +2,12 @@
 
 #include "support/ScriptedServer.h"
 
-#include <QByteArrayList>
-
-#include <vector>
-
-/// A secure WebSocket server, independent of the client and the portal, frame by frame. It does to its clients
-/// what a test dictates and records what they sent. Its certificate is signed by an authority that nobody trusts.
-/// Clients are numbered from 0 in the order of their connections.
+/// A secure WebSocket server, independent of the client and the portal, frame by frame. It does to its clients what a
+/// test dictates and records what they sent. Clients are numbered from 0 in the order of their connections.
 class SocketServer : public ScriptedServer {
 public:
-    /// What happens to the next connections.
-    enum class Handshake {
-        Accept,
-        RefuseAndClose,    ///< 401, then the connection ends
-        RefuseAndKeepOpen, ///< 401, and the connection stays
-        Ignore,            ///< no answer to the request
-    };
+    /// What happens to the next connections: they are accepted, refused (401) or not answered.
+    enum class Handshake { Accept, RefuseAndClose, RefuseAndKeepOpen, Ignore };
     enum class Drop { Reset, Finish };
 
     struct Client {
@@ -42,7 +32,7 @@ public:
     Answer greet(const ReceivedRequest &request);
 
     /// Returns when the frame has been written.
-    void send(std::size_t client, const QByteArray &text) { write(client, 1, text); }
+    void send(std::size_t client, const QByteArray &text) { write(client, Text, text); }
     /// Starts the closing handshake; code 0 sends a close frame without code.
     void close(std::size_t client, int code, const QByteArray &reason = {});
     /// Ends the connection without a close frame.
@@ -56,6 +46,7 @@ protected:
     void ended(int connection) override { m_clients[std::size_t(connection) - 1].gone = true; }
 
 private:
+    enum Opcode { Text = 1, Close = 8, Ping = 9, Pong = 10 };
     void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;

@@ -4,6 +4,7 @@ used by the example applications and by a reader of README.md against the local 
     applications.py BUILD_FOLDER [UNITTEST ARGUMENT...]
 """
 
+import functools
 import glob
 import json
 import os
@@ -20,6 +21,8 @@ import urllib.request
 SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 BUILD = os.path.abspath(sys.argv.pop(1))
 QT = 6 if glob.glob(f"{BUILD}/libvelmora-qt6.so") else 5
+TASKS = f"{SOURCE}/examples/tasks"
+LISTED = "job-wing0001  FINISHED", "Error Authenticating Credentials: "  # what sign_in prints; when it is refused
 MONO = QT == 5 and shutil.which("mcs") and shutil.which("mono")
 
 
@@ -35,7 +38,8 @@ class ApplicationsTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
-        cls.environment = {**cls.start_portal(), "PYTHONDONTWRITEBYTECODE": "1"}
+        cls.environment = {**cls.start_portal(), "PYTHONDONTWRITEBYTECODE": "1",
+                           "PYTHONPATH": f"{SOURCE}/python"}
         for component in ("Library", "Development"):
             cls.must("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
         os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
@@ -67,20 +71,32 @@ class ApplicationsTest(unittest.TestCase):
         ended, output = run(*command, environment={**self.environment, "LD_LIBRARY_PATH": self.libraries, **changes})
         self.assertEqual((ended, part in output), (code, True), output)
 
-    def built_by_cmake(self, name, source="examples", prefix="moved"):
-        folder = f"{self.folder}/{name}-{prefix}"
-        self.must("cmake", "-S", f"{SOURCE}/{source}/{name}", "-B", folder,
-                  f"-DCMAKE_PREFIX_PATH={self.folder}/{prefix}")
+    def built_by_cmake(self, program, project="examples/tasks", prefix="moved"):
+        folder = f"{self.folder}/{os.path.basename(project)}-{prefix}"
+        self.must("cmake", "-S", f"{SOURCE}/{project}", "-B", folder, f"-DCMAKE_PREFIX_PATH={self.folder}/{prefix}")
         self.must("cmake", "--build", folder, "-j2")
-        return f"{folder}/{name}"
+        return f"{folder}/{program}"
 
-    def check(self, name, language, part, refusal, prefix="moved"):
-        """Builds an example by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
-        by_cmake = self.built_by_cmake(name, prefix=prefix)
+    @staticmethod
+    def blocks(page):
+        with open(f"{SOURCE}/{page}", encoding="utf-8") as file:
+            return [text for _, text in re.findall(r"^```(cpp|cmake|sh)\n(.*?)^```$", file.read(), re.M | re.S)]
+
+    def type_in(self, home, facts, text, code, part, **environment):
+        """Runs the commands of a page as its reader would, with the values that the portal has printed."""
+        values = {"HOST": facts["VELMORA_API_URL"], "CA.pem": facts["VELMORA_CA"], "EMAIL": facts["VELMORA_USER"],
+                  "PASSWORD": facts["VELMORA_PASSWORD"], "build": BUILD, "examples": f"{SOURCE}/examples"}
+        filled = re.sub(rf"(?<![\w/-])({'|'.join(values)})(?=[\s/])", lambda match: values[match[0]], text)
+        ended, output = run("bash", "-euc", filled, cwd=home, environment={"HOME": home, **environment})
+        self.assertEqual((ended, part in output), (code, True), f"{filled}{output}")
+
+    def check(self, source, language, part, refusal, prefix="moved"):
+        """Builds a program by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
+        by_cmake = self.built_by_cmake(os.path.splitext(source)[0], prefix=prefix)
         by_pkg_config = f"{by_cmake}-by-pkg-config"
         (packages,) = glob.glob(f"{self.folder}/{prefix}/**/pkgconfig", recursive=True)
         flags = self.must("pkg-config", "--cflags", "--libs", self.package, environment={"PKG_CONFIG_PATH": packages})
-        self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {flags}".split())
+        self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {TASKS}/{source} {flags}".split())
         for program, environment in ((by_cmake, {"LD_LIBRARY_PATH": ""}), (by_pkg_config, {})):
             self.expect([program], 0, part, **environment)
             self.expect([program], 1, refusal, VELMORA_PASSWORD="wrong", **environment)
@@ -97,9 +113,23 @@ class ApplicationsTest(unittest.TestCase):
         return [sys.executable, f"{SOURCE}/examples/python_host/main.py", source, self.folder, *arguments]
 
     def test_cpp_seededUser_listsItsJobs(self):
-        program = self.check("cpp_host", f"c++ -std=c++17 {SOURCE}/examples/cpp_host/main.cpp",
-                             "job-wing0001  FINISHED", "sign-in: Error Authenticating Credentials")
-        self.expect([program], 1, "sign-in: The certificate of", VELMORA_CA="")  # an authority that is not trusted
+        program = self.check("sign_in.cpp", "c++ -std=c++17", *LISTED)
+        self.expect([program], 1, "The certificate of", VELMORA_CA="")  # an authority that is not trusted
+
+    def test_tasks_commandsOfTheirPage_takeAnInputToItsResults(self):
+        home = self.enterContext(tempfile.TemporaryDirectory())
+        os.symlink(f"{self.folder}/moved", f"{home}/velmora")
+        portal, commands = self.blocks("docs/tasks/local-portal.md")
+        facts = self.start_portal(portal)
+        self.type_in(home, facts, commands, 0, f"{home}/results/sim-2/results.dat")
+        self.assertEqual(sorted(os.listdir(f"{home}/results")), ["sim-1", "sim-2"], "the input is no result")
+        for command, code, part in (("upload ACC-1001", 2, "usage: upload ACCOUNT FILE"),
+                                    ("upload ACC-1001 none", 1, "File Failed to Upload: "),
+                                    ("submit ACC-1001 job-1 ''", 1, "No main input file"),
+                                    ("follow job-none", 1, "Error Following Job: "),
+                                    ("download job-none .", 1, "Error Retrieving File List for Job: ")):
+            with self.subTest(command):
+                self.type_in(home, facts, f"tasks/{command}", code, part, **facts)
 
     def test_partOfAProject_staticLibraryAlone_isLinkedAndInstalled(self):
         parent, made = f"{self.folder}/parent", f"{self.folder}/made"
@@ -111,7 +141,7 @@ class ApplicationsTest(unittest.TestCase):
                 set(BUILD_SHARED_LIBS OFF)
                 set(VELMORA_INSTALL ON)
                 add_subdirectory({SOURCE} velmora)
-                add_executable(app {SOURCE}/examples/cpp_host/main.cpp)
+                add_executable(app {TASKS}/sign_in.cpp)
                 target_link_libraries(app PRIVATE Velmora::velmora)""")
         unneeded = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON" for name in
                     ("Boost", "CLI11", "nlohmann_json", "GTest", "benchmark", "Python3")]
@@ -121,14 +151,12 @@ class ApplicationsTest(unittest.TestCase):
                   *([f"-DCMAKE_CXX_COMPILER_LAUNCHER={launcher}"] if launcher else []))
         self.must("cmake", "--build", made, "-j2")
         self.assertEqual(glob.glob(f"{made}/**/*portal*", recursive=True), [], "the library is all that is built")
-        jobs, refusal = "job-wing0001  FINISHED", "sign-in: Error Authenticating Credentials"
-        self.expect([f"{made}/app"], 0, jobs, LD_LIBRARY_PATH="")
+        self.expect([f"{made}/app"], 0, LISTED[0], LD_LIBRARY_PATH="")
         self.must("cmake", "--install", made, "--prefix", f"{self.folder}/static")
-        self.check("cpp_host", f"c++ -std=c++17 {SOURCE}/examples/cpp_host/main.cpp", jobs, refusal, "static")
+        self.check("sign_in.cpp", "c++ -std=c++17", *LISTED, "static")
 
-    def test_c_newJob_runsAndListsItsFiles(self):
-        self.check("c_host", f"cc -std=c11 {SOURCE}/examples/c_host/main.c",
-                   '"fileName": "sim-2/run.log"', '"errorCode": 401')
+    def test_c_newJob_runsToItsEnd(self):
+        self.check("from_c.c", "cc -std=c11", '"simulationStatus": "FINISHED"', '"errorCode": 401')
 
     @unittest.skipUnless(MONO, "no Mono: mono-mcs, mono-runtime; or Qt 6, whose library has another name")
     def test_csharp_newJob_runsAndListsItsFiles(self):
@@ -136,8 +164,8 @@ class ApplicationsTest(unittest.TestCase):
         self.expect(self.csharp(), 1, '"errorCode": 401', VELMORA_PASSWORD="wrong")
 
     def test_python_inputFile_comesBackInTheResults(self):
-        self.expect(self.python("beam " * 100000), 0, "'progress': 100")
-        with open(f"{self.folder}/sim-1-results.dat", encoding="ascii") as file:
+        self.expect(self.python("beam " * 100000), 0, "sim-1/results.dat")
+        with open(f"{self.folder}/sim-1/results.dat", encoding="ascii") as file:
             self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")
 
@@ -147,28 +175,19 @@ class ApplicationsTest(unittest.TestCase):
         fault = {"kind": "raw", "path": "storage", "times": 0, "body": "HTTP/1.1 204 No Content\r\n\r\n"}
         urllib.request.urlopen(f"https://{portal['VELMORA_API_URL']}/control/faults", json.dumps(fault).encode(),
                                context=ssl.create_default_context(cafile=portal["VELMORA_CA"])).close()
-        for command in ([self.built_by_cmake("c_host")], self.python("beam"), *([self.csharp()] if MONO else [])):
+        for command in ([self.built_by_cmake("from_c")], self.python("beam"), *([self.csharp()] if MONO else [])):
             with self.subTest(command):
                 self.expect(command, 1, "Job status is FAILED", **portal)
 
     @unittest.skipUnless(QT == 5, "the project of the README finds the package of Qt 5")
     def test_readme_commandsAndExampleAsTyped_haveTheirResults(self):
-        with open(f"{SOURCE}/README.md", encoding="utf-8") as file:
-            blocks = re.findall(r"^```(cpp|cmake|sh)\n(.*?)^```$", file.read(), re.M | re.S)
-        example, install, project, portal, by_hand, trusting = (text for _, text in blocks)
+        example, install, project, portal, by_hand, trusting = self.blocks("README.md")
         home = self.enterContext(tempfile.TemporaryDirectory())
         for name, text in (("main.cpp", example), ("CMakeLists.txt", project)):
             with open(f"{home}/{name}", "w", encoding="utf-8") as file:
                 file.write(text)
         facts = self.start_portal(portal)
-        values = {"HOST": facts["VELMORA_API_URL"], "CA.pem": facts["VELMORA_CA"], "EMAIL": facts["VELMORA_USER"],
-                  "PASSWORD": facts["VELMORA_PASSWORD"], "build": BUILD, "examples": f"{SOURCE}/examples"}
-
-        def type_in(text, code, part, **environment):
-            filled = re.sub(rf"(?<![\w/-])({'|'.join(values)})(?=[\s/])", lambda match: values[match[0]], text)
-            ended, output = run("bash", "-euc", filled, cwd=home, environment={"HOME": home, **environment})
-            self.assertEqual((ended, part in output), (code, True), f"{filled}{output}")
-
+        type_in = functools.partial(self.type_in, home, facts)
         type_in(install, 0, "")
         type_in("cmake -S . -B made -DCMAKE_PREFIX_PATH=$HOME/velmora && cmake --build made && mv made/app .", 0, "")
         type_in(by_hand, 0, "finished")
@@ -180,7 +199,7 @@ class ApplicationsTest(unittest.TestCase):
         type_in("unset VELMORA_USER; ./app", 2, "Set VELMORA_USER")
 
     def test_desktop_actionsOfAUser_haveTheirResults(self):
-        program = os.path.dirname(self.built_by_cmake("desktop", "tests/package")) + "/drive"
+        program = self.built_by_cmake("drive", "tests/package/desktop")
         self.expect([program], 0, "Totals: ", QT_QPA_PLATFORM="offscreen", **self.start_portal())
 
 

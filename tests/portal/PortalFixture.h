@@ -5,16 +5,6 @@
 #include "portal/Portal.h"
 #include "support/Loopback.h"
 
-#include <QDeadlineTimer>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QSslSocket>
-#include <QTemporaryDir>
-#include <QTimer>
-#include <gtest/gtest.h>
-
 namespace PortalTests {
 
 using namespace VelmoraPortal;
@@ -68,20 +58,7 @@ inline string run(const char *program, const QStringList &arguments, const strin
     return process.waitForFinished() && process.exitCode() == 0 ? process.readAllStandardOutput().toStdString() : "";
 }
 
-/// For the next request of that path.
-inline Fault makeFault(const char *path, FaultKind kind, int status, long long bytes, const string &body = {})
-{
-    Fault fault;
-    fault.path = path;
-    fault.kind = kind;
-    fault.status = status;
-    fault.bytes = bytes;
-    fault.body = body;
-    return fault;
-}
-
-class PortalTest : public testing::Test {
-protected:
+struct PortalTest : testing::Test {
     PortalTest()
     {
         tick.start(20);

@@ -2,14 +2,10 @@
 
 #include "PortalFixture.h"
 
-#include <QElapsedTimer>
-#include <algorithm>
-
 namespace PortalTests {
 namespace {
 
-class StorageTest : public PortalTest {
-protected:
+struct StorageTest : PortalTest {
     static string bytes(int size)
     {
         return QByteArray("no block ends like another one").repeated(size).left(size).toStdString();
@@ -22,12 +18,18 @@ protected:
     }
     /// For the next request of that path. What refuses answers 413 and "full"; what is slow has 100 kB a second.
     void inject(const char *path, FaultKind kind, long long bytes, Closing closing = Closing::Usual,
-                const std::vector<int> &informational = {})
+                const std::vector<int> &informational = {}, int status = 413)
     {
-        Fault fault = makeFault(path, kind, 413, bytes, "full");
+        Fault fault;
+        fault.path = path;
+        fault.kind = kind;
+        fault.status = status;
+        fault.bytes = bytes;
+        fault.body = "full";
         fault.rate = 100000;
         fault.closing = closing;
         fault.informational = informational;
+        fault.delay = kind == FaultKind::Delay ? 500ms : 0ms;
         portal.inject(fault);
     }
     static string with(const string &request, const string &headers)
@@ -99,7 +101,7 @@ TEST_F(StorageTest, piece_rangeAskedFor_answeredAsItsConditionAndFaultSay)
     StorageOptions options;
     options.pieceSize = 600; // 608 bytes when encrypted
     portal.setStorage(options);
-    constexpr auto none = FaultKind::Delay;
+    constexpr auto none = FaultKind::SlowWrite; // no slower
     const string own = "OWN", other = "\"other\"", changed = "CHANGED";
     const std::tuple<string, string, FaultKind, int, int, int, int, bool> table[] = {
         // range, condition, fault, its bytes or status; status, first and last byte, whether the tag is another
@@ -131,7 +133,7 @@ TEST_F(StorageTest, piece_rangeAskedFor_answeredAsItsConditionAndFaultSay)
         const string tag = header(whole, "ETag"), changedTag = "\"changed-" + tag.substr(1);
         for (const auto &[range, condition, kind, field, status, first, last, isChanged] : table) {
             SCOPED_TRACE(range + " if " + condition + " of " + std::to_string(size));
-            portal.inject(makeFault("storage/piece", kind, field, field));
+            inject("storage/piece", kind, field, Closing::Usual, {}, field);
             const string sent = replaced(replaced(condition, own, tag), changed, changedTag);
             const Reply reply = send(with(down, (range.empty() ? "" : "Range: " + range + "\r\n") +
                                                     (sent.empty() ? "" : "If-Range: " + sent + "\r\n")));
@@ -197,6 +199,9 @@ TEST_F(StorageTest, fault_anyKindAndEnd_clientReceivesExactlyThat)
     const string cipher = crypt(job, bytes(50000)), down = piece(job), list = request("POST", "job/list", "", token);
     const string up = upload(other, crypt(other, bytes(100000)));
     const std::size_t upSize = up.size() - up.find("\r\n\r\n") - 4;
+    const auto submit = [this] { return request("POST", "job/submit", submission(newJob()), token); };
+    const std::set processed = {FaultKind::Delay, FaultKind::CutHead, FaultKind::CutBody, FaultKind::ResetAfter,
+                                FaultKind::Drip};
     const string ok = "HTTP/1.1 200 ", busy = "HTTP/1.1 413 ", more = "HTTP/1.1 100 Continue\r\n\r\n";
     const string hint = "HTTP/1.1 103 Early Hints\r\nLink: </hint>; rel=preload\r\n\r\n";
     const string whole = "\r\n\r\n" + cipher, part = "\r\n\r\n" + cipher.substr(0, 5000), full = "full";
@@ -219,9 +224,19 @@ TEST_F(StorageTest, fault_anyKindAndEnd_clientReceivesExactlyThat)
         {FaultKind::HangUp, list, 0, Closing::Usual, {103}, hint, hint, end},
         {FaultKind::Gzip, down, 0, Closing::Notify, {}, ok, whole, notify},
         {FaultKind::SlowWrite, down, 0, Closing::Notify, {}, ok, whole, notify},
+        {FaultKind::Status, submit(), 0, Closing::Notify, {}, busy, full, notify},
+        {FaultKind::Delay, submit(), 0, Closing::Notify, {}, ok, "}", notify},
+        {FaultKind::CutHead, submit(), 0, Closing::Usual, {}, ok, "", end},
+        {FaultKind::CutBody, submit(), 7, Closing::Usual, {}, ok, "\r\n\r\n{\"accou", end},
+        {FaultKind::ResetBefore, submit(), 0, Closing::Usual, {}, "", "", reset},
+        {FaultKind::ResetAfter, submit(), 0, Closing::Usual, {}, "", "", reset},
+        {FaultKind::HangUp, submit(), 0, Closing::Usual, {}, "", "", end},
+        {FaultKind::Drip, submit(), 0, Closing::Notify, {}, ok, "}", notify},
+        {FaultKind::Raw, submit(), 0, Closing::Notify, {}, full, full, notify},
         {FaultKind::SlowRead, up, 0, Closing::Notify, {}, "HTTP/1.1 2", "", notify},
     };
     for (const auto &[kind, sent, bytes, closing, informational, first, last, ending] : table) {
+        const std::size_t jobs = portal.jobCount();
         inject("*", kind, bytes, closing, informational);
         const bool early = kind == FaultKind::RefuseEarly, cut = early || kind == FaultKind::CutUpload;
         const std::size_t size = early ? sent.find("\r\n\r\n") + 4 + std::size_t(bytes) : sent.size();
@@ -241,11 +256,12 @@ TEST_F(StorageTest, fault_anyKindAndEnd_clientReceivesExactlyThat)
             received.replace(body, string::npos, run("gzip", {"-dc"}, received.substr(body)));
         EXPECT_TRUE(toBytes(received).startsWith(toBytes(first)) && toBytes(received).endsWith(toBytes(last)));
         EXPECT_EQ(received.find("Content-Length") == string::npos,
-                  last.empty() || kind == FaultKind::NoLength || kind == FaultKind::HangUp);
+                  last.empty() || kind == FaultKind::NoLength || kind == FaultKind::HangUp || kind == FaultKind::Raw);
         for (const string &each : {end, reset})
             EXPECT_EQ(error.find(each) != string::npos, ending == each);
         EXPECT_TRUE(!cut || portal.requests().back().bodySize == std::min(std::size_t(bytes), upSize));
-        const bool slow = kind == FaultKind::SlowRead || kind == FaultKind::SlowWrite;
+        const bool slow = kind == FaultKind::SlowRead || kind == FaultKind::SlowWrite || kind == FaultKind::Delay;
+        EXPECT_EQ(portal.jobCount() - jobs, sent.find("job/submit") < 20 ? processed.count(kind) : 0);
         EXPECT_TRUE(!slow || timer.elapsed() >= 400);
         EXPECT_EQ(portal.files(other).size(), kind == FaultKind::SlowRead ? 1U : 0U);
         EXPECT_EQ(portal.faultCount(), 0U);

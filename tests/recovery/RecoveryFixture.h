@@ -2,17 +2,10 @@
 
 // A local portal, a folder, and applications in processes of their own that transfer files between them.
 
-#include "support/Folder.h"
 #include "support/Loopback.h"
+#include "support/TestFolder.h"
 
 #include "portal/Portal.h"
-
-#include <velmora/CloudAPI.h>
-
-#include <QCoreApplication>
-#include <QProcess>
-
-#include <memory>
 
 namespace RecoveryTests {
 
@@ -57,8 +50,7 @@ public:
     }
 };
 
-class RecoveryTest : public FolderTest {
-protected:
+struct RecoveryTest : FolderTest {
     void store(const char *name, const QByteArray &bytes) { portal.addFile(job, name, bytes.toStdString()); }
     static VelmoraPortal::Options options(std::int64_t pieceSize, const QString &folder)
     {
@@ -71,8 +63,7 @@ protected:
     {
         const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
         auto api = std::make_unique<Velmora::CloudAPI>();
-        api->logUserIn(user.email, user.password, "", {});
-        EXPECT_TRUE(waitUntil([&] { return api->isUserLoggedIn(); }));
+        EXPECT_TRUE(signIn(*api, user.email, user.password));
         return api;
     }
 

@@ -1,6 +1,5 @@
 """The programs that the scripts call: each on a small input, by its output and exit code."""
 
-import json
 import os
 import re
 import ssl
@@ -27,11 +26,6 @@ class Pieces(unittest.TestCase):
         with open(f"{self.folder}/{name}", "w", encoding="utf-8") as file:
             file.write(text)
         return file.name
-
-    def test_portal_facts(self):
-        users = [{"email": "a", "password": "1", "mfaCode": "246810"}, {"email": "b", "password": "2 3", "mfaCode": ""}]
-        line = json.dumps({"host": "127.0.0.1:1", "ca": "/x y/ca.pem", "users": users})
-        self.assertEqual(run("portal_facts.py", text=line), (0, ["127.0.0.1:1", "/x y/ca.pem", "b", "2 3"]))
 
     def test_mutate_rules(self):
         sys.path.insert(0, SCRIPTS)
@@ -63,6 +57,21 @@ class Pieces(unittest.TestCase):
                                                          (1, ["bare has no description"])), (described[:9], (1, []))):
             self.file("all.xml", f"<doxygen>{''.join(members)}</doxygen>")
             self.assertEqual(run("undescribed.py", self.folder), expected)
+
+    def test_dead_links(self):
+        self.file("b.html", '<h1 id="top"></h1>' + '<a class="x" href="#top"></a>' * 99)
+        for link, expected in (("b.html#top", (0, [])), ("https://c.example/d", (1, [])),
+                               ("b.html#end", (1, ["a.html: b.html#end leads nowhere"])), ("c.html", (1, ["a.html: c.html leads nowhere"]))):
+            self.file("a.html", f'<a href="{link}"></a>')
+            self.assertEqual(run("dead_links.py", self.folder), expected)
+
+    def test_figures(self):
+        page = self.file("figures.md", "A\n<!-- soak -->\nold\n<!-- end -->\nB\n<!-- scale -->\nsame\n<!-- end -->\n")
+        for text, code in ("2 processors\n\n## soak\n\nseconds,KiB\n1,5\n| a |\n", 0), ("## other\n", 1), ("", 1):
+            self.assertEqual(run("figures.py", page, text=text)[0], code)
+            with open(page, encoding="utf-8") as file:
+                self.assertRegex(file.read(), r"^A\n<!-- soak -->\n[\d-]{10}\. 2 processors\n\n\| a \|\n<!-- end -->\n"
+                                              r"B\n<!-- scale -->\nsame\n<!-- end -->\n$")
 
     def test_abi_trim(self):
         header = self.file("Own.h", "struct Own {\n};\nstruct New {\n};\ntemplate <class T> using Alias = Foreign<T>;\n")

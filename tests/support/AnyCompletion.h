@@ -6,8 +6,6 @@
 
 #include <velmora/CloudAPI.h>
 
-#include <functional>
-
 inline QJsonValue toJson(const Velmora::DeleteFileDetails &file)
 {
     using Velmora::toQt;

@@ -2,18 +2,6 @@
 
 #include "portal/http/Certificates.h"
 
-#include <QAbstractEventDispatcher>
-#include <QCoreApplication>
-#include <QEventLoop>
-#include <QLoggingCategory>
-#include <QMutex>
-#include <QMutexLocker>
-#include <QSslCertificate>
-#include <QSslKey>
-#include <QTimer>
-
-#include <cstring>
-
 namespace {
 
 const VelmoraPortal::Certificates &certificates()
@@ -29,21 +17,13 @@ QtMessageHandler previousHandler = nullptr;
 void catchMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
     const QMutexLocker lock(&mutex);
-    if (context.category && std::strcmp(context.category, "velmora") == 0) {
+    if (context.category && qstrcmp(context.category, "velmora") == 0) {
         caughtLines.append(text);
         return;
     }
     if (type != QtDebugMsg && type != QtInfoMsg)
         caughtWarnings.append(text);
     previousHandler(type, context, text);
-}
-
-void setEnvironment(const char *name, const QByteArray &value)
-{
-    if (value.isNull())
-        qunsetenv(name);
-    else
-        qputenv(name, value);
 }
 
 } // namespace
@@ -63,19 +43,18 @@ ScopedEnvironment::ScopedEnvironment(const char *name, const QByteArray &value)
     : m_name(name)
     , m_before(qgetenv(name))
 {
-    setEnvironment(name, value);
+    value.isNull() ? qunsetenv(name) : qputenv(name, value);
 }
 
-ScopedEnvironment::~ScopedEnvironment() { setEnvironment(m_name, m_before); }
+ScopedEnvironment::~ScopedEnvironment() { m_before.isNull() ? qunsetenv(m_name) : qputenv(m_name, m_before); }
 
-ScopedTrust::ScopedTrust(const QByteArray &authorityPem)
+ScopedTrust::ScopedTrust(const QByteArray &authorityPem, QSslSocket::PeerVerifyMode mode)
 {
     QSslConfiguration trusting = m_before;
+    trusting.setPeerVerifyMode(mode);
     trusting.setCaCertificates(QSslCertificate::fromData(authorityPem));
     QSslConfiguration::setDefaultConfiguration(trusting);
 }
-
-ScopedTrust::~ScopedTrust() { QSslConfiguration::setDefaultConfiguration(m_before); }
 
 LogCatcher::LogCatcher()
 {

@@ -5,11 +5,12 @@
 
 #include "support/ScriptedServer.h"
 
-#include <QByteArray>
-#include <QSslConfiguration>
-#include <QStringList>
+#include <velmora/CloudAPI.h>
 
-#include <functional>
+#include <QtCore>
+#include <QtNetwork>
+
+#include <gtest/gtest.h>
 
 /// PEM of the authority that signed every test server's certificate; made once per process.
 QByteArray testAuthority();
@@ -28,11 +29,12 @@ private:
     QByteArray m_before;
 };
 
-/// Makes this process, and nothing else on the machine, trust one authority only.
+/// Makes this process, and nothing else on the machine, trust one authority only, or any server at all.
 class ScopedTrust {
 public:
-    explicit ScopedTrust(const QByteArray &authorityPem = testAuthority());
-    ~ScopedTrust();
+    explicit ScopedTrust(const QByteArray &authorityPem = testAuthority(),
+                         QSslSocket::PeerVerifyMode mode = QSslSocket::AutoVerifyPeer);
+    ~ScopedTrust() { QSslConfiguration::setDefaultConfiguration(m_before); }
 
 private:
     Q_DISABLE_COPY(ScopedTrust)
@@ -65,6 +67,23 @@ private:
 /// Runs the event loop until the condition holds, which is checked whenever the loop has nothing left to do.
 /// @return false when it does not hold after that many milliseconds: a hang fails the test, not the run
 bool waitUntil(const std::function<bool()> &condition, int deadline = 10000);
+/// For an expression.
+#define EVENTUALLY(...) waitUntil([&] { return bool(__VA_ARGS__); })
 
 /// Delivers every event that is due on this thread now.
 void settle();
+
+/// @return whether the session has a token then
+inline bool signIn(Velmora::CloudAPI &api, const std::string &user = "a@b", const std::string &password = "p")
+{
+    api.logUserIn(user, password, "", {});
+    return EVENTUALLY(api.isUserLoggedIn());
+}
+
+/// Changes the defaults.
+template <class Change> void setOptions(Velmora::CloudAPI &api, Change change)
+{
+    Velmora::ClientOptions options;
+    change(options);
+    api.setClientOptions(options);
+}

@@ -5,8 +5,7 @@
 
 #include "api/CloudAPIImpl.h"
 
-#include <QNetworkReply>
-#include <QTimer>
+#include <QtNetwork>
 
 inline Velmora::CloudAPIImpl &partsOf(const Velmora::CloudAPI &api) { return Velmora::CloudAPIImpl::of(api); }
 

@@ -1,8 +1,5 @@
 #include "support/ProxyServer.h"
 
-#include <QHostAddress>
-#include <QNetworkProxy>
-
 ProxyServer::ProxyServer(bool socks, int closing)
     : m_socks(socks)
     , m_closing(closing)

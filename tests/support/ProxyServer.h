@@ -3,9 +3,7 @@
 // A proxy on loopback, SOCKS5 or HTTP with tunnels, that asks for the user "ada" with the password "p:w". It connects
 // to this machine whatever host it is asked for.
 
-#include <QByteArrayList>
-#include <QTcpServer>
-#include <QTcpSocket>
+#include "support/Loopback.h"
 
 class ProxyServer : public QTcpServer {
 public:
@@ -27,4 +25,22 @@ private:
     const int m_closing;
     int m_connections = 0;
     QByteArrayList m_asked;
+};
+
+/// The application's proxy meanwhile. The service has a name of its own, as Qt uses no proxy for a loopback address,
+/// and a certificate of any name.
+struct ApplicationProxy : ProxyServer {
+    ApplicationProxy(int port, bool socks, int closing = 0, const char *password = "p:w")
+        : ProxyServer(socks, closing)
+        , address("VELMORA_API_URL", "portal.velmora.example:" + QByteArray::number(port))
+    {
+        QNetworkProxy::setApplicationProxy({socks ? QNetworkProxy::Socks5Proxy : QNetworkProxy::HttpProxy,
+                                            QStringLiteral("127.0.0.1"), serverPort(), QStringLiteral("ada"),
+                                            QLatin1String(password)});
+    }
+    ~ApplicationProxy() override { QNetworkProxy::setApplicationProxy(before); }
+
+    const QNetworkProxy before = QNetworkProxy::applicationProxy();
+    const ScopedTrust anyServer{{}, QSslSocket::VerifyNone};
+    const ScopedEnvironment address;
 };

@@ -2,8 +2,6 @@
 
 #include "support/Loopback.h"
 
-#include <QSslSocket>
-
 QByteArray ReceivedRequest::header(const QByteArray &name) const
 {
     for (const QByteArray &line : head.split('\n')) {

@@ -13,12 +13,7 @@
 // A request without a script or a handler is answered with 200 and "{}". Connections are kept alive and
 // numbered from 1. The server closes a connection only when a test says so.
 
-#include <QByteArray>
-#include <QList>
-#include <QMap>
-#include <QTcpServer>
-
-#include <functional>
+#include <QtNetwork>
 
 struct ReceivedRequest {
     int connection = 0;
@@ -56,7 +51,6 @@ struct Interruption {
     End end = StopsReading;
 };
 
-class QSslSocket;
 class ScriptedConnection;
 
 class ScriptedServer : public QTcpServer {
@@ -71,10 +65,7 @@ public:
     void next(const Answer &scripted) { m_script.append(scripted); }
     void setHandler(Handler handler) { m_handler = std::move(handler); }
     /// For requests whose target begins so; they are not among `requests`, unless they are read to their end.
-    void interrupt(const QByteArray &target, const Interruption &interruption)
-    {
-        m_interruptions[target] = interruption;
-    }
+    void interrupt(const QByteArray &target, const Interruption &how) { m_interruptions[target] = how; }
     /// Ends the interruptions: reads on where one stopped.
     void readOn();
     int interrupted() const { return m_interrupted.size(); } ///< connections on which it stopped reading

@@ -2,12 +2,18 @@
 
 // A temporary folder, and the files in it by their names.
 
-#include <QDirIterator>
-#include <QFile>
-#include <QTemporaryDir>
+#include <QtCore>
 
-#include <set>
-#include <string>
+#include <gtest/gtest.h>
+
+/// Bytes of which no two parts are alike; another seed gives others.
+inline QByteArray noise(int size, int seed = 0)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i % 4096 * 131 + i / 251 + seed) & 0xff);
+    return bytes;
+}
 
 class TestFolder {
 public:
@@ -22,10 +28,11 @@ public:
             qFatal("%s: %s", name.c_str(), qPrintable(file.errorString()));
         return path(name);
     }
+    /// Empty when there is no such file.
     std::string read(const std::string &name) const
     {
         QFile file(at(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "no such file";
+        return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "";
     }
     /// Every file below one of its folders.
     std::set<std::string> below(const std::string &name) const
@@ -42,4 +49,21 @@ private:
     QString at(const std::string &name) const { return m_folder.filePath(QString::fromStdString(name)); }
 
     QTemporaryDir m_folder;
+};
+
+/// A fixture with one, in Qt's types.
+struct FolderTest : testing::Test {
+    QString qt(const QString &name) const { return QDir(folder.root()).filePath(name); }
+    std::string at(const QString &name) const { return qt(name).toStdString(); }
+    std::string write(const QString &name, const QByteArray &content) const
+    {
+        return folder.write(name.toStdString(), content.toStdString());
+    }
+    QByteArray read(const QString &name) const { return QByteArray::fromStdString(folder.read(name.toStdString())); }
+    QStringList filesIn(const QString &name) const
+    {
+        return QDir(qt(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    const TestFolder folder;
 };

@@ -2,10 +2,6 @@
 
 #include "support/Parts.h"
 
-#include <QEventLoop>
-#include <QThread>
-#include <QTimer>
-
 using namespace Velmora;
 
 namespace Torture {

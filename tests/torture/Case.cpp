@@ -1,11 +1,8 @@
 #include "Torture.h"
 
-#include <QDirIterator>
-#include <QElapsedTimer>
-#include <QLoggingCategory>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTimer>
+#include "support/Parts.h"
+
+#include <thread>
 
 using namespace Velmora;
 
@@ -29,9 +26,46 @@ std::unique_ptr<QTcpServer> plainServer()
     return server;
 }
 
-QByteArray hostAt(const char *name, int port) { return QByteArray(name) + ':' + QByteArray::number(port); }
+/// Another session, on a thread of its own. Whatever happens to the first one, what it begins completes once, unless
+/// an answer never comes.
+struct SecondSession {
+    ~SecondSession() { thread.join(); }
+    void run()
+    {
+        CloudAPI api;
+        const VelmoraPortal::SeededUser &ada = VelmoraPortal::seededUsers()[0];
+        const TestFolder &folder = environment.folder;
+        int lists = 0, downloads = 0, uploads = 0;
+        api.logUserIn(ada.email, ada.password, "", [&](const ApiError &) {
+            api.getAllJobDetails([&](auto &&...) { ++lists; });
+            api.uploadFile({folder.write("second-up", "text"), storedJob, 0}, {}, [&](auto &&...) { ++uploads; });
+            api.downloadFile({folder.path("second"), {storedJob, storedFile, 0, 0, {}, false}}, {},
+                             [&](const ApiError &error, auto &&) {
+                                 if (++downloads && succeeded(error) && folder.read("second") != environment.stored)
+                                     problem = "the second session's download succeeded with another file";
+                             });
+        });
+        QElapsedTimer since;
+        since.start();
+        while ((lists == 0 || uploads == 0 || downloads == 0) && !(stops && mayHang) && since.elapsed() < 60000)
+            api.processEvents(10);
+        api.processEvents(10);
+        const bool isComplete = lists == 1 && uploads == 1 && downloads == 1;
+        if (!isComplete && (!mayHang || std::max({lists, uploads, downloads}) > 1))
+            problem = "the second session's operations did not complete once";
+        ended = true;
+    }
 
-VelmoraPortal::Options options()
+    Environment &environment;
+    const bool mayHang;
+    string problem = {};
+    std::atomic<bool> stops{false}, ended{false};
+    std::thread thread{[this] { run(); }};
+};
+
+} // namespace
+
+VelmoraPortal::Options portalOptions()
 {
     VelmoraPortal::Options options;
     options.jobDuration = std::chrono::milliseconds(200);
@@ -39,23 +73,17 @@ VelmoraPortal::Options options()
     return options;
 }
 
-} // namespace
-
 Resources resources() { return {entries("/proc/self/task"), entries("/proc/self/fd")}; }
 
 string Random::bytes(std::size_t size)
 {
     string text(size, '\0');
     for (char &byte : text)
-        byte = char(m_engine() >> 32);
+        byte = char(engine() >> 32);
     return text;
 }
 
 Environment::Environment()
-    : portal(options())
-    , trust(QByteArray::fromStdString(portal.caPem()))
-    , address("VELMORA_API_URL", QByteArray::fromStdString(portal.host()))
-    , stored(Random(1).bytes(20000))
 {
     QLoggingCategory::setFilterRules(QStringLiteral("*=false\nvelmora.debug=true"));
     portal.addFile(storedJob, storedFile, stored);
@@ -63,11 +91,11 @@ Environment::Environment()
 
 Case::Case(Environment &shared, std::uint64_t seed)
     : environment(shared)
-    , random(seed)
-    , m_folder(environment.folder.filePath(QStringLiteral("case")))
+    , random{std::mt19937_64(seed)}
+    , m_hasSecond(seed % 10 == 9)
 {
-    QDir(m_folder).mkpath(QStringLiteral("tmp"));
-    QDir(m_folder).mkpath(QStringLiteral("to"));
+    for (const char *each : {"tmp", "to"})
+        QDir().mkpath(QString::fromStdString(path(each)));
     if (random.chance(50))
         write("to/result.bin", random.bytes(100));
 }
@@ -76,28 +104,8 @@ Case::~Case()
 {
     destroy();
     environment.portal.clearFaults();
-    QDir(m_folder).removeRecursively();
+    environment.folder.remove("case");
 }
-
-string Case::path(const string &name) const { return m_folder.toStdString() + '/' + name; }
-
-string Case::write(const string &name, const string &bytes) const
-{
-    const DiskPause pause;
-    QFile file(QString::fromStdString(path(name)));
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes.data(), qint64(bytes.size())) != qint64(bytes.size()))
-        qFatal("cannot write %s", name.c_str());
-    return path(name);
-}
-
-Call &Case::call(const string &name)
-{
-    m_calls.push_back(std::make_unique<Call>());
-    m_calls.back()->name = name;
-    return *m_calls.back();
-}
-
-void Case::fail(const string &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
 
 void Case::completed(Call &call, const ApiError &error, bool emptied)
 {
@@ -138,7 +146,7 @@ void Case::performInCallback()
 void Case::mute(const string &followed)
 {
     for (auto &each : m_calls)
-        each->muted = each->muted || (!followed.empty() && each->follows == followed);
+        each.muted = each.muted || (!followed.empty() && each.follows == followed);
 }
 
 void Case::destroy()
@@ -150,17 +158,11 @@ void Case::destroy()
 bool Case::prepare()
 {
     const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
-    bool answered = false;
     api = std::make_unique<CloudAPI>();
-    api->logUserIn(user.email, user.password, "", [&](const ApiError &) { answered = true; });
-    if (!waitUntil([&] { return answered; }) || !api->isUserLoggedIn())
+    if (!signIn(*api, user.email, user.password))
         return false;
-    answered = false;
-    api->generateNewJobID("ACC-1001", [&](const ApiError &, const string &id) {
-        answered = true;
-        job = id;
-    });
-    return waitUntil([&] { return answered; }) && !job.empty();
+    api->generateNewJobID("ACC-1001", [&](const ApiError &, const string &id) { job = id; });
+    return EVENTUALLY(!job.empty());
 }
 
 void Case::inject(const Step &step)
@@ -169,7 +171,7 @@ void Case::inject(const Step &step)
     if (fault.disk != DiskCall::None) {
         const bool isRare = fault.disk != DiskCall::Read && fault.disk != DiskCall::Write;
         const auto most = fault.disk == DiskCall::Rename ? 1 : isRare || random.chance(70) ? 2 : 12;
-        failDisk(m_folder.toStdString(), {fault.disk, fault.error, int(random.below(most)), random.chance(50)});
+        failDisk(path({}), {fault.disk, fault.error, int(random.below(most)), random.chance(50)});
     } else if (fault.portal) {
         PortalFault atPortal = fault.portal(random);
         atPortal.path = random.of(step.operation->paths);
@@ -179,7 +181,15 @@ void Case::inject(const Step &step)
         const bool spoilsPieces = atPortal.kind == FaultKind::Gzip || atPortal.kind == FaultKind::NoLength;
         m_disturbed = m_disturbed || (spoilsPieces && atPortal.path == "storage");
         environment.portal.inject(atPortal);
-    } else if (fault.host != Fault::Portal && !m_host) {
+    } else if (fault.host >= Fault::Socks && !m_host && !m_proxy) {
+        partsOf(*api).rest.setProxyWatchInterval(50);
+        const bool refuses = fault.host == Fault::ProxyRefuses;
+        m_closes = fault.host == Fault::ProxyCloses;
+        m_nobody = refuses;
+        m_proxy = std::make_unique<ApplicationProxy>(
+            environment.portal.port(), fault.host == Fault::Socks || (fault.host != Fault::Http && random.chance(50)),
+            m_closes ? 1000000 : 0, refuses ? "wrong" : "p:w");
+    } else if (fault.host != Fault::Portal && fault.host < Fault::Socks && !m_host && !m_proxy) {
         m_plain = plainServer();
         const int port = m_plain->serverPort();
         if (fault.host == Fault::Refused)
@@ -190,8 +200,9 @@ void Case::inject(const Step &step)
         const char *const name = fault.host == Fault::Unreachable ? "127.255.255.255" // for broadcasts only
                                  : m_nobody                       ? "127.0.0.1"
                                                                   : "localhost";
-        m_host = std::make_unique<ScopedEnvironment>("VELMORA_API_URL",
-                                                     hostAt(name, m_nobody ? port : environment.portal.port()));
+        m_host = std::make_unique<ScopedEnvironment>(
+            "VELMORA_API_URL",
+            QByteArray(name) + ':' + QByteArray::number(m_nobody ? port : environment.portal.port()));
     }
 }
 
@@ -219,20 +230,18 @@ void Case::waitForAll()
 {
     QElapsedTimer since;
     since.start();
-    QTimer tick; // for the time limit of subscriptions
-    tick.start(20);
     const bool finished = waitUntil(
         [&] {
             bool all = true;
             for (const auto &each : m_calls)
-                all = all && (each->isFinished() ||
-                              (!each->follows.empty() && (!each->mustEnd || each->muted) && since.elapsed() > 400));
+                all = all && (each.isFinished() ||
+                              (!each.follows.empty() && (!each.mustEnd || each.muted) && since.elapsed() > 400));
             return !api || all;
         },
         60000); // long enough for the slowest answer, "drip"
     for (const auto &each : m_calls) {
-        if (!finished && !each->isFinished() && (each->follows.empty() || each->mustEnd))
-            fail(each->name + " did not complete");
+        if (!finished && !each.isFinished() && (each.follows.empty() || each.mustEnd))
+            fail(each.name + " did not complete");
     }
 }
 
@@ -245,25 +254,23 @@ void Case::verify(const std::vector<Step> &steps)
         removable = removable && step.fault->disk != DiskCall::Remove;
     }
     std::size_t submits = 0;
-    const auto isTransfer = [](const auto &each) { return each->name.find("load") != string::npos; };
+    const auto isTransfer = [](const auto &each) { return each.name.find("load") != string::npos; };
     const auto transfers = std::count_if(m_calls.begin(), m_calls.end(), isTransfer);
     for (const auto &each : m_calls) {
-        submits += each->name == "submitNewJob";
-        failIf(m_strikes.fatal > 0 && transfers == 1 && isTransfer(each) && each->succeeded(),
-               each->name + " succeeded though the disk failed");
-        pieces = pieces || (each->name == "downloadFile" && each->failed);
-        failIf(harmless && each->follows.empty() && !each->succeeded() && each->code != refusals[each->name],
-               each->name + " failed with " + std::to_string(each->code));
-        const string wrong = each->verify ? each->verify(environment, each->succeeded() && !falseReplies) : "";
-        failIf(!wrong.empty(), each->name + ": " + wrong);
+        submits += each.name == "submitNewJob";
+        failIf(m_strikes.fatal > 0 && transfers == 1 && isTransfer(each) && each.succeeded(),
+               each.name + " succeeded though the disk failed");
+        pieces = pieces || (each.name == "downloadFile" && each.failed);
+        failIf(harmless && each.follows.empty() && !each.succeeded() && each.code != refusals[each.name],
+               each.name + " failed with " + std::to_string(each.code));
+        const string wrong = each.verify ? each.verify(environment, each.succeeded() && !falseReplies) : "";
+        failIf(!wrong.empty(), each.name + ": " + wrong);
     }
     failIf(environment.portal.jobCount() - m_jobsBefore > submits, "more jobs than submissions");
     failIf(removable && entries(path("tmp").c_str()) > 2, "temporary files left");
     if (removable)
         searchTargets(pieces);
     const Resources most = environment.most;
-    QTimer tick; // the portal's thread does not wake this event loop
-    tick.start(5);
     if (most.threads > 0 && !waitUntil([&] { return resources().fits(most); }, 5000))
         fail("left behind: " + std::to_string(resources().threads - most.threads) + " threads, " +
              std::to_string(resources().descriptors - most.descriptors) + " descriptors");
@@ -272,9 +279,8 @@ void Case::verify(const std::vector<Step> &steps)
 // A download that failed, and was not cancelled, keeps the pieces that it has received.
 void Case::searchTargets(bool pieces)
 {
-    QDirIterator each(QString::fromStdString(path("to")), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (each.hasNext()) {
-        const string name = QFileInfo(each.next()).fileName().toStdString();
+    for (const string &file : environment.folder.below("case/to")) {
+        const string name = file.substr(file.rfind('/') + 1);
         const bool isTarget = name.size() > 4 && name.find(".bin") + 4 == name.size();
         if (!isTarget && (!pieces || name.find("UNCONFIRMED_DOWNLOAD.") != 0))
             fail("left behind: " + name);
@@ -304,8 +310,14 @@ string Case::run(const std::vector<Step> &steps)
 {
     const ScopedEnvironment temporary("TMPDIR", QByteArray::fromStdString(path("tmp")));
     m_jobsBefore = environment.portal.jobCount();
+    QTimer tick; // other threads do not wake this event loop
+    tick.start(5);
     if (!prepare())
         return "cannot sign in";
+    std::unique_ptr<SecondSession> second;
+    if (m_hasSecond)
+        second.reset(new SecondSession{
+            environment, std::any_of(steps.begin(), steps.end(), [](const Step &each) { return each.fault->silent; })});
     for (const Step &step : steps) {
         if (!api)
             break;
@@ -324,9 +336,16 @@ string Case::run(const std::vector<Step> &steps)
     settle();
     destroy();
     m_strikes = restoreDisk();
+    if (second) {
+        second->stops = true;
+        failIf(!waitUntil([&] { return bool(second->ended); }, 70000), "the second session did not end");
+        failIf(!second->problem.empty(), second->problem);
+    }
+    second.reset();
     m_host.reset();
     m_distrust.reset();
     m_plain.reset();
+    m_proxy.reset();
     settle();
     verify(steps);
     searchForSecrets();

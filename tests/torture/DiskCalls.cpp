@@ -1,11 +1,8 @@
 #include "DiskCalls.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
-#include <cstdio>
 #include <mutex>
 
 #include <dlfcn.h>
@@ -155,18 +152,6 @@ int close(int descriptor)
 int rename(const char *from, const char *to) noexcept
 {
     return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : next<&::rename>("rename")(from, to);
-}
-
-int renameat2(int fromFolder, const char *from, int toFolder, const char *to, unsigned int flags) noexcept
-{
-    return ask({DiskCall::Rename, from, -1, 0, to}) > 0
-               ? -1
-               : next<&::renameat2>("renameat2")(fromFolder, from, toFolder, to, flags);
-}
-
-int link(const char *from, const char *to) noexcept
-{
-    return ask({DiskCall::Rename, from, -1, 0, to}) > 0 ? -1 : next<&::link>("link")(from, to);
 }
 
 int unlink(const char *path) noexcept

@@ -2,9 +2,6 @@
 
 #include "support/Parts.h"
 
-#include <QFile>
-#include <QTimer>
-
 using namespace Velmora;
 
 namespace Torture {
@@ -25,13 +22,6 @@ Operation refusable(int code, Operation operation)
         start(test);
     };
     return operation;
-}
-
-string read(const string &path)
-{
-    const DiskPause pause;
-    QFile file(QString::fromStdString(path));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : string();
 }
 
 void submit(Case &test, bool asText)
@@ -74,16 +64,17 @@ void download(Case &test)
 {
     const string deep = "to/" + string(100, 'a') + '/' + string(100, 'b') + '/' + string(100, 'c') + "/result.bin";
     const string targets[] = {"to/result.bin", "to/result.bin", "to/\u7d50\u679c \u00fc.bin", deep};
-    const string target = test.path(test.random.of(targets));
-    const string before = read(target);
-    const FileDownloadDetails file{target, {storedJob, storedFile, 0, 0, {}, false}};
+    const string target = test.random.of(targets), before = test.read(target);
+    const auto exists = [&test, target] { return QFileInfo::exists(QString::fromStdString(test.path(target))); };
+    const FileDownloadDetails file{test.path(target), {storedJob, storedFile, 0, 0, {}, false}};
     Call &call = test.call("downloadFile");
     call.echoes = true;
-    call.verify = [=](Environment &environment, bool succeeded) {
-        const string now = read(target);
+    call.verify = [=, &test, existed = exists()](Environment &environment, bool succeeded) {
+        const string now = test.read(target);
         if (now == environment.stored)
             return ""; // by this download, or by another one to the same target
-        return succeeded ? "success, but the target is another file" : now != before ? "the target was changed" : "";
+        const bool isOld = now == before && exists() == existed;
+        return succeeded ? "success, but the target is another file" : isOld ? "" : "the target was changed";
     };
     test.cancels.push_back([&test, file] { test.api->cancelDownload(file); });
     test.api->downloadFile(

@@ -1,27 +1,20 @@
 #pragma once
 
 // A case runs one or several operations of one session. Each meets a fault while the application performs an action.
-// The seed determines the whole case. `Case::run` verifies what must hold afterwards.
+// The seed determines the whole case. `Case::run` verifies what must hold afterwards. In every tenth case another
+// session works on a thread of its own.
 //
 // A case reads as OPERATION / FAULT / ACTION, as in "uploadFile / cut upload / destroy", steps joined by ", then ".
 // A new operation is a row of Operations.cpp, a new fault one of Faults.cpp, a new action one of Actions.cpp.
 
 #include "DiskCalls.h"
 #include "support/AnyCompletion.h"
-#include "support/Loopback.h"
+#include "support/ProxyServer.h"
+#include "support/TestFolder.h"
 
 #include "portal/Portal.h"
 
-#include <velmora/CloudAPI.h>
-
-#include <QTemporaryDir>
-
-#include <functional>
-#include <map>
-#include <memory>
 #include <random>
-#include <string>
-#include <vector>
 
 namespace Torture {
 
@@ -30,20 +23,13 @@ using namespace std::string_literals;
 using PortalFault = VelmoraPortal::Fault;
 using VelmoraPortal::FaultKind;
 
-class Random {
-public:
-    explicit Random(std::uint64_t seed)
-        : m_engine(seed)
-    {
-    }
-    /// 0 to count - 1.
-    std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(m_engine); }
+struct Random {
+    std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(engine); }
     bool chance(int percent) { return below(100) < std::size_t(percent); }
     template <class List> auto &of(List &list) { return list[below(std::size(list))]; }
     string bytes(std::size_t size);
 
-private:
-    std::mt19937_64 m_engine;
+    std::mt19937_64 engine;
 };
 
 /// What the process has in use.
@@ -68,17 +54,19 @@ struct DiskStrikes {
 void failDisk(const string &folder, const DiskFault &fault);
 DiskStrikes restoreDisk();
 
+VelmoraPortal::Options portalOptions();
+
 /// What all cases share: a trusted portal and a folder.
 struct Environment {
     Environment();
 
     LogCatcher log;
-    VelmoraPortal::Portal portal;
-    ScopedTrust trust;
-    ScopedEnvironment address;
-    QTemporaryDir folder;
-    Resources most; ///< that may be in use after a case; 0: not known yet
-    string stored;  ///< plain bytes of the file `storedJob`/`storedFile`, which comes in pieces
+    VelmoraPortal::Portal portal{portalOptions()};
+    ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
+    ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
+    TestFolder folder;
+    Resources most;                                          ///< that may be in use after a case; 0: not known yet
+    string stored = Random{std::mt19937_64(1)}.bytes(20000); ///< of the file `storedJob`/`storedFile`, in pieces
 };
 inline constexpr char storedJob[] = "job-wing0001", storedFile[] = "sim-1/torture.bin";
 
@@ -90,10 +78,10 @@ struct Call {
     bool failed = false;  ///< and was not cancelled
     bool echoes = false;  ///< its result is a copy of its argument
     bool emptied = true;  ///< the result was a default-constructed one, or there was none
-    string follows;       ///< a subscription's job: any number of messages and losses, and one end
+    string follows = {};  ///< a subscription's job: any number of messages and losses, and one end
     bool mustEnd = false; ///< a subscription that cannot be opened must report that
     bool muted = false;   ///< a finished subscription: no callback may run any more
-    std::function<const char *(Environment &, bool succeeded)> verify; ///< what is wrong at the end; empty: nothing
+    std::function<const char *(Environment &, bool succeeded)> verify = {}; ///< what is wrong; empty: nothing
 
     bool isFinished() const { return completions > 0; }
     bool succeeded() const { return code > 0 && code < 300; }
@@ -115,7 +103,7 @@ struct Fault {
     bool harmless = false;                       ///< the operation must succeed all the same
     bool silent = false;                         ///< no answer may ever come
     bool falseReply = false;                     ///< the service may report as done what it did not do
-    enum Host { Portal, Refused, Unreachable, NoTls, Distrusted } host = Portal;
+    enum Host { Portal, Refused, Unreachable, NoTls, Distrusted, Socks, Http, ProxyRefuses, ProxyCloses } host = Portal;
     bool socket = false; ///< for sockets only
     DiskCall disk = DiskCall::None;
     int error = 0; ///< errno of the disk, or `halfOnly`
@@ -154,17 +142,21 @@ public:
     std::unique_ptr<Velmora::CloudAPI> api;
     string job; ///< an id of the service's, not submitted
 
-    Call &call(const string &name);
-    string path(const string &name) const;
-    string write(const string &name, const string &bytes) const;
+    Call &call(const string &name) { return m_calls.emplace_back(Call{name}); }
+    string path(const string &name) const { return environment.folder.path("case/" + name); }
+    string write(const string &name, const string &bytes) const
+    {
+        return DiskPause(), environment.folder.write("case/" + name, bytes);
+    }
+    string read(const string &name) const { return DiskPause(), environment.folder.read("case/" + name); }
     void completed(Call &call, const Velmora::ApiError &error, bool emptied);
     void progressed(Call &call);
     void mute(const string &followed);           ///< the job's subscriptions so far have finished
     bool cannotOpen() const { return m_nobody; } ///< no socket any more
-    bool cannotAsk() const { return m_nobody || m_distrust; }
+    bool cannotAsk() const { return m_nobody || m_distrust || m_closes; }
     bool isDisturbed() const { return m_disturbed; }
     void destroy();
-    void fail(const string &reason);
+    void fail(const string &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
     void failIf(bool wrong, const string &reason) { wrong ? fail(reason) : void(); }
     std::map<string, int> uploads;              ///< how many of each file name
     std::map<string, Call *> followers;         ///< the latest `followJob` of each job
@@ -182,18 +174,20 @@ private:
     void searchTargets(bool pieces);
     void searchForSecrets();
 
-    QString m_folder;
     QObject m_timers; ///< the context of the case's timers
-    std::vector<std::unique_ptr<Call>> m_calls;
+    std::list<Call> m_calls;
     std::vector<Step> m_inCallback; ///< actions that wait for the next callback
     std::unique_ptr<ScopedEnvironment> m_host;
     std::unique_ptr<ScopedTrust> m_distrust;
     std::unique_ptr<QTcpServer> m_plain;
+    std::unique_ptr<ApplicationProxy> m_proxy;
     bool m_nobody = false;    ///< no socket can be opened any more
+    bool m_closes = false;    ///< nor anything be asked: the proxy closes every connection
     bool m_disturbed = false; ///< an action may have made an operation fail
     std::size_t m_jobsBefore = 0;
     DiskStrikes m_strikes;
-    string m_texts; ///< of all errors that the application received
+    const bool m_hasSecond; ///< another session, on another thread
+    string m_texts;         ///< of all errors that the application received
     string m_failure;
 };
 

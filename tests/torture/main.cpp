@@ -5,12 +5,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
-
-#include <cstdio>
-#include <map>
-
 using namespace Torture;
 
 namespace {
@@ -28,7 +22,7 @@ bool fits(const Operation &operation, const Fault &fault)
     return socket ? fault.socket || fault.host != Fault::Portal || !fault.portal || handshake : !fault.socket;
 }
 
-/// Every operation with every fault that it can meet and every action.
+/// Every operation with every fault that it can meet and every action. An operation's steps follow each other.
 std::vector<Step> matrix(const string &only)
 {
     std::vector<Step> all;
@@ -44,6 +38,34 @@ std::vector<Step> matrix(const string &only)
     return all;
 }
 
+/// The same steps by risk and operation. Seeds take the strata in turn: half of them transfers, a quarter sockets and
+/// sessions, a quarter the rest; in each, one operation after the other.
+class Strata {
+public:
+    explicit Strata(const std::vector<Step> &steps)
+    {
+        for (const Step &step : steps) {
+            const string first = step.operation->paths.front(), last = step.operation->paths.back();
+            auto &operations = m_strata[last == "storage" ? 0 : last == "socket" || first == "auth/login" ? 1 : 2];
+            if (operations.empty() || operations.back().front().operation != step.operation)
+                operations.emplace_back();
+            operations.back().push_back(step);
+        }
+    }
+    const Step &of(std::uint64_t number, Random &random) const
+    {
+        constexpr std::size_t turns[] = {0, 1, 0, 2};
+        std::uint64_t turn = number % 4;
+        while (m_strata[turns[turn]].empty())
+            turn = (turn + 1) % 4;
+        const auto &operations = m_strata[turns[turn]];
+        return random.of(operations[number / (turns[turn] == 0 ? 2 : 4) % operations.size()]);
+    }
+
+private:
+    std::vector<std::vector<Step>> m_strata[3];
+};
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -57,7 +79,7 @@ int main(int argc, char **argv)
     CLI::App line("Checks what the library promises. A case is OPERATION / FAULT / ACTION: the fault is injected, the\n"
                   "operation starts, and the application does the action before, during or after it.");
     line.add_option("--seed", first, "seed of the first case");
-    line.add_option("--cases", count, "number of cases");
+    line.add_option("--cases", count, "number of cases: half of them transfers, a quarter sockets and sessions");
     line.add_option("--steps", mostSteps, "operations in one case, at most");
     line.add_flag("--matrix", whole, "every operation with every fault and action, instead of --cases");
     line.add_option("--only", only, "only cases that contain the text, such as 'subscribeToJob / unreachable'");
@@ -65,6 +87,7 @@ int main(int argc, char **argv)
     line.add_flag("--verbose", verbose, "print each case");
     CLI11_PARSE(line, argc, argv);
     const std::vector<Step> rows = matrix(only);
+    const Strata strata(rows);
     count = whole ? rows.size() : count;
 
     if (count == 0 || rows.empty()) {
@@ -83,7 +106,7 @@ int main(int argc, char **argv)
     for (std::uint64_t i = 0; i < count + warmUp; ++i) {
         const bool warming = i < warmUp;
         const std::uint64_t seed = warming ? i : first + i - warmUp;
-        Random random(seed);
+        Random random{std::mt19937_64(seed)};
         std::vector<Step> steps;
         if (warming)
             steps = {{&operations().end()[int(seed) - int(warmUp)], &faults().front(), &actions().front()}};
@@ -91,20 +114,17 @@ int main(int argc, char **argv)
             steps = {rows[i - warmUp]};
         else
             for (std::size_t left = 1 + random.below(std::max<std::size_t>(1, mostSteps)); left > 0; --left)
-                steps.push_back(random.of(rows));
+                steps.push_back(strata.of(seed + steps.size(), random));
         if (verbose && !warming)
             std::printf("seed %s: %s\n", std::to_string(seed).c_str(), Case::describe(steps).c_str());
         if (inEnvironment > 100) // the jobs and files of many operations make the listings long
             environment.reset(), environment = std::make_unique<Environment>(), inEnvironment = 0;
         inEnvironment += steps.size();
         environment->most = warming ? Resources() : most;
-        string wrong;
-        bool tookEffect = false;
-        {
-            Case test(*environment, seed);
-            wrong = test.run(steps);
-            tookEffect = test.strikes() > 0;
-        }
+        std::optional<Case> test{std::in_place, *environment, seed};
+        const string wrong = test->run(steps);
+        const bool tookEffect = test->strikes() > 0;
+        test.reset();
         if (warming)
             most = {std::max(most.threads, resources().threads), std::max(most.descriptors, resources().descriptors)};
         if (i + 1 == warmUp) // and some more for the threads on which Qt looks up host names

@@ -4,9 +4,6 @@
 #include "storage/WorkingFile.h"
 #include "transfer/PieceName.h"
 
-#include <QScopeGuard>
-#include <QSemaphore>
-
 namespace {
 
 TEST_F(TransferTest, download_piecesInAnyOrderAndForm_joinsThemByNumber)
@@ -34,8 +31,7 @@ TEST_F(TransferTest, download_piecesInAnyOrderAndForm_joinsThemByNumber)
         size += stored[path].size();
     }
     list(chunks);
-    downloadAndWait(wanted());
-    down.expect(200, "Download Success");
+    expectDownload(wanted());
     EXPECT_TRUE(read("to/res.dat") == whole);
     EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
     EXPECT_EQ(QFile::permissions(qt("to/res.dat")), permissions);
@@ -65,14 +61,13 @@ TEST_F(TransferTest, download_workingNameInUse_takesAnother)
     for (const char *path : {"/s/p0", "/s/p1"})
         faults[path] = answer(200, stored[path]).paused(700000);
     CloudAPI other; // another session; a lock does not distinguish it from another process
-    other.logUserIn("a@b", "p", "", {});
-    ASSERT_TRUE(waitUntil([&] { return other.isUserLoggedIn(); }));
+    ASSERT_TRUE(signIn(other));
     Transfer<FileDownloadDetails> second;
     download(wanted("to/one", "a/res.dat"));
     ASSERT_TRUE(waitForFiles([&] { return read("to/" + first).size() > 100000; }));
     other.downloadFile(wanted("to/two", "b/res.dat"), second.progressed(), second.completed());
     ASSERT_TRUE(waitForFiles([&] { return read("to/" + name + ".2.VELMORA").size() > 100000; }));
-    ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 2; }));
+    ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 2));
     EXPECT_GT(read("to/" + first).size(), 100000) << "left alone";
     loopback.server.resume();
     ASSERT_TRUE(down.wait() && second.wait());
@@ -112,7 +107,7 @@ TEST_F(TransferTest, download_diskTakesNothing_holdsTheSenderUp)
             for (int i = 0; i < pool.maxThreadCount(); ++i)
                 startOnPool(&pool, [end] { end->acquire(); });
             download(wanted(fails ? "res.dat/below a file" : "res.dat"));
-            ASSERT_TRUE(waitUntil([&] { return down.progress > 900 * 1024; }));
+            ASSERT_TRUE(EVENTUALLY(down.progress > 900 * 1024));
             EXPECT_FALSE(waitUntil([&] { return down.progress > mebibyte; }, 300)) << "memory is bounded";
         }
         ASSERT_TRUE(down.wait());
@@ -122,27 +117,22 @@ TEST_F(TransferTest, download_diskTakesNothing_holdsTheSenderUp)
     EXPECT_TRUE(read("res.dat") == content);
 }
 
-TEST_F(TransferTest, download_targetNotWritable_fails)
+TEST_F(TransferTest, download_targetNotWritableOrInUse_fails)
 {
     list({piece(pieceName(1), "content")});
-    QDir(folder.path()).mkpath("to/res.dat"); // a folder
-    write("file", "x");
-    for (const std::string &target : {at("to/res.dat"), std::string(), at("file/below/res.dat")}) {
+    write("folder/x", "x");
+    for (const std::string &target : {at("folder"), std::string(), at("folder/x/below/res.dat")}) {
         downloadAndWait({target, wanted().cloudFileDetails});
         down.expect(400, "Unable to write to target file");
     }
-}
-
-TEST_F(TransferTest, download_targetInUse_isRefusedInsideTheCall)
-{
+    down = {};
     faults["/s/"] = silence();
-    list({piece(pieceName(1), "content")});
     download(wanted());
     for (const FileDownloadDetails &second : {wanted(), wanted("to/../to/res.dat", "another")}) {
         Transfer<FileDownloadDetails> late;
         api->downloadFile(second, late.progressed(), late.completed());
-        EXPECT_EQ(late.completions, 1);
-        late.expect(400, "Unable to Initiate Download", "");
+        EXPECT_EQ(late.completions, 1) << "inside the call";
+        late.expect(400, "Unable to Initiate Download");
     }
     EXPECT_EQ(down.completions, 0);
     EXPECT_TRUE(api->cancelDownload(wanted()));

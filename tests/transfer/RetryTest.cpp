@@ -53,8 +53,7 @@ Reply rest(const QByteArray &tag = etag, int shift = 0, const char *total = "%1"
         return answer(206, bytes.mid(from), "x/y", tagged(tag) + "Content-Range: " + range.toLatin1() + "\r\n");
     };
 }
-class RetryTest : public TransferTest {
-protected:
+struct RetryTest : TransferTest {
     RetryTest()
     {
         loopback.server.setHandler([this](const ReceivedRequest &request) {
@@ -130,8 +129,7 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
         const int before = loopback.server.requests().size();
         const qint64 listed = seen(listPath);
         partsOf(*api).grants.forget();
-        downloadAndWait(wanted());
-        down.expect(code, code < 300 ? "Download Success" : "Unable to download file", message);
+        expectDownload(wanted(), code, message);
         EXPECT_TRUE(code >= 300 || read("to/res.dat") == contents[0] + contents[1] + contents[2]) << "a wrong file";
         bool asExpected = false;
         for (const char *path : {"/s/p0", "/s/p2"}) {
@@ -214,15 +212,14 @@ TEST_F(RetryTest, upload_breaks_startsAgain)
     };
     script = {{addressPath, {until({3000000, {}, Interruption::Resets}), until({1 << 30, {}})}}};
     write("f", noise(6000000));
-    uploadAndWait(path);
-    up.expect(204);
+    expectUpload(path);
 }
 
 // What a piece wrote into a joined file is taken back, and nothing before it.
 TEST_F(RetryTest, sink_startsAgainBehindOtherPieces_leavesThemAlone)
 {
     const QByteArray content = noise(2000000), cipher = crypt(content, true);
-    const auto file = std::make_shared<WorkingFile>(folder.path(), "x");
+    const auto file = std::make_shared<WorkingFile>(folder.root(), "x");
     ASSERT_TRUE(file->open() && file->write("before", 6));
     QThreadPool pool;
     const auto sink = std::make_shared<Sink>(file, key);
@@ -271,7 +268,7 @@ TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
     QThreadPool pool;
     const QByteArray cipher = crypt("content", true);
     for (const QByteArray &bad : {QByteArray(), QByteArray(33, 'k'), QByteArray("another")}) {
-        const auto file = std::make_shared<WorkingFile>(folder.path(), "x");
+        const auto file = std::make_shared<WorkingFile>(folder.root(), "x");
         const auto sink = std::make_shared<Sink>(file, bad);
         sink->begin(&pool, {});
         EXPECT_EQ(sink->put(cipher.constData(), std::size_t(cipher.size())), Sink::State::Taken);
@@ -280,7 +277,7 @@ TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
         EXPECT_EQ(read("UNCONFIRMED_DOWNLOAD.x.VELMORA"), "");
         EXPECT_FALSE(sink->isUnwritable());
     }
-    const auto abandoned = std::make_shared<Sink>(std::make_shared<WorkingFile>(folder.path(), "y"), key);
+    const auto abandoned = std::make_shared<Sink>(std::make_shared<WorkingFile>(folder.root(), "y"), key);
     abandoned->begin(&pool, {});
     abandoned->put(cipher.constData(), std::size_t(cipher.size()));
     abandoned->abandon();
@@ -300,7 +297,7 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
     const auto remove = [&](const char *name) {
         bool done = false;
         api->deleteFile({"J1", "", name}, [&done](const ApiError &, const DeleteFileDetails &) { done = true; });
-        ASSERT_TRUE(waitUntil([&] { return done; }));
+        ASSERT_TRUE(EVENTUALLY(done));
     };
     const auto listAll = [&](bool all) {
         int files = -1;
@@ -333,8 +330,7 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
         SCOPED_TRACE(name);
         act();
         const qint64 before[] = {seen(keyPath), seen(addressPath), seen(listPath)};
-        uploadAndWait(path);
-        up.expect(204);
+        expectUpload(path);
         get();
         down.expect(200, "Download Success");
         EXPECT_EQ(seen(keyPath) - before[0], keys);
@@ -348,7 +344,7 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
     script[keyPath] = {always(silence())};
     up = {};
     upload(path);
-    ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 1; }));
+    ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 1));
     logIn("d@e");
     upload(path);
     EXPECT_TRUE(up.wait(1));
@@ -377,7 +373,7 @@ TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
         down = {};
         partsOf(*api).grants.forget();
         download(wanted());
-        ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 6; }));
+        ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 6));
         for (int number = 6; number < 8; ++number) {
             QJsonObject chunk = chunks[number].toObject();
             chunk["uri"] = url(QStringLiteral("/s/p%1?fresh").arg(number));
@@ -419,7 +415,7 @@ TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
     FileDownloadDetails large = wanted();
     large.cloudFileDetails.fileSize = 3000000;
     download(large);
-    ASSERT_TRUE(waitUntil([&] { return down.progress > 1000000; }));
+    ASSERT_TRUE(EVENTUALLY(down.progress > 1000000));
     now += 1800000 - 20; // 20 ms are left, and the first one, which stops, keeps its turn for longer
     Transfer<FileDownloadDetails> second;
     api->downloadFile(wanted("to/second", "another"), second.progressed(), second.completed());

@@ -3,13 +3,10 @@
 #include "support/ProxyServer.h"
 #include "transfer/TransferFixture.h"
 
-#include <QNetworkProxy>
-
 namespace {
 
 constexpr auto failed = "File Failed to Upload", refused = R"({"message":"no way"})";
-class StorageTest : public TransferTest {
-protected:
+struct StorageTest : TransferTest {
     ScriptedServer &server = loopback.server;
 };
 
@@ -62,19 +59,16 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
             const int connection = reused ? server.requests().last().connection : 0;
             const qint64 before = seen("/s/up");
             faults = {{"/s/up", scripted}, {"/s/p0", scripted}};
-            uploadAndWait(path);
-            up.expect(sentCode, sentCode < 300 ? "" : failed, sentMessage);
+            expectUpload(path, sentCode, sentMessage);
             EXPECT_EQ(seen("/s/up"), before + 1) << "no body is sent twice";
             EXPECT_TRUE(!reused || server.requests().last().connection == connection) << "this proves nothing";
         }
         write("to/res.dat", "old");
-        downloadAndWait(wanted());
-        down.expect(code, code < 300 ? "Download Success" : "Unable to download file", message);
+        expectDownload(wanted(), code, message);
         EXPECT_TRUE(read("to/res.dat") == (code < 300 ? content : "old"));
-        ASSERT_TRUE(!scripted.close || waitUntil([this] { return server.openConnections() <= 1; }));
+        ASSERT_TRUE(!scripted.close || EVENTUALLY(server.openConnections() <= 1));
         faults.clear();
-        uploadAndWait(path);
-        up.expect(204);
+        expectUpload(path);
     }
 }
 
@@ -86,14 +80,12 @@ TEST_F(StorageTest, refusal_beforeTheWholeBody_isReportedWhateverFollows)
             for (int round = 0; round < 5; ++round) {
                 SCOPED_TRACE(testing::Message() << "end " << end << " after " << after);
                 server.interrupt("/s/up", {after, answer(413, refused), end});
-                uploadAndWait(path);
-                up.expect(413, failed, "no way");
+                expectUpload(path, 413, "no way");
             }
         }
     }
     server.interrupt("/s/up", {0, answer(200, "{}"), Interruption::Closes});
-    uploadAndWait(path);
-    up.expect(400, failed, "");
+    expectUpload(path, 400);
     EXPECT_EQ(seen("/s/up"), 0);
 }
 
@@ -124,13 +116,13 @@ TEST_F(StorageTest, source_changesWhileItIsRead_failsAndIsNeverWhole)
         server.interrupt("/s/up", {});
         up = {};
         upload(path);
-        ASSERT_TRUE(waitUntil([&] { return server.interrupted() == 1 && up.progress > 0; })) << up.error.errorMessage;
+        ASSERT_TRUE(EVENTUALLY(server.interrupted() == 1 && up.progress > 0)) << up.error.errorMessage;
         apply();
         server.readOn();
         ASSERT_TRUE(up.wait());
         up.expect(400, failed, "changed while it was being uploaded");
         up.expect(400, failed, QDir::toNativeSeparators(qt("f")).toStdString());
-        EXPECT_TRUE(waitUntil([this] { return server.openConnections() <= 1; })) << "the service's own stays";
+        EXPECT_TRUE(EVENTUALLY(server.openConnections() <= 1)) << "the service's own stays";
         EXPECT_EQ(seen("/s/up"), 0);
     }
     now += 3600000;
@@ -159,8 +151,7 @@ TEST_F(StorageTest, request_anyAddress_goesOutByteForByte)
     for (const auto &[uri, target] : rows) {
         now += 3600000; // asks for the address again
         address = {{"uri", url(QString::fromUtf8(uri))}, {"headers", QJsonObject{{"X-Empty", ""}, {"Expect", "x"}}}};
-        uploadAndWait(path);
-        up.expect(204);
+        expectUpload(path);
         EXPECT_EQ(server.requests().last().head, "POST " + target + " HTTP/1.1\r\nHost: " + server.host() +
                                                      "\r\nUser-Agent: Velmora/" VELMORA_VERSION
                                                      "\r\nX-Empty:\r\nContent-Type: application/octet-stream\r\n"
@@ -169,8 +160,7 @@ TEST_F(StorageTest, request_anyAddress_goesOutByteForByte)
     for (const char *bad : {"https://", "https://ada:pw@127.0.0.1:1/", "ftp://127.0.0.1/", "//127.0.0.1/", ""}) {
         now += 3600000;
         address = {{"uri", bad}};
-        uploadAndWait(path);
-        up.expect(400, failed, "address");
+        expectUpload(path, 400, "address");
     }
     now += 3600000;
     for (const bool usable : {false, true}) { // one that is none is not kept
@@ -186,43 +176,26 @@ TEST_F(StorageTest, environment_namesProxiesAndSecrets_isNotRead)
     for (const char *name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
         set.emplace_back(name, "http://127.0.0.1:1");
     set.emplace_back("SSLKEYLOGFILE", qt("secrets").toUtf8());
-    set.emplace_back("HOME", folder.path().toUtf8());
+    set.emplace_back("HOME", folder.root().toUtf8());
     write(".netrc", "machine 127.0.0.1 login ada password pw\n");
-    uploadAndWait(write("f", noise(10)));
-    up.expect(204);
+    expectUpload(write("f", noise(10)));
     EXPECT_FALSE(server.requests().last().head.contains("uthorization"));
     EXPECT_EQ(read("secrets"), "");
 }
 
 TEST_F(StorageTest, proxy_ofTheApplication_isAskedByName)
 {
-    const QNetworkProxy before = QNetworkProxy::applicationProxy();
-    QSslConfiguration careless = QSslConfiguration::defaultConfiguration();
-    careless.setPeerVerifyMode(QSslSocket::VerifyNone); // the certificate is for another name
-    QSslConfiguration::setDefaultConfiguration(careless);
     for (const bool socks : {true, false}) {
-        ProxyServer proxy(socks);
-        ProxyDefinition definition;
-        definition.proxyType = socks ? 0 : 1;
-        definition.proxyHost = "127.0.0.1";
-        definition.proxyPort = proxy.serverPort();
-        definition.proxyUser = "ada";
-        definition.proxyPassword = "p:w";
-        api->applyProxy(definition);
+        const ApplicationProxy proxy(server.serverPort(), socks);
         const QByteArray name = "storage.velmora.example:" + QByteArray::number(server.serverPort());
         address = {{"uri", QString("https://" + name + "/s/up")}};
-        uploadAndWait(write("f", noise(mebibyte)));
-        up.expect(204);
+        expectUpload(write("f", noise(mebibyte)));
         EXPECT_TRUE(proxy.asked().contains(name));
-        definition.proxyPassword = "wrong";
-        api->applyProxy(definition);
-        uploadAndWait(at("f"));
-        up.expect(400, failed, socks ? "127.0.0.1" : "roxy");
-        proxy.close();
-        uploadAndWait(at("f"));
-        up.expect(400, failed, "No connection to " + name.toStdString() + " by the proxy 127.0.0.1: ");
+        api->applyProxy({"127.0.0.1", "ada", "wrong", proxy.serverPort(), socks ? 0 : 1});
+        expectUpload(at("f"), 400, socks ? "127.0.0.1" : "roxy");
+        api->applyProxy({"127.0.0.1", "ada", "p:w", 1, socks ? 0 : 1});
+        expectUpload(at("f"), 400, "No connection to " + name.toStdString() + " by the proxy 127.0.0.1: ");
     }
-    QNetworkProxy::setApplicationProxy(before);
 }
 
 TEST_F(StorageTest, upload_othersHang_completes)
@@ -238,7 +211,7 @@ TEST_F(StorageTest, upload_othersHang_completes)
         hang(QStringLiteral("hang%1").arg(i), 100);
         hang(QStringLiteral("large%1").arg(i), 8 * mebibyte);
     }
-    ASSERT_TRUE(waitUntil([&] { return seen("/s/up/hang") > 9 && server.interrupted() > 5; }));
+    ASSERT_TRUE(EVENTUALLY(seen("/s/up/hang") > 9 && server.interrupted() > 5));
     for (int i = 0; i < 50; ++i)
         upload(write(QStringLiteral("f%1").arg(i), noise(i * 1000)));
     EXPECT_TRUE(up.wait(50));
@@ -306,7 +279,7 @@ TEST_F(StorageTest, cancelAndDestroy_atAnyMoment_completeOnceOrNever)
                     up.expect(400, "Upload Cancelled", "The upload of this file was cancelled.");
             }
             server.readOn();
-            EXPECT_TRUE(waitUntil([this] { return server.openConnections() <= 1; })) << "not ended";
+            EXPECT_TRUE(EVENTUALLY(server.openConnections() <= 1)) << "not ended";
             settle();
             EXPECT_EQ(up.completions, destroys ? before : 3);
             EXPECT_EQ(down.completions, destroys ? 0 : 1);

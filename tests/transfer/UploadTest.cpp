@@ -18,8 +18,7 @@ TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
         address["uri"] = url("/s/up/#urlEncodedFileName#?n=#fileSize#");
         address["headers"] = QJsonObject{{"X-Name", "<#fileName#>"}};
         const LogCatcher log;
-        uploadAndWait(path);
-        up.expect(204);
+        expectUpload(path);
         EXPECT_NE(log.text().find(multipart ? "Started with multipart:" : "Started with stream data:"),
                   std::string::npos);
 
@@ -80,14 +79,14 @@ TEST_F(TransferTest, sharedRequest_allItsTransfersCancelled_isAbortedAndAskedAne
         down = {};
         for (int i = 0; i < 2; ++i)
             uploads ? upload(paths[i]) : download(targets[i]);
-        ASSERT_TRUE(waitUntil([&] { return loopback.server.pausing() == 1; })) << hung;
+        ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 1)) << hung;
         const int open = loopback.server.openConnections();
         for (int i = 0; i < 2; ++i) {
             settle();
             EXPECT_EQ(loopback.server.openConnections(), open) << "somebody still waits for " << hung;
             EXPECT_TRUE(uploads ? api->cancelUpload({paths[i], "J1", 0}) : api->cancelDownload(targets[i]));
         }
-        EXPECT_TRUE(waitUntil([&] { return loopback.server.openConnections() < open; })) << hung;
+        EXPECT_TRUE(EVENTUALLY(loopback.server.openConnections() < open)) << hung;
         EXPECT_EQ(seen(hung), before + 1);
         faults.clear();
         uploads ? upload(paths[0]) : download(targets[0]);

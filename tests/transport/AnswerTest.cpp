@@ -3,9 +3,7 @@
 #include "support/ProxyServer.h"
 #include "transport/Operations.h"
 
-#include <QNetworkProxy>
 #include <QSignalSpy>
-#include <QtEndian>
 
 #include <zlib.h>
 
@@ -146,7 +144,7 @@ TEST_F(TransportTest, answer_behindAnInformationalOne_isNotTakenForTheNextReques
     server.resume();
     ASSERT_TRUE(wait(done));
     EXPECT_EQ(done.result[QLatin1String("jobId")], QJsonValue(QLatin1String("own")));
-    EXPECT_TRUE(waitUntil([this] { return log.text().find("Cleared") != std::string::npos; }));
+    EXPECT_TRUE(EVENTUALLY(log.text().find("Cleared") != std::string::npos));
     settle();
     EXPECT_EQ(partsOf(*api).rest.findChildren<QNetworkAccessManager *>().size(), 1) << "the other one is released";
 }
@@ -164,25 +162,6 @@ TEST_F(TransportTest, answer_growingBeyondItsLimit_endsBeforeItsEnd)
     }
 }
 
-/// The application's proxy.
-struct ApplicationProxy : ProxyServer {
-    ApplicationProxy(const ScriptedServer &server, bool socks, int closing)
-        : ProxyServer(socks, closing)
-        , address("VELMORA_API_URL", "portal.velmora.example:" + QByteArray::number(server.serverPort()))
-    {
-        QNetworkProxy::setApplicationProxy({socks ? QNetworkProxy::Socks5Proxy : QNetworkProxy::HttpProxy,
-                                            QStringLiteral("127.0.0.1"), serverPort(), QStringLiteral("ada"),
-                                            QStringLiteral("p:w")});
-        QSslConfiguration anyHost = QSslConfiguration::defaultConfiguration(); // restored by the fixture
-        anyHost.setPeerVerifyMode(QSslSocket::VerifyNone);
-        QSslConfiguration::setDefaultConfiguration(anyHost);
-    }
-    ~ApplicationProxy() override { QNetworkProxy::setApplicationProxy(before); }
-
-    const QNetworkProxy before = QNetworkProxy::applicationProxy();
-    const ScopedEnvironment address; // Qt uses no proxy for a loopback address
-};
-
 TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsOrDelaysTheRequest)
 {
     partsOf(*api).rest.setProxyWatchInterval(50);
@@ -191,7 +170,7 @@ TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsOrDelaysTheRequest)
         const int before = server.requests().size();
         for (const char *name : {"submitNewJob", "getUsersFileList", "untagJob"}) {
             SCOPED_TRACE(testing::Message() << name << socks << ends);
-            const ApplicationProxy proxy(server, socks, closing);
+            const ApplicationProxy proxy(server.serverPort(), socks, closing);
             run(name);
             expect(ends ? 0 : 200);
             if (ends) {
@@ -209,7 +188,7 @@ TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsOrDelaysTheRequest)
 TEST_F(TransportTest, proxy_andASlowService_isNoReasonToEndTheRequest)
 {
     partsOf(*api).rest.setProxyWatchInterval(20);
-    const ApplicationProxy proxy(server, false, 0);
+    const ApplicationProxy proxy(server.serverPort(), false);
     for (const char *name :
          {"getUsersFileList", "submitNewJob", "getUsersFileList"}) { // later ones reuse the connection
         server.next(answer(200, "[]").paused());
@@ -225,7 +204,7 @@ TEST_F(TransportTest, proxy_andASlowService_isNoReasonToEndTheRequest)
         EXPECT_EQ(done.error.errorCode, 200) << name;
     }
     EXPECT_GE(proxy.connections(), 1);
-    EXPECT_TRUE(waitUntil([this] { return networkOf(*api).findChildren<QNetworkReply *>().isEmpty(); }));
+    EXPECT_TRUE(EVENTUALLY(networkOf(*api).findChildren<QNetworkReply *>().isEmpty()));
 }
 
 } // namespace

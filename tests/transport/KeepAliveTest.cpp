@@ -2,8 +2,6 @@
 
 #include "transport/SessionFixture.h"
 
-#include <QCoreApplication>
-
 #include <thread>
 
 namespace {
@@ -46,13 +44,13 @@ TEST_F(KeepAliveTest, renewalFailing_pausesGrowAndWaitingEndsAtLast)
     ASSERT_NO_FATAL_FAILURE(renewAndAsk(silence(), asked));
     session().setPauseUnit(1000);
     for (const int pause : {1, 2, 4, 8, 16, 30, 30}) {
-        ASSERT_TRUE(waitUntil([&] { return sessionTimer("pause")->isActive(); }));
+        ASSERT_TRUE(EVENTUALLY(sessionTimer("pause")->isActive()));
         EXPECT_EQ(sessionTimer("pause")->interval(), pause * 1000);
         settle();
         EXPECT_EQ(asked[1].calls, pause >= 4 ? 1 : 0) << pause;
         server.next(pause == 1 ? silence() : answer(500)); // in all, they wait for more than a second
         sessionTimer("pause")->start(0);
-        ASSERT_TRUE(waitUntil([&] { return !sessionTimer("pause")->isActive(); }));
+        ASSERT_TRUE(EVENTUALLY(!sessionTimer("pause")->isActive()));
     }
     EXPECT_EQ(asked[0].error.errorCode, 0);
     EXPECT_EQ(server.requests().last().target, "/api/auth/refresh");
@@ -109,7 +107,7 @@ TEST_F(KeepAliveTest, waitingUploadIsCancelled_sendsNothing)
     EXPECT_TRUE(api->cancelUpload(file));
     EXPECT_EQ(done.calls, 1);
     server.resume();
-    ASSERT_TRUE(waitUntil([this] { return log.lines().last().endsWith(QLatin1String("Cleared")); }));
+    ASSERT_TRUE(cleared());
     EXPECT_EQ(sent("POST", "/api/job/key"), 0);
 }
 

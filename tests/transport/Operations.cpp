@@ -55,19 +55,14 @@ void TransportTest::logIn(int expiresIn)
 
 int TransportTest::sent(const QByteArray &verb, const QByteArray &target) const
 {
-    int count = 0;
-    for (const ReceivedRequest &request : server.requests())
-        count += request.verb == verb && request.target == target;
-    return count;
+    return int(std::count_if(server.requests().begin(), server.requests().end(),
+                             [&](const auto &each) { return each.verb == verb && each.target == target; }));
 }
 
 const Operation &operation(const char *name)
 {
-    for (const Operation &each : operations()) {
-        if (QByteArray(each.name) == name)
-            return each;
-    }
-    qFatal("no operation %s", name);
+    return *std::find_if(operations().begin(), operations().end(),
+                         [=](const Operation &each) { return QByteArray(each.name) == name; });
 }
 
 /// The member function with these arguments and a completion behind them.

@@ -9,12 +9,6 @@
 #include "support/Loopback.h"
 #include "support/Parts.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <ostream>
-#include <vector>
-
 /// What a completion callback received.
 struct Completion {
     int calls = 0;
@@ -24,13 +18,12 @@ struct Completion {
 };
 
 struct Into : AnyCompletion {
-    /// Null: an empty callback.
+    Into() = default; ///< an empty callback
     explicit Into(Completion *to)
+        : AnyCompletion{[to](const auto &error, const auto &result, bool isDefault) {
+            *to = {to->calls + 1, error, result, isDefault};
+        }}
     {
-        if (to)
-            received = [to](const Velmora::ApiError &error, const QJsonValue &result, bool isDefault) {
-                *to = {to->calls + 1, error, result, isDefault};
-            };
     }
 };
 
@@ -64,8 +57,7 @@ QByteArray tokens(int expiresIn, const QByteArray &id = idToken);
 
 /// A session against a scripted server. A warning of Qt fails the test, except one that the tests cause on purpose: by
 /// a body that cannot be sent again.
-class TransportTest : public testing::Test {
-protected:
+struct TransportTest : testing::Test {
     void TearDown() override;
     /// Calls the operation and waits for its completion.
     void run(const Operation &operation);
@@ -78,18 +70,9 @@ protected:
         EXPECT_EQ(done.error.errorTitle, title);
         EXPECT_EQ(done.error.errorMessage, message);
     }
-    bool wait(const Completion &completion)
-    {
-        return waitUntil([&] { return completion.calls > 0; });
-    }
-    bool seen(int requests)
-    {
-        return waitUntil([=] { return server.requests().size() == requests; });
-    }
-    bool pausing()
-    {
-        return waitUntil([this] { return server.pausing() == 1; });
-    }
+    bool wait(const Completion &completion) { return EVENTUALLY(completion.calls > 0); }
+    bool seen(int requests) { return EVENTUALLY(server.requests().size() == requests); }
+    bool pausing() { return EVENTUALLY(server.pausing() == 1); }
 
     LogCatcher log;
     Loopback loopback;

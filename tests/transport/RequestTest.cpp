@@ -6,8 +6,7 @@ using namespace Velmora;
 
 namespace {
 
-class OperationTest : public TransportTest, public testing::WithParamInterface<Operation> {
-protected:
+struct OperationTest : TransportTest, testing::WithParamInterface<Operation> {
     const Operation &subject = GetParam();
     const bool login = subject.path == "auth/login" || subject.path == "auth/refresh";
     const bool deletion = subject.path.startsWith("job/files/J1/"); // returns the file, whatever the outcome
@@ -47,8 +46,8 @@ TEST_P(OperationTest, request_loggedOut_hasItsBytesResultAndLogLines)
                                                             "Cloud API: Network Manager Cleared")
                                                  .arg(QLatin1String(started)));
     log.clear();
-    subject.call(*api, Into{nullptr}); // is not called
-    EXPECT_TRUE(waitUntil([this] { return log.text().find("Manager Cleared") != std::string::npos; }));
+    subject.call(*api, {}); // an empty callback
+    EXPECT_TRUE(EVENTUALLY(log.text().find("Manager Cleared") != std::string::npos));
     settle();
     EXPECT_EQ(server.requests().size(), 2);
 }

@@ -8,8 +8,7 @@ using namespace Velmora;
 
 namespace {
 
-class SessionTest : public TransportTest {
-protected:
+struct SessionTest : TransportTest {
     int renewals() const { return sent("POST", "/api/auth/refresh"); }
     QTimer *timer() { return renewalTimerOf(*api); }
     /// Makes the renewal due now.
@@ -18,14 +17,12 @@ protected:
         server.next(reply);
         const int before = renewals();
         timer()->start(0);
-        ASSERT_TRUE(waitUntil([&] { return renewals() == before + 1; }));
+        ASSERT_TRUE(EVENTUALLY(renewals() == before + 1));
     }
     void keepAlive(int answerTimeout = 0)
     {
-        ClientOptions options;
-        options.keepAlive = true;
-        options.answerTimeout = answerTimeout;
-        api->setClientOptions(options);
+        setOptions(*api,
+                   [=](ClientOptions &options) { options.keepAlive = true, options.answerTimeout = answerTimeout; });
         session().setPauseUnit(1);
     }
     Session &session() { return partsOf(*api).session; }
@@ -45,10 +42,8 @@ protected:
         run("getJobDetails");
         return server.requests().last().header("Authorization");
     }
-    bool waitForLogin()
-    {
-        return waitUntil([this] { return api->isUserLoggedIn(); });
-    }
+    bool waitForLogin() { return EVENTUALLY(api->isUserLoggedIn()); }
+    bool cleared() { return EVENTUALLY(log.lines().last().endsWith(QLatin1String("Cleared"))); }
 };
 
 } // namespace

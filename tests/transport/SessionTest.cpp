@@ -2,7 +2,6 @@
 
 #include "transport/SessionFixture.h"
 
-#include <QNetworkProxy>
 #include <QSignalSpy>
 
 namespace {
@@ -26,7 +25,7 @@ TEST_F(SessionTest, session_endedInAnyWay_isNotRenewed)
             EXPECT_EQ(done.error.errorMessage, "Wrong password");
         } else if (end == RenewalRefused) {
             renew(refusal);
-            ASSERT_TRUE(waitUntil([this] { return log.lines().last().endsWith(QLatin1String("Cleared")); }));
+            ASSERT_TRUE(cleared());
         } else {
             api->clearActiveAccount();
         }
@@ -53,6 +52,9 @@ TEST_F(SessionTest, login_anyLifetime_renewsFiveSecondsBeforeItsEnd)
         logIn(lifetime);
         EXPECT_FALSE(timer()->isActive()) << lifetime;
     }
+    keepAlive();
+    logIn(4);
+    EXPECT_EQ(timer()->interval(), 2000);
 }
 
 TEST_F(SessionTest, renewal_underWay_sendsNoTokenAndKeepsTheRefreshToken)
@@ -75,7 +77,7 @@ TEST_F(SessionTest, sessionChanges_inOrder_fromACleanStack)
     const auto note = [&](const ApiError &) { changes += "completed "; };
     api->onSessionChanged([&](SessionChange change) { changes += std::to_string(int(change)) + ' '; });
     const auto expect = [&](const std::string &expected) {
-        EXPECT_TRUE(waitUntil([&] { return changes == expected; })) << changes << "; not " << expected;
+        EXPECT_TRUE(EVENTUALLY(changes == expected)) << changes << "; not " << expected;
         settle();
         EXPECT_EQ(std::exchange(changes, {}), expected);
     };
@@ -107,7 +109,7 @@ TEST_F(SessionTest, sessionChanges_inOrder_fromACleanStack)
     expect("1 ");
     api->onSessionChanged([&](SessionChange) { api.reset(); });
     api->clearActiveAccount();
-    EXPECT_TRUE(waitUntil([this] { return !api; }));
+    EXPECT_TRUE(EVENTUALLY(!api));
 }
 
 TEST_F(SessionTest, resume_storedToken_isTheRenewalsAndOfAnUnknownUser)
@@ -166,7 +168,7 @@ TEST_F(SessionTest, tokenAnswer_overtakenByLoginOrLogout_changesNothing)
             ASSERT_TRUE(wait(next));
         }
         server.resume();
-        ASSERT_TRUE(waitUntil([this] { return log.lines().last().endsWith(QLatin1String("Cleared")); }));
+        ASSERT_TRUE(cleared());
         settle();
         EXPECT_EQ(overtaken.calls, renewal ? 0 : 1) << "its own callback runs all the same";
         EXPECT_EQ(api->isUserLoggedIn(), !logout);

@@ -1,5 +1,8 @@
 #include "portal/Portal.h"
 #include "portal/control/Control.h"
+#include "velmora/Manual.h"
+
+#include <velmora/Version.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -66,40 +69,61 @@ int main(int argc, char **argv)
     CLI::App app("The whole cloud service on this machine: HTTPS and secure WebSocket on one loopback port.\n"
                  "Prints one line of JSON with its address and the certificate to trust, then serves until\n"
                  "SIGTERM, SIGINT or the end of standard input.");
+    app.name("velmora-portal");
     app.footer(footer());
+    app.set_version_flag("--version", "velmora-portal " VELMORA_VERSION, "Print the version");
+    app.add_flag_callback(
+           "--manual",
+           [&app] {
+               std::cout << Velmora::Cli::manualPage(app);
+               throw CLI::Success();
+           },
+           "Print the manual page")
+        ->group("");
     VelmoraPortal::Options options;
     double duration = 20;
     long lifetime = 3600;
     bool verbose = false;
     long addressLifetime = options.storage.addressLifetime.count();
-    app.add_option("--port", options.port, "Port to listen on; 0 takes a free one")->capture_default_str();
-    app.add_option("--directory", options.directory, "Private directory (mode 0700); a temporary one when not given");
+    app.add_option("--port", options.port, "Port to listen on; 0 takes a free one")
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--directory", options.directory, "Private directory (mode 0700); a temporary one when not given")
+        ->type_name("DIR");
     app.add_option("--job-duration", duration, "Seconds from a job's submission to its finish")
+        ->type_name("SECONDS")
         ->capture_default_str()
-        ->check(CLI::Range(0.01, 1e6));
+        ->check(CLI::Range(0.01, 1e6).description(""));
     app.add_option("--token-lifetime", lifetime, "Seconds until an id token expires")
+        ->type_name("SECONDS")
         ->capture_default_str()
-        ->check(CLI::Range(1L, 0x7fffffffL));
+        ->check(CLI::Range(1L, 0x7fffffffL).description(""));
     app.add_option("--upload", options.storage.upload, "How files come in: form, put or post")
-        ->transform(CLI::CheckedTransformer(VelmoraPortal::uploadNames))
+        ->type_name("form|put|post")
+        ->transform(CLI::CheckedTransformer(VelmoraPortal::uploadNames).description(""))
         ->default_str("form");
     app.add_option("--download", options.storage.download, "How pieces go out: get, post or mixed")
-        ->transform(CLI::CheckedTransformer(VelmoraPortal::downloadNames))
+        ->type_name("get|post|mixed")
+        ->transform(CLI::CheckedTransformer(VelmoraPortal::downloadNames).description(""))
         ->default_str("get");
     app.add_option("--piece-size", options.storage.pieceSize, "Plain bytes in a piece of a download")
+        ->type_name("BYTES")
         ->capture_default_str()
-        ->check(CLI::Range(1L, 1L << 40));
+        ->check(CLI::Range(1L, 1L << 40).description(""));
     app.add_flag("--shuffle", options.storage.shuffle, "List the pieces of a download out of order");
     app.add_option("--address-lifetime", addressLifetime, "Seconds until a signed address expires")
+        ->type_name("SECONDS")
         ->capture_default_str()
-        ->check(CLI::Range(0L, 0x7fffffffL));
+        ->check(CLI::Range(0L, 0x7fffffffL).description(""));
     app.add_option("--address-uses", options.storage.addressUses,
                    "Requests until a signed address expires; 0: any number")
+        ->type_name("N")
         ->capture_default_str()
-        ->check(CLI::Range(0, 1000000));
+        ->check(CLI::Range(0, 1000000).description(""));
     app.add_option("--expired-status", options.storage.expiredStatus, "Status for an expired address")
+        ->type_name("401|403|404|410")
         ->capture_default_str()
-        ->check(CLI::IsMember(VelmoraPortal::expiredStatuses));
+        ->check(CLI::IsMember(VelmoraPortal::expiredStatuses).description(""));
     app.add_flag("--require-inputs", options.requireInputs,
                  "A job fails when an input that its submission names was not uploaded");
     app.add_flag("--verbose", verbose, "One line a request on standard error");

@@ -4,9 +4,15 @@
 #include "JobState.h"
 #include "Json.h"
 #include "Output.h"
+#include "ProgressView.h"
 #include "Render.h"
 #include "Session.h"
 #include "Terminal.h"
+
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <algorithm>
 
 namespace Velmora::Cli {
 
@@ -43,28 +49,81 @@ QString jobText(const JobDetails &details)
     return fitted(facts) + QLatin1Char('\n') + fitted(simulations);
 }
 
-} // namespace
-
-void login(const Options &options)
+std::list<JobDetails> allJobs(Session &session)
 {
-    Session session(options);
-    session.signIn();
-    const QString mfa = session.usedMfa() ? QStringLiteral(", with a one-time code") : QString();
-    print(options,
-          {{QStringLiteral("user"), QString::fromStdString(session.user())},
-           {QStringLiteral("host"), QString::fromStdString(session.host())},
-           {QStringLiteral("mfa"), session.usedMfa()}},
-          [&] {
-              return QStringLiteral("%1 can sign in to %2%3\n").arg(shown(session.user()), shown(session.host()), mfa);
-          });
+    auto list = session.get<std::list<JobDetails>>([&](const auto &done) { session.api().getAllJobDetails(done); });
+    sortNewestFirst(list);
+    return list;
 }
+
+/// The running jobs, one per line; empty when none is running.
+QString runningJobs(Session &session, int columns)
+{
+    Table table({{QStringLiteral("JOB"), Align::Left},
+                 {QStringLiteral("NAME"), Align::Left, true},
+                 {QStringLiteral("STATUS"), Align::Left},
+                 {QStringLiteral("SIMS"), Align::Right},
+                 {QStringLiteral("DONE"), Align::Right},
+                 {QString(), Align::Left}});
+    bool isAny = false;
+    for (const JobDetails &entry : allJobs(session)) {
+        if (endOf(entry) != JobEnd::Going)
+            continue;
+        isAny = true;
+        const auto result =
+            session.get<JobProgress>([&](const auto &done) { session.api().getJobProgress(entry.jobId, done); });
+        int sum = 0;
+        for (const SimulationProgress &simulation : result.simulationProgressList)
+            sum += percent(simulation.progress);
+        const int share = sum / std::max<int>(1, int(entry.simulations.size()));
+        table.add({shown(entry.jobId), shown(entry.jobName), shown(statusOf(entry)),
+                   QString::number(entry.simulations.size()), QStringLiteral("%1%").arg(share),
+                   bar(share, 20, BarStyle::forTerminal(Terminal::supportsUtf8()))});
+    }
+    return isAny ? table.toString(columns) : QString();
+}
+
+/// Shows them until none is running any more: redrawn in place on a terminal, else whenever something has changed.
+void showRunningJobs(Session &session, const Options &options)
+{
+    constexpr int PauseMs = 3000;
+    const auto write = [](const QString &text) { Terminal::write(Terminal::Stream::Output, text); };
+    const bool onTerminal = Terminal::isTerminal(Terminal::Stream::Output);
+    LiveBlock block(write);
+    QElapsedTimer silence;
+    QString last;
+    for (silence.start();;) {
+        const int columns = onTerminal ? Terminal::size(Terminal::Stream::Output).columns : 0;
+        try {
+            const QString text = runningJobs(session, columns);
+            silence.start();
+            if (text.isEmpty())
+                break;
+            if (onTerminal)
+                block.show(text.split(QLatin1Char('\n'), Qt::SkipEmptyParts), columns);
+            else if (text != last)
+                write(text);
+            last = text;
+        } catch (const Failure &failure) {
+            if (failure.code() != ExitCode::NoConnection || silence.elapsed() > options.patienceSeconds * 1000)
+                throw;
+        }
+        session.ask<bool>([](const auto &done) { QTimer::singleShot(PauseMs, [done] { done({200, {}, {}}, true); }); });
+    }
+    write(last.isEmpty() ? QStringLiteral("no job is running\n") : QStringLiteral("no job is running any more\n"));
+}
+
+} // namespace
 
 void jobs(const Options &options)
 {
     Session session(options);
     session.signIn();
-    const auto list =
-        session.get<std::list<JobDetails>>([&](const auto &done) { session.api().getAllJobDetails(done); });
+    if (options.live) {
+        showRunningJobs(session, options);
+        return;
+    }
+    const auto list = allJobs(session);
     print(options, jobListJson(list), [&] { return fitted(jobTable(list)); });
 }
 
@@ -117,8 +176,9 @@ void archive(const Options &options)
 {
     Session session(options);
     session.signIn();
-    const auto list =
+    auto list =
         session.get<std::list<JobDetails>>([&](const auto &done) { session.api().archiveJob(options.jobId, done); });
+    sortNewestFirst(list);
     print(options, jobListJson(list),
           [&] { return QStringLiteral("archived %1\n\n").arg(shown(options.jobId)) + fitted(jobTable(list)); });
 }

@@ -10,6 +10,8 @@ namespace Velmora::Cli {
 using Command = void(const Options &options);
 
 Command login;
+Command logout;
+Command config;
 Command run;
 Command watch;
 Command jobs;
@@ -21,6 +23,8 @@ Command files;
 Command upload;
 Command download;
 Command rm;
+Command cat;
+Command sync;
 Command accounts;
 Command balance;
 Command me;

@@ -1,16 +1,20 @@
 #include "Files.h"
 
 #include "Render.h"
+#include "Selector.h"
 #include "TransferQueue.h"
 
+#include <QDateTime>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <set>
+#include <utility>
 
 namespace Velmora::Cli {
 
@@ -28,30 +32,6 @@ QString unreadable(const QString &path)
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
 }
-
-bool isHidden(const CloudFile &file) { return file.fileName.find("/rtg/") != std::string::npos; }
-
-/// Decides whether a command line argument selects a file.
-class Selector {
-public:
-    explicit Selector(const std::string &argument)
-        : m_argument(argument)
-        , m_pattern(QRegularExpression::wildcardToRegularExpression(QString::fromStdString(argument)))
-    {
-    }
-    bool names(const CloudFile &file) const { return file.fileName == m_argument; }
-    bool matches(const CloudFile &file) const
-    {
-        const QString name = QString::fromStdString(file.fileName);
-        return file.fileName.compare(0, m_argument.size() + 1, m_argument + '/') == 0 ||
-               m_pattern.match(name).hasMatch() ||
-               m_pattern.match(name.mid(name.lastIndexOf(QLatin1Char('/')) + 1)).hasMatch();
-    }
-
-private:
-    std::string m_argument;
-    QRegularExpression m_pattern;
-};
 
 QString namesOf(const Batch &batch, Phase phase)
 {
@@ -92,6 +72,10 @@ QStringList checkedInputs(const QStringList &paths)
         inputs << path;
     }
     problems.removeDuplicates();
+    if (problems.size() > MostNames) {
+        const int more = int(problems.size()) - MostNames;
+        problems = problems.mid(0, MostNames) << QStringLiteral("and %1 more").arg(more);
+    }
     if (!problems.isEmpty())
         throw Failure(ExitCode::WrongUse, QStringLiteral("Bad Input Files"),
                       QStringLiteral("nothing was sent:\n  ") + problems.join(QLatin1String("\n  ")));
@@ -156,15 +140,8 @@ Batch selectedDownloads(const std::list<CloudFile> &listing, const Options &opti
     std::set<std::string> wanted;
     std::vector<Transfer> unmatched;
     for (const std::string &argument : options.files) {
-        const Selector selector(argument);
-        std::set<std::string> matching;
-        for (const CloudFile &file : listing)
-            if (selector.names(file))
-                matching = {file.fileName};
-        const bool isName = !matching.empty();
-        for (const CloudFile &file : listing)
-            if (!isName && !file.directory && (options.allFiles || !isHidden(file)) && selector.matches(file))
-                matching.insert(file.fileName);
+        const std::set<std::string> matching =
+            Selector(argument, Selector::Reach::Folders).in(listing, options.allFiles);
         if (matching.empty()) {
             CloudFile missing;
             missing.jobId = options.jobId;
@@ -203,14 +180,17 @@ std::optional<Failure> batchFailure(Session &session, const Batch &batch, const 
                      namesOf(batch, Phase::Undone);
     if (!hint.isEmpty())
         parts << hint;
-    const QString message = parts.join(QLatin1Char('\n'));
+    QString message = parts.join(QLatin1Char('\n'));
     if (interrupted)
         return Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), message);
     const auto first = std::find_if(batch.transfers.begin(), batch.transfers.end(),
                                     [](const Transfer &transfer) { return transfer.phase == Phase::Failed; });
     // A lost connection and a failure on this machine have the same code.
     const ApiError error = first == batch.transfers.end() ? ApiError() : first->error;
-    const bool lost = error.errorCode == 0 || (error.errorCode == 400 && !session.isReachable());
+    const QString unreachable = error.errorCode == 400 ? session.whyUnreachable() : QString();
+    if (!unreachable.isEmpty())
+        message += QStringLiteral("\ncould not reach %1: %2").arg(shown(session.host()), unreachable);
+    const bool lost = error.errorCode == 0 || !unreachable.isEmpty();
     return Failure(lost ? ExitCode::NoConnection : ExitCode::Refused, error, message);
 }
 
@@ -229,11 +209,71 @@ QString retryHint(const Options &options, const Batch &batch, const std::string 
     if (count == 0 || (isUpload && count > MostNames))
         return QString();
     if (isUpload)
-        return QStringLiteral("upload the rest with:\n  velmora upload%1 --job %2%3")
-            .arg(names, quoted(jobId), sameOptions(options));
+        return QStringLiteral("upload the rest with:\n  velmora upload %1%2%3")
+            .arg(quoted(jobId), names, sameOptions(options));
     return QStringLiteral("download the rest with:\n  velmora download %1%2 --to %3%4")
         .arg(quoted(jobId), count > MostNames ? QString() : names, quoted(downloadFolder(options, jobId).toStdString()),
              sameOptions(options));
+}
+
+QStringList filesBelow(const QString &folder)
+{
+    QStringList paths;
+    const QDir root(QFileInfo(folder).absoluteFilePath());
+    QDirIterator files(root.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString path = files.next();
+        if (!files.fileName().startsWith(QLatin1String("UNCONFIRMED_DOWNLOAD.")))
+            paths << root.relativeFilePath(path);
+    }
+    paths.sort();
+    return paths;
+}
+
+void keepDates(const Batch &batch)
+{
+    for (const Transfer &transfer : batch.transfers) {
+        QFile file(transfer.localPath);
+        if (transfer.phase == Phase::Done && transfer.file.fileDate > 0 && file.open(QIODevice::ReadWrite))
+            file.setFileTime(QDateTime::fromMSecsSinceEpoch(transfer.file.fileDate), QFileDevice::FileModificationTime);
+    }
+}
+
+void deleteFiles(Session &session, const std::string &jobId, const std::set<std::string> &names)
+{
+    constexpr int AtOnce = 32;
+    struct Outcome {
+        int waiting = 1; // a refusal inside the call must not end the wait before the last call is made
+        std::vector<std::pair<std::string, ApiError>> failed;
+    };
+    const auto outcome = std::make_shared<Outcome>();
+    for (auto next = names.begin(); next != names.end();) {
+        const auto answer = session.ask<bool>([&](const auto &done) {
+            const auto end = [outcome, done] {
+                if (--outcome->waiting == 0)
+                    done({200, {}, {}}, true);
+            };
+            outcome->waiting = 1;
+            for (int count = 0; count < AtOnce && next != names.end(); ++count, ++next) {
+                ++outcome->waiting;
+                session.api().deleteFile({jobId, {}, *next},
+                                         [outcome, end](const ApiError &error, const DeleteFileDetails &file) {
+                                             if (!succeeded(error))
+                                                 outcome->failed.emplace_back(file.fileName, error);
+                                             end();
+                                         });
+            }
+            end();
+        });
+        session.check(answer.error);
+    }
+    if (outcome->failed.empty())
+        return;
+    const Failure first = session.failureOf(outcome->failed.front().second);
+    QString message = QStringLiteral("%1 of %2 not deleted; the first is %3\n  %4")
+                          .arg(QString::number(outcome->failed.size()), QString::number(names.size()),
+                               shown(outcome->failed.front().first), first.message());
+    throw Failure(first.code(), outcome->failed.front().second, message);
 }
 
 QString countText(const Batch &batch)

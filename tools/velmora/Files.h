@@ -10,6 +10,7 @@
 
 #include <list>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace Velmora::Cli {
@@ -43,6 +44,13 @@ void moveFiles(Session &session, const Options &options, const QString &heading,
 std::optional<Failure> batchFailure(Session &session, const Batch &batch, const QString &hint);
 /// A hint with the command that transfers the remaining files; empty when there is none.
 QString retryHint(const Options &options, const Batch &batch, const std::string &jobId);
+
+/// The plain files below a folder, as sorted paths that begin at it. Working files of downloads are left out.
+QStringList filesBelow(const QString &folder);
+/// Gives downloaded files the date that the service tells, by which `sync` finds them unchanged.
+void keepDates(const Batch &batch);
+/// Deletes the job's files. Throws `Failure` that names those that are left.
+void deleteFiles(Session &session, const std::string &jobId, const std::set<std::string> &names);
 
 /// "3 files (812 MB)".
 QString countText(const Batch &batch);

@@ -93,14 +93,23 @@ std::string sections(const std::string &footer)
 
 std::string manualPage(const CLI::App &app, const std::string &sharedGroup)
 {
+    const std::string name = plain(app.get_name());
+    const std::string description = app.get_description();
+    const std::size_t end = std::min(description.find('.'), description.size());
+    const auto commands = app.get_subcommands([](const CLI::App *command) { return !command->get_group().empty(); });
     std::ostringstream page;
-    page << ".TH VELMORA 1 \"\" \"" << plain(app.version()) << "\"\n.SH NAME\nvelmora \\- "
-         << plain(app.get_description()) << "\n.SH SYNOPSIS\n.B velmora\nCOMMAND [OPTIONS] [ARGUMENTS]\n.SH OPTIONS\n";
+    page << ".TH " << upper(app.get_name()) << " 1 \"\" \"" << plain(app.version()) << "\"\n.SH NAME\n"
+         << name << " \\- " << plain(description.substr(0, end)) << "\n.SH SYNOPSIS\n.B " << name << '\n'
+         << (commands.empty() ? "[OPTIONS]" : "COMMAND [OPTIONS] [ARGUMENTS]") << '\n';
+    if (end + 1 < description.size())
+        page << ".SH DESCRIPTION\n" << plain(description.substr(end + 2)) << '\n';
+    page << ".SH OPTIONS\n";
     for (const CLI::Option *option : app.get_options())
-        page << entry(*option);
-    page << ".SH COMMANDS\n";
-    for (const CLI::App *command :
-         app.get_subcommands([](const CLI::App *candidate) { return !candidate->get_group().empty(); })) {
+        if (!option->get_group().empty())
+            page << entry(*option);
+    if (!commands.empty())
+        page << ".SH COMMANDS\n";
+    for (const CLI::App *command : commands) {
         page << ".SS \"" << usage(*command) << "\"\n" << plain(command->get_description()) << ".\n";
         for (const CLI::Option *option : command->get_options())
             if (option->get_group() != sharedGroup && option != command->get_help_ptr())

@@ -11,9 +11,9 @@ class App;
 
 namespace Velmora::Cli {
 
-/// The page of section 1 for man(1), in roff.
+/// The page of section 1 for man(1), in roff. The first sentence of the description names the program.
 /// @param sharedGroup the group of options that every command takes; they are listed once.
-std::string manualPage(const CLI::App &app, const std::string &sharedGroup);
+std::string manualPage(const CLI::App &app, const std::string &sharedGroup = {});
 
 } // namespace Velmora::Cli
 

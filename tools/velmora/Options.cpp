@@ -24,6 +24,7 @@ void fillFromEnvironment(Options &options)
     fill(options.user, "VELMORA_USER");
     fill(options.password, "VELMORA_PASSWORD");
     fill(options.mfaCode, "VELMORA_MFA");
+    fill(options.profile, "VELMORA_PROFILE");
 }
 
 std::string hostOf(const Options &options)

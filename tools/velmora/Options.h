@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,11 +28,15 @@ enum class ExitCode : int {
 /// The arguments of every command, filled by the command line and the environment.
 struct Options {
     std::string user;
-    std::string password; ///< from the environment or a prompt only
+    std::string password; ///< from the environment, a prompt or standard input only
+    bool passwordFromInput = false;
     std::string mfaCode;
     std::string portal = "production";
     std::string host; ///< HOST[:PORT]; empty: the portal's own
     std::string caFile;
+    std::string profile;             ///< section of the configuration file
+    std::int64_t bytesPerSecond = 0; ///< for uploads and for downloads; 0 for no limit
+    int transfers = 0;               ///< that move bytes at a time; 0 for the library's choice
     bool json = false;
     bool verbose = false;
     bool quiet = false;
@@ -49,6 +54,15 @@ struct Options {
     bool allFiles = false;          ///< include hidden files
     bool noUpload = false;
     bool noDownload = false;
+    bool yes = false; ///< ask nothing
+    bool recursive = false;
+    bool dryRun = false;
+    bool deleteOthers = false;       ///< what the source of `sync` does not have
+    std::string source;              ///< of `sync`: a folder, or JOB: for a job's files
+    std::string target;              ///< likewise
+    std::string jobOption;           ///< `--job`, the older form of `upload`
+    bool live = false;               ///< go on showing the list of jobs
+    std::vector<std::string> change; ///< of the configuration: "set", a key, a value
 
     bool preferred = false; ///< the user's preferred clusters only
     std::optional<std::string> firstName;

@@ -31,29 +31,43 @@ QString fitted(const Facts &facts)
     return text.mid(text.indexOf(QLatin1Char('\n')) + 1);
 }
 
+void sortNewestFirst(std::list<JobDetails> &list)
+{
+    list.sort([](const JobDetails &a, const JobDetails &b) { return submittedAt(a) > submittedAt(b); });
+}
+
 Table jobTable(const std::list<JobDetails> &list)
 {
-    std::vector<const JobDetails *> sorted;
-    for (const JobDetails &entry : list)
-        sorted.push_back(&entry);
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const auto *a, const auto *b) { return submittedAt(*a) > submittedAt(*b); });
     Table table({{QStringLiteral("JOB"), Align::Left},
                  {QStringLiteral("NAME"), Align::Left, true},
                  {QStringLiteral("STATUS"), Align::Left},
                  {QStringLiteral("SUBMITTED"), Align::Left},
                  {QStringLiteral("SIMS"), Align::Right},
                  {QStringLiteral("CORES"), Align::Right}});
-    for (const JobDetails *entry : sorted)
-        table.add({shown(entry->jobId), shown(entry->jobName), shown(statusOf(*entry)),
-                   dateText(submittedAt(*entry)).left(16), QString::number(entry->simulations.size()),
-                   QString::number(entry->coresRequired)});
+    for (const JobDetails &entry : list)
+        table.add({shown(entry.jobId), shown(entry.jobName), shown(statusOf(entry)),
+                   dateText(submittedAt(entry)).left(16), QString::number(entry.simulations.size()),
+                   QString::number(entry.coresRequired)});
     return table;
 }
 
 QJsonObject jobListJson(const std::list<JobDetails> &list)
 {
     return {{QStringLiteral("jobDetailsList"), toJsonArray(list)}};
+}
+
+void confirm(const Options &options, const QString &question)
+{
+    if (options.yes)
+        return;
+    const auto answer = Terminal::ask(question + QStringLiteral(" [y/N] "), Terminal::Echo::On);
+    if (Interrupt::instance().isRaised())
+        throw Failure(ExitCode::Interrupted, QStringLiteral("Interrupted"), QStringLiteral("interrupted"));
+    if (!answer)
+        throw Failure(ExitCode::WrongUse, QStringLiteral("Not Confirmed"),
+                      question + QStringLiteral("\nThere is no terminal to answer on; give --yes."));
+    if (!answer->trimmed().startsWith(QLatin1Char('y'), Qt::CaseInsensitive))
+        throw Failure(ExitCode::Refused, QStringLiteral("Not Confirmed"), QStringLiteral("nothing was done"));
 }
 
 void warn(const Options &options, const QString &text)

@@ -23,9 +23,13 @@ QString fitted(const Table &table);
 using Facts = std::vector<std::pair<const char *, QString>>;
 QString fitted(const Facts &facts);
 
-/// Jobs as every command shows them: newest first, or in the service's order as JSON.
+/// Every command shows jobs in this order.
+void sortNewestFirst(std::list<JobDetails> &list);
 Table jobTable(const std::list<JobDetails> &list);
 QJsonObject jobListJson(const std::list<JobDetails> &list);
+
+/// Asks on the terminal, unless `--yes` was given. Throws `Failure` unless the answer is yes.
+void confirm(const Options &options, const QString &question);
 
 /// A warning on standard error; nothing when quiet.
 void warn(const Options &options, const QString &text);

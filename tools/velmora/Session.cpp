@@ -1,9 +1,13 @@
 #include "Session.h"
 
+#include "Output.h"
 #include "Render.h"
 #include "Terminal.h"
+#include "Tokens.h"
 
 #include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QSslCertificate>
 #include <QSslConfiguration>
@@ -17,6 +21,7 @@ namespace {
 
 constexpr int DefaultPort = 443;
 constexpr int ProbeMs = 3000;
+constexpr int MostCodes = 3;
 
 Failure wrongUse(const QString &message) { return Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"), message); }
 
@@ -47,6 +52,19 @@ std::string askFor(const QString &question, Terminal::Echo echo, const QString &
     return answer->toStdString();
 }
 
+/// A refusal that the same request would meet again.
+bool isFinal(int status) { return status >= 400 && status < 500 && status != 408 && status != 429; }
+
+/// Takes the answer of a sign-in, which holds tokens, out of the error's message.
+CloudAPI::Done withAnswer(const CloudAPI::ResultDone<std::string> &done)
+{
+    return [done](const ApiError &error) {
+        const bool isIn = succeeded(error);
+        done({error.errorCode, error.errorTitle, isIn ? std::string() : error.errorMessage},
+             isIn ? error.errorMessage : std::string());
+    };
+}
+
 } // namespace
 
 Session::Session(const Options &options)
@@ -64,6 +82,8 @@ Session::Session(const Options &options)
         m_authorities = authoritiesIn(options.caFile);
     ClientOptions client = ClientOptions::robust();
     client.caFile = options.caFile;
+    client.uploadBytesPerSecond = client.downloadBytesPerSecond = options.bytesPerSecond;
+    client.connectionsPerHost = options.transfers;
     m_api.setClientOptions(client);
     Interrupt::instance();
     m_api.setAPIPortal(portalOf(options));
@@ -71,22 +91,71 @@ Session::Session(const Options &options)
 
 void Session::signIn()
 {
+    if (!resume())
+        signInWithPassword();
+}
+
+bool Session::resume()
+{
+    if (m_user.empty())
+        m_user = TokenFile::lastUser(m_host);
+    const TokenFile file(m_host, m_user);
+    for (std::string token = file.read(); !token.empty();) {
+        const auto answer = ask<std::string>([&](const auto &done) { m_api.resumeSession(token, withAnswer(done)); });
+        m_refreshToken = token;
+        if (succeeded(answer.error)) {
+            takeToken(answer.result);
+            if (m_refreshToken != token && !file.write(m_refreshToken))
+                warn(m_options, QStringLiteral("%1 cannot be written; sign in again next time").arg(file.path()));
+            return true;
+        }
+        m_refreshToken.clear();
+        if (!isFinal(answer.error.errorCode))
+            throw failureOf(answer.error);
+        // Another process may have replaced it meanwhile.
+        const std::string newer = file.read();
+        if (newer == token) {
+            file.forget(token);
+            warn(m_options, QStringLiteral("%1 is no longer signed in to %2").arg(shown(m_user), shown(m_host)));
+            return false;
+        }
+        token = newer;
+    }
+    return false;
+}
+
+void Session::signInWithPassword()
+{
     if (m_user.empty())
         m_user = askFor(QStringLiteral("User: "), Terminal::Echo::On,
-                        QStringLiteral("no user: set VELMORA_USER or give --user"));
+                        QStringLiteral("no user: \"velmora login\" once, set VELMORA_USER or give --user"));
     const bool needsMfa = get<bool>([this](const auto &done) { m_api.checkMFAEnabled(m_user, done); });
     if (m_password.empty())
-        m_password = askFor(QStringLiteral("Password for %1 on %2: ").arg(shown(m_user), shown(m_host)),
-                            Terminal::Echo::Off, QStringLiteral("no password: set VELMORA_PASSWORD"));
-    if (needsMfa)
-        m_mfaCode = readMfaCode();
-    const auto answer = ask<bool>([this](const auto &done) {
-        // The message of a successful sign-in holds tokens, so it is dropped here.
-        m_api.logUserIn(m_user, m_password, m_mfaCode, [done](const ApiError &error) {
-            done({error.errorCode, error.errorTitle, succeeded(error) ? std::string() : error.errorMessage}, true);
-        });
-    });
-    check(answer.error);
+        m_password =
+            askFor(QStringLiteral("Password for %1 on %2: ").arg(shown(m_user), shown(m_host)), Terminal::Echo::Off,
+                   QStringLiteral("no password: \"velmora login\" once, or set VELMORA_PASSWORD"));
+    for (int code = 1;; ++code) {
+        if (needsMfa)
+            m_mfaCode = readMfaCode();
+        const auto answer = ask<std::string>(
+            [this](const auto &done) { m_api.logUserIn(m_user, m_password, m_mfaCode, withAnswer(done)); });
+        if (succeeded(answer.error)) {
+            takeToken(answer.result);
+            return;
+        }
+        const bool isTyped = needsMfa && m_options.mfaCode.empty();
+        if (!isTyped || code == MostCodes || !isFinal(answer.error.errorCode))
+            throw failureOf(answer.error);
+        Terminal::write(Terminal::Stream::Error, errorText(answer.error) + QLatin1Char('\n'));
+    }
+}
+
+void Session::takeToken(const std::string &answer)
+{
+    const QJsonObject tokens = QJsonDocument::fromJson(QByteArray::fromStdString(answer)).object();
+    const std::string token = tokens[QStringLiteral("refreshToken")].toString().toStdString();
+    if (!token.empty())
+        m_refreshToken = token;
 }
 
 std::string Session::readMfaCode() const
@@ -105,7 +174,10 @@ std::string Session::readMfaCode() const
 
 void Session::signInAgain(const CloudAPI::Done &onComplete)
 {
-    m_api.logUserIn(m_user, m_password, std::string(), onComplete);
+    if (m_refreshToken.empty())
+        m_api.logUserIn(m_user, m_password, std::string(), onComplete);
+    else
+        m_api.resumeSession(m_refreshToken, onComplete);
 }
 
 void Session::Waiting::complete()
@@ -150,7 +222,7 @@ Failure Session::failureOf(const ApiError &error) const
     return error.errorCode == 0 ? noConnection() : Failure(ExitCode::Refused, error, errorText(error));
 }
 
-bool Session::isReachable() const
+QString Session::whyUnreachable() const
 {
     const QUrl url(QStringLiteral("https://") + QString::fromStdString(m_host));
     QSslSocket socket;
@@ -158,7 +230,7 @@ bool Session::isReachable() const
     configuration.addCaCertificates(m_authorities);
     socket.setSslConfiguration(configuration);
     socket.connectToHostEncrypted(url.host(), quint16(url.port(DefaultPort)));
-    return socket.waitForEncrypted(ProbeMs);
+    return socket.waitForEncrypted(ProbeMs) ? QString() : socket.errorString();
 }
 
 Failure Session::noConnection() const
@@ -169,14 +241,6 @@ Failure Session::noConnection() const
         reason += QStringLiteral(" (name its certificate authority with --ca)");
     return Failure(ExitCode::NoConnection, QStringLiteral("No Connection"),
                    QStringLiteral("could not reach %1: %2").arg(shown(m_host), reason));
-}
-
-QString errorText(const ApiError &error)
-{
-    QString text = shown(plainText(error.errorTitle));
-    if (!error.errorMessage.empty())
-        text += (text.isEmpty() ? QString() : QStringLiteral(": ")) + shown(plainText(error.errorMessage));
-    return QStringLiteral("%1 (status %2)").arg(text, QString::number(error.errorCode));
 }
 
 } // namespace Velmora::Cli

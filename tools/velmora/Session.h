@@ -27,11 +27,18 @@ public:
     const std::string &host() const { return m_host; }
     const std::string &user() const { return m_user; }
     bool usedMfa() const { return !m_mfaCode.empty(); }
+    /// What `resume` will take in another process; empty when the service gave none.
+    const std::string &refreshToken() const { return m_refreshToken; }
 
-    /// Signs in and prompts on the terminal for missing credentials. Throws `Failure`.
+    /// Signs in as the user who is signed in on this machine, or with credentials. Throws `Failure`.
     void signIn();
-    /// Signs in with the same credentials, without a prompt; not possible with a one-time code.
-    bool canSignInAgain() const { return !m_password.empty() && m_mfaCode.empty(); }
+    /// Signs in with the refresh token of an earlier `velmora login`. Throws `Failure` without a connection.
+    /// @return false when there is no token, or the service does not accept it any more
+    bool resume();
+    /// Signs in with user and password, and prompts on the terminal for what is missing. Throws `Failure`.
+    void signInWithPassword();
+    /// Signs in again without a prompt; not possible with a one-time code alone.
+    bool canSignInAgain() const { return !m_refreshToken.empty() || (!m_password.empty() && m_mfaCode.empty()); }
     void signInAgain(const CloudAPI::Done &onComplete);
 
     /// Starts an operation and runs the event loop until it completes.
@@ -67,8 +74,8 @@ public:
     void check(const ApiError &error) const;
     Failure failureOf(const ApiError &error) const;
     Failure noConnection() const;
-    /// Tries to connect, for a few seconds at most.
-    bool isReachable() const;
+    /// Tries to connect, for a few seconds at most. Empty when that succeeds.
+    QString whyUnreachable() const;
 
 private:
     struct Waiting {
@@ -78,12 +85,15 @@ private:
     };
     void wait(Waiting &waiting);
     std::string readMfaCode() const;
+    /// Keeps the newest refresh token of the answer to a sign-in.
+    void takeToken(const std::string &answer);
 
     Options m_options;
     std::string m_host;
     std::string m_user;
     std::string m_password;
     std::string m_mfaCode;
+    std::string m_refreshToken;
     QList<QSslCertificate> m_authorities; ///< of `--ca`
     CloudAPI m_api;
 };

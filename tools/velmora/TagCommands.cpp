@@ -85,8 +85,9 @@ void find(const Options &options)
     Session session(options);
     session.signIn();
     const std::list<std::string> wanted(options.tags.begin(), options.tags.end());
-    const auto list =
+    auto list =
         session.get<std::list<JobDetails>>([&](const auto &done) { session.api().searchUserTags(wanted, done); });
+    sortNewestFirst(list);
     print(options, jobListJson(list), [&] { return fitted(jobTable(list)); });
 }
 

@@ -99,6 +99,8 @@ void write(Stream stream, const QString &text)
     std::fflush(file);
 }
 
+bool openOutput(QFile &file) { return file.open(stdout, QIODevice::WriteOnly); }
+
 std::optional<QString> ask(const QString &question, Echo echo)
 {
     Interrupt &interrupt = Interrupt::instance();

@@ -4,6 +4,7 @@
 #ifndef VELMORA_CLI_TERMINAL_H
 #define VELMORA_CLI_TERMINAL_H
 
+#include <QFile>
 #include <QObject>
 #include <QString>
 
@@ -36,6 +37,8 @@ Size size(Stream stream);
 /// True when more than ASCII can be shown.
 bool supportsUtf8();
 void write(Stream stream, const QString &text);
+/// Opens standard output for bytes that are no text. @return false when it is closed
+bool openOutput(QFile &file);
 
 /// Asks on the controlling terminal, whatever standard input and output are connected to. The
 /// terminal's settings are always restored.

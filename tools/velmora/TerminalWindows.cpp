@@ -148,6 +148,12 @@ void write(Stream stream, const QString &text)
     std::fflush(file);
 }
 
+bool openOutput(QFile &file)
+{
+    ::_setmode(::_fileno(stdout), _O_BINARY);
+    return file.open(stdout, QIODevice::WriteOnly);
+}
+
 std::optional<QString> ask(const QString &question, Echo echo)
 {
     Interrupt &interrupt = Interrupt::instance();

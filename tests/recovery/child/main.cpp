@@ -1,31 +1,22 @@
 /// @file main.cpp
-/// An application of its own process: signs in, prints "ready", waits for a line, then starts all transfers at once.
-///
+/// Signs in, prints "ready", waits for a line, then starts all transfers at once:
 ///     velmora_recovery_child CA USER PASSWORD (up JOB PATH | down JOB NAME TARGET)...
-///
-/// VELMORA_API_URL names the service. It prints "moving" once bytes of each transfer move, and each outcome. Exits with
-/// 0 when all have succeeded.
+/// Prints "moving" once bytes of each transfer move, and each outcome. Exits with 0 when all have succeeded.
 #include <velmora/CloudAPI.h>
 
-#include <QCoreApplication>
-#include <QSslCertificate>
-#include <QSslConfiguration>
+#include <QtCore>
 
-#include <cstdio>
-#include <iterator>
 #include <set>
-#include <string>
 
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     const std::vector<std::string> arguments(argv, argv + argc);
-    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-    configuration.setCaCertificates(QSslCertificate::fromPath(QString::fromStdString(arguments.at(1))));
-    QSslConfiguration::setDefaultConfiguration(configuration);
-
     Velmora::CloudAPI api;
+    Velmora::ClientOptions options;
+    options.caFile = arguments.at(1);
+    api.setClientOptions(options);
     api.logUserIn(arguments.at(2), arguments.at(3), "", [&](const Velmora::ApiError &error) {
         if (!Velmora::succeeded(error))
             return QCoreApplication::exit(2);

@@ -34,6 +34,19 @@ std::uint64_t lengthOf(const http::request<http::string_body> &request)
     return text.empty() ? 0 : std::strtoull(text.c_str(), nullptr, 10);
 }
 
+/// What is wrong with a head that the parser accepts; empty: nothing.
+std::string problemOf(const http::request<http::string_body> &head)
+{
+    if (head[http::field::host].empty())
+        return "the Host header is missing";
+    if (head.count(http::field::authorization) > 1)
+        return "more than one Authorization header";
+    // 16 bytes in base64
+    if (websocket::is_upgrade(head) && head[http::field::sec_websocket_key].size() != 24)
+        return "the Sec-WebSocket-Key is not valid";
+    return {};
+}
+
 } // namespace
 
 Connection::Connection(tcp::socket &&socket, Server::Impl &server, std::uint64_t number)
@@ -78,6 +91,8 @@ void Connection::headRead()
         return reset(lowest().socket());
     m_used = true;
     const auto &head = m_parser->get();
+    if (const std::string problem = problemOf(head); !problem.empty())
+        return refuse(400, "Bad HTTP request: " + problem);
     if (websocket::is_upgrade(head))
         return upgrade();
     m_keepAlive = head.keep_alive();

@@ -129,6 +129,8 @@ Json Service::respond(const HttpRequest &request)
         throw Refusal(404, "There is no path \"" + target + "\"");
     const std::string path = target.substr(5);
     const Route &found = route(path, request);
+    if (target.size() < request.target.size())
+        throw Refusal(400, "\"" + path + "\" takes no query");
     const std::string *type = findHeader(request.headers, "Content-Type");
     if (found.type == Route::Type::JsonText && (!type || *type != "application/json"))
         throw Refusal(415, "The content type must be \"application/json\", but is " +
