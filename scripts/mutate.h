@@ -58,12 +58,20 @@ template <class T> T &&other(int number, T &&value, T &&instead)
 
 namespace mutated {
 
-// Writes a line for each test: name, milliseconds, "ok" or "failed", the numbers that it reached.
+// Writes a line for each test: name, milliseconds, "ok" or "failed", the numbers that it reached. What is reached
+// before the first one, where constants are set, stays reached.
 class Listener : public testing::EmptyTestEventListener {
+    bool always[FAULTS] = {};
+
+    void OnTestProgramStart(const testing::UnitTest &) override
+    {
+        for (int number = 1; number < FAULTS; ++number)
+            always[number] = reached[number];
+    }
     void OnTestStart(const testing::TestInfo &) override
     {
-        for (auto &flag : reached)
-            flag = false;
+        for (int number = 1; number < FAULTS; ++number)
+            reached[number] = always[number];
     }
     void OnTestEnd(const testing::TestInfo &test) override
     {

@@ -1,5 +1,7 @@
 #include <velmora/JobSubmit.h>
 
+#include "support/Loopback.h"
+
 #include <QtCore>
 
 #include <gtest/gtest.h>
@@ -61,6 +63,7 @@ TEST(JobSubmitTest, submission_validJob_isOneDocumentStampedWithLocalTime)
 {
     JobSubmit job = goodJob();
     job.jobName = "%1 Tr\u00e4ger \u65e5\u672c %2";
+    const ScopedEnvironment zone("TZ", "XYZ-05:30"); // the machine's may be UTC, which proves nothing
     const QLocale before;
     QLocale::setDefault(QLocale(QLocale::Persian)); // which has digits of its own
     const std::time_t start = std::time(nullptr);

@@ -1,6 +1,9 @@
 // Subscriptions as an application uses them: started and ended at any moment, from any callback.
 
 #include "SocketFixture.h"
+#include "support/ProxyServer.h"
+
+#include <QNetworkProxy>
 
 namespace {
 
@@ -27,6 +30,23 @@ TEST_F(SubscriptionTest, subscription_connectionNeverOpens_reportsOneLoss)
         expectLoss(own, 2);
         api->unsubscribeFromJob("J1");
     }
+}
+
+TEST_F(SubscriptionTest, subscription_portalOfTheApplication_isWhereItConnects)
+{
+    ProxyServer proxy(true); // receives the name, so that nobody resolves it
+    const QNetworkProxy before = QNetworkProxy::applicationProxy();
+    QNetworkProxy::setApplicationProxy({QNetworkProxy::Socks5Proxy, QStringLiteral("127.0.0.1"), proxy.serverPort(),
+                                        QStringLiteral("ada"), QStringLiteral("p:w")});
+    const ScopedEnvironment none("VELMORA_API_URL", {});
+    for (const char *host : {"test", "dev", "portal"}) {
+        api->setAPIPortal(static_cast<PortalTarget>(proxy.asked().size()));
+        subscribe(listener);
+        ASSERT_TRUE(waitUntil([&, count = proxy.asked().size()] { return proxy.asked().size() > count; })) << host;
+        EXPECT_EQ(proxy.asked().last(), QByteArray(host) + ".velmora.example:443");
+        api->unsubscribeFromJob("J1");
+    }
+    QNetworkProxy::setApplicationProxy(before);
 }
 
 TEST_F(SubscriptionTest, subscription_severalJobs_shareTheHeartbeatOnly)

@@ -74,13 +74,13 @@ TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
 
 using Test = FailureTest;
 const Row rows[] = {
-    {"uploadKeyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
+    {"uploadKeyRefused", [](Test &t) { t.faults[keyPath] = answer(300, refused); }, "no way", 300, keyTitle},
     {"uploadKeyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "", 400, keyTitle},
     {"uploadKeyIsNoBase64", [](Test &t) { t.faults[keyPath] = answer(200, R"({"key":{"plaintextKey":"QUJD*kVG"}})"); },
      "no usable encryption key", 400, keyTitle},
     {"uploadKeyTooLong", [](Test &t) { t.key += 'x'; }, "", 400, keyTitle},
     {"uploadKeyNeverCame", [](Test &t) { t.faults[keyPath] = hangUp(); }, "", 400, keyTitle},
-    {"uploadAddressRefused", [](Test &t) { t.faults[addressPath] = answer(500, refused); }, "no way", 500,
+    {"uploadAddressRefused", [](Test &t) { t.faults[addressPath] = answer(300, refused); }, "no way", 300,
      addressTitle},
     {"uploadAddressNeverCame", [](Test &t) { t.faults[addressPath] = hangUp(); }, "", 400, addressTitle},
     {"uploadAddressIsALocalFile", [](Test &t) { t.address["uri"] = "file:///etc/passwd"; }, "address"},
@@ -100,13 +100,18 @@ const Row rows[] = {
      },
      "regular file"},
 #endif
-    {"listingRefused", [](Test &t) { t.faults[listPath] = answer(403, refused); }, "no way", 403,
+    {"listingRefused", [](Test &t) { t.faults[listPath] = answer(300, refused); }, "no way", 300,
      "Error Retrieving File List for Job"},
     {"notListed", [](Test &t) { t.listedName = "another"; }, "out/res.dat", 404},
     {"noChunks", [](Test &t) { t.chunks = {}; }, stitch},
-    {"keyRefused", [](Test &t) { t.faults[keyPath] = answer(403, refused); }, "no way", 403, keyTitle},
+    {"keyRefused", [](Test &t) { t.faults[keyPath] = answer(300, refused); }, "no way", 300, keyTitle},
     {"keyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "no usable", 400, keyTitle},
     {"keyOfAnotherJob", [](Test &t) { t.key = "another key"; }, "does not decrypt"},
+    {"pieceRefusedWhileOthersHang",
+     [](Test &t) {
+         t.faults = {{"/s/p0", silence()}, {"/s/p1", answer(403, refused)}, {"/s/p2", silence()}};
+     },
+     "no way", 403},
     {"badLastBlock", [](Test &t) { t.cipher().chop(16); }, "does not decrypt"},
     {"cutInABlock", [](Test &t) { t.cipher().chop(5); }, "whole number of blocks"},
     {"pieceWithoutSuffix", [](Test &t) { t.rename("other.dat"); }, stitch},

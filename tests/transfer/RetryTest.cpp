@@ -241,6 +241,28 @@ TEST_F(RetryTest, sink_startsAgainBehindOtherPieces_leavesThemAlone)
     file->remove();
 }
 
+TEST_F(RetryTest, download_keyOrListingFails_isAskedForAgainUnlessRefused)
+{
+    const Reply ok = [this](const ReceivedRequest &request, const auto &) { return serve(request); };
+    const Reply busy = status(503), refused = status(403), gone = status(404);
+    const std::tuple<Replies, Replies, Replies, int> rows[] = {
+        // of the listing, the key, the piece
+        {{busy, ok}, {ok}, {ok}, 200},      {{busy, busy, busy}, {}, {}, 503}, {{refused}, {}, {}, 403},
+        {{ok}, {busy, ok}, {ok}, 200},      {{ok}, {refused}, {}, 403},        {{ok, busy, ok}, {ok}, {gone, ok}, 200},
+        {{ok, refused}, {ok}, {gone}, 403},
+    };
+    list({piece(pieceName(1), noise(100))});
+    for (const auto &[listings, keys, pieces, code] : rows) {
+        script = {{listPath, listings}, {keyPath, keys}, {"/s/p0", pieces}};
+        const qint64 before = seen(listPath) + seen(keyPath) + seen("/s/p0");
+        partsOf(*api).grants.forget();
+        downloadAndWait(wanted());
+        EXPECT_EQ(down.error.errorCode, code) << down.error.errorMessage;
+        EXPECT_EQ(seen(listPath) + seen(keyPath) + seen("/s/p0") - before,
+                  listings.size() + keys.size() + pieces.size());
+    }
+}
+
 TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
 {
     QThreadPool pool;
@@ -255,6 +277,13 @@ TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
         EXPECT_EQ(read("UNCONFIRMED_DOWNLOAD.x.VELMORA"), "");
         EXPECT_FALSE(sink->isUnwritable());
     }
+    const auto abandoned = std::make_shared<Sink>(std::make_shared<WorkingFile>(folder.root(), "y"), key);
+    abandoned->begin(&pool, {});
+    abandoned->put(cipher.constData(), std::size_t(cipher.size()));
+    abandoned->abandon();
+    EXPECT_FALSE(abandoned->finish());
+    EXPECT_EQ(abandoned->put(cipher.constData(), 1), Sink::State::Failed);
+    EXPECT_FALSE(filesIn(".").join(' ').contains("DOWNLOAD.y"));
 }
 
 // Who leaves the caches, whatever the options. Each action is followed by an upload and a download of a hidden file.

@@ -24,6 +24,7 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
         {"a status below 300", answer(201, cipher), 201, "", 400, "status 201"},
         {"no content", answer(204), 204, "", 400, "status 204"},
         {"a part", answer(206, cipher), 206, "", 400, "status 206"},
+        {"the first status that is no success", answer(300), 300, "status 300", 300, "status 300"},
         {"a redirection", answer(302, {}, {}, "Location: /s/else\r\n"), 302, "", 302, "status 302"},
         {"a refusal", answer(403, refused), 403, "no way", 403, "no way"},
         {"trailers", {chunked(cipher) + "0\r\nX-Sum: 1\r\n\r\n"}, 200, "", 200, ""},
@@ -124,6 +125,15 @@ TEST_F(StorageTest, source_changesWhileItIsRead_failsAndIsNeverWhole)
         EXPECT_TRUE(EVENTUALLY(server.openConnections() <= 1)) << "the service's own stays";
         EXPECT_EQ(seen("/s/up"), 0);
     }
+    now += 3600000;
+    faults[addressPath] = answer(200, QJsonDocument(address).toJson()).paused();
+    up = {};
+    upload(write("f", content));
+    ASSERT_TRUE(waitUntil([this] { return server.pausing() == 1; }));
+    QFile::remove(qt("f"));
+    server.resume();
+    ASSERT_TRUE(up.wait());
+    up.expect(400, failed, "f could not be read for upload: ");
 }
 
 TEST_F(StorageTest, request_anyAddress_goesOutByteForByte)
@@ -183,6 +193,8 @@ TEST_F(StorageTest, proxy_ofTheApplication_isAskedByName)
         EXPECT_TRUE(proxy.asked().contains(name));
         api->applyProxy({"127.0.0.1", "ada", "wrong", proxy.serverPort(), socks ? 0 : 1});
         expectUpload(at("f"), 400, socks ? "127.0.0.1" : "roxy");
+        api->applyProxy({"127.0.0.1", "ada", "p:w", 1, socks ? 0 : 1});
+        expectUpload(at("f"), 400, "No connection to " + name.toStdString() + " by the proxy 127.0.0.1: ");
     }
 }
 

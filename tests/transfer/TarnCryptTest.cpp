@@ -9,7 +9,11 @@
 
 #include <openssl/err.h>
 
+#include <csignal>
 #include <filesystem>
+#ifndef Q_OS_WIN
+#include <sys/resource.h>
+#endif
 
 namespace {
 
@@ -174,6 +178,50 @@ TEST_F(TarnCryptFileTest, cipher_unusableFile_changesNothing)
         EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
     }
 }
+
+TEST_F(TarnCryptFileTest, cipher_withoutItsArguments_isRefused)
+{
+    const Bytes in(32, 'i');
+    Bytes text = "text", block(16, 'b'), out(64, '\0');
+    write("plain", "");
+    for (const auto &[key, iv] :
+         {std::pair(raw(nistKey), static_cast<const unsigned char *>(nullptr)), {nullptr, raw(nistIv)}}) {
+        int produced = 7;
+        Cipher cipher(Cipher::Direction::Encrypt, key, iv);
+        EXPECT_FALSE(cipher.isReady() || cipher.update(raw(in), 16, raw(out), &produced) || produced != 0);
+        produced = 7;
+        EXPECT_FALSE(cipher.finish(raw(out), &produced) || produced != 0);
+        EXPECT_EQ(TarnCrypt::do_hide(raw(text), raw(out), &produced, key, iv), 1);
+        EXPECT_EQ(TarnCrypt::do_show(raw(block), 16, raw(out), &produced, key, iv), 1);
+        EXPECT_EQ(TarnCrypt::do_encode_binfile(at("plain").c_str(), at("out").c_str(), key, iv), 1);
+    }
+    int produced = 7;
+    EXPECT_FALSE(
+        Cipher(Cipher::Direction::Encrypt, raw(nistKey), raw(nistIv)).update(raw(in), -1, raw(out), &produced));
+    EXPECT_EQ(TarnCrypt::do_decode_binfile(nullptr, at("out").c_str(), raw(nistKey), fixedIv), 1);
+    EXPECT_EQ(TarnCrypt::do_decode_binfile(at("plain").c_str(), nullptr, raw(nistKey), fixedIv), 2);
+    EXPECT_EQ(filesIn("."), QStringList("plain"));
+}
+
+#ifndef Q_OS_WIN
+TEST_F(TarnCryptFileTest, write_fails_leavesNothingButTheInput)
+{
+    const Bytes content = noise(3 * buffer);
+    write("plain", content);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{buffer, before.rlim_max}; // as on a full disk
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const int codes[] = {encode("plain", "cipher"), decode("plain", "shown"), cryptInPlace("plain", true)};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    for (const int code : codes)
+        EXPECT_EQ(code, 2);
+    EXPECT_EQ(filesIn("."), QStringList("plain"));
+    EXPECT_TRUE(read("plain") == content);
+}
+#endif
 
 #if QT_VERSION_MAJOR < 6 // later ones have no codec to set
 TEST_F(TarnCryptFileTest, path_anyLocaleOfQt_isUtf8)

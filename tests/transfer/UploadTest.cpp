@@ -17,7 +17,10 @@ TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
         address = extra;
         address["uri"] = url("/s/up/#urlEncodedFileName#?n=#fileSize#");
         address["headers"] = QJsonObject{{"X-Name", "<#fileName#>"}};
+        const LogCatcher log;
         expectUpload(path);
+        EXPECT_NE(log.text().find(multipart ? "Started with multipart:" : "Started with stream data:"),
+                  std::string::npos);
 
         const ReceivedRequest sent = loopback.server.requests().last();
         const int cipherSize = content.size() / 16 * 16 + 16;
@@ -44,6 +47,21 @@ TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
         }
         EXPECT_EQ(cipher.size(), cipherSize);
         EXPECT_TRUE(crypt(cipher, false) == content);
+    }
+}
+
+TEST_F(TransferTest, transfer_completed_releasesItsCallback)
+{
+    list({piece(pieceName(1), noise(10))});
+    for (const bool uploads : {true, false}) {
+        const auto held = std::make_shared<int>();
+        if (uploads)
+            api->uploadFile({write("f", noise(10)), "J1", 0}, {}, [held](const auto &...) { ++*held; });
+        else
+            api->downloadFile(wanted(), {}, [held](const auto &...) { ++*held; });
+        ASSERT_TRUE(waitUntil([&] { return *held == 1; }));
+        settle();
+        EXPECT_EQ(held.use_count(), 1) << uploads;
     }
 }
 

@@ -108,6 +108,24 @@ TEST_F(TransportTest, smallAnswer_behindALargeOneBeingRead_completesAfterIt)
     EXPECT_EQ(order, "50000 small ");
 }
 
+TEST_F(TransportTest, callback_waitsForAnotherOperation_bothCompleteOnce)
+{
+    std::string order;
+    api->getAllJobDetails([&](const ApiError &, const auto &) {
+        order += "outer ";
+        for (const char *name : {"getJobDetails", "getAllJobDetails"}) {
+            run(name); // processes events
+            EXPECT_EQ(done.calls, 1) << name;
+            order += "inner ";
+        }
+        order += "end ";
+    });
+    ASSERT_TRUE(waitUntil([&] { return order.find("end") != std::string::npos; }));
+    settle();
+    EXPECT_EQ(order, "outer inner inner end ");
+    EXPECT_EQ(server.requests().size(), 3);
+}
+
 TEST(EndpointsTest, baseUrl_variableNotEmpty_winsOverThePortal)
 {
     const std::pair<int, const char *> portals[] = {{0, "https://test.velmora.example/api/"},
