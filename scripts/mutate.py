@@ -207,7 +207,7 @@ def main():
         parser.error("rooms are " + ", ".join(TESTS))
     equivalent = {line.strip() for line in open("scripts/mutate.equivalent", encoding="utf-8") if " | " in line}
     state = FOLDER / "caught.txt"
-    if not options.again:
+    if not options.again and not options.build:
         state.unlink(missing_ok=True)
     caught_before = set(state.read_text().splitlines()) if state.exists() else set()
 

@@ -369,11 +369,13 @@ TEST_F(RetryTest, piece_itsTurnComesLate_takesItsAddressFromAFreshListing)
         }
         listing = {};
         list(chunks);
-        const qint64 before = seen(listPath);
+        const qint64 before = seen(listPath), seventh = seen("/s/p6");
         down = {};
         partsOf(*api).grants.forget();
         download(wanted());
         ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 6));
+        settle();
+        EXPECT_EQ(seen("/s/p6"), seventh) << "six at a time";
         for (int number = 6; number < 8; ++number) {
             QJsonObject chunk = chunks[number].toObject();
             chunk["uri"] = url(QStringLiteral("/s/p%1?fresh").arg(number));
