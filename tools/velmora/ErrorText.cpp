@@ -51,15 +51,15 @@ QString errorText(const ApiError &error)
 {
     const QString title = shown(plainText(error.errorTitle));
     const QString reason = reasonOf(error);
-    const QString advice = adviceOn(error.errorCode, !reason.isEmpty());
+    const QString status = QStringLiteral("status %1").arg(error.errorCode);
+    const bool isNamed = reason.contains(status);
+    const QString advice = adviceOn(error.errorCode, !reason.isEmpty() && !isNamed);
     QString text = title.isEmpty() || reason.isEmpty() ? title + reason : title + QStringLiteral(": ") + reason;
     // What a transfer met on this machine, or on the way, has this status too.
     const bool isTransfer =
         title == QLatin1String("File Failed to Upload") || title == QLatin1String("Unable to download file") ||
         title == QLatin1String("Unable to write to target file") ||
         title == QLatin1String("Error Requesting Encryption Key") || title == QLatin1String("Error Transferring Files");
-    const QString status = QStringLiteral("status %1").arg(error.errorCode);
-    const bool isNamed = reason.contains(status);
     if (isNamed && text.endsWith(QLatin1Char('.')))
         text.chop(1);
     if (!isNamed && (error.errorCode != 400 || !isTransfer))
