@@ -64,6 +64,9 @@ void Follow::follow()
     m_session.api().followJob(
         m_jobId, [this](const JobProgress &progress) { onProgress(progress); },
         [this](const ApiError &error, const JobDetails &details) {
+            // A session that is resumed counts as another user's, and ends the following.
+            if (details.jobId.empty() && m_renewed)
+                return;
             m_error = error;
             if (details.jobId.empty())
                 finish(End::Refused);
@@ -152,6 +155,7 @@ void Follow::renewSession()
         if (!self || self->m_ended)
             return;
         if (succeeded(error)) {
+            self->follow();
             self->m_pollTimer.start(0);
         } else {
             self->m_renewed = !passesByItself(error);
