@@ -176,8 +176,10 @@ std::string Session::readMfaCode() const
 
 void Session::signInAgain(const CloudAPI::Done &onComplete)
 {
-    // Not `resumeSession`: that counts as another user, and would end the following of jobs.
-    m_api.logUserIn(m_user, m_password, std::string(), onComplete);
+    if (m_refreshToken.empty())
+        m_api.logUserIn(m_user, m_password, std::string(), onComplete);
+    else
+        m_api.resumeSession(m_refreshToken, onComplete);
 }
 
 void Session::Waiting::complete()

@@ -37,8 +37,8 @@ public:
     bool resume();
     /// Signs in with user and password, and prompts on the terminal for what is missing. Throws `Failure`.
     void signInWithPassword();
-    /// Signs in with the same password, without a prompt; not possible with a one-time code.
-    bool canSignInAgain() const { return !m_password.empty() && m_mfaCode.empty(); }
+    /// Signs in again without a prompt; not possible with a one-time code alone.
+    bool canSignInAgain() const { return !m_refreshToken.empty() || (!m_password.empty() && m_mfaCode.empty()); }
     void signInAgain(const CloudAPI::Done &onComplete);
 
     /// Starts an operation and runs the event loop until it completes.
