@@ -1,5 +1,5 @@
-#include "ProgressView.h"
-#include "TransferView.h"
+#include "run/ProgressView.h"
+#include "transfers/TransferView.h"
 
 #include <gtest/gtest.h>
 

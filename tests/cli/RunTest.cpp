@@ -1,7 +1,7 @@
 #include "Program.h"
 
-#include "Options.h"
-#include "Sweep.h"
+#include "common/Options.h"
+#include "run/Sweep.h"
 
 #include <QElapsedTimer>
 

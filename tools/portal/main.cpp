@@ -1,6 +1,6 @@
+#include "manual/Manual.h"
 #include "portal/Portal.h"
 #include "portal/control/Control.h"
-#include "velmora/Manual.h"
 
 #include <velmora/Version.h>
 

@@ -1,9 +1,9 @@
 /// @file main.cpp
 /// From arguments to an exit code.
-#include "CommandLine.h"
-#include "ProgressView.h"
-#include "Terminal.h"
-#include "Words.h"
+#include "arguments/CommandLine.h"
+#include "arguments/Words.h"
+#include "common/Progress.h"
+#include "common/Terminal.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>
