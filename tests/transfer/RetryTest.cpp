@@ -271,13 +271,6 @@ TEST_F(RetryTest, sink_withoutAUsableKey_writesNothing)
         EXPECT_EQ(read("UNCONFIRMED_DOWNLOAD.x.VELMORA"), "");
         EXPECT_FALSE(sink->isUnwritable());
     }
-    const auto abandoned = std::make_shared<Sink>(std::make_shared<WorkingFile>(folder.root(), "y"), key);
-    abandoned->begin(&pool, {});
-    abandoned->put(cipher.constData(), std::size_t(cipher.size()));
-    abandoned->abandon();
-    EXPECT_FALSE(abandoned->finish());
-    EXPECT_EQ(abandoned->put(cipher.constData(), 1), Sink::State::Failed);
-    EXPECT_FALSE(filesIn(".").join(' ').contains("DOWNLOAD.y"));
 }
 
 // Who leaves the caches, whatever the options. Each action is followed by an upload and a download of a hidden file.
