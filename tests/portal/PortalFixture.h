@@ -17,8 +17,7 @@ inline string toString(const QJsonValue &value) { return value.toString().toStdS
 
 struct Reply {
     int status = 0; ///< 0: no complete answer was received
-    string head;
-    string body;
+    string head, body;
     bool closed = false; ///< by the portal
     QJsonObject object() const { return QJsonDocument::fromJson(toBytes(body)).object(); }
     QJsonArray array() const { return QJsonDocument::fromJson(toBytes(body)).array(); }

@@ -29,10 +29,8 @@ struct Listener : QWebSocket {
 
 TEST_F(PortalTest, request_notExactlyRight_refused)
 {
-    const string json = "application/json";
-    const string own = R"({"jobId":"job-wing0001"})";
-    const string mesh = "job/files/job-wing0001/wing.mesh";
-    const string job = newJob(), good = submission(job);
+    const string json = "application/json", own = R"({"jobId":"job-wing0001"})", job = newJob(), good = submission(job),
+                 mesh = "job/files/job-wing0001/wing.mesh";
     const std::size_t before = portal.jobCount();
     portal.setJobDuration(3600s);
     const auto but = [&](const string &what, const string &with) { return replaced(good, what, with); };
@@ -66,8 +64,7 @@ TEST_F(PortalTest, request_notExactlyRight_refused)
         {"POST", "job/submit", but("job-", "job_"), token, json, 404, "ask for a job id"},
         {"POST", "job/submit", good, token, json, 200, ""},
         {"POST", "job/submit", good, token, json, 409, "submitted before"},
-        {"POST", "job/archive", R"({"jobId":")" + job + "\"}", token, json, 409, "still at work"},
-    };
+        {"POST", "job/archive", R"({"jobId":")" + job + "\"}", token, json, 409, "still at work"}};
     for (const auto &[verb, path, body, authorization, type, status, message] : table) {
         const Reply reply = send(request(verb, path, body, authorization, type));
         EXPECT_EQ(reply.status, status) << verb << ' ' << path << ' ' << body << ' ' << reply.body;
@@ -90,8 +87,7 @@ TEST_F(PortalTest, request_looserThanHttpAllows_refused)
         {good, "Authorization:", "Authorization: x\r\nAuthorization:", "more than one Authorization"},
         {good, "job/load ", "job/load?a=b ", "takes no query"},
         {good, "24\r\n\r\n{", "35\r\n\r\n{\"jobId\":\"\",", "\"jobId\" twice"},
-        {socket, "MDEyMzQ1Njc4OTAxMjM0NQ==", "", "Sec-WebSocket-Key"},
-    };
+        {socket, "MDEyMzQ1Njc4OTAxMjM0NQ==", "", "Sec-WebSocket-Key"}};
     for (const auto &[whole, what, with, message] : table) {
         const Reply reply = send(replaced(whole, what, with));
         EXPECT_EQ(reply.status, 400) << message << reply.head;
@@ -150,8 +146,7 @@ TEST_F(PortalTest, control_badFault_refusedWithItsReason)
         {R"({"kind":"delay","path":"*","delay":"1"})", "\"delay\" must be a whole number"},
         {R"({"kind":"raw","path":"*","informational":[99]})", "\"informational\" must hold whole numbers from 100"},
         {R"([{"kind":"gzip","path":"*"},{"kind":"gzip","path":"*","contentType":""}])", "\"contentType\" must not be"},
-        {R"({"kind":"socketDrop","odd":1})", "\"odd\" is not a known key"},
-    };
+        {R"({"kind":"socketDrop","odd":1})", "\"odd\" is not a known key"}};
     for (const auto &[body, message] : table) {
         const Reply reply = control("POST", body);
         EXPECT_EQ(reply.status, 400) << body;

@@ -44,8 +44,7 @@ struct StorageTest : PortalTest {
 
 TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
 {
-    const string job = newJob(), other = newJob();
-    const string cipher = crypt(job, bytes(1000)); // 1008 bytes
+    const string job = newJob(), other = newJob(), cipher = crypt(job, bytes(1000)); // 1008 bytes
     enum Kind { Form, Raw, Piece };
     const std::tuple<std::vector<Kind>, string, string, int> table[] = {
         // of which requests, what is replaced, by what, the refusal's status
@@ -63,8 +62,7 @@ TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
         {{Raw}, "X-Storage-Signature: ", "X-Storage-Signature: 0", 403},
         {{Raw}, "Content-Length: 1008\r\n", "Transfer-Encoding: chunked\r\n", 411},
         {{Raw, Piece}, "expires=", "expires=9", 403},
-        {{Piece}, "size=1000", "size=999", 403},
-    };
+        {{Piece}, "size=1000", "size=999", 403}};
     StorageOptions options;
     const auto addressed = [&](Kind kind) {
         options.upload = kind == Raw ? StorageOptions::Upload::RawPost : StorageOptions::Upload::Form;
@@ -122,8 +120,7 @@ TEST_F(StorageTest, piece_rangeAskedFor_answeredAsItsConditionAndFaultSay)
         {"bytes=100-", "", FaultKind::OtherEtag, 0, 206, 100, 607, true},
         {"bytes=100-", own, FaultKind::OtherEtag, 0, 200, 0, 607, true},
         {"bytes=100-", own, FaultKind::OtherEtag, 206, 206, 100, 607, true},
-        {"bytes=100-", changed, FaultKind::OtherEtag, 0, 206, 100, 607, true},
-    };
+        {"bytes=100-", changed, FaultKind::OtherEtag, 0, 206, 100, 607, true}};
     for (const int size : {600, 1000}) { // sent as it is stored; encrypted anew
         const string job = newJob();
         send(upload(job, crypt(job, bytes(size))));
@@ -156,8 +153,7 @@ TEST_F(StorageTest, piece_rangeAskedFor_answeredAsItsConditionAndFaultSay)
 
 TEST_F(StorageTest, address_usedUpOrOld_refusedWithItsStatusUntilRenewed)
 {
-    const string job = newJob();
-    const string cipher = crypt(job, bytes(1000));
+    const string job = newJob(), cipher = crypt(job, bytes(1000));
     send(upload(job, cipher));
     StorageOptions options;
     options.expiredStatus = 404;
@@ -167,8 +163,7 @@ TEST_F(StorageTest, address_usedUpOrOld_refusedWithItsStatusUntilRenewed)
         {StorageOptions::Upload::Form, StorageOptions::Download::Get, true, 401},
         {StorageOptions::Upload::RawPut, StorageOptions::Download::Get, true, 403},
         {StorageOptions::Upload::Form, StorageOptions::Download::Get, false, 410},
-        {StorageOptions::Upload::Form, StorageOptions::Download::Post, false, 404},
-    };
+        {StorageOptions::Upload::Form, StorageOptions::Download::Post, false, 404}};
     for (const auto &[uploadForm, downloadForm, up, status] : table) {
         SCOPED_TRACE(status);
         options = {uploadForm, downloadForm};
@@ -233,8 +228,7 @@ TEST_F(StorageTest, fault_anyKindAndEnd_clientReceivesExactlyThat)
         {FaultKind::HangUp, submit(), 0, Closing::Usual, {}, "", "", end},
         {FaultKind::Drip, submit(), 0, Closing::Notify, {}, ok, "}", notify},
         {FaultKind::Raw, submit(), 0, Closing::Notify, {}, full, full, notify},
-        {FaultKind::SlowRead, up, 0, Closing::Notify, {}, "HTTP/1.1 2", "", notify},
-    };
+        {FaultKind::SlowRead, up, 0, Closing::Notify, {}, "HTTP/1.1 2", "", notify}};
     for (const auto &[kind, sent, bytes, closing, informational, first, last, ending] : table) {
         const std::size_t jobs = portal.jobCount();
         inject("*", kind, bytes, closing, informational);

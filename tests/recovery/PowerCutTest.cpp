@@ -73,19 +73,16 @@ struct Disk {
 
 TEST_F(RecoveryTest, download_cutAtAnyMoment_leavesTheTargetOldOrWhole)
 {
-    const struct {
-        int size;
-        std::int64_t pieceSize;
-        QByteArray old;
-    } rows[] = {{20, 1 << 20, ""}, {5000000, 1LL << 40, "old"}, {5000000, 300000, "old"}, {80000000, 9000000, ""}};
+    const std::tuple<int, std::int64_t, QByteArray> rows[] = {
+        {20, 1 << 20, ""}, {5000000, 1LL << 40, "old"}, {5000000, 300000, "old"}, {80000000, 9000000, ""}};
     const auto api = session();
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::to_string(row.size) + " bytes in pieces of " + std::to_string(row.pieceSize));
-        portal.setStorage(options(row.pieceSize, {}).storage);
-        const string bytes = noise(row.size).toStdString(), name = "cut" + std::to_string(row.pieceSize);
+    for (const auto &[size, pieceSize, old] : rows) {
+        SCOPED_TRACE(std::to_string(size) + " bytes in pieces of " + std::to_string(pieceSize));
+        portal.setStorage(options(pieceSize, {}).storage);
+        const string bytes = noise(size).toStdString(), name = "cut" + std::to_string(pieceSize);
         portal.addFile(job, name, bytes);
-        const string target = write("to/target", row.old);
-        if (row.old.isEmpty())
+        const string target = write("to/target", old);
+        if (old.isEmpty())
             QFile::remove(qt("to/target"));
         ApiError outcome;
         std::size_t before = 0; // changes before the completion
@@ -100,7 +97,7 @@ TEST_F(RecoveryTest, download_cutAtAnyMoment_leavesTheTargetOldOrWhole)
         ASSERT_TRUE(waitUntil([&] { return before > 0; }, 30000));
         Torture::watchDisk({}, nullptr);
         ASSERT_EQ(outcome.errorCode, 200) << outcome.errorMessage;
-        Disk disk{target, row.old.toStdString(), bytes};
+        Disk disk{target, old.toStdString(), bytes};
         for (std::size_t i = 0; i < changes.size(); ++i) {
             disk.apply(changes[i]);
             ASSERT_TRUE(disk.isSurely({Disk::Holds::Old, Disk::Holds::New}))

@@ -13,19 +13,13 @@ using std::string;
 
 inline constexpr char job[] = "job-wing0001";
 
-/// How often a test goes round: what the variable says, for long runs.
-inline int rounds(const char *variable, int otherwise)
-{
-    const int wanted = qEnvironmentVariableIntValue(variable);
-    return wanted > 0 ? wanted : otherwise;
-}
+inline const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
 
 /// `velmora_recovery_child`, signed in and waiting for `go`.
 class Child : public QProcess {
 public:
     Child(const VelmoraPortal::Portal &portal, const QStringList &transfers)
     {
-        const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
         setProcessChannelMode(ForwardedErrorChannel);
         start(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora_recovery_child"),
               QStringList{QString::fromStdString(portal.caFile()), QString::fromStdString(user.email),
@@ -61,7 +55,6 @@ struct RecoveryTest : FolderTest {
     }
     std::unique_ptr<Velmora::CloudAPI> session() const
     {
-        const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
         auto api = std::make_unique<Velmora::CloudAPI>();
         EXPECT_TRUE(signIn(*api, user.email, user.password));
         return api;

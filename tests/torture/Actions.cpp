@@ -50,8 +50,7 @@ const std::vector<Action> &actions()
                      QMetaObject::invokeMethod(heartbeat, "timeout");
              }
          },
-         false},
-    };
+         false}};
     return all;
 }
 

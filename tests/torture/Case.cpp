@@ -33,7 +33,6 @@ struct SecondSession {
     void run()
     {
         CloudAPI api;
-        const VelmoraPortal::SeededUser &ada = VelmoraPortal::seededUsers()[0];
         const TestFolder &folder = environment.folder;
         int lists = 0, downloads = 0, uploads = 0;
         api.logUserIn(ada.email, ada.password, "", [&](const ApiError &) {
@@ -157,9 +156,8 @@ void Case::destroy()
 
 bool Case::prepare()
 {
-    const VelmoraPortal::SeededUser &user = VelmoraPortal::seededUsers()[0];
     api = std::make_unique<CloudAPI>();
-    if (!signIn(*api, user.email, user.password))
+    if (!signIn(*api, ada.email, ada.password))
         return false;
     api->generateNewJobID("ACC-1001", [&](const ApiError &, const string &id) { job = id; });
     return EVENTUALLY(!job.empty());
@@ -181,28 +179,27 @@ void Case::inject(const Step &step)
         const bool spoilsPieces = atPortal.kind == FaultKind::Gzip || atPortal.kind == FaultKind::NoLength;
         m_disturbed = m_disturbed || (spoilsPieces && atPortal.path == "storage");
         environment.portal.inject(atPortal);
-    } else if (fault.host >= Fault::Socks && !m_host && !m_proxy) {
+    } else if (fault.host >= Fault::Socks && m_route.empty()) {
         partsOf(*api).rest.setProxyWatchInterval(50);
-        const bool refuses = fault.host == Fault::ProxyRefuses;
-        m_closes = fault.host == Fault::ProxyCloses;
-        m_nobody = refuses;
-        m_proxy = std::make_unique<ApplicationProxy>(
+        m_deaf = fault.host == Fault::ProxyCloses;
+        m_nobody = fault.host == Fault::ProxyRefuses;
+        m_route = {std::make_shared<ApplicationProxy>(
             environment.portal.port(), fault.host == Fault::Socks || (fault.host != Fault::Http && random.chance(50)),
-            m_closes ? 1000000 : 0, refuses ? "wrong" : "p:w");
-    } else if (fault.host != Fault::Portal && fault.host < Fault::Socks && !m_host && !m_proxy) {
-        m_plain = plainServer();
-        const int port = m_plain->serverPort();
+            m_deaf ? 1000000 : 0, m_nobody ? "wrong" : "p:w")};
+    } else if (fault.host != Fault::Portal && m_route.empty()) {
+        const std::shared_ptr<QTcpServer> plain = plainServer();
+        const int port = plain->serverPort();
         if (fault.host == Fault::Refused)
-            m_plain->close();
-        if (fault.host == Fault::Distrusted)
-            m_distrust = std::make_unique<ScopedTrust>(testAuthority());
-        m_nobody = fault.host != Fault::Distrusted;
+            plain->close();
+        m_deaf = fault.host == Fault::Distrusted;
+        m_nobody = !m_deaf;
         const char *const name = fault.host == Fault::Unreachable ? "127.255.255.255" // for broadcasts only
                                  : m_nobody                       ? "127.0.0.1"
                                                                   : "localhost";
-        m_host = std::make_unique<ScopedEnvironment>(
-            "VELMORA_API_URL",
-            QByteArray(name) + ':' + QByteArray::number(m_nobody ? port : environment.portal.port()));
+        const QByteArray number = QByteArray::number(m_nobody ? port : environment.portal.port());
+        m_route = {plain, std::make_shared<ScopedEnvironment>("VELMORA_API_URL", QByteArray(name) + ':' + number)};
+        if (m_deaf)
+            m_route.push_back(std::make_shared<ScopedTrust>(testAuthority()));
     }
 }
 
@@ -230,19 +227,14 @@ void Case::waitForAll()
 {
     QElapsedTimer since;
     since.start();
-    const bool finished = waitUntil(
-        [&] {
-            bool all = true;
-            for (const auto &each : m_calls)
-                all = all && (each.isFinished() ||
-                              (!each.follows.empty() && (!each.mustEnd || each.muted) && since.elapsed() > 400));
-            return !api || all;
-        },
-        60000); // long enough for the slowest answer, "drip"
-    for (const auto &each : m_calls) {
-        if (!finished && !each.isFinished() && (each.follows.empty() || each.mustEnd))
-            fail(each.name + " did not complete");
-    }
+    const auto mayRest = [&](const Call &each) {
+        return each.isFinished() || (!each.follows.empty() && (!each.mustEnd || each.muted) && since.elapsed() > 400);
+    };
+    const auto areAll = [&] { return !api || std::all_of(m_calls.begin(), m_calls.end(), mayRest); };
+    const bool finished = waitUntil(areAll, 60000); // long enough for the slowest answer, "drip"
+    for (const auto &each : m_calls)
+        failIf(!finished && !each.isFinished() && (each.follows.empty() || each.mustEnd),
+               each.name + " did not complete");
 }
 
 void Case::verify(const std::vector<Step> &steps)
@@ -282,8 +274,7 @@ void Case::searchTargets(bool pieces)
     for (const string &file : environment.folder.below("case/to")) {
         const string name = file.substr(file.rfind('/') + 1);
         const bool isTarget = name.size() > 4 && name.find(".bin") + 4 == name.size();
-        if (!isTarget && (!pieces || name.find("UNCONFIRMED_DOWNLOAD.") != 0))
-            fail("left behind: " + name);
+        failIf(!isTarget && (!pieces || name.find("UNCONFIRMED_DOWNLOAD.") != 0), "left behind: " + name);
     }
 }
 
@@ -291,8 +282,8 @@ void Case::searchTargets(bool pieces)
 void Case::searchForSecrets()
 {
     const QByteArray key = QByteArray::fromStdString(environment.portal.jobKey(storedJob));
-    std::vector<string> secrets = {VelmoraPortal::seededUsers()[0].password, key.toBase64().toStdString(),
-                                   key.toHex().toStdString(), "ignature", "efreshToken"};
+    std::vector<string> secrets = {ada.password, key.toBase64().toStdString(), key.toHex().toStdString(), "ignature",
+                                   "efreshToken"};
     for (const VelmoraPortal::SeenRequest &request : environment.portal.requests()) {
         for (const char *name : {"Authorization", "X-Storage-Signature"}) {
             if (request.hasHeader(name))
@@ -342,10 +333,7 @@ string Case::run(const std::vector<Step> &steps)
         failIf(!second->problem.empty(), second->problem);
     }
     second.reset();
-    m_host.reset();
-    m_distrust.reset();
-    m_plain.reset();
-    m_proxy.reset();
+    m_route.clear();
     settle();
     verify(steps);
     searchForSecrets();

@@ -23,19 +23,10 @@ bool isFatal(const DiskUse &use)
 {
     const bool isWorking = use.path.find("UNCONFIRMED_DOWNLOAD.") != string::npos;
     const bool isRemoved = use.path.find(" (deleted)") != string::npos;
-    switch (use.call) {
-    case DiskCall::Open:
+    if (use.call == DiskCall::Open)
         return (use.flags & O_CREAT) || !(use.flags & (O_RDWR | O_DIRECTORY));
-    case DiskCall::Read:
-        return true;
-    case DiskCall::Write:
-    case DiskCall::Sync:
-    case DiskCall::Close:
-    case DiskCall::Rename:
-        return isWorking && !isRemoved;
-    default:
-        return false;
-    }
+    const bool isSpare = isRemoved || use.call == DiskCall::Copy || use.call == DiskCall::Remove;
+    return use.call == DiskCall::Read || (isWorking && !isSpare);
 }
 
 int strike(const DiskUse &use)

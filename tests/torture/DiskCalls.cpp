@@ -142,8 +142,7 @@ int fsync(int descriptor) { return ask(DiskCall::Sync, descriptor) > 0 ? -1 : ne
 // The descriptor is closed all the same.
 int close(int descriptor)
 {
-    const int error = ask(DiskCall::Close, descriptor);
-    const int result = next<&::close>("close")(descriptor);
+    const int error = ask(DiskCall::Close, descriptor), result = next<&::close>("close")(descriptor);
     if (error > 0)
         errno = error;
     return error > 0 ? -1 : result;

@@ -17,7 +17,10 @@ string answerOf(const string &status, const string &body, const string &headers 
 
 string redirection(const char *to) { return answerOf("302 Found", "", "Location: "s + to + "\r\n"); }
 
-string odd(Random &random) { return std::to_string(100 + random.below(500)) + " Odd"; }
+string anyStatus(Random &random)
+{
+    return answerOf(std::to_string(100 + random.below(500)) + " Odd", R"({"message":"odd"})");
+}
 
 /// Well-formed JSON without meaning, of every shape that a reader could fail on. An object has no key twice, as
 /// Qt 5.15's reader leaks memory on some of those.
@@ -151,8 +154,7 @@ const std::vector<Fault> &faults()
         plain("silence", FaultKind::Silence, false, true),
         plain("slow to read", FaultKind::SlowRead, true),
         plain("cut upload", FaultKind::CutUpload),
-        raw(
-            "any status", [](Random &random) { return answerOf(odd(random), R"({"message":"odd"})"); }, false),
+        raw("any status", anyStatus, false),
         raw("redirect", Texts{redirection("/api/job/list"), redirection("https://127.0.0.1:9/"),
                               redirection("http://127.0.0.1:9/"), redirection(""), redirection("a b")}),
         raw("unauthorised", Texts{answerOf("401 No", R"({"message":"no"})", challenges),
@@ -195,8 +197,7 @@ const std::vector<Fault> &faults()
         disk("disk cannot sync", DiskCall::Sync, EIO),
         disk("disk cannot close", DiskCall::Close, EIO),
         disk("disk cannot rename", DiskCall::Rename, EACCES),
-        disk("disk cannot remove", DiskCall::Remove, EROFS),
-    };
+        disk("disk cannot remove", DiskCall::Remove, EROFS)};
     return all;
 }
 

@@ -34,10 +34,8 @@ void submit(Case &test, bool asText)
     call.verify = [id = test.job](Environment &environment, bool succeeded) {
         return succeeded && environment.portal.jobStatus(id).empty() ? "success without a job" : "";
     };
-    if (asText)
-        test.api->submitNewJob(job.toSubmissionJson(), watch(test, call));
-    else
-        test.api->submitNewJob(job, watch(test, call));
+    asText ? test.api->submitNewJob(job.toSubmissionJson(), watch(test, call))
+           : test.api->submitNewJob(job, watch(test, call));
 }
 
 void upload(Case &test, bool blocking)
@@ -83,15 +81,12 @@ void download(Case &test)
 
 void resume(Case &test)
 {
-    const auto &ada = VelmoraPortal::seededUsers()[0];
     const CloudAPI::Done done = watch(test, test.call("resumeSession"));
     test.api->logUserIn(ada.email, ada.password, "", [&test, done](const ApiError &error) {
         const QJsonDocument tokens = QJsonDocument::fromJson(QByteArray::fromStdString(error.errorMessage));
         const string stored = tokens[QLatin1String("refreshToken")].toString().toStdString();
-        if (succeeded(error) && !stored.empty())
-            test.api->resumeSession(stored, done);
-        else // spoilt by the fault
-            done(error);
+        succeeded(error) && !stored.empty() ? test.api->resumeSession(stored, done)
+                                            : done(error); // spoilt by the fault
     });
 }
 
@@ -107,8 +102,8 @@ void subscribe(Case &test)
         return [&test, &call, finishes, owned = string(100, 'x')](const ApiError &error, const string &id,
                                                                   const string &) {
             finishes ? test.completed(call, error, true) : test.progressed(call);
-            if (owned != string(100, 'x') || id.compare(0, 4, "job-") != 0)
-                test.fail("a callback was destroyed before it returned");
+            test.failIf(owned != string(100, 'x') || id.compare(0, 4, "job-") != 0,
+                        "a callback was destroyed before it returned");
         };
     };
     test.api->subscribeToJob(job, callback(false), callback(true));
@@ -149,7 +144,6 @@ const std::vector<Operation> &operations()
 {
     using C = CloudAPI;
     constexpr const char *account = "ACC-1001", *job = storedJob;
-    const auto &ada = VelmoraPortal::seededUsers()[0];
     static const std::vector<Operation> all = {
         simple("logUserIn", "auth/login", &C::logUserIn, ada.email, ada.password, ""),
         {"resumeSession", {"auth/login", "auth/refresh"}, resume},
@@ -161,8 +155,7 @@ const std::vector<Operation> &operations()
              const int status = test.api->currentNetworkStatus();
              ++call.completions;
              call.code = status == 1 ? 200 : 0;
-             if (status != 1 && status != -1)
-                 test.fail("a status of " + std::to_string(status));
+             test.failIf(status != 1 && status != -1, "a status of " + std::to_string(status));
          }},
         simple<const string &, const C::ResultDone<string> &>("generateNewJobID", "job/init", &C::generateNewJobID,
                                                               account),
@@ -202,8 +195,7 @@ const std::vector<Operation> &operations()
         {"uploadInputFile", {"job/key", "job/files/uploadUrl", "storage"}, [](Case &test) { upload(test, true); }},
         {"downloadFile", {"job/key", "job/files/list", "storage", "storage"}, download},
         {"subscribeToJob", {"socket"}, subscribe},
-        {"followJob", {"job/load", "job/progress", "socket"}, follow},
-    };
+        {"followJob", {"job/load", "job/progress", "socket"}, follow}};
     return all;
 }
 

@@ -5,7 +5,6 @@
 // session works on a thread of its own.
 //
 // A case reads as OPERATION / FAULT / ACTION, as in "uploadFile / cut upload / destroy", steps joined by ", then ".
-// A new operation is a row of Operations.cpp, a new fault one of Faults.cpp, a new action one of Actions.cpp.
 
 #include "DiskCalls.h"
 #include "support/AnyCompletion.h"
@@ -54,6 +53,7 @@ struct DiskStrikes {
 void failDisk(const string &folder, const DiskFault &fault);
 DiskStrikes restoreDisk();
 
+inline const VelmoraPortal::SeededUser &ada = VelmoraPortal::seededUsers()[0];
 VelmoraPortal::Options portalOptions();
 
 /// What all cases share: a trusted portal and a folder.
@@ -153,7 +153,7 @@ public:
     void progressed(Call &call);
     void mute(const string &followed);           ///< the job's subscriptions so far have finished
     bool cannotOpen() const { return m_nobody; } ///< no socket any more
-    bool cannotAsk() const { return m_nobody || m_distrust || m_closes; }
+    bool cannotAsk() const { return m_nobody || m_deaf; }
     bool isDisturbed() const { return m_disturbed; }
     void destroy();
     void fail(const string &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
@@ -176,14 +176,11 @@ private:
 
     QObject m_timers; ///< the context of the case's timers
     std::list<Call> m_calls;
-    std::vector<Step> m_inCallback; ///< actions that wait for the next callback
-    std::unique_ptr<ScopedEnvironment> m_host;
-    std::unique_ptr<ScopedTrust> m_distrust;
-    std::unique_ptr<QTcpServer> m_plain;
-    std::unique_ptr<ApplicationProxy> m_proxy;
-    bool m_nobody = false;    ///< no socket can be opened any more
-    bool m_closes = false;    ///< nor anything be asked: the proxy closes every connection
-    bool m_disturbed = false; ///< an action may have made an operation fail
+    std::vector<Step> m_inCallback;             ///< actions that wait for the next callback
+    std::vector<std::shared_ptr<void>> m_route; ///< what leads to the service otherwise: one fault's of a case
+    bool m_nobody = false;                      ///< no socket can be opened any more
+    bool m_deaf = false;                        ///< nor can anything be asked
+    bool m_disturbed = false;                   ///< an action may have made an operation fail
     std::size_t m_jobsBefore = 0;
     DiskStrikes m_strikes;
     const bool m_hasSecond; ///< another session, on another thread

@@ -11,9 +11,9 @@ namespace {
 constexpr auto keyTitle = "Error Requesting Encryption Key", addressTitle = "Error Transferring Files",
                writeTitle = "Unable to write to target file", refused = R"({"message":"no way"})",
                stitch = "We were unable to stitch the requested file back together from its chunks.";
+const Answer refusal = answer(300, refused);
 
-/// An upload, or a download of three good pieces, in which a row spoils something. A row:
-///     {"uploadKeyEmpty", [](Test &t) { what is changed }, PART OF THE MESSAGE, CODE, TITLE}
+/// An upload, or a download of three good pieces, in which a row spoils something.
 class FailureTest;
 struct Row {
     const char *name; ///< an upload's begins with "upload"
@@ -26,13 +26,7 @@ struct Row {
 };
 
 struct FailureTest : TransferTest, testing::WithParamInterface<Row> {
-    void change(int index, const char *member, const char *value)
-    {
-        QJsonObject chunk = chunks[index].toObject();
-        chunk[member] = value;
-        chunks[index] = chunk;
-    }
-    void rename(const char *to, int index = 1) { change(index, "fileName", to); }
+    void rename(const char *to, int index = 1) { change(chunks, index, "fileName", to); }
     QByteArray &cipher() { return stored["/s/p1"]; }
 
     QJsonArray chunks;
@@ -43,29 +37,27 @@ struct FailureTest : TransferTest, testing::WithParamInterface<Row> {
 TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
 {
     const auto &[name, spoil, message, code, ownTitle] = GetParam();
-    const std::string title = ownTitle ? ownTitle : "";
     const bool uploads = QByteArray(name).startsWith("upload");
     write("to/res.dat", "old");
     for (int number = 1; !uploads && number <= 3; ++number)
         chunks.append(piece(pieceName(number), noise(300000 + number)));
     spoil(*this);
     list(chunks, listedName);
+    const auto verify = [&, code = code, title = ownTitle, message = message](auto &transfer, const char *usual) {
+        EXPECT_EQ(transfer.completions, 0) << "inside the call";
+        EXPECT_TRUE(transfer.wait());
+        transfer.expect(code, title ? title : usual, message);
+    };
+    uploads ? upload(source) : download(wanted());
+    uploads ? verify(up, "File Failed to Upload") : verify(down, "Unable to download file");
     if (uploads) {
-        upload(source);
-        EXPECT_EQ(up.completions, 0) << "inside the call";
-        ASSERT_TRUE(up.wait());
-        up.expect(code, ownTitle ? title : "File Failed to Upload", message);
         EXPECT_EQ(seen("/s/"), 0);
         for (const ReceivedRequest &request : loopback.server.requests())
             EXPECT_FALSE(request.body.contains("PLAINTEXT"));
     } else {
-        download(wanted());
-        EXPECT_EQ(down.completions, 0) << "inside the call";
-        ASSERT_TRUE(down.wait());
-        down.expect(code, ownTitle ? title : "Unable to download file", message);
         for (const QString &left : filesIn("to"))
             EXPECT_TRUE(left == "res.dat" || left.startsWith("UNCONFIRMED_DOWNLOAD.res.dat")) << left.toStdString();
-        const bool namesAreBad = message == std::string(stitch) || title == writeTitle;
+        const bool namesAreBad = message == stitch || ownTitle == writeTitle;
         EXPECT_TRUE(!namesAreBad || seen("/s/") == 0) << "fetched before the names were checked";
         EXPECT_EQ(filesIn("."), QStringList({"plain.txt", "tmp", "to"})) << "written outside the target's folder";
     }
@@ -74,18 +66,19 @@ TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
 
 using Test = FailureTest;
 const Row rows[] = {
-    {"uploadKeyRefused", [](Test &t) { t.faults[keyPath] = answer(300, refused); }, "no way", 300, keyTitle},
+    {"uploadKeyRefused", [](Test &t) { t.faults[keyPath] = refusal; }, "no way", 300, keyTitle},
     {"uploadKeyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "", 400, keyTitle},
     {"uploadKeyIsNoBase64", [](Test &t) { t.faults[keyPath] = answer(200, R"({"key":{"plaintextKey":"QUJD*kVG"}})"); },
      "no usable encryption key", 400, keyTitle},
     {"uploadKeyTooLong", [](Test &t) { t.key += 'x'; }, "", 400, keyTitle},
     {"uploadKeyNeverCame", [](Test &t) { t.faults[keyPath] = hangUp(); }, "", 400, keyTitle},
-    {"uploadAddressRefused", [](Test &t) { t.faults[addressPath] = answer(300, refused); }, "no way", 300,
-     addressTitle},
+    {"uploadAddressRefused", [](Test &t) { t.faults[addressPath] = refusal; }, "no way", 300, addressTitle},
     {"uploadAddressNeverCame", [](Test &t) { t.faults[addressPath] = hangUp(); }, "", 400, addressTitle},
     {"uploadAddressIsALocalFile", [](Test &t) { t.address["uri"] = "file:///etc/passwd"; }, "address"},
     {"uploadHeaderInjection",
-     [](Test &t) { t.faults[addressPath] = answer(200, R"({"uri":"https://x","headers":{"X":"a\r\nb: c"}})"); },
+     [](Test &t) {
+         t.address["headers"] = QJsonObject{{"X", "a\r\nb: c"}};
+     },
      "header"},
     {"uploadNobodyListens", [](Test &t) { t.address["uri"] = "https://127.0.0.1:1/s/up?sig=1"; }, "efused"},
     {"uploadSourceMissing", [](Test &t) { t.source = t.at("none"); }, "none"},
@@ -93,18 +86,13 @@ const Row rows[] = {
 #ifndef Q_OS_WIN
     {"uploadSourceIsADevice", [](Test &t) { t.source = "/dev/zero"; },
      "/dev/zero could not be read for upload: It is not a regular file."},
-    {"uploadSourceIsAPipe",
-     [](Test &t) {
-         t.source = t.at("tmp/pipe");
-         EXPECT_EQ(mkfifo(t.source.c_str(), 0600), 0);
-     },
-     "regular file"},
+    {"uploadSourceIsAPipe", [](Test &t) { mkfifo((t.source = t.at("tmp/pipe")).c_str(), 0600); }, "regular file"},
 #endif
-    {"listingRefused", [](Test &t) { t.faults[listPath] = answer(300, refused); }, "no way", 300,
+    {"listingRefused", [](Test &t) { t.faults[listPath] = refusal; }, "no way", 300,
      "Error Retrieving File List for Job"},
     {"notListed", [](Test &t) { t.listedName = "another"; }, "out/res.dat", 404},
     {"noChunks", [](Test &t) { t.chunks = {}; }, stitch},
-    {"keyRefused", [](Test &t) { t.faults[keyPath] = answer(300, refused); }, "no way", 300, keyTitle},
+    {"keyRefused", [](Test &t) { t.faults[keyPath] = refusal; }, "no way", 300, keyTitle},
     {"keyEmpty", [](Test &t) { t.faults[keyPath] = answer(200, "{}"); }, "no usable", 400, keyTitle},
     {"keyOfAnotherJob", [](Test &t) { t.key = "another key"; }, "does not decrypt"},
     {"pieceRefusedWhileOthersHang",
@@ -125,8 +113,7 @@ const Row rows[] = {
     {"nameHasAFolder", [](Test &t) { t.rename("out/..\\x._00002_00003"); }, "x._", 400, writeTitle},
     {"joinedNameGoesUp", [](Test &t) { t.rename("out/..._00002_00003"); }, "...", 400, writeTitle},
     {"joinedNameIsEmpty", [](Test &t) { t.rename("._00001_00003", 0); }, "", 400, writeTitle},
-    {"addressIsALocalFile", [](Test &t) { t.change(1, "uri", "file:///etc/passwd"); }, "address"},
-};
+    {"addressIsALocalFile", [](Test &t) { change(t.chunks, 1, "uri", "file:///etc/passwd"); }, "address"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, FailureTest, testing::ValuesIn(rows), [](const auto &row) { return row.param.name; });
 

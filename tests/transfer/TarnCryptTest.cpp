@@ -74,8 +74,7 @@ TEST(TarnCryptTest, hmac_vectorsOfRfc4231_matchInEveryForm)
         {"Jefe", "what do ya want for nothing?", "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843"},
         {Bytes(131, '\xaa'), "Test Using Larger Than Block-Size Key - Hash Key First",
          "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54"},
-        {"", "", "b613679a0814d9ec772f95d778c35fc5ff1697c493715653c6c712144292c5ad"},
-    };
+        {"", "", "b613679a0814d9ec772f95d778c35fc5ff1697c493715653c6c712144292c5ad"}};
     constexpr auto binary = TarnCrypt::Raw, hex = TarnCrypt::Hex, other = static_cast<TarnCrypt::KeyType>(7);
     for (const auto &[bytes, message, digest] : cases) {
         const std::string key = bytes.toStdString(), hexKey = bytes.toHex().toStdString();
@@ -93,8 +92,7 @@ TEST(TarnCryptTest, hmac_vectorsOfRfc4231_matchInEveryForm)
 
 TEST(TarnCryptTest, hideAndShow_nistVector_matchesAndOtherInputIsRefused)
 {
-    Bytes plain = nistPlain;
-    Bytes out(plain.size() + 16, '\0');
+    Bytes plain = nistPlain, out(plain.size() + 16, '\0');
     int length = -1;
     ASSERT_EQ(TarnCrypt::do_hide(raw(plain), raw(out), &length, raw(nistKey), raw(nistIv)), 0);
     ASSERT_EQ(length, plain.size() + 16);
@@ -140,8 +138,7 @@ TEST_F(TarnCryptFileTest, encryption_everySize_givesTheBytesOfTheOpensslCommand)
 
 TEST_F(TarnCryptFileTest, decryption_damagedCipherText_keepsTheIntactPrefix)
 {
-    const Bytes plain = noise(2 * buffer + 5);
-    const Bytes cipher = encrypted(plain);
+    const Bytes plain = noise(2 * buffer + 5), cipher = encrypted(plain);
     Bytes flipped = cipher;
     flipped[2 * buffer + 3] = static_cast<char>(flipped.at(2 * buffer + 3) ^ 0x80);
     for (const auto &[damaged, size] : {std::pair(Bytes(), 0),

@@ -9,21 +9,26 @@
 
 #include "crypto/FileCipher.h"
 
+#include <filesystem>
+
 using namespace Velmora;
 
 constexpr int mebibyte = 1024 * 1024;
 constexpr auto addressPath = "/api/job/files/uploadUrl/J1", listPath = "/api/job/files/list/J1",
                keyPath = "/api/job/key";
 
-#ifdef Q_OS_WIN
-constexpr bool onWindows = true;
-#else
-constexpr bool onWindows = false;
-#endif
+constexpr bool onWindows = std::filesystem::path::preferred_separator == '\\';
 
 inline QString pieceName(int number, const QString &base = "out/res.dat")
 {
     return base + QStringLiteral("._%1_00003").arg(number, 5, 10, QLatin1Char('0'));
+}
+
+inline void change(QJsonArray &objects, int index, const char *member, const QJsonValue &value)
+{
+    QJsonObject object = objects[index].toObject();
+    object[member] = value;
+    objects[index] = object;
 }
 
 /// An answer in chunks, without the last, empty one.
@@ -36,9 +41,9 @@ inline QByteArray chunked(const QByteArray &body)
     return bytes;
 }
 
-/// What the callbacks of some transfers received.
+/// What the callbacks of some transfers received. One that begins after all others completed begins anew.
 template <class Details> struct Transfer {
-    int completions = 0;
+    int begun = 0, completions = 0;
     ApiError error;
     std::int64_t progress = 0;
     bool monotone = true; ///< and none after the completion
@@ -52,16 +57,19 @@ template <class Details> struct Transfer {
     }
     auto completed()
     {
+        if (begun == completions)
+            *this = {};
+        ++begun;
         return [this](const ApiError &outcome, const Details &) {
             ++completions;
             error = outcome;
         };
     }
-    bool wait(int count = 1)
+    bool wait(int hanging = 0) ///< until all but these have completed
     {
-        const bool completed = EVENTUALLY(completions >= count);
+        const bool completed = EVENTUALLY(completions + hanging >= begun);
         settle();
-        return completed && completions == count && (monotone || count > 1);
+        return completed && completions + hanging == begun && (monotone || begun > 1);
     }
     void expect(int code, const std::string &title = {}, const std::string &messagePart = {}) const
     {
@@ -88,18 +96,16 @@ struct TransferTest : FolderTest {
     Answer serve(const ReceivedRequest &request)
     {
         const QString path = request.target;
-        for (auto scripted = faults.begin(); scripted != faults.end(); ++scripted) {
-            if (path.startsWith(scripted.key()))
-                return *scripted;
-        }
-        if (path == "/api/auth/login")
-            return answer(200, R"({"idToken":"the-token","refreshToken":"r","expiresIn":3600})");
-        if (path == keyPath)
-            return answer(200, "{\"key\":{\"plaintextKey\":\"" + key.toBase64() + "\"}}");
-        if (path == addressPath)
-            return answer(200, QJsonDocument(address).toJson());
-        if (path == listPath)
-            return answer(200, QJsonDocument(listing).toJson());
+        for (const QString &begin : faults.keys())
+            if (path.startsWith(begin))
+                return faults[begin];
+        const QMap<QString, QByteArray> answers{
+            {"/api/auth/login", R"({"idToken":"the-token","refreshToken":"r","expiresIn":3600})"},
+            {keyPath, "{\"key\":{\"plaintextKey\":\"" + key.toBase64() + "\"}}"},
+            {addressPath, QJsonDocument(address).toJson()},
+            {listPath, QJsonDocument(listing).toJson()}};
+        if (answers.contains(path))
+            return answer(200, answers[path]);
         if (stored.contains(path))
             return answer(200, stored[path], "application/octet-stream");
         return answer(path.startsWith("/s/up") ? 204 : 404);
@@ -138,7 +144,6 @@ struct TransferTest : FolderTest {
     void upload(const std::string &path) { api->uploadFile({path, "J1", 0}, up.progressed(), up.completed()); }
     void uploadAndWait(const std::string &path)
     {
-        up = {};
         upload(path);
         ASSERT_TRUE(up.wait());
     }
@@ -166,7 +171,6 @@ struct TransferTest : FolderTest {
     void download(const FileDownloadDetails &file) { api->downloadFile(file, down.progressed(), down.completed()); }
     void downloadAndWait(const FileDownloadDetails &file)
     {
-        down = {};
         download(file);
         ASSERT_TRUE(down.wait());
     }

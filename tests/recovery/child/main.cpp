@@ -1,4 +1,3 @@
-/// @file main.cpp
 /// Signs in, prints "ready", waits for a line, then starts all transfers at once:
 ///     velmora_recovery_child CA USER PASSWORD (up JOB PATH | down JOB NAME TARGET)...
 /// Prints "moving" once bytes of each transfer move, and each outcome. Exits with 0 when all have succeeded.
