@@ -1,10 +1,6 @@
 #include "Program.h"
 
-#include <QTcpServer>
-
-using namespace CliTests;
-
-namespace {
+namespace CliTests {
 
 TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
@@ -18,9 +14,8 @@ TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
 {
-    const string path =
-        m_folder.write("job.json", R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})");
-    const auto program = ended("validate --json " + path, 2);
+    const string job = R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})";
+    const auto program = ended("validate --json " + m_folder.write("job.json", job), 2);
     EXPECT_EQ(program->json()["failedChecks"].toArray().size(), 5);
     for (const char *message : {"minimum of 1 simulation", "Currently a MAXIMUM of 128", "unknown key \"cores\""})
         EXPECT_TRUE(contains(program->errors(), message));
@@ -31,42 +26,20 @@ TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
 TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
 {
     serve();
-    const auto &users = VelmoraPortal::seededUsers();
-    const string right = users[0].password, other = users[1].password;
+    const string right = m_users[0].password, other = m_users[1].password, code = m_users[1].mfaCode;
     const std::tuple<size_t, string, string, int> rows[] = {{0, right, "", 0},       {0, "wrong", "", 1},
-                                                            {0, "", "", 2},          {1, other, users[1].mfaCode, 0},
+                                                            {0, "", "", 2},          {1, other, code, 0},
                                                             {1, other, "111111", 1}, {1, other, "", 2}};
-    for (const auto &[user, password, mfa, exit] : rows) {
-        signInAs(users[user].email, password, mfa);
-        const auto program = ended("login --json", exit);
-        EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
-        EXPECT_FALSE(contains(program->output(), "oken"));
-    }
-}
-
-TEST_F(ProgramTest, anyCommand_noConnection_exitsWithThreeAndSaysWhy)
-{
-    QTcpServer closed;
-    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
-    const string address = "127.0.0.1:" + std::to_string(closed.serverPort());
-    closed.close();
-    for (const string command : {"jobs", "status"})
-        ended(command + " --host " + address, 3,
-              "could not reach " + address + ": The connection to " + address + " was refused");
-    const VelmoraPortal::Portal untrusted;
-    ended("jobs --host " + untrusted.host(), 3, "--ca");
-}
-
-TEST_F(ProgramTest, run_everyEnd_hasItsExitCode)
-{
-    serve();
-    EXPECT_EQ(m_portal->jobStatus(ended(runOf("hull-sweep.json") + " --json", 0, "finished 100%")->text("jobId")),
-              "FINISHED");
-    EXPECT_EQ(ended(runOf("beam-single.json") + " --quiet", 0, "finished")->errors(), "");
-    VelmoraPortal::Options options;
-    options.requireInputs = true;
-    serve(500ms, options);
-    ended(runOf("beam-single.json"), 4, "did not finish: it was failed");
+    for (const auto &[user, password, mfa, exit] : rows)
+        for (const bool piped : {false, true}) {
+            signInAs(m_users[user].email, piped ? "unused" : password, mfa);
+            const auto program = start(piped ? "login --json --password-stdin" : "login --json");
+            program->write(password.empty() ? "" : (password + "\r\n").c_str());
+            program->closeWriteChannel();
+            EXPECT_EQ(program->end(), exit) << password << mfa << piped << program->errors();
+            EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
+            EXPECT_FALSE(contains(program->output(), "oken"));
+        }
 }
 
 TEST_F(ProgramTest, jobs_watch_showsTheRunningOnesUntilTheyEnd)
@@ -107,9 +80,13 @@ TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
     for (const auto &[path, kind, times, notice] : rows) {
         serve();
         inject(path, kind, times);
-        const string errors = ended(runOf("beam-single.json"), 0, "100%")->errors();
-        EXPECT_EQ(q(errors).count(QLatin1String(notice)), 1) << path << int(kind) << errors;
+        const auto program = ended(runOf("hull-sweep.json") + " --json", 0, "finished 100%");
+        EXPECT_EQ(q(program->errors()).count(QLatin1String(notice)), 1) << path << int(kind) << program->errors();
+        EXPECT_EQ(m_portal->jobStatus(program->text("jobId")), "FINISHED");
     }
+    EXPECT_EQ(ended(runOf("beam-single.json") + " --quiet", 0, "finished")->errors(), "");
+    serve(500ms, true);
+    ended(runOf("beam-single.json"), 4, "did not finish: it was failed");
 }
 
 TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
@@ -128,7 +105,7 @@ TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
     const string other = submitted(*interrupted);
     interrupted->interrupt();
     EXPECT_EQ(interrupted->end(), 130);
-    EXPECT_TRUE(contains(interrupted->errors(), "velmora watch " + other + connection()));
+    EXPECT_TRUE(contains(interrupted->errors(), "velmora watch " + other + m_connection));
     EXPECT_NE(m_portal->jobStatus(other), "STOPPED");
 
     const auto lost = start("watch --patience 1 " + other);
@@ -175,4 +152,4 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
     EXPECT_EQ(me->text("forename") + me->text("surname"), "Field");
 }
 
-} // namespace
+} // namespace CliTests

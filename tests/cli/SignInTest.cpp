@@ -1,23 +1,17 @@
 #include "Program.h"
 
-#include <QRegularExpression>
-
 #ifdef Q_OS_UNIX
 #include <sys/stat.h>
 #endif
 
-using namespace CliTests;
+namespace CliTests {
 
-namespace {
-
-class SignInTest : public ProgramTest {
-protected:
+struct SignInTest : ProgramTest {
     SignInTest() { serve(); }
     void signInOnce(size_t user = 0)
     {
-        const auto &account = VelmoraPortal::seededUsers()[user];
-        signInAs(account.email, account.password, account.mfaCode);
-        ended("login", 0, account.email + " is signed in");
+        signInAs(m_users[user].email, m_users[user].password, m_users[user].mfaCode);
+        ended("login", 0, m_users[user].email + " is signed in");
         signInAs("", "", "");
     }
     string tokenFile() const
@@ -42,7 +36,7 @@ TEST_F(SignInTest, login_once_servesEveryCommandUntilLogout)
     const auto jobs = ended("jobs --verbose", 0, "job-pump0003");
     EXPECT_FALSE(contains(jobs->errors() + tokenFile(), token));
     EXPECT_EQ(m_portal->requestCount("auth/login"), 1U);
-    Program words("words -- job" + connection() + " job-p", m_folder.root());
+    Program words("words -- job" + m_connection + " job-p", m_folder.root());
     EXPECT_EQ(words.end(), 0);
     EXPECT_EQ(words.output().find("job-pump0003\tPump-"), 0U) << words.output();
     ended("logout", 0, "signed out");
@@ -65,45 +59,29 @@ TEST_F(SignInTest, storedToken_anyTrouble_isForgottenOnlyWhenRefused)
     EXPECT_EQ(tokenFile(), "none");
 }
 
-TEST_F(SignInTest, login_passwordOnStandardInput_isReadThere)
-{
-    const string password = VelmoraPortal::seededUsers()[0].password;
-    for (const auto &[given, exit] : {std::pair(password + "\r\n", 0), {"wrong\n", 1}, {"", 2}}) {
-        qputenv("VELMORA_PASSWORD", "unused");
-        const auto program = start("login --password-stdin");
-        program->write(given.c_str());
-        program->closeWriteChannel();
-        EXPECT_EQ(program->end(), exit) << program->errors();
-    }
-}
-
 TEST_F(SignInTest, config_profiles_completeWhatIsNotGiven)
 {
-    const string user = VelmoraPortal::seededUsers()[1].email, password = VelmoraPortal::seededUsers()[1].password;
-    const auto plain = [this](const string &line, int exit, const string &message = {}) {
-        Program program(line, m_folder.root());
-        EXPECT_EQ(program.end(), exit) << line << program.errors();
-        EXPECT_TRUE(contains(program.output() + program.errors(), message)) << line;
-    };
-    plain("config set host " + m_portal->host() + " --profile lab", 0, "lab");
-    plain("config set ca " + m_portal->caFile() + " --profile lab", 0);
-    plain("config set user " + user + " --profile lab", 0);
-    plain("config set to out/new", 0);
-    plain("status", 3);
-    plain("status --profile lab", 0, "answers");
-    plain("status --profile lab --host 127.0.0.1:1", 3, "127.0.0.1:1");
-    plain("download job-wing0001 wing.mesh --profile lab", 0);
+    m_connection.clear();
+    ended("config set host " + m_portal->host() + " --profile lab", 0, "lab");
+    ended("config set ca " + m_portal->caFile() + " --profile lab", 0);
+    ended("config set user " + m_users[1].email + " --profile lab", 0);
+    ended("config set to out/new", 0);
+    ended("status", 3);
+    ended("status --profile lab", 0, "answers");
+    ended("status --profile lab --host 127.0.0.1:1", 3, "127.0.0.1:1");
+    ended("download job-wing0001 wing.mesh --profile lab", 0);
     EXPECT_EQ(m_folder.below("out/new").size(), 1U);
-    signInAs("", password, VelmoraPortal::seededUsers()[1].mfaCode);
-    plain("jobs --profile lab", 0, "job-pump0003");
-    plain("words -- status --profile la", 0);
-    plain("config set user --profile lab", 0);
-    plain("jobs --profile lab", 2, "no user");
+    signInAs("", m_users[1].password, m_users[1].mfaCode);
+    ended("jobs --profile lab", 0, "job-pump0003");
+    ended("words -- status --profile la", 0);
+    ended("config set user --profile lab", 0);
+    ended("jobs --profile lab", 2, "no user");
 }
 
-TEST_F(SignInTest, mistakes_areNamedWithWhatWasMeant)
+TEST_F(ProgramTest, mistakes_areNamedWithWhatWasMeant)
 {
-    m_portal.reset();
+    const VelmoraPortal::Portal untrusted;
+    const string refused = "could not reach 127.0.0.1:1: The connection to 127.0.0.1:1 was refused";
     for (const auto &[line, exit, message] : std::initializer_list<std::tuple<string, int, string>>{
              {"jbos", 2, "there is no command \"jbos\"; did you mean \"jobs\"?"},
              {"--quiet dwonload job-1", 2, "did you mean \"download\""},
@@ -114,13 +92,15 @@ TEST_F(SignInTest, mistakes_areNamedWithWhatWasMeant)
              {"words -- jobs --portal =", 0, "production\n"},
              {"words -- jobs --portal = dev", 0, "development\n"},
              {"words -- upload job-1 a", 0, ":files\n"},
-             {"words -- sync a", 0, ":folders\n"}})
+             {"words -- sync a", 0, ":folders\n"},
+             {"jobs --host 127.0.0.1:1", 3, refused},
+             {"status --host 127.0.0.1:1", 3, refused},
+             {"jobs --host " + untrusted.host(), 3, "--ca"}})
         ended(line, exit, message);
 }
 
-TEST_F(SignInTest, manualHelpAndReadme_nameTheSameCommandsAndOptions)
+TEST_F(ProgramTest, manualHelpAndReadme_nameTheSameCommandsAndOptions)
 {
-    m_portal.reset();
     const auto text = [this](const string &line) { return q(ended(line, 0)->output()); };
     const QString manual = text("manual").remove('\\');
     QMap<QString, QString> helps;
@@ -151,4 +131,4 @@ TEST_F(SignInTest, manualHelpAndReadme_nameTheSameCommandsAndOptions)
     EXPECT_GT(uses, 10);
 }
 
-} // namespace
+} // namespace CliTests
