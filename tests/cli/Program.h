@@ -30,11 +30,9 @@ struct Program : QProcess {
     Program(const string &line, const QString &folder)
     {
         setWorkingDirectory(folder);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *variable : {"TMPDIR", "TMP"}) // of encrypted copies
-            environment.insert(variable, folder + "/tmp");
-        environment.insert("VELMORA_CONFIG_DIR", folder + "/config"); // not the user's own
-        setProcessEnvironment(environment);
+        setEnvironment(systemEnvironment() << "TMPDIR=" + folder + "/tmp"
+                                           << "TMP=" + folder + "/tmp"                     // of encrypted copies
+                                           << "VELMORA_CONFIG_DIR=" + folder + "/config"); // not the user's own
 #if defined(Q_OS_UNIX) && QT_VERSION_MAJOR >= 6
         setChildProcessModifier(detach);
 #endif

@@ -3,7 +3,6 @@
 #include "Options.h"
 #include "Sweep.h"
 
-#include <numeric>
 #include <random>
 
 namespace CliTests {
@@ -13,10 +12,10 @@ using namespace Velmora::Cli;
 struct RunTest : ProgramTest {
     std::uint64_t sentBytes() const
     {
-        const auto all = m_portal->requests();
-        return std::accumulate(all.begin(), all.end(), std::uint64_t(0), [](std::uint64_t sum, const auto &request) {
-            return sum + (request.target.find("/storage/") == 0 ? request.bodySize : 0);
-        });
+        std::uint64_t sum = 0;
+        for (const auto &request : m_portal->requests())
+            sum += request.target.find("/storage/") == 0 ? request.bodySize : 0;
+        return sum;
     }
     size_t submissions() const { return m_portal->requestCount("job/submit"); }
 };
