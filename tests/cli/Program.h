@@ -3,14 +3,6 @@
 #include "portal/Portal.h"
 #include "support/TestFolder.h"
 
-#include <gtest/gtest.h>
-
-#include <QCoreApplication>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-
 #include <csignal>
 
 #ifdef Q_OS_UNIX
@@ -20,10 +12,10 @@
 
 namespace CliTests {
 
-using namespace std::chrono_literals;
+using namespace std::literals;
 using std::string;
+using Strings = std::set<string>;
 using VelmoraPortal::FaultKind;
-using namespace std::string_literals;
 
 inline QString q(const string &text) { return QString::fromStdString(text); }
 
@@ -34,46 +26,43 @@ inline testing::AssertionResult contains(const string &text, const string &part)
 }
 
 /// The program, detached from the terminal, so that it cannot ask for input.
-class Program : public QProcess {
-public:
-    static constexpr int PatienceMs = 30000;
-
+struct Program : QProcess {
     Program(const string &line, const QString &folder)
     {
         setWorkingDirectory(folder);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *variable : {"TMPDIR", "TMP"}) // of encrypted copies
-            environment.insert(variable, folder + "/tmp");
-        environment.insert("VELMORA_CONFIG_DIR", folder + "/config"); // not the user's own
-        setProcessEnvironment(environment);
+        setEnvironment(systemEnvironment() << "TMPDIR=" + folder + "/tmp"
+                                           << "TMP=" + folder + "/tmp"                     // of encrypted copies
+                                           << "VELMORA_CONFIG_DIR=" + folder + "/config"); // not the user's own
 #if defined(Q_OS_UNIX) && QT_VERSION_MAJOR >= 6
         setChildProcessModifier(detach);
 #endif
         start(QCoreApplication::applicationDirPath() + "/velmora", q(line).split(' ', Qt::SkipEmptyParts));
     }
-    ~Program() override
-    {
-        kill();
-        waitForFinished();
-    }
-
     int end()
     {
-        if (state() != NotRunning && !waitForFinished(PatienceMs))
-            return -1;
-        return exitStatus() == NormalExit ? exitCode() : -2;
+        waitForFinished();
+        return state() == NotRunning && exitStatus() == NormalExit ? exitCode() : -1;
     }
     bool says(const string &text)
     {
         setReadChannel(StandardError);
-        while (errors().find(text) == string::npos) {
-            if (!waitForReadyRead(PatienceMs))
-                return false;
+        while (errors().find(text) == string::npos && waitForReadyRead()) {
         }
-        return true;
+        return m_errors.find(text) != string::npos;
     }
 #ifdef Q_OS_UNIX
     void interrupt() { ::kill(pid_t(processId()), SIGINT); }
+#if QT_VERSION_MAJOR < 6
+    void setupChildProcess() override { detach(); }
+#endif
+    static void detach()
+    {
+        ::setsid();
+        std::signal(SIGINT, SIG_DFL); // the program that started the tests may ignore it
+        // An inherited listening socket would stay open after the portal has closed it.
+        for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor)
+            ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
 #else
     void interrupt() { ADD_FAILURE() << "no console to press Ctrl-C on"; }
 #endif
@@ -86,48 +75,32 @@ public:
         return document.object();
     }
     string text(const char *key) { return json()[key].toString().toStdString(); }
-
-#ifdef Q_OS_UNIX
-#if QT_VERSION_MAJOR < 6
-protected:
-    void setupChildProcess() override { detach(); }
-#endif
-
-private:
-    static void detach()
-    {
-        ::setsid();
-        std::signal(SIGINT, SIG_DFL); // the program that started the tests may ignore it
-        // An inherited listening socket would stay open after the portal has closed it.
-        for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor)
-            ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-    }
-#endif
-
-private:
-    string m_errors;
-    string m_output;
+    string m_errors, m_output;
 };
 
-class ProgramTest : public testing::Test {
-protected:
+struct ProgramTest : testing::Test {
     ProgramTest()
     {
         for (const char *name : {"VELMORA_API_URL", "QT_LOGGING_RULES"})
             qunsetenv(name);
         QDir(m_folder.root()).mkdir("tmp");
-        signInAs(VelmoraPortal::seededUsers()[0].email, VelmoraPortal::seededUsers()[0].password, "");
+        signInAs(m_users[0].email, m_users[0].password);
     }
-    static void signInAs(const string &user, const string &password, const string &mfa)
+    static void signInAs(const string &user, const string &password, const string &mfa = {})
     {
         qputenv("VELMORA_USER", user.c_str());
         qputenv("VELMORA_PASSWORD", password.c_str());
         qputenv("VELMORA_MFA", mfa.c_str());
     }
-    void serve(std::chrono::milliseconds jobDuration = 1500ms, VelmoraPortal::Options options = {})
+    void serve(std::chrono::milliseconds jobDuration = 1500ms, bool requireInputs = false,
+               const VelmoraPortal::StorageOptions &storage = {})
     {
+        VelmoraPortal::Options options;
         options.jobDuration = jobDuration;
+        options.requireInputs = requireInputs;
+        options.storage = storage;
         m_portal = std::make_unique<VelmoraPortal::Portal>(options);
+        m_connection = " --host " + m_portal->host() + " --ca " + m_portal->caFile();
     }
     void inject(const string &path, FaultKind kind, int times, int status = 500)
     {
@@ -139,10 +112,9 @@ protected:
         fault.messages = 2;
         m_portal->inject(fault);
     }
-    string connection() const { return " --host " + m_portal->host() + " --ca " + m_portal->caFile(); }
     std::unique_ptr<Program> start(const string &line) const
     {
-        return std::make_unique<Program>(m_portal ? line + connection() : line, m_folder.root());
+        return std::make_unique<Program>(line + m_connection, m_folder.root());
     }
     std::unique_ptr<Program> ended(const string &line, int exit, const string &message = {}) const
     {
@@ -158,13 +130,34 @@ protected:
         QFile::copy(q(example(job)), q(m_folder.path(job)));
         return "run --again --account ACC-1001 --no-upload --no-download " + job;
     }
+    /// The command that runs a job of a main file and that many inputs, the last of which is empty.
+    string job(int inputs, int size = 1000, double coreHours = 1) const
+    {
+        m_folder.write("in/b.trninp", "main");
+        QJsonArray names, aliases;
+        for (int i = 0; i < inputs; ++i) {
+            names.append(q("in/mesh-" + std::to_string(i)));
+            aliases.append("x");
+            m_folder.write("in/mesh-" + std::to_string(i), i < inputs - 1 ? noise(size, i).toStdString() : "");
+        }
+        auto job = QJsonDocument::fromJson(R"({"jobName": "B", "mainFile": "in/b.trninp", "operation": 1,
+            "simulations": ["-v 1"], "coresRequired": 1, "ramEstimate": 100, "accountID": "ACC-1001"})")
+                       .object();
+        job["dependentFilesList"] = names;
+        job["dependentFilesAliasList"] = aliases;
+        job["coreHourEstimate"] = coreHours;
+        m_folder.write("job.json", QJsonDocument(job).toJson().toStdString());
+        return "run job.json --to out";
+    }
     static string submitted(Program &program)
     {
         EXPECT_TRUE(program.says(" submitted\n")) << program.errors();
         return program.errors().substr(program.errors().find("submitted job-") + 10, 12);
     }
 
+    const std::vector<VelmoraPortal::SeededUser> &m_users = VelmoraPortal::seededUsers();
     const TestFolder m_folder;
+    string m_connection;
     std::unique_ptr<VelmoraPortal::Portal> m_portal;
 };
 

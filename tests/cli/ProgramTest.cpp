@@ -1,10 +1,6 @@
 #include "Program.h"
 
-#include <QTcpServer>
-
-using namespace CliTests;
-
-namespace {
+namespace CliTests {
 
 TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
@@ -18,9 +14,8 @@ TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 
 TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
 {
-    const string path =
-        m_folder.write("job.json", R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})");
-    const auto program = ended("validate --json " + path, 2);
+    const string job = R"({"jobName": "B", "coresRequired": 129, "operation": 1, "cores": 3})";
+    const auto program = ended("validate --json " + m_folder.write("job.json", job), 2);
     EXPECT_EQ(program->json()["failedChecks"].toArray().size(), 5);
     for (const char *message : {"minimum of 1 simulation", "Currently a MAXIMUM of 128", "unknown key \"cores\""})
         EXPECT_TRUE(contains(program->errors(), message));
@@ -31,42 +26,20 @@ TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
 TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
 {
     serve();
-    const auto &users = VelmoraPortal::seededUsers();
-    const string right = users[0].password, other = users[1].password;
+    const string right = m_users[0].password, other = m_users[1].password, code = m_users[1].mfaCode;
     const std::tuple<size_t, string, string, int> rows[] = {{0, right, "", 0},       {0, "wrong", "", 1},
-                                                            {0, "", "", 2},          {1, other, users[1].mfaCode, 0},
+                                                            {0, "", "", 2},          {1, other, code, 0},
                                                             {1, other, "111111", 1}, {1, other, "", 2}};
-    for (const auto &[user, password, mfa, exit] : rows) {
-        signInAs(users[user].email, password, mfa);
-        const auto program = ended("login --json", exit);
-        EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
-        EXPECT_FALSE(contains(program->output(), "oken"));
-    }
-}
-
-TEST_F(ProgramTest, anyCommand_noConnection_exitsWithThreeAndSaysWhy)
-{
-    QTcpServer closed;
-    ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
-    const string address = "127.0.0.1:" + std::to_string(closed.serverPort());
-    closed.close();
-    for (const string command : {"jobs", "status"})
-        ended(command + " --host " + address, 3,
-              "could not reach " + address + ": The connection to " + address + " was refused");
-    const VelmoraPortal::Portal untrusted;
-    ended("jobs --host " + untrusted.host(), 3, "--ca");
-}
-
-TEST_F(ProgramTest, run_everyEnd_hasItsExitCode)
-{
-    serve();
-    EXPECT_EQ(m_portal->jobStatus(ended(runOf("hull-sweep.json") + " --json", 0, "finished 100%")->text("jobId")),
-              "FINISHED");
-    EXPECT_EQ(ended(runOf("beam-single.json") + " --quiet", 0, "finished")->errors(), "");
-    VelmoraPortal::Options options;
-    options.requireInputs = true;
-    serve(500ms, options);
-    ended(runOf("beam-single.json"), 4, "did not finish: it was failed");
+    for (const auto &[user, password, mfa, exit] : rows)
+        for (const bool piped : {false, true}) {
+            signInAs(m_users[user].email, piped ? "unused" : password, mfa);
+            const auto program = start(piped ? "login --json --password-stdin" : "login --json");
+            program->write(password.empty() ? "" : (password + "\r\n").c_str());
+            program->closeWriteChannel();
+            EXPECT_EQ(program->end(), exit) << password << mfa << piped << program->errors();
+            EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
+            EXPECT_FALSE(contains(program->output(), "oken"));
+        }
 }
 
 TEST_F(ProgramTest, jobs_watch_showsTheRunningOnesUntilTheyEnd)
@@ -107,9 +80,13 @@ TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
     for (const auto &[path, kind, times, notice] : rows) {
         serve();
         inject(path, kind, times);
-        const string errors = ended(runOf("beam-single.json"), 0, "100%")->errors();
-        EXPECT_EQ(q(errors).count(QLatin1String(notice)), 1) << path << int(kind) << errors;
+        const auto program = ended(runOf("hull-sweep.json") + " --json", 0, "finished 100%");
+        EXPECT_EQ(q(program->errors()).count(QLatin1String(notice)), 1) << path << int(kind) << program->errors();
+        EXPECT_EQ(m_portal->jobStatus(program->text("jobId")), "FINISHED");
     }
+    EXPECT_EQ(ended(runOf("beam-single.json") + " --quiet", 0, "finished")->errors(), "");
+    serve(500ms, true);
+    ended(runOf("beam-single.json"), 4, "did not finish: it was failed");
 }
 
 TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
@@ -128,7 +105,7 @@ TEST_F(ProgramTest, run_jobThatDoesNotEnd_isLeftInEveryWay)
     const string other = submitted(*interrupted);
     interrupted->interrupt();
     EXPECT_EQ(interrupted->end(), 130);
-    EXPECT_TRUE(contains(interrupted->errors(), "velmora watch " + other + connection()));
+    EXPECT_TRUE(contains(interrupted->errors(), "velmora watch " + other + m_connection));
     EXPECT_NE(m_portal->jobStatus(other), "STOPPED");
 
     const auto lost = start("watch --patience 1 " + other);
@@ -175,4 +152,127 @@ TEST_F(ProgramTest, everyCommand_seededJobs_showsTheSameAsTextAndJson)
     EXPECT_EQ(me->text("forename") + me->text("surname"), "Field");
 }
 
-} // namespace
+struct SignInTest : ProgramTest {
+    SignInTest() { serve(); }
+    void signInOnce(size_t user = 0)
+    {
+        signInAs(m_users[user].email, m_users[user].password, m_users[user].mfaCode);
+        ended("login", 0, m_users[user].email + " is signed in");
+        signInAs("", "", "");
+    }
+    string tokenFile() const
+    {
+        for (const string &name : m_folder.below("config"))
+            if (name.find(".token") != string::npos)
+                return "config/" + name;
+        return "none";
+    }
+};
+
+TEST_F(SignInTest, login_once_servesEveryCommandUntilLogout)
+{
+    signInOnce(1);
+    const string token = m_folder.read(tokenFile());
+    EXPECT_EQ(token.find("refresh."), 0U);
+#ifdef Q_OS_UNIX
+    EXPECT_EQ(QFile::permissions(q(m_folder.path(tokenFile()))) & 0x777, 0x600);
+#endif
+    const auto jobs = ended("jobs --verbose", 0, "job-pump0003");
+    EXPECT_FALSE(contains(jobs->errors() + tokenFile(), token));
+    EXPECT_EQ(m_portal->requestCount("auth/login"), 1U);
+    Program words("words -- job" + m_connection + " job-p", m_folder.root());
+    EXPECT_EQ(words.end(), 0);
+    EXPECT_EQ(words.output().find("job-pump0003\tPump-"), 0U) << words.output();
+    ended("logout", 0, "signed out");
+    EXPECT_EQ(tokenFile(), "none");
+    ended("jobs", 2, "no user");
+    ended("logout", 0, "nobody");
+}
+
+TEST_F(SignInTest, storedToken_anyTrouble_isForgottenOnlyWhenRefused)
+{
+    signInOnce();
+    const string file = tokenFile(), token = m_folder.read(file);
+    inject("auth/refresh", FaultKind::ResetAfter, 1);
+    ended("jobs", 3);
+    inject("auth/refresh", FaultKind::Status, 1, 503);
+    ended("jobs", 1);
+    EXPECT_EQ(m_folder.read(file), token);
+    m_folder.write(file, "refresh.old");
+    EXPECT_TRUE(contains(ended("jobs", 2, "no password")->errors(), "no longer signed in"));
+    EXPECT_EQ(tokenFile(), "none");
+}
+
+TEST_F(SignInTest, config_profiles_completeWhatIsNotGiven)
+{
+    m_connection.clear();
+    ended("config set host " + m_portal->host() + " --profile lab", 0, "lab");
+    ended("config set ca " + m_portal->caFile() + " --profile lab", 0);
+    ended("config set user " + m_users[1].email + " --profile lab", 0);
+    ended("config set to out/new", 0);
+    ended("status", 3);
+    ended("status --profile lab", 0, "answers");
+    ended("status --profile lab --host 127.0.0.1:1", 3, "127.0.0.1:1");
+    ended("download job-wing0001 wing.mesh --profile lab", 0);
+    EXPECT_EQ(m_folder.below("out/new").size(), 1U);
+    signInAs("", m_users[1].password, m_users[1].mfaCode);
+    ended("jobs --profile lab", 0, "job-pump0003");
+    ended("words -- status --profile la", 0);
+    ended("config set user --profile lab", 0);
+    ended("jobs --profile lab", 2, "no user");
+}
+
+TEST_F(ProgramTest, mistakes_areNamedWithWhatWasMeant)
+{
+    const VelmoraPortal::Portal untrusted;
+    const string refused = "could not reach 127.0.0.1:1: The connection to 127.0.0.1:1 was refused";
+    for (const auto &[line, exit, message] : std::initializer_list<std::tuple<string, int, string>>{
+             {"jbos", 2, "there is no command \"jbos\"; did you mean \"jobs\"?"},
+             {"--quiet dwonload job-1", 2, "did you mean \"download\""},
+             {"jobs --jsno", 2, "there is no option --jsno; did you mean \"--json\"?"},
+             {"zzzzzz", 2, "there is no command \"zzzzzz\"\n"},
+             {"words -- hpc --pre", 0, "--preferred\tPreferred clusters only\n"},
+             {"words -- jo", 0, "jobs\tList your jobs, newest first\n"},
+             {"words -- jobs --portal =", 0, "production\n"},
+             {"words -- jobs --portal = dev", 0, "development\n"},
+             {"words -- upload job-1 a", 0, ":files\n"},
+             {"words -- sync a", 0, ":folders\n"},
+             {"jobs --host 127.0.0.1:1", 3, refused},
+             {"status --host 127.0.0.1:1", 3, refused},
+             {"jobs --host " + untrusted.host(), 3, "--ca"}})
+        ended(line, exit, message);
+}
+
+TEST_F(ProgramTest, manualHelpAndReadme_nameTheSameCommandsAndOptions)
+{
+    const auto text = [this](const string &line) { return q(ended(line, 0)->output()); };
+    const QString manual = text("manual").remove('\\');
+    QMap<QString, QString> helps;
+    for (const QString &line : text("words -- ").split('\n', Qt::SkipEmptyParts))
+        helps[line.section('\t', 0, 0)] = text(line.section('\t', 0, 0).toStdString() + " --help");
+    ASSERT_GT(helps.size(), 25);
+    static const QRegularExpression option("(?<![\\w-])--[a-z][a-z-]+"), use("velmora ([a-z]+)([^`\\n|]*)"),
+        entry("^  (?:-h,)?(--[a-z-]+)", QRegularExpression::MultilineOption);
+    QFile readme(VELMORA_SOURCE_FOLDER "/README.md");
+    ASSERT_TRUE(readme.open(QIODevice::ReadOnly));
+    QString examples = QString::fromUtf8(readme.readAll());
+    const QString shared = manual.section(".SH COMMANDS", 0, 0);
+    for (auto help = helps.begin(); help != helps.end(); ++help) {
+        const QString own = manual.section(".SS \"velmora " + help.key() + " [OPTIONS]", 1).section(".SS", 0, 0);
+        for (auto found = entry.globalMatch(help.value()); found.hasNext();)
+            EXPECT_TRUE(contains((shared + own).toStdString(), "fB" + found.next().captured(1).toStdString() + "fR"));
+        examples += help.value();
+    }
+    int uses = 0;
+    for (auto found = use.globalMatch(examples.replace("bin/velmora --host HOST --ca CA.pem", "velmora"));
+         found.hasNext(); ++uses) {
+        const QRegularExpressionMatch example = found.next();
+        const QString help = helps.value(example.captured(1));
+        EXPECT_FALSE(help.isEmpty()) << example.captured().toStdString();
+        for (auto given = option.globalMatch(example.captured(2)); given.hasNext();)
+            EXPECT_TRUE(help.contains(given.next().captured())) << example.captured().toStdString();
+    }
+    EXPECT_GT(uses, 10);
+}
+
+} // namespace CliTests

@@ -70,13 +70,11 @@ TEST(RenderTest, frames_anyTerminal_fitAndHideNothing)
         }
     Transfer transfer = batch.transfers[10];
     transfer.progress(1300000);
-    EXPECT_EQ(transfer.phase, Phase::Joining);
-    EXPECT_EQ(transfer.share(), 100);
+    EXPECT_EQ(std::pair(transfer.phase, transfer.share()), std::pair(Phase::Joining, 100));
     transfer = batch.transfers[10];
     transfer.direction = Transfer::Direction::Up;
     transfer.progress(999999);
-    EXPECT_EQ(transfer.phase, Phase::Sending);
-    EXPECT_EQ(transfer.share(), 99);
+    EXPECT_EQ(std::pair(transfer.phase, transfer.share()), std::pair(Phase::Sending, 99));
     QStringList lines = jobFrame(state, 65, {80, 12}, Plain);
     EXPECT_EQ(lines[1], u("sim-10  running    ######################################## 100%"));
     EXPECT_EQ(lines.last(), u("and 30 more: 10 finished, 20 queued"));

@@ -3,42 +3,19 @@
 #include "common/Options.h"
 #include "run/Sweep.h"
 
-#include <QElapsedTimer>
-
-#include <map>
-#include <numeric>
 #include <random>
 
-using namespace CliTests;
+namespace CliTests {
+
 using namespace Velmora::Cli;
 
-namespace {
-
-class RunTest : public ProgramTest {
-protected:
-    /// The command that runs a job of so many input files.
-    string job(int files, size_t size, double coreHours = 1) const
-    {
-        string names, aliases;
-        for (int i = 0; i < files; ++i) {
-            m_folder.write("in-" + std::to_string(i), string(size + size_t(i), char('a' + i % 26)));
-            names += (i > 0 ? ", \"in-" : "\"in-") + std::to_string(i) + '"';
-            aliases += i > 0 ? ", \"x\"" : "\"x\"";
-        }
-        m_folder.write("b.trninp", "main");
-        m_folder.write("job.json",
-                       R"({"jobName": "B", "mainFile": "b.trninp", "operation": 1, "dependentFilesList": [)" + names +
-                           R"(], "dependentFilesAliasList": [)" + aliases +
-                           R"(], "simulations": ["-v 1"], "coresRequired": 1, "coreHourEstimate": )" +
-                           std::to_string(coreHours) + R"(, "ramEstimate": 100, "accountID": "ACC-1001"})");
-        return "run job.json --to out";
-    }
+struct RunTest : ProgramTest {
     std::uint64_t sentBytes() const
     {
-        const auto all = m_portal->requests();
-        return std::accumulate(all.begin(), all.end(), std::uint64_t(0), [](std::uint64_t sum, const auto &request) {
-            return sum + (request.target.find("/storage/") == 0 ? request.bodySize : 0);
-        });
+        std::uint64_t sum = 0;
+        for (const auto &request : m_portal->requests())
+            sum += request.target.find("/storage/") == 0 ? request.bodySize : 0;
+        return sum;
     }
     size_t submissions() const { return m_portal->requestCount("job/submit"); }
 };
@@ -46,21 +23,22 @@ protected:
 TEST_F(RunTest, run_sameCommandAgain_doesNothingTwice)
 {
     serve(500ms);
-    const string run = job(3, 1000), id = ended(run + " --json", 0)->text("jobId");
+    const string run = job(4), id = ended(run + " --json", 0)->text("jobId");
     const size_t jobs = m_portal->jobCount();
     const string journal = m_folder.read("job.json.journal");
     const auto nothing = [] {};
     const std::tuple<string, std::function<void()>, int, string> rows[] = {
         // more arguments, what happened before, exit code, message
         {"", nothing, 0, "nothing was left to do"},
-        {"", [&] { m_folder.write("in-1", m_folder.read("in-1")); }, 0, "nothing was left to do"}, // only touched
-        {"", [&] { m_folder.write("job.json.journal", journal + "{\"sent\":\"in-"); }, 0, "nothing was left to do"},
+        {"", [&] { m_folder.write("in/mesh-1", m_folder.read("in/mesh-1")); }, 0,
+         "nothing was left to do"}, // only touched
+        {"", [&] { m_folder.write("job.json.journal", journal + "{\"sent\":\"mesh-"); }, 0, "nothing was left to do"},
         {"", [&] { m_folder.remove("out/sim-1"); }, 0, "downloading 3 files"},
         {"", [&] { m_folder.write("out/sim-1/run.log", "x"); }, 0, "2 of them are here already"},
-        {" --journal in-0", nothing, 2, "in-0 is no journal"},
-        {"", [&] { m_folder.write("in-1", string(1001, '!')); }, 2, "has changed since: in-1\n"},
-        {" --each=-x{1,2}", nothing, 2, "has changed since: coreHourEstimate, simulations, in-1\n"},
-        {" --again --account ACC-2002", [&] { job(3, 1000, 77); }, 2, "estimated at 77 core hours; ACC-2002 has 76"}};
+        {" --journal in/mesh-0", nothing, 2, "in/mesh-0 is no journal"},
+        {"", [&] { m_folder.write("in/mesh-1", string(1001, '!')); }, 2, "has changed since: mesh-1\n"},
+        {" --each=-x{1,2}", nothing, 2, "has changed since: coreHourEstimate, simulations, mesh-1\n"},
+        {" --again --account ACC-2002", [&] { job(4, 1000, 77); }, 2, "estimated at 77 core hours; ACC-2002 has 76"}};
     for (const auto &[arguments, happens, exit, message] : rows) {
         happens();
         m_portal->clearRequests();
@@ -89,7 +67,7 @@ TEST_F(RunTest, run_failedInAnyWay_goesOnWithOneJob)
         {{{"storage/piece", FaultKind::Status, 0}}, 1, "to go on, or download the rest", 30}};
     for (const auto &[faults, exit, message, most] : rows) {
         serve(500ms);
-        const string run = job(3, 10000) + " --timeout 1";
+        const string run = job(4, 10000) + " --timeout 1";
         const size_t jobs = m_portal->jobCount();
         for (const auto &[path, kind, times] : faults)
             inject(path, kind, times, 409); // not worth another try
@@ -107,10 +85,10 @@ TEST_F(RunTest, run_failedInAnyWay_goesOnWithOneJob)
 TEST_F(RunTest, steps_oneByOne_makeTheSameJob)
 {
     serve(500ms);
-    job(1, 1000);
+    job(2);
     const string id = ended("new --account ACC-1001 --json", 0)->text("jobId");
-    ended("submit job.json --job " + id, 2, "lacks inputs, upload them first:\n  b.trninp\n  in-0");
-    ended("upload b.trninp in-0 --job " + id, 0);
+    ended("submit job.json --job " + id, 2, "lacks inputs, upload them first:\n  b.trninp\n  mesh-0\n  mesh-1");
+    ended("upload in --job " + id, 0);
     ended("submit job.json --each=-v{8..12..2} --job " + id, 0, "velmora watch " + id);
     const auto program = ended("watch " + id + " --to w --csv t.csv --progress json", 0);
     EXPECT_EQ(m_folder.below("w").size(), 9U);
@@ -125,30 +103,15 @@ TEST_F(RunTest, steps_oneByOne_makeTheSameJob)
 
 TEST(SweepTest, pattern_anyBraces_givesEveryCombination)
 {
-    const std::tuple<const char *, const char *> rows[] = {
-        {"-v 1", "-v 1"},
-        {"-load {8..16..4} -n {a, b}",
-         "-load 8 -n a|-load 8 -n b|-load 12 -n a|-load 12 -n b|-load 16 -n a|-load 16 -n b"},
-        {"{0.1..0.3..0.1}", "0.1|0.2|0.3"},
-        {"{2..-1}", "2|1|0|-1"},
-        {"{1..2..0.5}x", "1.0x|1.5x|2.0x"},
-        {"{a}", "a"},
-        {"{1..5..0}", ""},
-        {"{1..1001}", ""},
-        {"{1..40}{1..40}", ""},
-        {"{}", ""},
-        {"{a", ""},
-        {"a}", ""},
-        {"{a{b}}", ""},
-        {"{a..b}", ""}};
-    for (const auto &[pattern, expected] : rows) {
-        QString result;
-        try {
-            result = sweepOf(pattern).join('|');
-        } catch (const Failure &) {
-        }
-        EXPECT_EQ(result, expected) << pattern;
-    }
+    EXPECT_EQ(sweepOf("-v 1").join('|'), "-v 1");
+    EXPECT_EQ(sweepOf("-load {8..16..4} -n {a, b}").join('|'),
+              "-load 8 -n a|-load 8 -n b|-load 12 -n a|-load 12 -n b|-load 16 -n a|-load 16 -n b");
+    EXPECT_EQ(sweepOf("{0.1..0.3..0.1}").join('|'), "0.1|0.2|0.3");
+    EXPECT_EQ(sweepOf("{2..-1}").join('|'), "2|1|0|-1");
+    EXPECT_EQ(sweepOf("{1..2..0.5}x").join('|'), "1.0x|1.5x|2.0x");
+    EXPECT_EQ(sweepOf("{a}").join('|'), "a");
+    for (const char *wrong : {"{1..5..0}", "{1..1001}", "{1..40}{1..40}", "{}", "{a", "a}", "{a{b}}", "{a..b}"})
+        EXPECT_THROW(sweepOf(wrong), Failure) << wrong;
     TestFolder folder;
     folder.write("s1/summary.json",
                  R"({"jobId": "J", "lift": 1.5, "ok": true, "drag": {"x, y": 10000000}, "list": [1]})");
@@ -161,15 +124,12 @@ TEST(SweepTest, pattern_anyBraces_givesEveryCombination)
 // VELMORA_KILLS: how many runs are killed, each at another moment; every second one twice.
 TEST_F(RunTest, run_killedAtAnyMoment_endsWithOneJobAndItsResults)
 {
-    const int files = 60, size = 500000, wanted = qEnvironmentVariableIntValue("VELMORA_KILLS");
-    const int count = wanted > 0 ? wanted : 3;
-    VelmoraPortal::Options options;
-    options.requireInputs = true;
-    serve(500ms, options);
-    const string run = job(files, size) + " --quiet --json";
+    const int files = 60, size = 500000, count = std::max(3, qEnvironmentVariableIntValue("VELMORA_KILLS"));
+    serve(500ms, true);
+    const string run = job(files + 1, size) + " --quiet --json";
     string inputs = "main";
     for (int i = 0; i < files; ++i)
-        inputs += m_folder.read("in-" + std::to_string(i));
+        inputs += m_folder.read("in/mesh-" + std::to_string(i));
     QElapsedTimer whole;
     whole.start();
     ended(run, 0);
@@ -179,7 +139,7 @@ TEST_F(RunTest, run_killedAtAnyMoment_endsWithOneJobAndItsResults)
     std::map<const char *, int> found;
     double most = 0;
     for (int i = 0; i < count; ++i) {
-        serve(500ms, options); // the one before takes its files with it
+        serve(500ms, true); // the one before takes its files with it
         m_folder.remove("out");
         QFile::remove(q(m_folder.path("job.json.journal")));
         const size_t jobs = m_portal->jobCount();
@@ -195,8 +155,7 @@ TEST_F(RunTest, run_killedAtAnyMoment_endsWithOneJobAndItsResults)
         const string id = ended(run, 0)->text("jobId");
         ASSERT_EQ(m_portal->jobCount(), jobs + 1);
         ASSERT_EQ(submissions(), 1U);
-        ASSERT_EQ(m_folder.below("out"),
-                  (std::set<string>{"sim-1/results.dat", "sim-1/run.log", "sim-1/summary.json"}));
+        ASSERT_EQ(m_folder.below("out"), (Strings{"sim-1/results.dat", "sim-1/run.log", "sim-1/summary.json"}));
         const string results = m_folder.read("out/sim-1/results.dat");
         ASSERT_TRUE(results.substr(results.find('\n') + 1) == inputs);
         most = std::max(most, double(sentBytes()) / double(inputs.size()));
@@ -207,4 +166,4 @@ TEST_F(RunTest, run_killedAtAnyMoment_endsWithOneJobAndItsResults)
     EXPECT_LE(most, 1.3);
 }
 
-} // namespace
+} // namespace CliTests

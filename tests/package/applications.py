@@ -8,6 +8,7 @@ import functools
 import glob
 import json
 import os
+import pathlib
 import re
 import shlex
 import shutil
@@ -26,12 +27,12 @@ LISTED = "job-wing0001  FINISHED", "Error Authenticating Credentials: "  # what 
 MONO = QT == 5 and shutil.which("mcs") and shutil.which("mono")
 
 
-def run(*command, **settings):
-    """Returns (exit code, output and errors)."""
-    environment = dict(os.environ, **settings.pop("environment", {}))
-    done = subprocess.run(command, env=environment, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, timeout=300, **settings)
-    return done.returncode, done.stdout
+def run(*command, code=0, part="", cwd=None, **environment):
+    """The command ends with that code, and its output contains the part. Returns the output and errors."""
+    done = subprocess.run(command, env={**os.environ, **environment}, text=True, stdin=subprocess.DEVNULL, cwd=cwd,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=300)
+    assert done.returncode == code and part in done.stdout, f"{shlex.join(command)}: {done.returncode}: {done.stdout}"
+    return done.stdout
 
 
 class ApplicationsTest(unittest.TestCase):
@@ -41,7 +42,7 @@ class ApplicationsTest(unittest.TestCase):
         cls.environment = {**cls.start_portal(), "PYTHONDONTWRITEBYTECODE": "1",
                            "PYTHONPATH": f"{SOURCE}/python"}
         for component in ("Library", "Development"):
-            cls.must("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
+            run("cmake", "--install", BUILD, "--prefix", f"{cls.folder}/first", "--component", component)
         os.rename(f"{cls.folder}/first", f"{cls.folder}/moved")
         (library,) = glob.glob(f"{cls.folder}/moved/**/libvelmora*.so", recursive=True)
         cls.libraries, name = os.path.split(library)
@@ -59,28 +60,19 @@ class ApplicationsTest(unittest.TestCase):
         return {"VELMORA_API_URL": facts["host"], "VELMORA_CA": facts["ca"], "VELMORA_USER": user["email"],
                 "VELMORA_PASSWORD": user["password"]}
 
-    @classmethod
-    def must(cls, *command, **settings):
-        code, output = run(*command, **settings)
-        if code != 0:
-            raise AssertionError(f"{shlex.join(command)}: {output}")
-        return output
-
     def expect(self, command, code, part, **changes):
-        """The command ends with that code, and its output contains the part."""
-        ended, output = run(*command, environment={**self.environment, "LD_LIBRARY_PATH": self.libraries, **changes})
-        self.assertEqual((ended, part in output), (code, True), output)
+        run(*command, code=code, part=part, **{**self.environment, "LD_LIBRARY_PATH": self.libraries, **changes})
 
     def built_by_cmake(self, program, project="examples/tasks", prefix="moved"):
         folder = f"{self.folder}/{os.path.basename(project)}-{prefix}"
-        self.must("cmake", "-S", f"{SOURCE}/{project}", "-B", folder, f"-DCMAKE_PREFIX_PATH={self.folder}/{prefix}")
-        self.must("cmake", "--build", folder, "-j2")
+        run("cmake", "-S", f"{SOURCE}/{project}", "-B", folder, f"-DCMAKE_PREFIX_PATH={self.folder}/{prefix}")
+        run("cmake", "--build", folder, "-j2")
         return f"{folder}/{program}"
 
     @staticmethod
     def blocks(page):
-        with open(f"{SOURCE}/{page}", encoding="utf-8") as file:
-            return [text for _, text in re.findall(r"^```(cpp|cmake|sh)\n(.*?)^```$", file.read(), re.M | re.S)]
+        text = pathlib.Path(SOURCE, page).read_text(encoding="utf-8")
+        return [block for _, block in re.findall(r"^```(cpp|cmake|sh)\n(.*?)^```$", text, re.M | re.S)]
 
     def type_in(self, home, facts, text, code, part, **environment):
         """Runs the commands of a page as its reader would, with the values that the portal has printed."""
@@ -88,29 +80,27 @@ class ApplicationsTest(unittest.TestCase):
                   "PASSWORD": facts["VELMORA_PASSWORD"], "build": BUILD, "examples": f"{SOURCE}/examples"}
         filled = re.sub(rf"(?<![\w/-])({'|'.join(values)})(?=[\s/])", lambda match: values[match[0]],
                         text.replace("$PWD/", ""))
-        ended, output = run("bash", "-euc", filled, cwd=home, environment={"HOME": home, **environment})
-        self.assertEqual((ended, part in output), (code, True), f"{filled}{output}")
+        run("bash", "-euc", filled, code=code, part=part, cwd=home, HOME=home, **environment)
 
     def check(self, source, language, part, refusal, prefix="moved"):
         """Builds a program by CMake and by pkg-config; runs both, also with a wrong password. Returns the first."""
         by_cmake = self.built_by_cmake(os.path.splitext(source)[0], prefix=prefix)
         by_pkg_config = f"{by_cmake}-by-pkg-config"
         (packages,) = glob.glob(f"{self.folder}/{prefix}/**/pkgconfig", recursive=True)
-        flags = self.must("pkg-config", "--cflags", "--libs", self.package, environment={"PKG_CONFIG_PATH": packages})
-        self.must(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {TASKS}/{source} {flags}".split())
+        flags = run("pkg-config", "--cflags", "--libs", self.package, PKG_CONFIG_PATH=packages)
+        run(*f"{language} -Wall -Wextra -Wpedantic -Werror -o {by_pkg_config} {TASKS}/{source} {flags}".split())
         for program, environment in ((by_cmake, {"LD_LIBRARY_PATH": ""}), (by_pkg_config, {})):
             self.expect([program], 0, part, **environment)
             self.expect([program], 1, refusal, VELMORA_PASSWORD="wrong", **environment)
         return by_cmake
 
     def csharp(self):
-        self.must("mcs", "-warnaserror", f"-out:{self.folder}/Host.exe", f"{SOURCE}/examples/csharp_host/Host.cs")
+        run("mcs", "-warnaserror", f"-out:{self.folder}/Host.exe", f"{SOURCE}/examples/csharp_host/Host.cs")
         return ["mono", f"{self.folder}/Host.exe"]
 
     def python(self, content, *arguments):
-        source = f"{self.folder}/beam.trninp"
-        with open(source, "w", encoding="ascii") as file:
-            file.write(content)
+        source = pathlib.Path(self.folder, "beam.trninp")
+        source.write_text(content, encoding="ascii")
         return [sys.executable, f"{SOURCE}/examples/python_host/main.py", source, self.folder, *arguments]
 
     def test_cpp_seededUser_listsItsJobs(self):
@@ -135,25 +125,23 @@ class ApplicationsTest(unittest.TestCase):
     def test_partOfAProject_staticLibraryAlone_isLinkedAndInstalled(self):
         parent, made = f"{self.folder}/parent", f"{self.folder}/made"
         os.mkdir(parent)
-        with open(f"{parent}/CMakeLists.txt", "w", encoding="utf-8") as file:
-            file.write(f"""
+        pathlib.Path(parent, "CMakeLists.txt").write_text(f"""
                 cmake_minimum_required(VERSION 3.20)
                 project(Parent LANGUAGES CXX)
                 set(BUILD_SHARED_LIBS OFF)
                 set(VELMORA_INSTALL ON)
                 add_subdirectory({SOURCE} velmora)
                 add_executable(app {TASKS}/sign_in.cpp)
-                target_link_libraries(app PRIVATE Velmora::velmora)""")
+                target_link_libraries(app PRIVATE Velmora::velmora)""", encoding="utf-8")
         unneeded = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON" for name in
                     ("Boost", "CLI11", "nlohmann_json", "GTest", "benchmark", "Python3")]
         launcher = shutil.which("ccache")
-        self.must("cmake", "-G", "Ninja", "-S", parent, "-B", made, "-DCMAKE_BUILD_TYPE=Debug", *unneeded,
-                  f"-DVELMORA_QT={QT}",
-                  *([f"-DCMAKE_CXX_COMPILER_LAUNCHER={launcher}"] if launcher else []))
-        self.must("cmake", "--build", made, "-j2")
+        run("cmake", "-G", "Ninja", "-S", parent, "-B", made, "-DCMAKE_BUILD_TYPE=Debug", *unneeded,
+            f"-DVELMORA_QT={QT}", *([f"-DCMAKE_CXX_COMPILER_LAUNCHER={launcher}"] if launcher else []))
+        run("cmake", "--build", made, "-j2")
         self.assertEqual(glob.glob(f"{made}/**/*portal*", recursive=True), [], "the library is all that is built")
         self.expect([f"{made}/app"], 0, LISTED[0], LD_LIBRARY_PATH="")
-        self.must("cmake", "--install", made, "--prefix", f"{self.folder}/static")
+        run("cmake", "--install", made, "--prefix", f"{self.folder}/static")
         self.check("sign_in.cpp", "c++ -std=c++17", *LISTED, "static")
 
     def test_c_newJob_runsToItsEnd(self):
@@ -166,8 +154,8 @@ class ApplicationsTest(unittest.TestCase):
 
     def test_python_inputFile_comesBackInTheResults(self):
         self.expect(self.python("beam " * 100000), 0, "sim-1/results.dat")
-        with open(f"{self.folder}/sim-1/results.dat", encoding="ascii") as file:
-            self.assertEqual(file.read().split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
+        results = pathlib.Path(self.folder, "sim-1", "results.dat").read_text(encoding="ascii")
+        self.assertEqual(results.split("\n", 1)[1], "beam " * 100000, "the input, as the solver read it")
         self.expect(self.python("", "ACC-NONE"), 1, "Error Requesting Job ID")
 
     def test_everyExample_failedJob_endsWithAnError(self):
@@ -185,8 +173,7 @@ class ApplicationsTest(unittest.TestCase):
         example, install, project, portal, by_hand, trusting = self.blocks("README.md")
         home = self.enterContext(tempfile.TemporaryDirectory())
         for name, text in (("main.cpp", example), ("CMakeLists.txt", project)):
-            with open(f"{home}/{name}", "w", encoding="utf-8") as file:
-                file.write(text)
+            pathlib.Path(home, name).write_text(text, encoding="utf-8")
         facts = self.start_portal(portal)
         type_in = functools.partial(self.type_in, home, facts)
         type_in(install, 0, "")

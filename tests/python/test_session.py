@@ -3,10 +3,10 @@
 import ast
 import asyncio
 import importlib.metadata
-import importlib.util
 import os
 import pathlib
 import re
+import runpy
 import subprocess
 import sys
 from typing import Any, AsyncIterator, Awaitable, Callable
@@ -17,7 +17,6 @@ from velmora import JobSubmit, SessionChange, VelmoraError
 from velmora.session import ByteCount
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-HEADER = (ROOT / "include/velmora/CloudAPIFlat.h").read_text(encoding="utf-8")
 
 
 async def submitted(portal: Any, session: velmora.Session, source: pathlib.Path | None = None,
@@ -38,18 +37,16 @@ async def collect(items: AsyncIterator[Any]) -> list[Any]:
 
 
 def test_records_areThoseOfTheHeaders() -> None:
-    spec = importlib.util.spec_from_file_location("generate", ROOT / "python/generate.py")
-    assert spec and spec.loader
-    generate = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(generate)
-    made = generate.TARGET.read_text(encoding="utf-8")
-    assert made == generate.generate(), "the headers have changed: run python3 python/generate.py"
+    generate = runpy.run_path(str(ROOT / "python/generate.py"))
+    made = generate["TARGET"].read_text(encoding="utf-8")
+    assert made == generate["generate"](), "the headers have changed: run python3 python/generate.py"
 
 
 def test_everyFunctionOfTheHeader_isCalled() -> None:
     package = pathlib.Path(velmora.__file__).parent
     code = "".join(file.read_text(encoding="utf-8") for file in package.glob("*.py"))
-    exported = set(re.findall(r"VELMORA_EXPORT [^(]*?(\w+)\(", HEADER))
+    header = (ROOT / "include/velmora/CloudAPIFlat.h").read_text(encoding="utf-8")
+    exported = set(re.findall(r"VELMORA_EXPORT [^(]*?(\w+)\(", header))
     twins = {name.removesuffix("_Json") for name in exported if name.endswith("_Json")}
     unneeded = {"processEvents", "setUserData", "userData", "currentCloudAPI",  # a handle has one thread of its own
                 "uploadInputFile_Json"}  # blocks that thread; `upload` waits without
