@@ -56,13 +56,12 @@ VIEW(SimulationAbortState, SAME(jobId), SAME(simulationId), SAME(status))
 #undef VIEW
 #undef SAME
 
-/// One callback of an application; converts to a function pointer of any type. Several at once: `Callback<1>` and so
-/// on.
+/// One callback of an application; converts to a function pointer of any type. Several at once: `Callback<1>` …
 template <int which = 0> struct Callback {
     /// One entry per call, one text per argument. Views become the text that the `_Json` form passes, so that both
     /// forms of a function must give the same.
     static inline std::vector<std::vector<std::string>> received;
-    static inline std::function<void()> then; ///< runs inside the callback, before it looks at its arguments
+    static inline std::function<void()> then; ///< runs once, inside the callback, before it looks at its arguments
 
     Callback() { received.clear(); }
     template <class... Arguments> using Function = void (*)(Arguments...);
@@ -75,8 +74,8 @@ template <int which = 0> struct Callback {
 private:
     template <class... Arguments> static void called(Arguments... arguments)
     {
-        if (then)
-            then();
+        if (const auto once = std::exchange(then, nullptr))
+            once();
         received.push_back({textOf(arguments)...});
     }
     static std::string textOf(const char *text) { return text; }

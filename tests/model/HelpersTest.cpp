@@ -6,14 +6,11 @@
 
 #include <gtest/gtest.h>
 
-namespace Velmora {
+using namespace Velmora;
+
 namespace {
 
-#ifdef _WIN32
-constexpr bool onWindows = true;
-#else
-constexpr bool onWindows = false;
-#endif
+const bool onWindows = QSysInfo::kernelType() == QLatin1String("winnt");
 
 TEST(HelpersTest, succeeded_everyCode_isAnAnswerBelow300)
 {
@@ -65,27 +62,25 @@ TEST(HelpersTest, isSafePath_anyName_staysInItsFolderAsInTheLibrary)
     const std::string windows[] = {"CON",       "con.txt", "Nul ",      "aux .b", "COM1", "lpt9.log.gz", "Com\u00b3.x",
                                    "LPT\u00b9", "CONIN$",  "conout$.a", "prn",    "a.",   "a ",          "a?b",
                                    "a<b",       "a\"b",    "a\tb",      "a|b",    "*"};
-    const char *const good[] = {
+    const std::string good[] = {
         "CONE", "COM", "COM10.dat", "xCON", "a.con", ".b", "...b", " a", "LPTx", "a\x7f", "gr\u00fc\u00df \u6587"};
-    const auto check = [](const std::string &part, bool safe) {
-        for (const std::string &path : {part, "sim-1/" + part, part + "/rtg/x", "a/" + part + "/b"})
-            EXPECT_EQ(isSafePath(path), safe) << path;
-        EXPECT_EQ(isSafeFileName(QString::fromStdString(part)), safe) << part;
+    const auto check = [](const auto &parts, bool safe) {
+        for (const std::string &part : parts) {
+            for (const std::string &path : {part, "sim-1/" + part, part + "/rtg/x", "a/" + part + "/b"})
+                EXPECT_EQ(isSafePath(path), safe) << path;
+            EXPECT_EQ(isSafeFileName(QString::fromStdString(part)), safe) << part;
+        }
     };
-    for (const std::string &part : bad)
-        check(part, false);
-    for (const std::string &part : windows) {
+    check(bad, false);
+    check(windows, !onWindows);
+    check(good, true);
+    for (const std::string &part : windows)
         EXPECT_TRUE(isForbiddenOnWindows(part)) << part;
-        check(part, !onWindows);
-    }
-    for (const std::string part : good) {
+    for (const std::string &part : good)
         EXPECT_FALSE(isForbiddenOnWindows(part)) << part;
-        check(part, true);
-    }
     for (const char *path : {"/a", "a/", "a//b", "/", "../../a", "a/../b"})
         EXPECT_FALSE(isSafePath(path)) << path;
     EXPECT_FALSE(isSafeFileName(QStringLiteral("a/b"))) << "a path";
 }
 
 } // namespace
-} // namespace Velmora

@@ -2,13 +2,10 @@
 
 #include "support/Loopback.h"
 
-#include <QtCore>
-
-#include <gtest/gtest.h>
-
 #include <cmath>
 
-namespace Velmora {
+using namespace Velmora;
+
 namespace {
 
 using Codes = std::list<int>;
@@ -136,4 +133,3 @@ TEST(JobSubmitTest, jobSubmit_textOfAnApplication_isRead)
 }
 
 } // namespace
-} // namespace Velmora

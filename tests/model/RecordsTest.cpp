@@ -6,7 +6,6 @@
 
 #include <sstream>
 
-namespace Velmora {
 namespace {
 
 // A record's keys in the order of its members, as in "hpcId account.planCode tag=tagText* accountCreated#":
@@ -137,8 +136,7 @@ TEST(RecordsTest, options_asText_startFromTheirDefaults)
 TEST(RecordsTest, reader_wrongValues_givesDefaults)
 {
     const struct {
-        const char *value;
-        const char *asText = "";
+        const char *value, *asText = "";
         int asInt = 0;
         long long asLong = 0;
         double asNumber = 0;
@@ -211,4 +209,3 @@ TEST(RecordsTest, readerAndWriter_everyForm_useItsNames)
 }
 
 } // namespace
-} // namespace Velmora

@@ -60,13 +60,14 @@ struct NotifyTest : testing::Test {
     auto connection(const char *job) { return sockets().findChild<SocketConnection *>(QString::fromLatin1(job)); }
     bool subscribed(const char *job = "J1") { return connection(job) != nullptr; }
     /// Null once the job's client has given up, or when the job is not subscribed.
-    QWebSocket *socket(const char *job = "J1")
+    static QWebSocket *socketOf(const SocketConnection *connection)
     {
-        if (!subscribed(job))
-            return nullptr;
-        const auto children = connection(job)->client()->findChildren<QWebSocket *>();
+        const auto children = connection ? connection->client()->findChildren<QWebSocket *>() : QList<QWebSocket *>();
         return children.isEmpty() ? nullptr : children.last(); // an earlier one may not be deleted yet
     }
+    QWebSocket *socket(const char *job = "J1") { return socketOf(connection(job)); }
+    static bool isOpen(const QWebSocket *socket) { return socket && socket->isValid(); }
+    bool opened(const char *job = "J1") { return EVENTUALLY(isOpen(socket(job))); }
 
     void subscribe(Listener &to, const char *job = "J1")
     {
@@ -80,8 +81,7 @@ struct NotifyTest : testing::Test {
     void open(Listener &to, std::size_t client = 0, const char *job = "J1")
     {
         subscribe(to, job);
-        ASSERT_TRUE(accepted(client));
-        ASSERT_TRUE(EVENTUALLY(socket(job) && socket(job)->isValid()));
+        ASSERT_TRUE(accepted(client) && opened(job));
     }
     bool gone(std::size_t client) { return EVENTUALLY(server.clients()[client].gone); }
     bool notified(const Listener &by, std::size_t calls = 1) { return EVENTUALLY(by.texts.size() >= calls); }
@@ -121,11 +121,9 @@ struct NotifyTest : testing::Test {
         for (int i = 0; i < 3; ++i)
             ASSERT_NO_FATAL_FAILURE(beat());
         fire(heartbeat());
-        ASSERT_TRUE(accepted(client));
-        ASSERT_TRUE(EVENTUALLY(socket() && socket()->isValid()));
+        ASSERT_TRUE(accepted(client) && opened());
     }
-    /// Delivers what is due, and what that causes.
-    static void settleAll()
+    static void settleAll() // what is due, and what that causes
     {
         for (int i = 0; i < 20; ++i)
             settle();
@@ -140,7 +138,6 @@ struct NotifyTest : testing::Test {
         EXPECT_EQ(own.texts.size(), before);
         EXPECT_EQ(server.clients().size(), clients);
     }
-    /// Notified of the loss once, and inert.
     void expectLoss(const Listener &own, std::size_t clients)
     {
         ASSERT_TRUE(notified(own));

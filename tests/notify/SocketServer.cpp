@@ -87,6 +87,8 @@ void SocketServer::drop(std::size_t client, Drop how)
 {
     QSslSocket *line = socket(toSocket(client));
     const struct linger reset = {1, 0};
+    if (!line)
+        return;
     if (how == Drop::Reset)
         ::setsockopt(static_cast<int>(line->socketDescriptor()), SOL_SOCKET, SO_LINGER,
                      reinterpret_cast<const char *>(&reset), sizeof reset);

@@ -16,9 +16,8 @@ public:
         QByteArrayList pings; ///< payloads
         int closeCode = 0;    ///< of its close frame
         QByteArray closeReason;
-        bool accepted = false;
-        bool gone = false; ///< its connection has ended
-        QByteArray unread; ///< less than a frame
+        bool accepted = false, gone = false; ///< its handshake was; its connection has ended
+        QByteArray unread;                   ///< less than a frame
     };
 
     SocketServer();
@@ -28,17 +27,11 @@ public:
     void setRest(Handler rest) { m_rest = std::move(rest); }
     const std::vector<Client> &clients() const { return m_clients; }
 
-    /// The answer to a handshake. It is the handler, until a test sets another one, which may call it.
-    Answer greet(const ReceivedRequest &request);
-
-    /// Returns when the frame has been written.
     void send(std::size_t client, const QByteArray &text) { write(client, Text, text); }
     /// Starts the closing handshake; code 0 sends a close frame without code.
     void close(std::size_t client, int code, const QByteArray &reason = {});
-    /// Ends the connection without a close frame.
-    void drop(std::size_t client, Drop how);
-    /// Waits for the connection's end without handling any other event.
-    bool waitForEnd(std::size_t client);
+    void drop(std::size_t client, Drop how); ///< without a close frame
+    bool waitForEnd(std::size_t client);     ///< without handling any other event
 
 protected:
     void incomingConnection(qintptr descriptor) override;
@@ -47,6 +40,7 @@ protected:
 
 private:
     enum Opcode { Text = 1, Close = 8, Ping = 9, Pong = 10 };
+    Answer greet(const ReceivedRequest &request);
     void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;

@@ -26,6 +26,12 @@ void catchMessage(QtMsgType type, const QMessageLogContext &context, const QStri
     previousHandler(type, context, text);
 }
 
+QStringList copyOf(const QStringList &list)
+{
+    const QMutexLocker lock(&mutex);
+    return list;
+}
+
 } // namespace
 
 QByteArray testAuthority() { return QByteArray::fromStdString(certificates().caPem); }
@@ -69,17 +75,9 @@ LogCatcher::~LogCatcher()
     QLoggingCategory::setFilterRules({});
 }
 
-QStringList LogCatcher::lines() const
-{
-    const QMutexLocker lock(&mutex);
-    return caughtLines;
-}
+QStringList LogCatcher::lines() const { return copyOf(caughtLines); }
 
-QStringList LogCatcher::warnings() const
-{
-    const QMutexLocker lock(&mutex);
-    return caughtWarnings;
-}
+QStringList LogCatcher::warnings() const { return copyOf(caughtWarnings); }
 
 void LogCatcher::clear()
 {
@@ -99,16 +97,14 @@ bool waitUntil(const std::function<bool()> &condition, int deadline)
     timer.start(deadline);
     // Exits only once: exiting again and again would keep a nested wait from reading its sockets.
     bool met = false;
-    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop,
-                     [&loop, &condition, &met] {
-                         if (!met && (met = condition()))
-                             loop.exit(0);
-                     });
+    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop, [&] {
+        if (!met && (met = condition()))
+            loop.exit(0);
+    });
     return loop.exec() == 0;
 }
 
 void settle()
 {
-    bool idle = false;
-    waitUntil([&idle] { return std::exchange(idle, true); });
+    waitUntil([idle = false]() mutable { return std::exchange(idle, true); });
 }

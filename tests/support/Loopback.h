@@ -70,8 +70,7 @@ bool waitUntil(const std::function<bool()> &condition, int deadline = 10000);
 /// For an expression.
 #define EVENTUALLY(...) waitUntil([&] { return bool(__VA_ARGS__); })
 
-/// Delivers every event that is due on this thread now.
-void settle();
+void settle(); ///< delivers every event that is due on this thread now
 
 /// @return whether the session has a token then
 inline bool signIn(Velmora::CloudAPI &api, const std::string &user = "a@b", const std::string &password = "p")

@@ -4,10 +4,9 @@
 
 QByteArray ReceivedRequest::header(const QByteArray &name) const
 {
-    for (const QByteArray &line : head.split('\n')) {
+    for (const QByteArray &line : head.split('\n'))
         if (line.toLower().startsWith(name.toLower() + ':'))
             return line.mid(name.size() + 1).trimmed();
-    }
     return {};
 }
 
@@ -79,8 +78,10 @@ private:
 
     bool interrupt(const QByteArray &target, int received)
     {
-        const Interruption *found = m_server->interruptionFor(target);
-        if (!found || received < found->after)
+        const auto &all = m_server->m_interruptions;
+        const auto found =
+            std::find_if(all.keyBegin(), all.keyEnd(), [&](const auto &key) { return target.startsWith(key); }).base();
+        if (found == all.end() || received < found->after)
             return false;
         m_reading = false; // writing may receive more
         const Interruption::End end = found->end;
@@ -117,8 +118,7 @@ private:
     QSslSocket m_socket;
     const int m_number;
     QByteArray m_buffer;
-    bool m_answering = false;
-    bool m_reading = true;
+    bool m_answering = false, m_reading = true;
     Answer m_answer;
 };
 
@@ -147,15 +147,6 @@ void ScriptedServer::readOn()
     m_interruptions.clear();
     while (!m_interrupted.isEmpty())
         m_interrupted.takeFirst()->readOn();
-}
-
-const Interruption *ScriptedServer::interruptionFor(const QByteArray &target) const
-{
-    for (auto each = m_interruptions.begin(); each != m_interruptions.end(); ++each) {
-        if (target.startsWith(each.key()))
-            return &each.value();
-    }
-    return nullptr;
 }
 
 void ScriptedServer::incomingConnection(qintptr descriptor)

@@ -17,10 +17,8 @@
 
 struct ReceivedRequest {
     int connection = 0;
-    QByteArray verb;
-    QByteArray target; ///< path and query as sent
-    QByteArray head;   ///< raw, with the blank line
-    QByteArray body;
+    QByteArray verb, target; ///< path and query as sent
+    QByteArray head, body;   ///< the head is raw, with the blank line
 
     /// The header's value, whatever the case of its name; null when it was not sent.
     QByteArray header(const QByteArray &name) const;
@@ -66,11 +64,9 @@ public:
     void setHandler(Handler handler) { m_handler = std::move(handler); }
     /// For requests whose target begins so; they are not among `requests`, unless they are read to their end.
     void interrupt(const QByteArray &target, const Interruption &how) { m_interruptions[target] = how; }
-    /// Ends the interruptions: reads on where one stopped.
-    void readOn();
+    void readOn();                                           ///< ends the interruptions: reads on where one stopped
     int interrupted() const { return m_interrupted.size(); } ///< connections on which it stopped reading
-    /// Continues every answer that pauses now.
-    void resume();
+    void resume();                                           ///< continues every answer that pauses now
     int pausing() const { return m_pausing.size(); }
 
     const QList<ReceivedRequest> &requests() const { return m_requests; } ///< read in full, in order
@@ -86,14 +82,12 @@ protected:
 private:
     friend class ScriptedConnection;
     Answer answerFor(const ReceivedRequest &request);
-    const Interruption *interruptionFor(const QByteArray &target) const;
 
     QList<Answer> m_script;
     Handler m_handler;
     QList<ReceivedRequest> m_requests;
-    QList<ScriptedConnection *> m_pausing;
+    QList<ScriptedConnection *> m_pausing, m_interrupted;
     QMap<QByteArray, Interruption> m_interruptions; ///< by the beginning of the target
-    QList<ScriptedConnection *> m_interrupted;
     QMap<int, ScriptedConnection *> m_open;
     int m_connections = 0;
 };

@@ -28,14 +28,12 @@ public:
             qFatal("%s: %s", name.c_str(), qPrintable(file.errorString()));
         return path(name);
     }
-    /// Empty when there is no such file.
-    std::string read(const std::string &name) const
+    std::string read(const std::string &name) const // empty when there is no such file
     {
         QFile file(at(name));
         return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "";
     }
-    /// Every file below one of its folders.
-    std::set<std::string> below(const std::string &name) const
+    std::set<std::string> below(const std::string &name) const // every file in that folder
     {
         std::set<std::string> names;
         QDirIterator each(at(name), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);

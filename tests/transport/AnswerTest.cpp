@@ -7,27 +7,20 @@
 
 #include <zlib.h>
 
-using namespace Velmora;
-
 namespace {
 
 const QByteArray list = R"([{"jobId":"J1"}])", refusal = R"({"message":"No such job"})";
 constexpr const char *jobTitle = "Error Requesting Job Information", *packed = "Content-Encoding: gzip\r\n";
 
-QByteArray gzip(const QByteArray &content)
+/// Its trailer may be wrong by that much.
+QByteArray gzip(const QByteArray &content, quint32 wrongSum = 0, quint32 wrongLength = 0)
 {
     const auto sum = crc32(0, reinterpret_cast<const Bytef *>(content.constData()), static_cast<uInt>(content.size()));
-    const quint32 trailer[] = {qToLittleEndian(static_cast<quint32>(sum)), qToLittleEndian(quint32(content.size()))};
+    const quint32 trailer[] = {qToLittleEndian(quint32(sum) + wrongSum),
+                               qToLittleEndian(quint32(content.size()) + wrongLength)};
     const QByteArray deflated = qCompress(content, 1).mid(6).chopped(4); // without zlib's head and trailer
     return QByteArray("\x1f\x8b\x08\0\0\0\0\0\0\3", 10) + deflated +
            QByteArray(reinterpret_cast<const char *>(trailer), sizeof trailer);
-}
-
-QByteArray gzipWith(int fromTheEnd, char added)
-{
-    QByteArray bytes = gzip(list);
-    bytes[bytes.size() - fromTheEnd] = static_cast<char>(bytes[bytes.size() - fromTheEnd] + added);
-    return bytes;
 }
 
 /// An answer with these headers only.
@@ -54,8 +47,7 @@ Answer behind(const QByteArray &informational, const Answer &last)
 struct Row {
     const char *name;
     Answer answer;
-    int code = 0;
-    int jobs = 0;
+    int code = 0, jobs = 0;
     const char *message = "";
     bool hasBody = true; // when it is an answer
 };
@@ -80,8 +72,8 @@ TEST_F(TransportTest, answer_anyBytes_isWholeOrNone)
         {"gzip of a large body", gzipped(gzip(many)), 200, 20000},
         {"gzip shorter than its length", cut(200, gzip(list), packed)},
         {"gzip without a byte of its trailer", gzipped(gzip(list).chopped(1))},
-        {"gzip with another check sum", gzipped(gzipWith(8, 1))},
-        {"gzip with another length", gzipped(gzipWith(4, 1))},
+        {"gzip with another check sum", gzipped(gzip(list, 1))},
+        {"gzip with another length", gzipped(gzip(list, 0, 1))},
         {"gzip with a byte behind it", gzipped(gzip(list) + '\0')},
         {"gzip that is none", gzipped(list)},
         {"gzip of 300 MiB", gzipped(gzip(QByteArray(300 * 1024 * 1024, '\0')))},
@@ -108,8 +100,7 @@ TEST_F(TransportTest, answer_anyBytes_isWholeOrNone)
     int count = 0;
     for (const Row &row : table) {
         SCOPED_TRACE(row.name);
-        server.next(row.answer);
-        run("getAllJobDetails");
+        run("getAllJobDetails", row.answer);
         expect(row.code, row.code >= 300 ? jobTitle : "", row.message);
         EXPECT_EQ(done.result.toArray().size(), row.jobs);
         EXPECT_EQ(server.requests().size(), ++count) << "sent once";
@@ -120,8 +111,7 @@ TEST_F(TransportTest, answer_anyBytes_isWholeOrNone)
         EXPECT_EQ(server.requests().size(), ++count);
         if (row.code == 0) {
             EXPECT_EQ(api->lastNetworkError().find(server.host().constData()), 0U) << api->lastNetworkError();
-            server.next(row.answer);
-            run("logUserIn");
+            run("logUserIn", row.answer);
             expect(0);
             ++count;
         }
@@ -134,12 +124,9 @@ TEST_F(TransportTest, answer_behindAnInformationalOne_isNotTakenForTheNextReques
     server.next(answer(200, "[]").paused());
     ASSERT_TRUE(pausing());
     const Answer late = behind("103", answer(200, R"({"jobId":"late"})"));
-    server.next(late.paused(late.bytes.indexOf("\r\n\r\n") + 4));
-    run("getJobDetails");
+    run("getJobDetails", late.paused(late.bytes.indexOf("\r\n\r\n") + 4));
     EXPECT_EQ(done.error.errorCode, 0);
-    server.next(answer(200, R"({"jobId":"own"})"));
-    done = {};
-    api->getJobDetails("J2", Into{&done});
+    start("getJobDetails", answer(200, R"({"jobId":"own"})"));
     ASSERT_TRUE(seen(3)) << "waits for the end of another answer";
     server.resume();
     ASSERT_TRUE(wait(done));
@@ -155,8 +142,7 @@ TEST_F(TransportTest, answer_growingBeyondItsLimit_endsBeforeItsEnd)
     for (const int size : {100000, 100001, 5000000}) {
         SCOPED_TRACE(size);
         const Answer whole = raw("200", "", list + QByteArray(size - list.size(), ' '));
-        server.next(size > 100000 ? whole.paused(whole.bytes.size()) : whole.closed()); // the former never ends
-        run("getAllJobDetails");
+        run("getAllJobDetails", size > 100000 ? whole.paused(whole.bytes.size()) : whole.closed()); // or never ends
         EXPECT_EQ(done.error.errorCode, size > 100000 ? 0 : 200);
         EXPECT_EQ(done.result.toArray().size(), size > 100000 ? 0 : 1);
     }
@@ -173,10 +159,8 @@ TEST_F(TransportTest, proxy_closingBeforeItAnswers_endsOrDelaysTheRequest)
             const ApplicationProxy proxy(server.serverPort(), socks, closing);
             run(name);
             expect(ends ? 0 : 200);
-            if (ends) {
-                EXPECT_EQ(api->lastNetworkError().find("The proxy closed the connection to portal.velmora.example"),
-                          0U);
-            }
+            constexpr const char *reason = "The proxy closed the connection to portal.velmora.example";
+            EXPECT_TRUE(!ends || api->lastNetworkError().find(reason) == 0) << api->lastNetworkError();
             EXPECT_GE(proxy.connections(), ends ? 2 : 3) << "closed, watched, used";
             settle();
             EXPECT_EQ(api->currentNetworkStatus(), ends ? -1 : 1);
@@ -190,10 +174,8 @@ TEST_F(TransportTest, proxy_andASlowService_isNoReasonToEndTheRequest)
     partsOf(*api).rest.setProxyWatchInterval(20);
     const ApplicationProxy proxy(server.serverPort(), false);
     for (const char *name :
-         {"getUsersFileList", "submitNewJob", "getUsersFileList"}) { // later ones reuse the connection
-        server.next(answer(200, "[]").paused());
-        done = {};
-        operation(name).call(*api, Into{&done});
+         {"getUsersFileList", "submitNewJob", "getUsersFileList"}) { // the last on a reused connection
+        start(name, answer(200, "[]").paused());
         ASSERT_TRUE(pausing());
         QTimer over;
         over.start(100);

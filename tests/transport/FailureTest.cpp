@@ -5,8 +5,6 @@
 #include "portal/http/Certificates.h"
 #include "support/TestFolder.h"
 
-using namespace Velmora;
-
 namespace {
 
 using FailureTest = TransportTest;

@@ -102,7 +102,6 @@ TEST_F(KeepAliveTest, waitingUploadIsCancelled_sendsNothing)
     keepAlive();
     ASSERT_NO_FATAL_FAILURE(renew(answer(200, tokens(3600)).paused()));
     const FileUploadDetails file{QCoreApplication::applicationFilePath().toStdString(), "J1", 0};
-    done = {};
     api->uploadFile(file, {}, Into{&done});
     EXPECT_TRUE(api->cancelUpload(file));
     EXPECT_EQ(done.calls, 1);

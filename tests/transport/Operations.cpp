@@ -1,7 +1,5 @@
 #include "transport/Operations.h"
 
-using namespace Velmora;
-
 QByteArray indented(std::initializer_list<std::pair<const char *, const char *>> members)
 {
     QByteArray text = "{\n";
@@ -33,23 +31,27 @@ QByteArray tokens(int expiresIn, const QByteArray &id)
 
 void TransportTest::TearDown()
 {
-    for (const QString &warning : log.warnings()) {
+    for (const QString &warning : log.warnings())
         EXPECT_TRUE(warning.endsWith(QLatin1String("Cannot call seek on a sequential device")))
             << warning.toStdString();
-    }
 }
 
-void TransportTest::run(const Operation &operation)
+void TransportTest::start(const char *name, const std::optional<Answer> &scripted)
 {
-    done = Completion();
-    operation.call(*api, Into{&done});
-    EXPECT_TRUE(wait(done)) << operation.name;
+    if (scripted)
+        server.next(*scripted);
+    operation(name).call(*api, Into{&done});
+}
+
+void TransportTest::run(const char *name, const std::optional<Answer> &scripted)
+{
+    start(name, scripted);
+    EXPECT_TRUE(wait(done)) << name;
 }
 
 void TransportTest::logIn(int expiresIn)
 {
-    server.next(answer(200, tokens(expiresIn)));
-    run("logUserIn");
+    run("logUserIn", answer(200, tokens(expiresIn)));
     ASSERT_TRUE(api->isUserLoggedIn());
 }
 
@@ -82,12 +84,10 @@ const std::vector<Operation> &operations()
     const char *const text = " {not JSON,\r\n\tbut sent \xC3\xBC as given";
     const QByteArray job = indented({{"jobId", "J1"}}), account = indented({{"accountId", "A1"}});
     const char *const mail = "ada@velmora.example", *const password = "s3cret-pa55";
-    const QByteArray jobReply = R"({"jobId":"J1","jobName":"Fan"})";
-    const QByteArray jobsReply = R"([{"jobId":"J1"},{"jobId":"J2"}])";
-    const QByteArray stopReply = R"({"jobId":"J1","simulationId":"S1","status":"stopping"})";
+    const QByteArray jobReply = R"({"jobId":"J1","jobName":"Fan"})", jobsReply = R"([{"jobId":"J1"},{"jobId":"J2"}])",
+                     stopReply = R"({"jobId":"J1","simulationId":"S1","status":"stopping"})";
     const QByteArray tagBody = indented({{"itemId", "J1"}, {"tag", "fan \xC3\xBC"}, {"type", "ProjectTag"}});
-    const QByteArray tagsBare = R"([{"tag":"fan","type":"ProjectTag"}])";
-    const QByteArray tagsReply = "{\"taglist\":" + tagsBare + "}";
+    const QByteArray tagsBare = R"([{"tag":"fan","type":"ProjectTag"}])", tagsReply = "{\"taglist\":" + tagsBare + "}";
     const QByteArray filesReply = R"([{"fileName":"a/rtg/b"},{"fileName":"a/RTG/b"},{"fileName":"rtg/c"}])";
     const QByteArray someFiles = R"([{"fileName":"a/RTG/b"},{"fileName":"rtg/c"}])";
     const QByteArray tag = ",\n            \"type\": \"ProjectTag\"\n        }",

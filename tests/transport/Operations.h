@@ -9,10 +9,12 @@
 #include "support/Loopback.h"
 #include "support/Parts.h"
 
+using namespace Velmora;
+
 /// What a completion callback received.
 struct Completion {
     int calls = 0;
-    Velmora::ApiError error;
+    ApiError error;
     QJsonValue result;
     bool isDefault = true; ///< the result is a default-constructed one, or there is none
 };
@@ -24,17 +26,17 @@ struct Into : AnyCompletion {
             *to = {to->calls + 1, error, result, isDefault};
         }}
     {
+        *to = {};
     }
 };
 
 struct Operation {
-    const char *name;
-    const char *verb;
+    const char *name, *verb;
     QByteArray path; ///< behind /api/
     QByteArray body;
     const char *title;
     QByteArray reply; ///< a good answer
-    std::function<void(Velmora::CloudAPI &, Into)> call;
+    std::function<void(CloudAPI &, Into)> call;
     QByteArray result = reply; ///< as JSON; the result may have more members
 
     QByteArray target() const { return "/api/" + path; }
@@ -50,8 +52,7 @@ QJsonValue parsed(const QByteArray &value);
 /// True when `whole` is `part`, or an object with more members.
 bool holds(const QJsonValue &whole, const QJsonValue &part);
 
-inline constexpr char idToken[] = "id-token-4711";
-inline constexpr char refreshToken[] = "refresh-token-0815";
+inline constexpr char idToken[] = "id-token-4711", refreshToken[] = "refresh-token-0815";
 /// The service's answer to a login or a renewal.
 QByteArray tokens(int expiresIn, const QByteArray &id = idToken);
 
@@ -59,9 +60,9 @@ QByteArray tokens(int expiresIn, const QByteArray &id = idToken);
 /// a body that cannot be sent again.
 struct TransportTest : testing::Test {
     void TearDown() override;
-    /// Calls the operation and waits for its completion.
-    void run(const Operation &operation);
-    void run(const char *name) { run(operation(name)); }
+    /// Calls the operation, whose answer may be scripted; `run` waits for its completion.
+    void start(const char *name, const std::optional<Answer> &scripted = {});
+    void run(const char *name, const std::optional<Answer> &scripted = {});
     void logIn(int expiresIn = 3600);
     int sent(const QByteArray &verb, const QByteArray &target) const;
     void expect(int code, const std::string &title = {}, const std::string &message = {}) const
@@ -78,5 +79,5 @@ struct TransportTest : testing::Test {
     Loopback loopback;
     ScriptedServer &server = loopback.server;
     Completion done; // outlives the session
-    std::unique_ptr<Velmora::CloudAPI> api = std::make_unique<Velmora::CloudAPI>();
+    std::unique_ptr<CloudAPI> api = std::make_unique<CloudAPI>();
 };

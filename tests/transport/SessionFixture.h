@@ -4,8 +4,6 @@
 
 #include "transport/Operations.h"
 
-using namespace Velmora;
-
 namespace {
 
 struct SessionTest : TransportTest {

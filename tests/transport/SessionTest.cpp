@@ -15,12 +15,8 @@ TEST_F(SessionTest, session_endedInAnyWay_isNotRenewed)
         logIn();
         EXPECT_EQ(token(), idToken);
         if (end == LoginRefused) {
-            server.next(refusal.paused());
-            done = {};
-            operation("logUserIn").call(*api, Into{&done});
+            start("logUserIn", refusal);
             EXPECT_FALSE(api->isUserLoggedIn()) << "from the moment it is sent";
-            ASSERT_TRUE(pausing());
-            server.resume();
             ASSERT_TRUE(wait(done));
             EXPECT_EQ(done.error.errorMessage, "Wrong password");
         } else if (end == RenewalRefused) {
@@ -117,7 +113,6 @@ TEST_F(SessionTest, resume_storedToken_isTheRenewalsAndOfAnUnknownUser)
     logIn();
     QSignalSpy forgets(&session(), &Session::userChanged);
     server.next(answer(200, R"({"idToken":"resumed","refreshToken":"other","expiresIn":3600})"));
-    done = {};
     api->resumeSession("stored", Into{&done});
     EXPECT_FALSE(api->isUserLoggedIn());
     ASSERT_TRUE(wait(done));
@@ -136,8 +131,7 @@ TEST_F(SessionTest, login_noUsableToken_readsAsLoggedIn)
                                    answer(200, tokens(3600, "a\\r\\nX-Evil: 1")), answer(200, tokens(3600, "a\\n")),
                                    answer(200, tokens(3600, "a\\u0000b"))}) {
         logIn();
-        server.next(scripted);
-        run("logUserIn");
+        run("logUserIn", scripted);
         EXPECT_EQ(done.error.errorTitle, "");
         EXPECT_TRUE(api->isUserLoggedIn());
         EXPECT_TRUE(token().isNull()) << scripted.bytes.toStdString();
