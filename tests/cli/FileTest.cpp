@@ -76,7 +76,9 @@ TEST_F(FileTest, transfer_interrupted_cancelsAndSaysHowToGoOn)
         program->interrupt();
         EXPECT_EQ(program->end(), 130);
         said = program->errors();
-        EXPECT_EQ(bool(contains(said, "interrupted; left undone:\n  mesh-0\nno job was submitted")), sends) << said;
+        // The small files may have arrived or not.
+        EXPECT_TRUE(contains(said, "interrupted; left undone:\n")) << said;
+        EXPECT_EQ(bool(contains(said, "\n  mesh-0\n")) && contains(said, "\nno job was submitted"), sends) << said;
         EXPECT_EQ(m_portal->requestCount("job/submit"), sends ? 0U : 1U);
         EXPECT_EQ(m_folder.below("tmp"), Strings());
         for (const string &name : m_folder.below("out"))
