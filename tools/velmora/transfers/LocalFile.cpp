@@ -54,7 +54,7 @@ QByteArray hashOf(const QString &path, const std::atomic<bool> &stop)
             return {};
         if (count == 0)
             return hash.result().toHex();
-        hash.addData(buffer.constData(), int(count));
+        hash.addData(QByteArray::fromRawData(buffer.constData(), int(count)));
     }
 }
 
