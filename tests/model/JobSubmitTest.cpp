@@ -60,7 +60,7 @@ TEST(JobSubmitTest, submission_validJob_isOneDocumentStampedWithLocalTime)
 {
     JobSubmit job = goodJob();
     job.jobName = "%1 Tr\u00e4ger \u65e5\u672c %2";
-#ifndef Q_OS_WIN // there, only the C library follows it
+#ifndef Q_OS_WIN                                     // there, only the C library follows it
     const ScopedEnvironment zone("TZ", "XYZ-05:30"); // the machine's may be UTC, which proves nothing
 #endif
     const QLocale before;
