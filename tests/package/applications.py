@@ -76,8 +76,10 @@ class ApplicationsTest(unittest.TestCase):
 
     def type_in(self, home, facts, text, code, part, **environment):
         """Runs the commands of a page as its reader would, with the values that the portal has printed."""
+        shutil.copytree(f"{SOURCE}/examples", f"{home}/examples", dirs_exist_ok=True,  # runs leave journals there
+                        ignore=shutil.ignore_patterns("*.journal"))
         values = {"HOST": facts["VELMORA_API_URL"], "CA.pem": facts["VELMORA_CA"], "EMAIL": facts["VELMORA_USER"],
-                  "PASSWORD": facts["VELMORA_PASSWORD"], "build": BUILD, "examples": f"{SOURCE}/examples"}
+                  "PASSWORD": facts["VELMORA_PASSWORD"], "build": BUILD, "examples": f"{home}/examples"}
         filled = re.sub(rf"(?<![\w/-])({'|'.join(values)})(?=[\s/])", lambda match: values[match[0]],
                         text.replace("$PWD/", ""))
         run("bash", "-euc", filled, code=code, part=part, cwd=home, HOME=home, **environment)
