@@ -258,7 +258,8 @@ void RestClient::abort(QNetworkReply *reply)
     if (!reply || reply->isFinished())
         return;
     reply->disconnect(this);
-    reply->abort();
+    if (reply->error() == QNetworkReply::NoError) // Qt prints a warning when a refused request is aborted
+        reply->abort();
     reply->deleteLater();
 }
 
