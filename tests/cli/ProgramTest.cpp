@@ -254,8 +254,8 @@ TEST_F(ProgramTest, manualHelpAndPages_nameWhatThereIs)
     };
     const auto all = [](const QString &in, const char *pattern) {
         Strings found;
-        const QRegularExpression expression(pattern, QRegularExpression::MultilineOption);
-        for (auto match = expression.globalMatch(in); match.hasNext();)
+        QRegularExpression lines(pattern, QRegularExpression::MultilineOption);
+        for (auto match = lines.globalMatch(in); match.hasNext();)
             found.insert(match.next().captured(1).toStdString());
         return found;
     };
