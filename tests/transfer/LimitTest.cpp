@@ -64,7 +64,7 @@ TEST_F(TransferTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
         const std::clock_t began = std::clock();
         // An upload that does not go on gives its turn away after two seconds.
         EXPECT_FALSE(waitUntil([&, wanted = begun] { return loopback.server.interrupted() > wanted; }, 300)) << most;
-        EXPECT_TRUE(onWindows || std::clock() - began < CLOCKS_PER_SEC / 5) << "to wait costs time of the processor";
+        EXPECT_TRUE(onWindows || most > 1 || std::clock() - began < CLOCKS_PER_SEC / 10) << "busy while it waits";
         loopback.server.readOn();
         ASSERT_TRUE(up.wait());
         up.expect(204);
