@@ -73,7 +73,8 @@ TEST_F(TransferTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
 
 TEST_F(TransferTest, trust_changes_isFollowedAtOnce)
 {
-    const std::string path = write("f", noise(10)), authority = write("ca.pem", testAuthority()), none = at("none.pem");
+    const std::string path = write("f", noise(10)), authority = write("ca.pem", testAuthority()), none = at("none.pem"),
+                      other = write("other.pem", QSslConfiguration::systemCaCertificates().first().toPem());
     uploadAndWait(path); // has the key and the address
     EXPECT_EQ(TrustReader().read().authorities, testAuthority());
     const std::string native = QDir::toNativeSeparators(qt("none.pem")).toStdString();
@@ -83,6 +84,7 @@ TEST_F(TransferTest, trust_changes_isFollowedAtOnce)
         {false, "", false, 400, "is not trusted: "},
         {false, "", true, 204, ""},
         {false, authority, false, 204, ""},
+        {false, other, false, 400, "is not trusted: "},
         {false, none, false, 400, "The file of certificate authorities " + native + " could not be read: "},
         {false, path, false, 400, "holds no certificate in PEM form"},
         {false, authority, false, 204, ""},
