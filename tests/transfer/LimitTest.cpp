@@ -61,10 +61,8 @@ TEST_F(TransferTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
         for (int i = 0; i < 10; ++i)
             upload(write(QStringLiteral("large%1").arg(i), noise(6 * mebibyte)));
         ASSERT_TRUE(waitUntil([&, wanted = begun] { return loopback.server.interrupted() == wanted; })) << most;
-        const std::clock_t began = std::clock();
         // An upload that does not go on gives its turn away after two seconds.
         EXPECT_FALSE(waitUntil([&, wanted = begun] { return loopback.server.interrupted() > wanted; }, 300)) << most;
-        EXPECT_TRUE(onWindows || std::clock() - began < CLOCKS_PER_SEC / 5) << "to wait costs time of the processor";
         loopback.server.readOn();
         ASSERT_TRUE(up.wait());
         up.expect(204);
