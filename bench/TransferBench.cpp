@@ -3,8 +3,8 @@
 ///
 ///     velmora_transfer_bench [--dir DIR] [--size MIB] [--files N] [--rounds N] [--only PART] [--long MIB,MIB...]
 ///
-/// PART is large, small, pump, first, long or traffic. The portal runs in a process of its own, on this machine: what
-/// it takes is the same for ours and the peer. DIR needs room for six files of the size.
+/// PART is large, small, client, pump, first, long or traffic. The portal runs in a process of its own, on this
+/// machine: what it takes is the same for ours and the peer. DIR needs room for six files of the size.
 #include "LongTransfers.h"
 #include "Rows.h"
 #include "Transfers.h"
@@ -18,6 +18,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <list>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -85,19 +88,58 @@ void largeFiles(Portal &portal, Client &client, const QString &folder, std::size
     }
 }
 
-void smallFiles(Portal &portal, Client &client, const QString &folder, int count, int rounds)
+/// How all files of a folder reach a job, and how those whose names begin with "small" come back.
+struct Mover {
+    std::string name;
+    std::function<void(const QStringList &paths, const QString &job)> upload;
+    std::function<void(const QString &job, const QString &to)> download;
+};
+
+Mover libraryMover(Client &client)
+{
+    const auto listed = std::make_shared<std::list<Velmora::CloudFile>>(); // by the pass that does not count
+    const auto download = [&client, listed](const QString &job, const QString &to) {
+        if (listed->empty())
+            *listed = named(client.files(job), "small");
+        client.download(*listed, to);
+    };
+    return {{}, [&client](const QStringList &paths, const QString &job) { client.upload(paths, job); }, download};
+}
+
+/// The command line client: a new process that signs in, and lists the job's files before it fetches some.
+Mover programMover(const Portal &portal, const QString &scratch)
+{
+    qputenv("VELMORA_USER", portal.user().toUtf8());
+    qputenv("VELMORA_PASSWORD", portal.password().toUtf8());
+    qputenv("VELMORA_CONFIG_DIR", scratch.toUtf8());
+    const auto program = [ca = portal.caFile()](const QString &line) {
+        run(QStringLiteral("'%1/velmora' %2 --quiet --json --ca '%3' >/dev/null")
+                .arg(QCoreApplication::applicationDirPath(), line, ca)
+                .toStdString());
+    };
+    const auto upload = [=](const QStringList &paths, const QString &job) {
+        program(QStringLiteral("upload %1 '%2'").arg(job, QFileInfo(paths[0]).path()));
+    };
+    const auto download = [=](const QString &job, const QString &to) {
+        program(QStringLiteral("download %1 'small*' --to '%2'").arg(job, to));
+    };
+    return {"velmora, ", upload, download};
+}
+
+void smallFiles(Portal &portal, const Mover &ours, const QString &folder, int count, int rounds)
 {
     setForms(portal, QStringLiteral("put"), onePiece);
     const QString job = portal.newJob();
     const QByteArray key = portal.key(job);
     const QJsonObject address = portal.uploadAddress(job);
-    const QString back = folder + QStringLiteral("/small");
+    const QString back = folder + QStringLiteral("/small"), in = folder + QStringLiteral("/in");
     QDir().mkpath(back);
+    QDir().mkpath(in);
     QStringList paths;
     std::string uploads, downloads;
     for (int i = 0; i < count; ++i) {
         const QString name = QStringLiteral("small") + QString::number(i), cipher = back + QStringLiteral("/c-") + name;
-        paths.append(folder + QLatin1Char('/') + name);
+        paths.append(in + QLatin1Char('/') + name);
         writePlain(paths.back().toStdString(), 4096);
         if (i == 0)
             run(enc(true, key, paths[0].toStdString(), cipher.toStdString()));
@@ -105,9 +147,9 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
             require(QFile::copy(back + QStringLiteral("/c-small0"), cipher), "cannot copy the peer's file");
         uploads += curlUpload(portal, address, cipher, QStringLiteral("c-") + name);
     }
-    const std::string what = std::to_string(count) + " files of 4 KiB, ";
+    const std::string what = ours.name + std::to_string(count) + " files of 4 KiB, ";
     row(
-        what + "up", "curl --parallel, encrypted before", 1.5, rounds, [&] { client.upload(paths, job); },
+        what + "up", "curl --parallel, encrypted before", 1.5, rounds, [&] { ours.upload(paths, job); },
         [&] { curl(folder, uploads); });
     for (const auto &file : portal.files(job)) {
         const std::string name = file.toObject()[QStringLiteral("fileName")].toString().toStdString();
@@ -116,9 +158,7 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
                 portal, requestTo(file.toObject()[QStringLiteral("downloadRequest")].toArray()[0].toObject()),
                 "output = \"" + back.toStdString() + "/peer-" + name + "\"\n");
     }
-    const auto listed = named(client.files(job), "small");
-    require(listed.size() == static_cast<std::size_t>(count), "not all files are listed");
-    const auto download = [&] { client.download(listed, back); };
+    const auto download = [&] { ours.download(job, back); };
     row(what + "down", "curl --parallel, not decrypted, not synced", 1.5, rounds, download,
         [&] { curl(folder, downloads); });
     row(what + "down", "the same, then each file synced, 16 at a time", 0, rounds, download, [&] {
@@ -126,6 +166,7 @@ void smallFiles(Portal &portal, Client &client, const QString &folder, int count
         run("cd '" + back.toStdString() + "' && ls -U | grep ^peer- | xargs -P 16 -n " +
             std::to_string((count + 15) / 16) + " sync");
     });
+    require(QDir(back).entryList({QStringLiteral("small*")}).size() == count, "not all files came back");
     requireSame(paths.back().toStdString(),
                 back.toStdString() + '/' + QFileInfo(paths.back()).fileName().toStdString());
 }
@@ -195,7 +236,8 @@ int main(int argc, char **argv)
     const auto mebibytes = options[QStringLiteral("--size")].toULong();
     const QStringList sizes = options[QStringLiteral("--long")].split(QLatin1Char(','));
     const QStringList parts = {QStringLiteral("large"), QStringLiteral("small"), QStringLiteral("pump"),
-                               QStringLiteral("first"), QStringLiteral("long"),  QStringLiteral("traffic")};
+                               QStringLiteral("first"), QStringLiteral("long"),  QStringLiteral("traffic"),
+                               QStringLiteral("client")};
     require(rounds > 0 && count > 0 && mebibytes >= 8 && (only.isEmpty() || parts.contains(only)), "bad arguments");
 
     QTemporaryDir scratch(folder + QStringLiteral("/velmora-transfer-XXXXXX"));
@@ -204,7 +246,7 @@ int main(int argc, char **argv)
     const auto wanted = [&](int part) { return only.isEmpty() || only == parts[part]; };
     Portal portal(QCoreApplication::applicationDirPath() + QStringLiteral("/velmora-portal"));
     Client client(portal.host(), portal.user(), portal.password());
-    if (wanted(0) || wanted(1) || wanted(2)) {
+    if (wanted(0) || wanted(1) || wanted(2) || wanted(6)) {
         std::printf("%lu MiB, median of %d rounds, TLS on loopback, portal in a process of its own, files in %s\n\n",
                     mebibytes, rounds, qPrintable(folder));
         head();
@@ -212,7 +254,10 @@ int main(int argc, char **argv)
     if (wanted(0))
         largeFiles(portal, client, scratch.path(), mebibytes << 20, rounds);
     if (wanted(1))
-        smallFiles(portal, client, scratch.path(), count, rounds);
+        smallFiles(portal, libraryMover(client), scratch.path(), count, rounds);
+    if (wanted(6))
+        smallFiles(portal, programMover(portal, scratch.path()), scratch.filePath(QStringLiteral("client")), count,
+                   rounds);
     if (wanted(2))
         pumpedTransfers(portal, client, scratch.path(), mebibytes << 20, rounds);
     if (wanted(3))

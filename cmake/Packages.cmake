@@ -59,7 +59,6 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(QT_PACKAGES "qtbase5-dev, libqt5websockets5-dev")
 if(VELMORA_QT EQUAL 6)
   set(QT_PACKAGES "qt6-base-dev, qt6-websockets-dev")
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_CONFLICTS libvelmora-dev) # the same headers
 endif()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${EXACTLY}, ${QT_PACKAGES}, libcurl4-openssl-dev, libssl-dev, zlib1g-dev")

@@ -23,10 +23,13 @@ endif()
 set(VELMORA_QT_MODULES Core Network WebSockets)
 find_package(Qt${VELMORA_QT} ${VELMORA_QT_VERSION} REQUIRED COMPONENTS ${VELMORA_QT_MODULES})
 
-# Both can be installed side by side: the library and the package of Qt 6 have names of their own.
+# Both can be installed side by side: the library, the package and the folder of the headers of Qt 6 have names of their
+# own. The headers are the same, but one file cannot belong to two Debian packages.
 set(VELMORA_PACKAGE Velmora)
 set(VELMORA_LIBRARY_NAME velmora)
+set(VELMORA_INCLUDE_SUFFIX "")
 if(VELMORA_QT EQUAL 6)
   set(VELMORA_PACKAGE VelmoraQt6)
   set(VELMORA_LIBRARY_NAME velmora-qt6)
+  set(VELMORA_INCLUDE_SUFFIX /velmora-qt6)
 endif()

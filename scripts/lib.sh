@@ -44,6 +44,10 @@ packages=(
     openssl curl ca-certificates python3
 )
 
+# What Qt 6 needs besides, and the examples with windows.
+# shellcheck disable=SC2034 # read where this file is sourced
+qt6_packages=(qt6-base-dev qt6-websockets-dev libgl-dev libvulkan-dev)
+
 # What scripts/python needs besides.
 python_packages=(python3-pip python3-setuptools python3-wheel python3-pytest mypy)
 

@@ -2,6 +2,8 @@
 // their number plus one; the environment variable VELMORA_FAULT chooses one of them.
 #pragma once
 #pragma GCC diagnostic error "-Wreturn-local-addr"
+#pragma GCC diagnostic ignored "-Wsign-compare" // a bound plus the number of a fault is signed
+#pragma GCC diagnostic ignored "-Wvla"          // a size that a fault may change is no constant
 
 #include <atomic>
 #include <cstdlib>

@@ -25,6 +25,7 @@ async def run(source: str, folder: str, account: str = "ACC-1001") -> None:
             origin_application="python_host"))
         async for progress in session.follow(job_id):
             print(progress)
+        os.makedirs(folder, exist_ok=True)  # without it each file would be written to that name
         for file in await session.files(job_id):
             if "/" in file.file_name:  # a simulation's, not an input
                 print(await session.download(file, folder))

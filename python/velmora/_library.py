@@ -178,16 +178,20 @@ class Worker:
         self.handle = c_void_p(self.library.CreateCloudAPI())
         wait = WAITS[0]
         while True:
+            waits = False
             try:
                 call = self._calls.get(not self._under_way, IDLE_WAIT)
-                if call is None:
-                    break
-                call()
-                wait = WAITS[0]
             except queue.Empty:
+                waits = True  # below: in here, an error of an operation would have this one as its context
+            if waits:
                 handled = self.library.waitForEvents(self.handle, wait if self._under_way else 0)
                 wait = WAITS[0] if handled else min(2 * wait, WAITS[1])
                 self._ended.clear()
+            elif call is None:
+                break
+            else:
+                call()
+                wait = WAITS[0]
             if not threading.main_thread().is_alive():  # a session that nobody closes does not keep the program
                 self.close()
         self.library.DestroyCloudAPI(self.handle)

@@ -360,8 +360,10 @@ int Exchange::beforeRequest(void *self, char *, char *, int, int)
     return static_cast<Exchange *>(self)->m_taken > 0 ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
-CURLcode Exchange::onTls(CURL *, void *context, void *)
+CURLcode Exchange::onTls(CURL *, void *context, void *authorities)
 {
+    if (authorities)
+        static_cast<TlsAuthorities *>(authorities)->setFor(context);
     adjustTlsContext(context);
     return CURLE_OK;
 }

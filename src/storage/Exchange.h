@@ -76,7 +76,7 @@ private:
     static std::size_t onHeader(const char *data, std::size_t size, std::size_t count, void *self);
     static int onProgress(void *self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent);
     static int beforeRequest(void *self, char *, char *, int, int);
-    static CURLcode onTls(CURL *, void *context, void *);
+    static CURLcode onTls(CURL *, void *context, void *authorities);
 
     const StorageRequest m_request;
     const Target m_target;

@@ -2,6 +2,7 @@
 
 #include "base/UserAgent.h"
 #include "storage/Source.h"
+#include "storage/TlsContext.h"
 
 #include <algorithm>
 
@@ -156,9 +157,14 @@ void Exchange::setTrust()
     set(CURLOPT_SSL_VERIFYHOST, m_trust.isVerified ? 2L : 0L);
     set(CURLOPT_CAINFO, static_cast<const char *>(nullptr)); // nothing but what follows
     set(CURLOPT_CAPATH, static_cast<const char *>(nullptr));
-    if (!m_trust.authorities.isEmpty()) {
-        curl_blob blob{const_cast<char *>(m_trust.authorities.constData()),
-                       static_cast<std::size_t>(m_trust.authorities.size()), CURL_BLOB_NOCOPY};
+    if (m_trust.parsed) {
+#ifdef _WIN32 // libcurl adds the system's own to them
+        const QByteArray &given = m_trust.authorities;
+#else
+        const QByteArray &given = m_trust.parsed->mark();
+        set(CURLOPT_SSL_CTX_DATA, m_trust.parsed.get());
+#endif
+        curl_blob blob{const_cast<char *>(given.constData()), static_cast<std::size_t>(given.size()), CURL_BLOB_NOCOPY};
         set(CURLOPT_CAINFO_BLOB, &blob);
     }
 #ifdef _WIN32

@@ -1,5 +1,7 @@
 #include "storage/Route.h"
 
+#include "storage/TlsContext.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -54,40 +56,47 @@ Proxy proxyTo(const QByteArray &server)
 Trust TrustReader::read(const QString &file)
 {
     readConfiguration();
-    Trust trust = m_trust;
-    if (!file.isEmpty())
-        addFile(&trust, file);
+    const QString problem = file.isEmpty() ? QString() : readFile(file);
+    if (!m_isComplete || file != m_completeFor) { // the text of a system's authorities is long
+        m_complete = {file.isEmpty() ? m_listedText : m_listedText + m_ofFile};
+        if (!m_complete.authorities.isEmpty())
+            m_complete.parsed = std::make_shared<TlsAuthorities>(m_complete.authorities);
+        m_isComplete = true;
+        m_completeFor = file;
+    }
+    Trust trust = m_complete;
+    trust.isVerified = m_isVerified;
+    trust.problem = problem;
     return trust;
 }
 
-void TrustReader::addFile(Trust *trust, const QString &path)
+QString TrustReader::readFile(const QString &path)
 {
     const QDateTime modified = QFileInfo(path).lastModified();
     if (path != m_file || modified != m_modified) {
         QFile file(path);
         m_file.clear();
-        if (!file.open(QIODevice::ReadOnly)) {
-            trust->problem = QStringLiteral("The file of certificate authorities %1 could not be read: %2.")
-                                 .arg(QDir::toNativeSeparators(path), file.errorString());
-            return;
-        }
         m_ofFile.clear();
+        m_isComplete = false;
+        if (!file.open(QIODevice::ReadOnly))
+            return QStringLiteral("The file of certificate authorities %1 could not be read: %2.")
+                .arg(QDir::toNativeSeparators(path), file.errorString());
         for (const QSslCertificate &certificate : QSslCertificate::fromDevice(&file))
             m_ofFile += certificate.toPem();
         m_file = path;
         m_modified = modified;
     }
-    trust->authorities += m_ofFile;
-    if (m_ofFile.isEmpty())
-        trust->problem = QStringLiteral("The file of certificate authorities %1 holds no certificate in PEM form.")
-                             .arg(QDir::toNativeSeparators(path));
+    return m_ofFile.isEmpty()
+               ? QStringLiteral("The file of certificate authorities %1 holds no certificate in PEM form.")
+                     .arg(QDir::toNativeSeparators(path))
+               : QString();
 }
 
 void TrustReader::readConfiguration()
 {
     const QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
     const auto mode = configuration.peerVerifyMode();
-    m_trust.isVerified = mode == QSslSocket::AutoVerifyPeer || mode == QSslSocket::VerifyPeer;
+    m_isVerified = mode == QSslSocket::AutoVerifyPeer || mode == QSslSocket::VerifyPeer;
     const QList<QSslCertificate> listed = configuration.caCertificates();
     const bool onDemand = loadsOnDemand(configuration);
     if (m_read && listed == m_listed && onDemand == m_onDemand) // quick for a list that is shared
@@ -102,9 +111,10 @@ void TrustReader::readConfiguration()
                 certificates.append(authority);
         }
     }
-    m_trust.authorities.clear();
+    m_isComplete = false;
+    m_listedText.clear();
     for (const QSslCertificate &certificate : qAsConst(certificates))
-        m_trust.authorities += certificate.toPem();
+        m_listedText += certificate.toPem();
 }
 
 } // namespace Velmora

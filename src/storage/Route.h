@@ -6,7 +6,11 @@
 #include <QSslCertificate>
 #include <QString>
 
+#include <memory>
+
 namespace Velmora {
+
+class TlsAuthorities;
 
 /// A proxy, as plain data.
 struct Proxy {
@@ -22,7 +26,8 @@ struct Proxy {
 struct Trust {
     QByteArray authorities; ///< PEM; empty: nobody
     bool isVerified = true;
-    QString problem = {}; ///< why that cannot be found out; empty when all is well
+    QString problem = {};                        ///< why that cannot be found out; empty when all is well
+    std::shared_ptr<TlsAuthorities> parsed = {}; ///< null: nobody
 };
 
 /// The proxy that the application's Qt has for a server.
@@ -37,15 +42,20 @@ public:
 
 private:
     void readConfiguration();
-    void addFile(Trust *trust, const QString &path);
+    /// @return what is wrong with it
+    QString readFile(const QString &path);
 
     bool m_read = false;
     QList<QSslCertificate> m_listed; ///< by the configuration that was read last
     bool m_onDemand = false;
-    Trust m_trust;  ///< without the file
+    bool m_isVerified = true;
+    QByteArray m_listedText;
     QString m_file; ///< the one that was read last
     QDateTime m_modified;
     QByteArray m_ofFile;
+    bool m_isComplete = false;
+    QString m_completeFor; ///< the file
+    Trust m_complete;
 };
 
 } // namespace Velmora

@@ -1,7 +1,10 @@
 #include "storage/TlsContext.h"
 
 #include <openssl/bio.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
+
+#include <QCryptographicHash>
 
 #include <cstdint>
 
@@ -75,7 +78,42 @@ void onEvent(const SSL *connection, int event, int)
     SSL_set0_wbio(tls, BIO_push(made, below));
 }
 
+QByteArray firstIn(const QByteArray &pem)
+{
+    constexpr char end[] = "-----END CERTIFICATE-----\n";
+    return pem.left(pem.indexOf(end) + int(sizeof end) - 1);
+}
+
 } // namespace
+
+TlsAuthorities::TlsAuthorities(const QByteArray &pem)
+    : m_pem(pem)
+    , m_mark(QCryptographicHash::hash(pem, QCryptographicHash::Sha256).toHex() + '\n' + firstIn(pem))
+{
+}
+
+TlsAuthorities::~TlsAuthorities() { X509_STORE_free(m_store); }
+
+void TlsAuthorities::parse()
+{
+    BIO *const text = BIO_new_mem_buf(m_pem.constData(), int(m_pem.size()));
+    STACK_OF(X509_INFO) *const found = text ? PEM_X509_INFO_read_bio(text, nullptr, nullptr, nullptr) : nullptr;
+    BIO_free(text);
+    m_store = found ? X509_STORE_new() : nullptr;
+    for (int i = 0; m_store && i < sk_X509_INFO_num(found); ++i)
+        if (X509 *const certificate = sk_X509_INFO_value(found, i)->x509)
+            X509_STORE_add_cert(m_store, certificate);
+    sk_X509_INFO_pop_free(found, X509_INFO_free);
+    if (m_store) // as libcurl sets it for its own
+        X509_STORE_set_flags(m_store, X509_V_FLAG_TRUSTED_FIRST | X509_V_FLAG_PARTIAL_CHAIN);
+}
+
+void TlsAuthorities::setFor(void *context)
+{
+    std::call_once(m_parsed, [this] { parse(); });
+    if (m_store)
+        SSL_CTX_set1_cert_store(static_cast<SSL_CTX *>(context), m_store);
+}
 
 void adjustTlsContext(void *context)
 {

@@ -6,6 +6,8 @@
 #include "transport/ProxyWatch.h"
 #include "transport/RequestBody.h"
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QSslConfiguration>
 #include <QUrl>
 
@@ -258,7 +260,11 @@ void RestClient::abort(QNetworkReply *reply)
     if (!reply || reply->isFinished())
         return;
     reply->disconnect(this);
-    reply->abort();
+    // Qt prints a warning when a request fails a second time: aborted after a refusal, or refused by what was on its
+    // way when it was aborted.
+    if (reply->error() == QNetworkReply::NoError)
+        reply->abort();
+    QCoreApplication::removePostedEvents(reply, QEvent::MetaCall);
     reply->deleteLater();
 }
 

@@ -142,6 +142,30 @@ TEST_F(FolderTest, upload_foldersAndFiles_arriveByNameInEitherGrammar)
         EXPECT_EQ(file["plainSizeAtMost"].toInt() + 1, file["storedSize"].toInt());
 }
 
+TEST_F(FolderTest, storage_refusesAddresses_getsOneNewOneForEachFile)
+{
+    m_folder.write("f", "f");
+    for (const auto &[line, status, times, exit, most] :
+         std::initializer_list<std::tuple<string, int, int, int, size_t>>{
+             {"upload job-wing0001 f", 403, 0, 1, 2},
+             {"upload job-wing0001 f", 403, 1, 0, 2},
+             {"upload job-wing0001 f", 503, 2, 0, 3},
+             {"upload job-wing0001 f", 409, 0, 1, 1},
+             {"download job-wing0001 wing.trninp", 410, 0, 1, 2},
+             {"download job-wing0001 wing.mesh", 403, 0, 1, 5}, // large: another request finds out why nothing comes
+             {"download job-wing0001 wing.mesh", 401, 1, 0, 3}}) {
+        m_portal->clearFaults();
+        inject("storage", FaultKind::Status, times, status);
+        m_portal->clearRequests();
+        ended(line, exit, exit == 0 ? "" : status == 403 ? "that it does not take either" : std::to_string(status));
+        size_t count = 0;
+        for (const auto &request : m_portal->requests())
+            count += request.target.find("/storage/") == 0 ? 1 : 0;
+        EXPECT_LE(count, most) << line << status;
+    }
+    EXPECT_EQ(m_folder.below("tmp"), Strings());
+}
+
 TEST_F(FolderTest, rm_anySelection_deletesThatAndNothingElse)
 {
     const Strings all = stored();

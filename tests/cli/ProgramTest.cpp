@@ -6,8 +6,8 @@ TEST_F(ProgramTest, arguments_wrongUse_exitsWithTwoAndOneDocument)
 {
     for (const string &line :
          {string(), "fly"s, "rm job-1"s, "upload job-1"s, "sync a b"s, "sync a: b:"s, "config set moon 1"s,
-          "jobs --profile none"s, "download job-1 --transfers 0"s, "jobs --portal moon"s, "run no-such-file"s,
-          "tags job-1 --account A"s, "status --host https://x"s, "status --ca /none"s,
+          "jobs --watch"s, "jobs --profile none"s, "download job-1 --transfers 0"s, "jobs --portal moon"s,
+          "run no-such-file"s, "tags job-1 --account A"s, "status --host https://x"s, "status --ca /none"s,
           "run " + m_folder.write("cut", "{\"jobName\":")})
         EXPECT_EQ(ended(line + " --json", 2)->json()["error"]["exitCode"].toInt(), 2);
 }
@@ -214,7 +214,8 @@ TEST_F(SignInTest, config_profiles_completeWhatIsNotGiven)
     ended("status --profile lab", 0, "answers");
     ended("status --profile lab --host 127.0.0.1:1", 3, "127.0.0.1:1");
     ended("download job-wing0001 wing.mesh --profile lab", 0);
-    EXPECT_EQ(m_folder.below("out/new").size(), 1U);
+    ended("watch job-wing0001 --profile lab", 0);
+    EXPECT_EQ(m_folder.below("out/new").size(), 1U) << "watch fetches nothing without --to";
     signInAs("", m_users[1].password, m_users[1].mfaCode);
     ended("jobs --profile lab", 0, "job-pump0003");
     ended("words -- status --profile la", 0);
@@ -243,36 +244,55 @@ TEST_F(ProgramTest, mistakes_areNamedWithWhatWasMeant)
         ended(line, exit, message);
 }
 
-TEST_F(ProgramTest, manualHelpAndReadme_nameTheSameCommandsAndOptions)
+TEST_F(ProgramTest, manualHelpAndPages_nameWhatThereIs)
 {
     const auto text = [this](const string &line) { return q(ended(line, 0)->output()); };
-    const QString manual = text("manual").remove('\\');
+    const auto source = [](const QString &path) {
+        QFile file(VELMORA_SOURCE_FOLDER "/" + path);
+        EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+        return QString::fromUtf8(file.readAll());
+    };
+    const auto all = [](const QString &in, const char *pattern) {
+        Strings found;
+        const QRegularExpression expression(pattern, QRegularExpression::MultilineOption);
+        for (auto match = expression.globalMatch(in); match.hasNext();)
+            found.insert(match.next().captured(1).toStdString());
+        return found;
+    };
+    const QString manual = text("manual").remove('\\'), program = text("--help");
     QMap<QString, QString> helps;
     for (const QString &line : text("words -- ").split('\n', Qt::SkipEmptyParts))
         helps[line.section('\t', 0, 0)] = text(line.section('\t', 0, 0).toStdString() + " --help");
     ASSERT_GT(helps.size(), 25);
-    static const QRegularExpression option("(?<![\\w-])--[a-z][a-z-]+"), use("velmora ([a-z]+)([^`\\n|]*)"),
-        entry("^  (?:-h,)?(--[a-z-]+)", QRegularExpression::MultilineOption);
-    QFile readme(VELMORA_SOURCE_FOLDER "/README.md");
-    ASSERT_TRUE(readme.open(QIODevice::ReadOnly));
-    QString examples = QString::fromUtf8(readme.readAll());
-    const QString shared = manual.section(".SH COMMANDS", 0, 0);
+    const QString page = source("docs/tasks/command-line.md").section("<!--", 0, 0),
+                  shared = manual.section(".SH COMMANDS", 0, 0);
+    QString examples = source("README.md") + page;
     for (auto help = helps.begin(); help != helps.end(); ++help) {
         const QString own = manual.section(".SS \"velmora " + help.key() + " [OPTIONS]", 1).section(".SS", 0, 0);
-        for (auto found = entry.globalMatch(help.value()); found.hasNext();)
-            EXPECT_TRUE(contains((shared + own).toStdString(), "fB" + found.next().captured(1).toStdString() + "fR"));
+        for (const string &name : all(help.value(), "^  (?:-h,)?(--[a-z-]+)"))
+            EXPECT_TRUE(contains((shared + own).toStdString(), "fB" + name + "fR")) << help.key().toStdString();
+        EXPECT_TRUE(page.contains("velmora " + help.key())) << help.key().toStdString() << " is not on the page";
         examples += help.value();
     }
-    int uses = 0;
-    for (auto found = use.globalMatch(examples.replace("bin/velmora --host HOST --ca CA.pem", "velmora"));
-         found.hasNext(); ++uses) {
-        const QRegularExpressionMatch example = found.next();
-        const QString help = helps.value(example.captured(1));
-        EXPECT_FALSE(help.isEmpty()) << example.captured().toStdString();
-        for (auto given = option.globalMatch(example.captured(2)); given.hasNext();)
-            EXPECT_TRUE(help.contains(given.next().captured())) << example.captured().toStdString();
+    const Strings uses = all(examples, "(?<![/#] )velmora ([a-z]+\\b[^`\"\\n|]*)");
+    EXPECT_GT(uses.size(), 50U);
+    for (const string &example : uses) {
+        const Strings known = all(helps.value(q(example).section(' ', 0, 0)), "(?<![\\w-])(--[a-z][a-z-]+)");
+        EXPECT_FALSE(known.empty()) << example;
+        for (const string &given : all(q(example), "(?<![\\w-])(--[a-z][a-z-]+)"))
+            EXPECT_EQ(known.count(given), 1U) << example;
     }
-    EXPECT_GT(uses, 10);
+    QString sources;
+    QDirIterator files(VELMORA_SOURCE_FOLDER "/tools/velmora", {"*.cpp"}, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext())
+        sources += source(files.next().section("/tools/", 1).prepend("tools/"));
+    const QString codes = source("tools/velmora/common/Options.h").section("enum class", 1, 1);
+    for (const QString &described : {program, manual}) {
+        EXPECT_EQ(all(sources, "\"(VELMORA_[A-Z_]+)\""), all(described, "^  (VELMORA_[A-Z_]+) "));
+        EXPECT_EQ(all(codes, "^    \\w+ = (\\d+)"), all(described, "^  (\\d+) "));
+    }
+    const QString keys = q(ended("config set moon 1", 2)->errors()).section("there are:", 1).trimmed();
+    EXPECT_TRUE(contains(helps["config"].toStdString(), keys.split(' ').join(", ").toStdString()));
 }
 
 } // namespace CliTests

@@ -113,7 +113,7 @@ async def test_failures_haveCodeTitleAndMessage(portal: Any) -> None:
         for call, code, part in FAILURES:
             with pytest.raises(VelmoraError, match=re.escape(part)) as raised:
                 await call(session)
-            assert raised.value.code == code
+            assert (raised.value.code, raised.value.__context__) == (code, None)
         with pytest.raises(ValueError, match="../x"):
             await session.download(velmora.CloudFile(job_id=WING, file_name="../x"), "/")
     async with velmora.Session() as session:

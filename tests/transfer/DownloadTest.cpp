@@ -14,24 +14,30 @@ TEST_F(TransferTest, download_piecesInAnyOrderAndForm_joinsThemByNumber)
     QByteArray whole;
     QJsonArray chunks;
     qint64 size = 0;
-    for (int number = 0; number < 20; ++number) { // from 0, and more than are received at once
+    for (int number = 0; number < 36; ++number) { // from 0, and more than are received ahead of the first
         const QString path = QStringLiteral("/s/p%1").arg(number);
-        QJsonObject chunk = piece(pieceName(number), noise(number * 100000));
+        QJsonObject chunk = piece(pieceName(number), noise(number * 30000));
         chunk["uri"] = url(path + '?');
         if (number % 4 == 3) {
             chunk["method"] = "POST";
             chunk["formFields"] = QJsonObject{{"f", "v"}};
         }
         const Answer plain = answer(200, stored[path]);
-        faults[path + '?'] = number % 4 == 1   ? Answer{chunked(stored[path]) + "0\r\n\r\n"}
+        faults[path + '?'] = number == 0       ? plain.paused()
+                             : number % 4 == 1 ? Answer{chunked(stored[path]) + "0\r\n\r\n"}
                              : number % 4 == 2 ? Answer{"HTTP/1.1 103 Early\r\nLink: <x>\r\n\r\n" + plain.bytes}
                                                : plain;
         chunks.insert(number % 3 == 1 ? 0 : number / 2, chunk);
-        whole += noise(number * 100000);
+        whole += noise(number * 30000);
         size += stored[path].size();
     }
     list(chunks);
-    expectDownload(wanted());
+    download(wanted());
+    ASSERT_TRUE(EVENTUALLY(seen("/s/") == 32));
+    EXPECT_FALSE(waitUntil([&] { return seen("/s/") > 32; }, 100)) << "too many open files";
+    loopback.server.resume();
+    ASSERT_TRUE(down.wait());
+    down.expect(200, "Download Success");
     EXPECT_TRUE(read("to/res.dat") == whole);
     EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
     EXPECT_EQ(QFile::permissions(qt("to/res.dat")), permissions);
@@ -45,6 +51,9 @@ TEST_F(TransferTest, download_piecesInAnyOrderAndForm_joinsThemByNumber)
         EXPECT_EQ(request.body.contains("name=\"f\"\r\n\r\nv\r\n"), request.verb == "POST");
     }
     EXPECT_EQ(seen(keyPath), 1);
+    faults["/s/p3?"] = hangUp();
+    expectDownload(wanted(), 400);
+    EXPECT_EQ(seen("/s/p3?"), 2) << "a form is not sent twice, whatever became of a connection that was kept";
 }
 
 // Working files are this download's own: one of a running download stays, one that was left behind is removed.
@@ -96,9 +105,11 @@ TEST_F(TransferTest, download_diskTakesNothing_holdsTheSenderUp)
     const QByteArray content = noise(8 * mebibyte);
     list({piece(pieceName(1), content)});
     const Answer full = answer(200, stored["/s/p0"]);
-    for (const bool fails : {false, true}) {
-        // While the answer is held up, its end comes, or the server sends nothing more.
-        faults["/s/p0"] = fails ? full.paused(6 * mebibyte) : full.closed();
+    const int head = full.bytes.indexOf("\r\n\r\n") + 4;
+    // While the answer is held up, its end comes, or the server sends nothing more, or all that came was taken.
+    for (const int pauseAt : {0, 6 * mebibyte, head + mebibyte + 1}) {
+        const bool fails = pauseAt > 0;
+        faults["/s/p0"] = fails ? full.paused(pauseAt) : full.closed();
         {
             QThreadPool &pool = *partsOf(*api).storage.pool();
             const auto end = std::make_shared<QSemaphore>(); // tasks may hold it for longer

@@ -3,6 +3,7 @@
 #include "transfer/TransferFixture.h"
 
 #ifndef Q_OS_WIN
+#include "torture/DiskCalls.h"
 #include <sys/stat.h>
 #endif
 
@@ -57,6 +58,7 @@ TEST_P(FailureTest, transfer_fails_completesOnceWithTheReason)
     } else {
         for (const QString &left : filesIn("to"))
             EXPECT_TRUE(left == "res.dat" || left.startsWith("UNCONFIRMED_DOWNLOAD.res.dat")) << left.toStdString();
+        EXPECT_TRUE(QByteArray(message) != "does not decrypt" || filesIn("to").size() > 1) << "what came is kept";
         const bool namesAreBad = message == stitch || ownTitle == writeTitle;
         EXPECT_TRUE(!namesAreBad || seen("/s/") == 0) << "fetched before the names were checked";
         EXPECT_EQ(filesIn("."), QStringList({"plain.txt", "tmp", "to"})) << "written outside the target's folder";
@@ -101,6 +103,8 @@ const Row rows[] = {
      },
      "no way", 403},
     {"badLastBlock", [](Test &t) { t.cipher().chop(16); }, "does not decrypt"},
+    {"noLengthAndNoEnd",
+     [](Test &t) { t.faults["/s/p1"] = Answer{"HTTP/1.1 200 OK\r\n\r\n" + t.cipher()}.paused(100000); }, "be whole"},
     {"cutInABlock", [](Test &t) { t.cipher().chop(5); }, "whole number of blocks"},
     {"pieceWithoutSuffix", [](Test &t) { t.rename("other.dat"); }, stitch},
     {"pieceTwice", [](Test &t) { t.rename("x/res.dat._00001_00003"); }, stitch},
@@ -116,5 +120,40 @@ const Row rows[] = {
     {"addressIsALocalFile", [](Test &t) { change(t.chunks, 1, "uri", "file:///etc/passwd"); }, "address"}};
 
 INSTANTIATE_TEST_SUITE_P(Table, FailureTest, testing::ValuesIn(rows), [](const auto &row) { return row.param.name; });
+
+#ifndef Q_OS_WIN
+using Torture::DiskCall;
+TEST_F(TransferTest, disk_fails_isTheReason)
+{
+    static std::atomic<DiskCall> failing;
+    static std::atomic<int> skipped;
+    const auto strike = [](const Torture::DiskUse &use) {
+        const bool isMeant = use.call == failing || (use.call == DiskCall::Copy && failing == DiskCall::Read);
+        return isMeant && --skipped < 0 ? EIO : 0;
+    };
+    const std::tuple<const char *, DiskCall, int> table[] = {
+        {"upload: look", DiskCall::Open, 0}, {"upload: open", DiskCall::Open, 1}, {"upload: read", DiskCall::Read, 1},
+        {"create", DiskCall::Open, 0},       {"write", DiskCall::Write, 2},       {"read back", DiskCall::Read, 0},
+        {"sync", DiskCall::Sync, 0},         {"close", DiskCall::Close, 0},       {"rename", DiskCall::Rename, 0}};
+    const std::string path = write("f", noise(900000)), reason = std::generic_category().message(EIO);
+    list({piece(pieceName(1), noise(900000)), piece(pieceName(2), noise(900001))});
+    for (const auto &[name, call, skip] : table) {
+        SCOPED_TRACE(name);
+        const bool uploads = QByteArray(name).startsWith("upload");
+        write("to/res.dat", "old");
+        std::tie(failing, skipped) = std::tuple(call, skip);
+        Torture::watchDisk(folder.root().toStdString(), strike);
+        uploads ? upload(path) : download(wanted());
+        const bool completed = uploads ? up.wait() : down.wait();
+        Torture::watchDisk({}, nullptr);
+        ASSERT_TRUE(completed);
+        uploads ? up.expect(400, "File Failed to Upload", path + " could not be read for upload: " + reason)
+                : down.expect(400, writeTitle, reason);
+        EXPECT_EQ(read("to/res.dat"), "old");
+        uploads ? expectUpload(path) : expectDownload(wanted());
+        EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
+    }
+}
+#endif
 
 } // namespace

@@ -100,7 +100,8 @@ TEST_F(RetryTest, piece_breaks_goesOnOrStartsAgain)
         {"a range without its length", {cut(whole(), late), rest(etag, 0, "*"), whole()}, "-r-"},
         {"a longer file", {cut(whole(), late), rest(etag, 0, "9%1"), whole()}, "-r-"},
         {"a range of another file", {cut(whole(), late), rest("\"b\""), whole()}, "-r-"},
-        {"no such range", {cut(whole(), late), status(416), whole()}, "-r-"},
+        {"no such range", {cut(whole(), 700015), status(416), whole()}, "-r-"}, // behind the first byte
+        {"no such thing", {status(416)}, "-", 416, "status 416"},
         {"refused, then another address", {cut(whole(), late), status(403), rest()}, "-rr", 200, "", 1},
         {"gone", {status(410), status(404), whole()}, "---", 200, "", 2},
         {"busy", {status(503), status(429), whole()}, "---"},

@@ -50,16 +50,22 @@ TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
     }
 }
 
-TEST_F(TransferTest, transfer_completed_releasesItsCallback)
+TEST_F(TransferTest, transfer_completed_releasesItsCallbackAndIsNotCounted)
 {
     list({piece(pieceName(1), noise(10))});
     for (const bool uploads : {true, false}) {
         const auto held = std::make_shared<int>();
+        faults = {{"/s/up", answer(204).paused()}, {"/s/p0", answer(200, stored["/s/p0"]).paused()}};
+        const LogCatcher log;
         if (uploads)
             api->uploadFile({write("f", noise(10)), "J1", 0}, {}, [held](const auto &...) { ++*held; });
         else
             api->downloadFile(wanted(), {}, [held](const auto &...) { ++*held; });
+        ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 1));
+        EXPECT_TRUE(log.lines().last().contains("Network Request Started")) << log.text();
+        loopback.server.resume();
         ASSERT_TRUE(waitUntil([&] { return *held == 1; }));
+        EXPECT_TRUE(log.lines().last().endsWith("Network Manager Cleared")) << log.text();
         settle();
         EXPECT_EQ(held.use_count(), 1) << uploads;
     }

@@ -195,4 +195,23 @@ TEST_F(TransportTest, proxy_andASlowService_isNoReasonToEndTheRequest)
     EXPECT_TRUE(EVENTUALLY(networkOf(*api).findChildren<QNetworkReply *>().isEmpty()));
 }
 
+// While the refusal is on its way between Qt's threads, and before the end of the answer; a warning would fail the
+// test.
+TEST_F(TransportTest, request_refused_isAbortedInSilence)
+{
+    for (const bool hasFailed : {false, true}) {
+        server.next(answer(404, "{}"));
+        int answers = 0;
+        const auto abort =
+            partsOf(*api).rest.exchange({Endpoints::JobFilesList, Verb::Get}, [&](auto &&...) { ++answers; });
+        auto *reply = networkOf(*api).findChild<QNetworkReply *>();
+        if (hasFailed)
+            QObject::connect(reply, &QNetworkReply::errorOccurred, reply, abort);
+        else
+            QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, abort);
+        EXPECT_TRUE(QSignalSpy(reply, &QObject::destroyed).wait());
+        EXPECT_EQ(answers, 0);
+    }
+}
+
 } // namespace

@@ -172,8 +172,20 @@ void Connection::endBody()
     answer(std::move(made));
 }
 
+/// A client that sends head and body one by one may wait for the head to be acknowledged, which the system puts off
+/// for 40 ms in the hope of an answer to send it with.
+void Connection::acknowledge()
+{
+#ifdef TCP_QUICKACK
+    const int on = 1;
+    ::setsockopt(lowest().socket().native_handle(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+#endif
+}
+
 void Connection::readBody()
 {
+    if (m_bodyLeft > m_buffer.size())
+        acknowledge();
     http::async_read(m_stream, m_buffer, *m_parser, [self = shared_from_this()](error_code error, auto) {
         if (error)
             return self->readFailed(error);

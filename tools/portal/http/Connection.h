@@ -59,6 +59,7 @@ private:
     bool sink(const char *data, std::size_t size);
     void streamBody();
     void endBody();
+    void acknowledge();
     void readBody();
     void readFailed(error_code error);
     void refuse(int status, const std::string &message);

@@ -83,6 +83,7 @@ void CommandLine::addFileCommands()
     addSpeed(*sub);
     sub = add("cat", "Write a job's file to standard output", "", cat);
     addJobId(*sub);
+    addSpeed(*sub);
     sub->add_option("NAME", m_options.files, "Name as \"velmora files JOB\" lists it")
         ->type_name("")
         ->required()

@@ -124,8 +124,10 @@ void Config::apply(CLI::App &app, CLI::App &command, const std::string &profile)
         const auto value = all.find(name);
         CLI::Option *option = command.get_option_no_throw("--" + name);
         const bool isOther = (name == "host" || name == "portal") && (isGiven("host") || isGiven("portal"));
-        const bool isFilter = name == "account" && command.get_name() == "tags";
-        if (value == all.end() || !option || isGiven(name) || isOther || isFilter ||
+        // There the option chooses what the command does, not how.
+        const bool isChoice =
+            (name == "account" && command.get_name() == "tags") || (name == "to" && command.get_name() == "watch");
+        if (value == all.end() || !option || isGiven(name) || isOther || isChoice ||
             !Terminal::environment(key.variable).empty())
             continue;
         option->add_result(value->second);

@@ -15,11 +15,11 @@ inline constexpr const char *Program = R"(Exit codes:
   130  interrupted by Ctrl-C; transfers are cancelled, a submitted job goes on at the service
 
 Environment:
-  VELMORA_USER      e-mail address to sign in with
-  VELMORA_PASSWORD  password; asked for on the terminal when it is not set
-  VELMORA_MFA       one-time code for users with multi-factor authentication
-  VELMORA_API_URL   HOST[:PORT] of the service, as --host
-  VELMORA_PROFILE   profile of the configuration file, as --profile
+  VELMORA_USER        e-mail address to sign in with
+  VELMORA_PASSWORD    password; asked for on the terminal when it is not set
+  VELMORA_MFA         one-time code for users with multi-factor authentication
+  VELMORA_API_URL     HOST[:PORT] of the service, as --host
+  VELMORA_PROFILE     profile of the configuration file, as --profile
   VELMORA_CONFIG_DIR  folder of the configuration file and of who is signed in
 
 Results go to standard output, progress and messages to standard error.
@@ -149,7 +149,8 @@ inline constexpr const char *Logout =
 inline constexpr const char *Config =
     R"(Keys are names of options: account, bwlimit, ca, host, hpc, portal, timeout, to, transfers, user. Arguments
 win over the environment, that over a profile, and that over what holds for all commands. With --profile, set
-changes that profile, and makes it where there is none.
+changes that profile, and makes it where there is none. No value makes a command do more: watch fetches nothing
+without --to, tags lists the tags of all accounts without --account.
 
 Examples:
   velmora config set user ada@example.com

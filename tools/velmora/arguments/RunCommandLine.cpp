@@ -40,6 +40,7 @@ void CommandLine::addRunCommands()
     sub->add_option("--journal", m_options.journal, "File of what is done; JOB.json.journal unless given")
         ->type_name("FILE");
     addYes(*sub);
+    addSpeed(*sub);
     addPatience(*sub);
 
     sub = add("watch", "Follow a job to its end", Help::Watch, watch);
@@ -47,6 +48,7 @@ void CommandLine::addRunCommands()
     CLI::Option *folder = sub->add_option("--to", m_options.folder, "Fetch the results to this folder at the end");
     folder->type_name("DIR");
     addTable(*sub)->needs(folder);
+    addSpeed(*sub);
     addPatience(*sub);
 
     sub = add("new", "Reserve a job id, to upload inputs to", Help::New, newJob);

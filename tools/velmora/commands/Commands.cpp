@@ -117,6 +117,9 @@ void showRunningJobs(Session &session, const Options &options)
 
 void jobs(const Options &options)
 {
+    if (options.live && options.json)
+        throw Failure(ExitCode::WrongUse, QStringLiteral("Wrong Use"),
+                      QStringLiteral("--watch shows a table that changes; without it --json gives one document"));
     Session session(options);
     session.signIn();
     if (options.live) {

@@ -158,16 +158,6 @@ public:
     using QSocketNotifier::QSocketNotifier;
 };
 
-Interrupt &Interrupt::instance()
-{
-    static Interrupt *interrupt = nullptr;
-    if (interrupt == nullptr) {
-        interrupt = new Interrupt;
-        QObject::connect(interrupt, &QObject::destroyed, [] { interrupt = nullptr; });
-    }
-    return *interrupt;
-}
-
 Interrupt::Interrupt()
     : QObject(QCoreApplication::instance())
 {

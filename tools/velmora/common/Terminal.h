@@ -1,6 +1,6 @@
 /// @file Terminal.h
 /// Access to the operating system's terminal, arguments, signals and file locks. Terminal.cpp is for POSIX,
-/// TerminalWindows.cpp for Windows.
+/// TerminalWindows.cpp for Windows; Interrupt.cpp has what both share.
 #ifndef VELMORA_CLI_TERMINAL_H
 #define VELMORA_CLI_TERMINAL_H
 

@@ -190,16 +190,6 @@ bool sync(int descriptor) { return ::_commit(descriptor) == 0; }
 
 } // namespace Terminal
 
-Interrupt &Interrupt::instance()
-{
-    static Interrupt *interrupt = nullptr;
-    if (interrupt == nullptr) {
-        interrupt = new Interrupt;
-        QObject::connect(interrupt, &QObject::destroyed, [] { interrupt = nullptr; });
-    }
-    return *interrupt;
-}
-
 Interrupt::Interrupt()
     : QObject(QCoreApplication::instance())
     , m_source(std::make_unique<Source>(this))

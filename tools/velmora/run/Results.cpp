@@ -52,9 +52,9 @@ std::optional<Failure> fetchResults(Session &session, const Options &options, co
     const int kept = downloads.count(Transfer::Phase::Done);
     if (kept == int(downloads.transfers.size()))
         return std::nullopt;
-    QString heading = QStringLiteral("downloading %1 to %2").arg(countText(downloads), shown(folder.toStdString()));
-    if (kept > 0)
-        heading += QStringLiteral("; %1 of them are here already").arg(kept);
+    const QString heading =
+        QStringLiteral("downloading %1 to %2").arg(countText(downloads), shown(folder.toStdString())) +
+        keptText(kept, "here");
     std::function<void(const Transfer &)> onDone;
     if (journal)
         onDone = [journal](const Transfer &transfer) { journal->note(transfer); };

@@ -226,9 +226,8 @@ JobDetails Submission::submit(const QStringList &inputs, Batch &uploads)
             uploads = uploadsOf(inputs, m_job.jobID);
         }
         const int kept = uploads.count(Transfer::Phase::Done);
-        QString heading = QStringLiteral("uploading %1 to %2").arg(countText(uploads), shown(m_job.jobID));
-        if (kept > 0)
-            heading += QStringLiteral("; %1 of them are there already").arg(kept);
+        const QString heading =
+            QStringLiteral("uploading %1 to %2").arg(countText(uploads), shown(m_job.jobID)) + keptText(kept, "there");
         if (kept < int(uploads.transfers.size()))
             moveFiles(m_session, m_options, heading, uploads,
                       [this](const Transfer &transfer) { m_journal.note(transfer); });

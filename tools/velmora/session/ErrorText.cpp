@@ -8,8 +8,11 @@ namespace Velmora::Cli {
 namespace {
 
 /// What can be done about a status, or what it means where the service says nothing.
-QString adviceOn(int status, bool isExplained)
+QString adviceOn(int status, bool isExplained, bool isStorage)
 {
+    if (isStorage && (status == 401 || status == 403))
+        return QStringLiteral("the service gave an address that its storage does not take, and a new one that it does "
+                              "not take either");
     if (isExplained && status < 500 && status != 402 && status != 429)
         return QString();
     switch (status) {
@@ -53,13 +56,14 @@ QString errorText(const ApiError &error)
     const QString reason = reasonOf(error);
     const QString status = QStringLiteral("status %1").arg(error.errorCode);
     const bool isNamed = reason.contains(status);
-    const QString advice = adviceOn(error.errorCode, !reason.isEmpty() && !isNamed);
+    const bool isStorage =
+        title == QLatin1String("File Failed to Upload") || title == QLatin1String("Unable to download file");
+    const QString advice = adviceOn(error.errorCode, !reason.isEmpty() && !isNamed, isStorage);
     QString text = title.isEmpty() || reason.isEmpty() ? title + reason : title + QStringLiteral(": ") + reason;
     // What a transfer met on this machine, or on the way, has this status too.
-    const bool isTransfer =
-        title == QLatin1String("File Failed to Upload") || title == QLatin1String("Unable to download file") ||
-        title == QLatin1String("Unable to write to target file") ||
-        title == QLatin1String("Error Requesting Encryption Key") || title == QLatin1String("Error Transferring Files");
+    const bool isTransfer = isStorage || title == QLatin1String("Unable to write to target file") ||
+                            title == QLatin1String("Error Requesting Encryption Key") ||
+                            title == QLatin1String("Error Transferring Files");
     if (isNamed && text.endsWith(QLatin1Char('.')))
         text.chop(1);
     if (!isNamed && (error.errorCode != 400 || !isTransfer))

@@ -15,6 +15,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <utility>
+
 namespace Velmora::Cli {
 
 namespace {
@@ -80,15 +82,20 @@ Session::Session(const Options &options)
         qputenv("VELMORA_API_URL", QByteArray::fromStdString(options.host));
     if (!options.caFile.empty())
         m_authorities = authoritiesIn(options.caFile);
-    ClientOptions client = ClientOptions::robust();
-    client.caFile = options.caFile;
-    client.answerTimeout = options.timeoutSeconds;
-    client.stallTimeout = options.timeoutSeconds;
-    client.uploadBytesPerSecond = client.downloadBytesPerSecond = options.bytesPerSecond;
-    client.connectionsPerHost = options.transfers;
-    m_api.setClientOptions(client);
+    m_client.caFile = options.caFile;
+    m_client.answerTimeout = options.timeoutSeconds;
+    m_client.stallTimeout = options.timeoutSeconds;
+    m_client.uploadBytesPerSecond = m_client.downloadBytesPerSecond = options.bytesPerSecond;
+    m_client.connectionsPerHost = options.transfers;
+    m_api.setClientOptions(m_client);
     Interrupt::instance();
     m_api.setAPIPortal(portalOf(options));
+}
+
+void Session::setTransferRetries(int count)
+{
+    if (std::exchange(m_client.transferRetries, count) != count)
+        m_api.setClientOptions(m_client);
 }
 
 void Session::signIn()

@@ -5,6 +5,7 @@
 
 #include "common/Options.h"
 
+#include <velmora/ClientOptions.h>
 #include <velmora/CloudAPI.h>
 
 #include <QList>
@@ -26,6 +27,8 @@ public:
     CloudAPI &api() { return m_api; }
     const std::string &host() const { return m_host; }
     const std::string &user() const { return m_user; }
+    /// How often the library tries transfers again that begin from now on.
+    void setTransferRetries(int count);
     bool usedMfa() const { return !m_mfaCode.empty(); }
     /// What `resume` will take in another process; empty when the service gave none.
     const std::string &refreshToken() const { return m_refreshToken; }
@@ -95,6 +98,7 @@ private:
     std::string m_mfaCode;
     std::string m_refreshToken;
     QList<QSslCertificate> m_authorities; ///< of `--ca`
+    ClientOptions m_client = ClientOptions::robust();
     CloudAPI m_api;
 };
 

@@ -285,4 +285,12 @@ QString countText(const Batch &batch)
              sizeText(batch.total()));
 }
 
+QString keptText(int count, const char *where)
+{
+    if (count == 0)
+        return QString();
+    return QStringLiteral("; %1 of them %2 %3 already")
+        .arg(QString::number(count), count == 1 ? QStringLiteral("is") : QStringLiteral("are"), QLatin1String(where));
+}
+
 } // namespace Velmora::Cli

@@ -56,6 +56,8 @@ void deleteFiles(Session &session, const std::string &jobId, const std::set<std:
 
 /// "3 files (812 MB)".
 QString countText(const Batch &batch);
+/// "; 2 of them are here already", or nothing.
+QString keptText(int count, const char *where);
 
 } // namespace Velmora::Cli
 

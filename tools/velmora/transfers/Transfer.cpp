@@ -15,7 +15,6 @@ namespace {
 
 constexpr qint64 WindowMs = 5000;
 constexpr qint64 CipherBlock = 16;
-constexpr qint64 SmallFile = 1000000;
 
 using Phase = Transfer::Phase;
 
@@ -87,9 +86,8 @@ void Transfer::end(Phase how, const ApiError &why, qint64 now)
 {
     phase = how;
     ended = now;
-    if (how == Phase::Done)
-        moved = total;
-    else
+    moved = how == Phase::Done ? total : 0; // what arrived in part is not kept
+    if (how != Phase::Done)
         error = why;
 }
 
@@ -172,8 +170,8 @@ void Batch::note(qint64 now)
     meter.note(now, moved());
     qint64 large = 0, small = 0;
     for (const Transfer &transfer : transfers) {
-        large += transfer.total >= SmallFile ? transfer.moved : 0;
-        small += transfer.total < SmallFile && transfer.hasEnded() ? 1 : 0;
+        large += !transfer.isSmall() ? transfer.moved : 0;
+        small += transfer.isSmall() && transfer.hasEnded() ? 1 : 0;
     }
     largeMeter.note(now, large);
     smallMeter.note(now, small);
@@ -185,8 +183,8 @@ qint64 Batch::secondsLeft() const
     for (const Transfer &transfer : transfers) {
         if (transfer.hasEnded())
             continue;
-        large += transfer.total >= SmallFile ? transfer.total - transfer.moved : 0;
-        small += transfer.total < SmallFile ? 1 : 0;
+        large += !transfer.isSmall() ? transfer.total - transfer.moved : 0;
+        small += transfer.isSmall() ? 1 : 0;
     }
     double seconds = 0;
     for (const auto &[missing, rate] : {std::pair(large, largeMeter.rate()), std::pair(small, smallMeter.rate())}) {

@@ -47,6 +47,8 @@ struct Transfer {
 
     bool isActive() const { return phase > Phase::Waiting && phase < Phase::Done; }
     bool hasEnded() const { return phase >= Phase::Done; }
+    /// Its bytes take less time than all else of the transfer.
+    bool isSmall() const { return total < 1000000; }
     void begin(qint64 now);
     /// @param bytes may include the overhead of a form; what exceeds the file's own bytes is ignored
     void progress(qint64 bytes);

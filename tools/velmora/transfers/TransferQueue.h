@@ -10,17 +10,20 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QObject>
+#include <QTemporaryDir>
 #include <QThreadPool>
 #include <QTimer>
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace Velmora::Cli {
 
 /// Transfers a batch of files, small ones first. A failed transfer does not stop the others. Ctrl-C cancels the active
-/// transfers and starts no more. The library tries again what breaks or stalls.
+/// transfers and starts no more. The library tries again what breaks or stalls. An address that the storage refuses is
+/// replaced once; a second refusal is final, which the library alone would find out after half a minute only.
 class TransferQueue : public QObject {
     Q_OBJECT
 public:
@@ -37,6 +40,11 @@ public:
 private:
     void pump();
     void begin(size_t index);
+    void start(size_t index, int retries);
+    /// How the transfer is to be tried once more after this error; negative: not at all.
+    int retriesAfter(size_t index, const ApiError &error) const;
+    void probe(size_t index);
+    void onProbed(size_t index, const ApiError &error);
     void onProgress(size_t index, qint64 bytes);
     void onComplete(size_t index, const ApiError &error);
     void onHashed(size_t index, const QByteArray &hash);
@@ -51,6 +59,10 @@ private:
     const Done m_onDone;
     std::vector<size_t> m_order; ///< in which they begin
     std::vector<char> m_isSent;  ///< uploads that wait for their hash only
+    std::vector<char> m_isTried; ///< as often as the library can try, or for the second time
+    std::vector<char> m_isProbed;
+    std::unique_ptr<QTemporaryDir> m_probes;
+    ApiError m_refusal; ///< why a download is being cancelled
     QEventLoop m_loop;
     QTimer m_pumpTimer;
     QElapsedTimer m_clock;

@@ -161,7 +161,9 @@ QStringList transferFrame(const Batch &batch, Terminal::Size size, BarStyle styl
                           padded(phaseText(transfer->phase), PhaseWidth),
                       figuresOf(*transfer));
     if (!hidden.empty())
-        lines << elided(QStringLiteral("and %1 more: %2").arg(hidden.size()).arg(summaryOf(hidden)), columns);
+        lines << elided((lines.isEmpty() ? QStringLiteral("%1 files: %2") : QStringLiteral("and %1 more: %2"))
+                            .arg(QString::number(hidden.size()), summaryOf(hidden)),
+                        columns);
     if (several) {
         const int width = nameWidth + Gap + PhaseWidth;
         lines << line(padded(elided(totalText(batch), width), width), figuresOf(batch));
