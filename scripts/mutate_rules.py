@@ -12,8 +12,12 @@ def masked(text):
     """The text with all that is no code replaced by blanks, characters stay where they are."""
     noise = (r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|(?<!\w)\'(?:\\.|[^\'\\\n])+\''
              r'|^[ \t]*#(?:\\\n|[^\n])*')
-    return re.sub(noise, lambda match: re.sub(r"[^\n]", "`" if match[0][0] in "\"'R" else " ", match[0]), text,
+    code = re.sub(noise, lambda match: re.sub(r"[^\n]", "`" if match[0][0] in "\"'R" else " ", match[0]), text,
                   flags=re.S | re.M)
+    elsewhere = r"^#if(?:def _WIN32| QT_VERSION_MAJOR >= 6)$.*?^#(?:else|endif)\b"  # not in the build that is run
+    for match in re.finditer(elsewhere, text, re.S | re.M):
+        code = code[:match.start()] + re.sub(r"[^\n]", " ", match[0]) + code[match.end():]
+    return code
 
 
 def end_of(code, start, stops):

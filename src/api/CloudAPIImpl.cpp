@@ -137,8 +137,8 @@ void CloudAPIImpl::uploadInputFile(const FileUploadDetails &file, const UploadPr
             waiting->quit();
         }
     };
-    const bool started = Transfers::upload(transfers, file, onProgress, complete);
-    if (started && !done)
+    Transfers::upload(transfers, file, onProgress, complete);
+    if (!done)
         loop.exec();
 }
 

@@ -30,12 +30,6 @@ CloudWebSocketClient::CloudWebSocketClient(const QUrl &url, const QString &cogni
     VELMORA_LOG() << "web-socket url" << m_url.toString();
 }
 
-CloudWebSocketClient::~CloudWebSocketClient()
-{
-    if (m_socket)
-        m_socket->disconnect(this); // closing must not call back into a half-destroyed object
-}
-
 void CloudWebSocketClient::openSocket()
 {
     m_waits = m_isClosed && m_isClosed();

@@ -27,7 +27,6 @@ public:
 
     CloudWebSocketClient(const QUrl &url, const QString &cognitoToken, Gate isClosed = {},
                          const Velmora::Authorities &authorities = {});
-    ~CloudWebSocketClient() override;
 
 Q_SIGNALS:
     void signalMessageReceived(const QString &message);

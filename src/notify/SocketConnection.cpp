@@ -40,7 +40,7 @@ SocketConnection::SocketConnection(const QString &jobId, std::unique_ptr<CloudWe
             &SocketConnection::slotHandleSocketMessage, Qt::QueuedConnection);
 }
 
-SocketConnection::~SocketConnection() { m_client->disconnect(this); }
+SocketConnection::~SocketConnection() = default;
 
 void SocketConnection::slotUpdateCognitoToken(const QString &_cognitoToken)
 {

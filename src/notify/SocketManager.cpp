@@ -9,10 +9,6 @@
 
 namespace Velmora {
 
-SocketManager::SocketManager() = default;
-
-SocketManager::~SocketManager() { unsubscribeFromAll(); }
-
 void SocketManager::unsubscribeFromAll()
 {
     const QStringList jobs = m_connections.keys();

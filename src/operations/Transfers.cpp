@@ -19,21 +19,18 @@ FileUploadDetails withNativePath(FileUploadDetails file)
 
 } // namespace
 
-bool Transfers::upload(FileTransferManager &transfers, const FileUploadDetails &file, const UploadProgress &onProgress,
+void Transfers::upload(FileTransferManager &transfers, const FileUploadDetails &file, const UploadProgress &onProgress,
                        const ResultDone<FileUploadDetails> &onComplete)
 {
     const FileUploadDetails native = withNativePath(file);
     VELMORA_LOG() << "in CloudAPIImpl::uploadFile(): " << toQt(native.localFileLocation);
-    if (!native.localFileLocation.empty() && !native.cloudFileJobID.empty()) {
+    if (!native.localFileLocation.empty() && !native.cloudFileJobID.empty())
         transfers.uploadFile(native, onProgress, onComplete);
-        return true;
-    }
-    if (const auto callback = onComplete) // a copy: the callback may destroy the original
+    else if (const auto callback = onComplete) // a copy: the callback may destroy the original
         callback({400, Titles::UploadNotSetUp,
                   native.localFileLocation.empty() ? "Local File to upload was not provided"
                                                    : "No Job ID to upload file into was provided"},
                  native);
-    return false;
 }
 
 bool Transfers::cancelUpload(FileTransferManager &transfers, const FileUploadDetails &file)

@@ -9,8 +9,8 @@ class FileTransferManager;
 /// Uploads of files, as the application names them.
 namespace Transfers {
 
-/// Returns false when the upload was refused; it has then completed.
-bool upload(FileTransferManager &transfers, const FileUploadDetails &file, const UploadProgress &onProgress,
+/// A refused one completes inside the call.
+void upload(FileTransferManager &transfers, const FileUploadDetails &file, const UploadProgress &onProgress,
             const ResultDone<FileUploadDetails> &onComplete);
 bool cancelUpload(FileTransferManager &transfers, const FileUploadDetails &file);
 

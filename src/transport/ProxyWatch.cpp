@@ -4,6 +4,7 @@
 
 #include <QNetworkProxy>
 #include <QNetworkReply>
+#include <QTimer>
 
 namespace Velmora {
 
@@ -11,26 +12,25 @@ ProxyWatch::ProxyWatch(QNetworkReply *reply, const RequestBody *body, int interv
     : QObject(reply)
     , m_reply(reply)
     , m_body(body)
+    , m_interval(interval)
     , m_nudge(std::move(nudge))
 {
     const auto end = [this] { deleteLater(); };
     connect(reply, &QNetworkReply::encrypted, this, end);
     connect(reply, &QNetworkReply::metaDataChanged, this, end);
-    connect(reply, &QNetworkReply::finished, this, end);
-    connect(&m_timer, &QTimer::timeout, this, &ProxyWatch::connectByProxy);
     connect(&m_socket, &QTcpSocket::connected, this, &ProxyWatch::onSocketEnded);
     connect(&m_socket, &QTcpSocket::errorOccurred, this, &ProxyWatch::onSocketEnded);
-    m_timer.setInterval(interval);
-    m_timer.setSingleShot(true);
-    m_timer.start();
+    wait();
 }
+
+void ProxyWatch::wait() { QTimer::singleShot(m_interval, this, &ProxyWatch::connectByProxy); }
 
 void ProxyWatch::connectByProxy()
 {
     const QUrl url = m_reply->url();
     const auto proxies = QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(url)); // may be slow, so not earlier
     const bool hasProxy = !proxies.isEmpty() && proxies.first().type() != QNetworkProxy::NoProxy;
-    const bool hasSent = m_body->size() > 0 && m_body->bytesAvailable() < m_body->size();
+    const bool hasSent = m_body->bytesAvailable() < m_body->size();
     if (!hasProxy || hasSent)
         return deleteLater();
     m_socket.setProxy(proxies.first());
@@ -45,7 +45,7 @@ void ProxyWatch::onSocketEnded()
     }
     QMetaObject::invokeMethod(&m_socket, &QTcpSocket::abort, Qt::QueuedConnection);
     m_nudge();
-    m_timer.start();
+    wait();
 }
 
 } // namespace Velmora

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QTcpSocket>
-#include <QTimer>
 
 #include <functional>
 
@@ -25,13 +24,14 @@ public:
     ProxyWatch(QNetworkReply *reply, const RequestBody *body, int interval, std::function<void()> nudge);
 
 private:
+    void wait();
     void connectByProxy();
     void onSocketEnded();
 
     QNetworkReply *m_reply;
     const RequestBody *m_body;
+    const int m_interval;
     std::function<void()> m_nudge;
-    QTimer m_timer;
     QTcpSocket m_socket;
 };
 

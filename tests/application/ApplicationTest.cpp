@@ -48,7 +48,11 @@ TEST_F(ApplicationTest, application_severalSessions_livesUntilTheLastEnds)
     std::optional<Loopback> loopback{std::in_place};
     for (int i = 0; i < 20; ++i)
         EXPECT_TRUE(load());
+    bool kept = false;
+    const QPointer<QObject> marked(new QObject);
+    EXPECT_TRUE(load([&] { marked->deleteLater(), api->processEvents(), kept = bool(marked); }) && kept);
     api->processEvents();
+    EXPECT_FALSE(marked) << "is not deleted further down the stack, but here";
     EXPECT_TRUE(networkOf(*api).findChildren<QNetworkReply *>().isEmpty());
     loopback.reset();
     api.reset();

@@ -33,12 +33,11 @@ Codes codesOf(const JobSubmit &job)
 
 TEST(JobSubmitTest, validate_boundaryValues_listsEveryFailedCheck)
 {
-    const std::tuple<const char *, std::function<void(JobSubmit &)>, Codes> cases[] = {
-        {"the most",
-         [](JobSubmit &job) { job.coresRequired = 128, job.ramEstimate = 1843199, job.coreHourEstimate = 1e9; },
-         {}},
-        {"the least", [](JobSubmit &job) { job.coresRequired = job.ramEstimate = 1, job.coreHourEstimate = 1e-9; }, {}},
-        {"too much", [](JobSubmit &job) { job.coresRequired = 129, job.ramEstimate = 1843200; }, {8, 0}},
+    using J = JobSubmit;
+    const std::tuple<const char *, std::function<void(J &)>, Codes> cases[] = {
+        {"the most", [](J &j) { j.coresRequired = 128, j.ramEstimate = 1843199, j.coreHourEstimate = 1e9; }, {}},
+        {"the least", [](J &j) { j.coresRequired = j.ramEstimate = 1, j.coreHourEstimate = 1e-9; }, {}},
+        {"too much", [](J &j) { j.coresRequired = 129, j.ramEstimate = 1843200; }, {8, 0}},
         {"estimate no number", [](JobSubmit &job) { job.coreHourEstimate = NAN; }, {6}},
         {"estimate infinite", [](JobSubmit &job) { job.coreHourEstimate = INFINITY; }, {6}},
         {"any name, no account", [](JobSubmit &job) { job.jobName = "Tr\u00e4ger", job.accountID = {}; }, {}},

@@ -3,6 +3,8 @@
 #include "SocketFixture.h"
 #include "support/TestFolder.h"
 
+#include <thread>
+
 namespace {
 
 struct RenewalTest : NotifyTest {
@@ -61,6 +63,16 @@ TEST_F(RenewalTest, subscription_duringARenewal_opensWithItsToken)
     rest.resume();
     expect(4);
     EXPECT_EQ(listener.texts.size(), 0U);
+}
+
+TEST_F(RenewalTest, call_fromAForeignThread_isLogged)
+{
+    closeGate("new"); // so that the other thread opens and sends nothing
+    subscribe(listener, "J1");
+    log.clear();
+    std::thread([this] { subscribe(listener, "J2"), api->getJobDetails("J1", {}); }).join();
+    EXPECT_EQ(log.lines().filter(QStringLiteral("thread")).size(), 2);
+    api->unsubscribeFromJob("J2");
 }
 
 TEST_F(RenewalTest, socket_withItsAuthority_trustsTheServer)

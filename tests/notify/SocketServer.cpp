@@ -62,7 +62,7 @@ void SocketServer::upgraded(int connection, const QByteArray &bytes)
     }
 }
 
-void SocketServer::write(std::size_t client, int opcode, const QByteArray &payload)
+void SocketServer::write(std::size_t client, int opcode, const QByteArray &payload, int most, int last)
 {
     QSslSocket *to = socket(toSocket(client));
     if (!to)
@@ -73,7 +73,7 @@ void SocketServer::write(std::size_t client, int opcode, const QByteArray &paylo
         length[0] = 127;
         qToBigEndian(quint64(payload.size()), length.data() + 1);
     }
-    to->write(QByteArray(1, static_cast<char>(0x80 | opcode)) + length + payload);
+    to->write((QByteArray(1, static_cast<char>(last | opcode)) + length + payload).left(most));
     to->flush();
 }
 

@@ -9,6 +9,7 @@ public:
     /// What happens to the next connections: they are accepted, refused (401) or not answered.
     enum class Handshake { Accept, RefuseAndClose, RefuseAndKeepOpen, Ignore };
     enum class Drop { Reset, Finish };
+    enum Opcode { Rest, Text, Close = 8, Ping, Pong, Last = 0x80 };
 
     struct Client {
         QByteArray target, head; ///< of the handshake
@@ -28,6 +29,8 @@ public:
     const std::vector<Client> &clients() const { return m_clients; }
 
     void send(std::size_t client, const QByteArray &text) { write(client, Text, text); }
+    /// A frame, or so many bytes of it; one that is not the last of its message without `Last`.
+    void write(std::size_t client, int opcode, const QByteArray &payload, int most = INT_MAX, int last = Last);
     /// Starts the closing handshake; code 0 sends a close frame without code.
     void close(std::size_t client, int code, const QByteArray &reason = {});
     void drop(std::size_t client, Drop how); ///< without a close frame
@@ -39,9 +42,7 @@ protected:
     void ended(int connection) override { m_clients[std::size_t(connection) - 1].gone = true; }
 
 private:
-    enum Opcode { Text = 1, Close = 8, Ping = 9, Pong = 10 };
     Answer greet(const ReceivedRequest &request);
-    void write(std::size_t client, int opcode, const QByteArray &payload);
 
     Handshake m_handshake = Handshake::Accept;
     Handler m_rest;

@@ -43,6 +43,9 @@ TEST_F(SocketTest, heartbeat_fourUnanswered_restartsWithTheNewestToken)
         EXPECT_EQ(closed.pings, QByteArrayList({"hello", "hello", "hello", "hello"}));
         EXPECT_EQ(closed.closeCode, 1015);
         EXPECT_EQ(closed.closeReason, "rebooting");
+        EXPECT_EQ(log.lines().count(QStringLiteral("ping socket")), (int(round) + 1) * 4);
+        EXPECT_EQ(log.lines().filter(QStringLiteral("4 pings (100s) without a message - restarting")).size(),
+                  int(round) + 1);
         EXPECT_EQ(authorization(server.clients()[round + 1]), round == 0 ? "token3" : "token5");
         EXPECT_EQ(server.clients()[round + 1].target, "/socket/job/progress/J1");
         ASSERT_NO_FATAL_FAILURE(expectFlow(listener, round + 1));
@@ -62,6 +65,10 @@ TEST_F(SocketTest, heartbeat_textAfterThree_countsAnew)
     ASSERT_NO_FATAL_FAILURE(restart(1));
     ASSERT_TRUE(gone(0));
     EXPECT_EQ(server.clients()[0].pings.size(), 10);
+    for (int i = 0; i < 3; ++i)
+        ASSERT_NO_FATAL_FAILURE(beat());
+    ASSERT_NO_FATAL_FAILURE(expectFlow(listener, 1));
+    EXPECT_EQ(server.clients().size(), 2u) << "a new connection counts from the start";
 }
 
 TEST_F(SocketTest, handshake_unansweredForFourHeartbeats_isALoss)
@@ -128,9 +135,15 @@ TEST_F(SocketTest, socket_anyEvent_isReportedOnce)
             ASSERT_NO_FATAL_FAILURE(expectFlow(own, client));
             own.texts.clear();
         }
+        log.clear();
         happen(client, code, sent);
         ASSERT_TRUE(notified(own));
         settle();
+        const std::string loss = "abnormal closure\ncode: " + std::to_string(code ? code : 1000) + "\nreason: " + sent;
+        EXPECT_EQ(log.text(), code < 0 ? ""
+                              : code == 1000 && sent[0]
+                                  ? "successful socket closure\nclose reason: " + std::string(sent)
+                                  : loss);
         EXPECT_EQ(own.texts, Texts{code == frame ? sent : text});
         EXPECT_EQ(own.error.errorCode, title == lost || title == invalid ? 400 : 200);
         EXPECT_EQ(own.error.errorTitle + own.error.errorMessage, title);
@@ -156,10 +169,14 @@ TEST_F(SocketTest, message_longerThanTheLimit_endsTheConnection)
     ASSERT_TRUE(notified(listener));
     EXPECT_EQ(listener.texts[0].size(), std::size_t(longest.size()));
     EXPECT_FALSE(listener.finish);
-    server.send(0, longest + 'x');
-    ASSERT_TRUE(notified(listener, 2));
-    EXPECT_EQ(listener.error.errorTitle, lost);
-    ASSERT_NO_FATAL_FAILURE(expectInert(listener, 1));
+    for (const std::size_t client : {0, 1}) { // by the head of a frame alone, or in two frames
+        server.write(client, SocketServer::Text, longest + QByteArray(client == 0, 'x'), client == 0 ? 20 : INT_MAX, 0);
+        server.write(client, SocketServer::Rest, "x");
+        ASSERT_TRUE(notified(listener, 2 + client));
+        EXPECT_EQ(listener.error.errorTitle, lost);
+        ASSERT_NO_FATAL_FAILURE(expectInert(listener, client + 1));
+        ASSERT_NO_FATAL_FAILURE(client == 0 ? open(listener, 1) : void());
+    }
 }
 
 TEST_F(SocketTest, socket_lossAfterARestartBeforeAnyMessage_isLogged)

@@ -76,14 +76,14 @@ TEST_F(TransportTest, answer_anyBytes_isWholeOrNone)
         {"gzip with another length", gzipped(gzip(list, 0, 1))},
         {"gzip with a byte behind it", gzipped(gzip(list) + '\0')},
         {"gzip that is none", gzipped(list)},
-        {"gzip of 300 MiB", gzipped(gzip(QByteArray(300 * 1024 * 1024, '\0')))},
+        {"gzip that is zlib's own", gzipped(qCompress(list).mid(4))},
         {"gzip of no byte", gzipped(""), 200, 0, "", false},
         {"gzip cut before its first byte", raw("200", packed, "").closed()},
         {"an encoding that was not asked for", answer(200, list, "", "Content-Encoding: deflate\r\n")},
         {"no encoding, said aloud", answer(200, list, "", "Content-Encoding: identity\r\n"), 200, 1},
-        {"300 MiB announced", raw("200", "Content-Length: 314572800\r\n", list)},
+        {"a byte more than 256 MiB announced", raw("200", "Content-Length: 268435457\r\n", list)},
 #if QT_VERSION_MAJOR < 6 // 6.4 drops such a head, and reads what follows up to the end of the connection
-        {"head of more than 1 MiB", answer(200, list, "", "X: " + QByteArray(1100000, 'x') + "\r\n")},
+        {"head of more than 1 MiB", answer(200, list, "", "X: " + QByteArray(1048576, 'x') + "\r\n")},
 #endif
         {"refusal", answer(404, refusal), 404, 0, "No such job"},
         {"refusal shorter than its length", cut(404, refusal), 404, 0, "No such job"},
@@ -136,15 +136,21 @@ TEST_F(TransportTest, answer_behindAnInformationalOne_isNotTakenForTheNextReques
     EXPECT_EQ(partsOf(*api).rest.findChildren<QNetworkAccessManager *>().size(), 1) << "the other one is released";
 }
 
-TEST_F(TransportTest, answer_growingBeyondItsLimit_endsBeforeItsEnd)
+TEST_F(TransportTest, answer_beyondItsLimit_endsBeforeItsEnd)
 {
     partsOf(*api).rest.setAnswerLimits({100000, 1000});
     for (const int size : {100000, 100001, 5000000}) {
         SCOPED_TRACE(size);
-        const Answer whole = raw("200", "", list + QByteArray(size - list.size(), ' '));
-        run("getAllJobDetails", size > 100000 ? whole.paused(whole.bytes.size()) : whole.closed()); // or never ends
-        EXPECT_EQ(done.error.errorCode, size > 100000 ? 0 : 200);
-        EXPECT_EQ(done.result.toArray().size(), size > 100000 ? 0 : 1);
+        const bool fits = size == 100000;
+        const QByteArray body = list + QByteArray(size - list.size(), ' '), length = QByteArray::number(size);
+        const Answer grows = raw("200", "", body), announced = raw("200", "Content-Length: " + length + "\r\n", body);
+        for (const Answer &each :
+             {fits ? grows.closed() : grows.paused(grows.bytes.size()), // or never ends
+              fits ? announced : announced.paused(announced.bytes.size() - size), gzipped(gzip(body))}) {
+            run("getAllJobDetails", each);
+            EXPECT_EQ(done.error.errorCode, fits ? 200 : 0);
+            EXPECT_EQ(done.result.toArray().size(), fits ? 1 : 0);
+        }
     }
 }
 

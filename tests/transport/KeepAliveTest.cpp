@@ -2,8 +2,6 @@
 
 #include "transport/SessionFixture.h"
 
-#include <thread>
-
 namespace {
 
 using KeepAliveTest = SessionTest;
@@ -39,10 +37,9 @@ TEST_F(KeepAliveTest, renewalUnderWay_requestsWaitForItsToken)
 TEST_F(KeepAliveTest, renewalFailing_pausesGrowAndWaitingEndsAtLast)
 {
     logIn();
-    keepAlive(1);
+    keepAlive(1, 0);
     Completion asked[2];
     ASSERT_NO_FATAL_FAILURE(renewAndAsk(silence(), asked));
-    session().setPauseUnit(1000);
     for (const int pause : {1, 2, 4, 8, 16, 30, 30}) {
         ASSERT_TRUE(EVENTUALLY(sessionTimer("pause")->isActive()));
         EXPECT_EQ(sessionTimer("pause")->interval(), pause * 1000);
@@ -96,7 +93,7 @@ TEST_F(KeepAliveTest, renewalEndsOtherwise_requestsGoOutWithoutAToken)
     }
 }
 
-TEST_F(KeepAliveTest, waitingUploadIsCancelled_sendsNothing)
+TEST_F(KeepAliveTest, uploadIsCancelled_sendsNothingMore)
 {
     logIn();
     keepAlive();
@@ -108,6 +105,11 @@ TEST_F(KeepAliveTest, waitingUploadIsCancelled_sendsNothing)
     server.resume();
     ASSERT_TRUE(cleared());
     EXPECT_EQ(sent("POST", "/api/job/key"), 0);
+    server.next(silence());
+    api->uploadFile(file, {}, {});
+    ASSERT_TRUE(pausing());
+    EXPECT_TRUE(api->cancelUpload(file));
+    EXPECT_TRUE(cleared()) << "the request for the key is no longer in flight";
 }
 
 TEST_F(KeepAliveTest, renewal_machineWasAsleep_comesAtOnce)
@@ -131,19 +133,6 @@ TEST_F(KeepAliveTest, renewal_machineWasAsleep_comesAtOnce)
         EXPECT_EQ(token(), "renewed");
         EXPECT_EQ(renewals(), before + 1);
     }
-}
-
-TEST_F(KeepAliveTest, call_fromAForeignThread_isLogged)
-{
-    logIn();
-    keepAlive();
-    ASSERT_NO_FATAL_FAILURE(renew(answer(200, tokens(3600)).paused())); // so that nothing is sent by the other thread
-    log.clear();
-    std::thread([this] { api->getJobDetails("J1", {}); }).join();
-    EXPECT_NE(log.text().find("thread"), std::string::npos);
-    EXPECT_EQ(log.lines().size(), 1);
-    server.resume();
-    EXPECT_EQ(token(), idToken);
 }
 
 } // namespace

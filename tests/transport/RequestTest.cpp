@@ -4,6 +4,18 @@
 
 namespace {
 
+/// What these log first, by the names of the functions.
+const QMap<QByteArray, const char *> firstLines = {
+    {"getAllJobDetails", "in CloudAPI::requestAllJobInformation(): ZRV call for information on all jobs"},
+    {"getJobProgress", "in CloudAPI::getJobProgress(): Requesting job progress -  J1"},
+    {"getHpcList", "in CloudAPI::getHpcList(): ZRV call for all hpcs"},
+    {"getHpcPreferenceList", "in CloudAPI::getHpcPreferenceList(): ZRV call for all hpcs can access"},
+    {"getUsersFileList", "in CloudAPI::getUsersFileList(): ZRV call for all users files"},
+    {"getJobFileList", "in CloudAPI::getJobFileList(): ZRV call for all users files in this job:  J1%2"},
+    {"getSimulationFileList", "in CloudAPI::getJobFileList(): ZRV call for all users files in this simulation: "
+                              "JobID:  %1 \tSimID:  S 1"},
+    {"deleteFile", "Delete File API call being made:"}};
+
 struct OperationTest : TransportTest, testing::WithParamInterface<Operation> {
     const Operation &subject = GetParam();
     const bool login = subject.path == "auth/login" || subject.path == "auth/refresh";
@@ -37,6 +49,8 @@ TEST_P(OperationTest, request_loggedOut_hasItsBytesResultAndLogLines)
     const char *started = subject.verb == QByteArray("POST") ? "Network Request Started with text/JSON data:"
                           : subject.body.isEmpty()           ? "Network Request Started:"
                                                              : "Custom Network Request Started:";
+    const char *const firstLine = firstLines.value(QByteArray(subject.name).split(' ')[0]);
+    EXPECT_TRUE(!firstLine || log.lines().value(0) == QLatin1String(firstLine)) << log.text();
     const QStringList lines = log.lines().filter(QStringLiteral("Cloud API: "));
     EXPECT_EQ(lines.join(QLatin1Char('\n')), QStringLiteral("Cloud API: %1 1 in progress\n"
                                                             "Cloud API: Network Request Finished: 0 remaining\n"
@@ -108,7 +122,7 @@ TEST_F(RequestTest, deleteFile_pathWithDots_isRefusedInsideTheCall)
     EXPECT_EQ(log.text(), "") << "nothing is sent";
 }
 
-TEST_F(RequestTest, submitNewJob_invalidJob_completesInsideTheCall)
+TEST_F(RequestTest, submitNewJob_anyJob_isSentOrCompletesInsideTheCall)
 {
     JobSubmit job;
     job.jobID = job.jobName = job.mainFile = "x";
@@ -123,6 +137,9 @@ TEST_F(RequestTest, submitNewJob_invalidJob_completesInsideTheCall)
            "\nValidate Job again.");
     EXPECT_TRUE(done.isDefault);
     EXPECT_EQ(log.text(), "") << "nothing is sent";
+    job.originApplication = "x";
+    api->submitNewJob(job, Into{&done});
+    EXPECT_TRUE(wait(done) && server.requests().last().body.size() == int(job.toSubmissionJson().size()));
 }
 
 } // namespace

@@ -17,11 +17,12 @@ struct SessionTest : TransportTest {
         timer()->start(0);
         ASSERT_TRUE(EVENTUALLY(renewals() == before + 1));
     }
-    void keepAlive(int answerTimeout = 0)
+    void keepAlive(int answerTimeout = 0, int pauseUnit = 1)
     {
         setOptions(*api,
                    [=](ClientOptions &options) { options.keepAlive = true, options.answerTimeout = answerTimeout; });
-        session().setPauseUnit(1);
+        if (pauseUnit > 0)
+            session().setPauseUnit(pauseUnit);
     }
     Session &session() { return partsOf(*api).session; }
     QTimer *sessionTimer(const char *name) { return session().findChild<QTimer *>(QLatin1String(name)); }

@@ -122,6 +122,9 @@ TEST_F(SessionTest, resume_storedToken_isTheRenewalsAndOfAnUnknownUser)
     EXPECT_EQ(server.requests().last().body, indented({{"refreshToken", "stored"}}));
     logIn();
     EXPECT_EQ(forgets.count(), 2) << "nobody knows whether it is the same user";
+    api->clearActiveAccount();
+    logIn();
+    EXPECT_EQ(forgets.count(), 4) << "nobody knows what came in between";
     EXPECT_EQ(log.text().find("stored"), std::string::npos);
 }
 
