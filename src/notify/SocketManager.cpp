@@ -9,6 +9,9 @@
 
 namespace Velmora {
 
+// Not left to QObject: what a callback holds may unsubscribe when it goes, and finds the connections still here.
+SocketManager::~SocketManager() { unsubscribeFromAll(); }
+
 void SocketManager::unsubscribeFromAll()
 {
     const QStringList jobs = m_connections.keys();

@@ -24,6 +24,8 @@ class SocketManager : public QObject {
 public:
     static constexpr int heartbeatInterval = 25000; ///< milliseconds
 
+    ~SocketManager() override;
+
     void setOptions(const ClientOptions &options) { m_authorities = Authorities::read(options.caFile); }
     /// Asked before each opening of a connection: whether it has to wait for `openGate`.
     void setGate(std::function<bool()> isClosed) { m_isClosed = std::move(isClosed); }
