@@ -115,7 +115,7 @@ int CloudAPIImpl::currentNetworkStatus()
     if (!wasFinished) // the application is quitting, so the loop did not wait
         reply->abort();
     Outcome outcome = rest.take(reply);
-    unpackOrSpoil(outcome, AnswerLimits().body);
+    unpackOrSpoil(outcome, rest.answerLimits().body);
     if (wasFinished)
         rest.noteFailure(outcome);
     return outcome.body.isEmpty() ? -1 : 1;

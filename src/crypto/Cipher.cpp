@@ -39,28 +39,19 @@ Cipher::Cipher(Direction direction, const unsigned char *key, const unsigned cha
         m_context.reset();
 }
 
+// OpenSSL sets `produced` on success only.
 bool Cipher::update(const unsigned char *in, int length, unsigned char *out, int *produced)
 {
     *produced = 0;
-    if (!m_context || length < 0)
-        return false;
     const ErrorMark mark;
-    if (EVP_CipherUpdate(m_context.get(), out, produced, in, length) == 1)
-        return true;
-    *produced = 0;
-    return false;
+    return m_context && length >= 0 && EVP_CipherUpdate(m_context.get(), out, produced, in, length) == 1;
 }
 
 bool Cipher::finish(unsigned char *out, int *produced)
 {
     *produced = 0;
-    if (!m_context)
-        return false;
     const ErrorMark mark;
-    if (EVP_CipherFinal_ex(m_context.get(), out, produced) == 1)
-        return true;
-    *produced = 0;
-    return false;
+    return m_context && EVP_CipherFinal_ex(m_context.get(), out, produced) == 1;
 }
 
 CipherThreadState::~CipherThreadState() { OPENSSL_thread_stop(); }

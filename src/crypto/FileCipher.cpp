@@ -101,12 +101,8 @@ Status cryptFile(Cipher::Direction direction, const unsigned char *key, const un
         return Status::InputFailed;
 
     std::uintmax_t size = std::numeric_limits<std::uintmax_t>::max();
-    if (kind == DiskFile::Kind::Regular) {
-        const qint64 known = source.size();
-        if (known < 0)
-            return Status::InputFailed;
+    if (const qint64 known = source.size(); kind == DiskFile::Kind::Regular && known >= 0)
         size = static_cast<std::uintmax_t>(known);
-    }
 
     Cipher cipher(direction, key, iv);
     if (!cipher.isReady())

@@ -45,9 +45,7 @@ void SocketManager::subscribeToJob(const QString &jobId, const QString &cognitoT
 
 void SocketManager::unsubscribeFromJob(const QString &jobId)
 {
-    SocketConnection *connection = m_connections.take(jobId);
-    if (!connection)
-        return;
+    SocketConnection *const connection = m_connections.take(jobId); // null: there is none
     if (m_connections.isEmpty())
         m_heartbeat.reset();
     delete connection;

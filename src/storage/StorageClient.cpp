@@ -18,8 +18,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds idleTime{20000}; // before the thread ends
-constexpr milliseconds newsTime{10};    // between two notices of progress; each wakes the owner's thread
+constexpr milliseconds newsTime{10}; // between two notices of progress; each wakes the owner's thread
 constexpr long connectionsKept = 32;
 constexpr int poolThreads = 4; // that read and encrypt, decrypt and write
 
@@ -98,6 +97,12 @@ void StorageClient::send(Command command)
     m_thread = std::thread(&StorageClient::run, this);
 }
 
+bool StorageClient::isRunning()
+{
+    const std::lock_guard lock(m_mutex);
+    return m_running;
+}
+
 // The mutex is held.
 void StorageClient::report(const EntryPointer &entry)
 {
@@ -137,12 +142,11 @@ void StorageClient::customEvent(QEvent *)
     std::vector<Report> reports;
     {
         const std::lock_guard lock(m_mutex);
-        for (EntryPointer &entry : m_reports) {
+        for (const EntryPointer &entry : std::exchange(m_reports, {})) {
             entry->reported = false;
             reports.push_back({entry, entry->sent, std::move(entry->answer)});
             entry->answer.reset();
         }
-        m_reports.clear();
         m_isNotified = false;
     }
     const QPointer<StorageClient> self(this);
@@ -214,14 +218,14 @@ bool StorageClient::serve()
     giveTurns();
     const bool idle = m_underWay.empty();
     const auto since = Exchange::Clock::now();
-    milliseconds time = idle ? idleTime : timeToWait();
+    milliseconds time = idle ? m_idleTime : timeToWait();
     {
         const std::lock_guard lock(m_mutex);
         if (notify(false))
             time = std::min(time, newsTime);
     }
     curl_multi_poll(m_multi, nullptr, 0, static_cast<int>(time.count()), nullptr);
-    if (!idle || (m_multi && Exchange::Clock::now() - since < idleTime))
+    if (!idle || (m_multi && Exchange::Clock::now() - since < m_idleTime))
         return true;
     const std::lock_guard lock(m_mutex);
     if (!m_commands.empty())

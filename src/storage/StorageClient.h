@@ -63,6 +63,11 @@ public:
     /// Neither handler is called any more. Does nothing for a request that was answered.
     void cancel(Id id);
 
+    /// How long the thread waits for another request before it ends, closing its connections. Tests lower it, before
+    /// the first request.
+    void setIdleTime(std::chrono::milliseconds time) { m_idleTime = time; }
+    bool isRunning(); ///< whether the thread has not ended
+
     /// For work on sources and sinks: nobody else's work keeps them waiting.
     QThreadPool *pool() { return &m_pool; }
 
@@ -111,6 +116,7 @@ private:
 
     ClientOptions m_options;
     TrustReader m_trust;
+    std::chrono::milliseconds m_idleTime{20000};
     Id m_lastId = 0;
     std::map<Id, EntryPointer> m_entries;
     QThreadPool m_pool;
