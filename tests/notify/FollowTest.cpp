@@ -57,6 +57,7 @@ struct FollowTest : NotifyTest {
             "J1",
             [&by, owned](const JobProgress &progress) {
                 EXPECT_EQ(by.ends, 0) << "after the end";
+                EXPECT_EQ(progress.jobId, "J1");
                 by.updates.push_back(progress.simulationProgressList.front().progress);
                 by.simulations = progress.simulationProgressList.size();
                 by.act(by.inUpdate, *owned, progress.jobId);
@@ -160,7 +161,23 @@ const Row rows[] = {
     {"endedBefore", 400, "Job Stopped", 1, DO(become("KILLED"))},
     {"finishedThenArchived", 200, good, 1, DO(become("FINISHED").become("ARCHIVED"))},
     {"oneOfTwoSimulationsFinished", 200, good, 0, none,
-     DO(send(R"({"simulationId":"s1","message":"simulation finished"})").awaitSocket().announce("FINISHED"))},
+     [](T &t) {
+         t.send(R"({"simulationId":"s1","progress":77,"message":"simulation finished"})").awaitSocket();
+         EXPECT_EQ(t.own.updates.back(), 77);
+         t.announce("FINISHED");
+     }},
+    {"manyMessages", 200, good, 2, DO(pause(&P::gap, 2000)),
+     [](T &t) {
+         for (int i = 0; i < 9; ++i)
+             t.send(R"({"simulationId":"s1","status":"S)" + QByteArray::number(i) + "\"}");
+         EXPECT_FALSE(waitUntil([&] { return t.asked["job/load"] > 1; }, 100));
+         t.announce("FINISHED");
+     }},
+    {"answeredInTime", 200, good, 2, DO(pause(&P::answer, 1000)),
+     [](T &t) {
+         EXPECT_FALSE(waitUntil([&] { return t.asked["job/load"] > 1; }, 1300));
+         t.announce("FINISHED");
+     }},
     {"closedWithTheStatus", 400, "Job Failed", 2, none, DO(become("FAILED").close("Job status is FAILED"))},
     {"closedThoughItGoesOn", 400, "Job Stopped", 0, none, DO(close("maintenance").awaitSocket().announce("STOPPED"))},
     {"socketLostAtTheEnd", 200, good, 2, none, DO(become("FINISHED").drop())},
@@ -183,8 +200,8 @@ const Row rows[] = {
     {"refusedToken", 401, unknown, 5, DO(fail(401, 5))},
     {"tokenRenewedAfterARefusal", 200, good, 2,
      DO(pause(&P::longest, 60000).pause(&P::first, 60000).fail(401, 1).become("FINISHED")), DO(renew(t.goodTokens))},
-    {"lostDuringARenewal", 200, good, 2, none,
-     DO(renew(t.goodTokens.paused()).become("FINISHED").drop().expectWaiting())},
+    {"lostDuringARenewal", 200, good, 0, none,
+     DO(renew(t.goodTokens.paused()).drop().expectWaiting().awaitSocket().announce("FINISHED"))},
     {"lostDuringARenewalKeptAlive", 200, good, 2, DO(api->setClientOptions(ClientOptions::robust())),
      DO(renew(t.goodTokens.paused()).become("FINISHED").drop().expectWaiting())},
     {"renewalRefused", 401, unknown, 6, DO(pause(&P::token, 50)), DO(renew(answer(400)).fail(401, 5).drop())},
@@ -278,6 +295,11 @@ TEST_F(FollowTest, callback_anyAction_isTheLastOne)
     api->stopFollowing("J2");
     settle();
     EXPECT_EQ(own.ends, 0) << "an end that was not yet reported";
+    SetUp();
+    fail({silence()}).follow(own);
+    ASSERT_TRUE(EVENTUALLY(server.pausing() == 1));
+    api->stopFollowing("J1");
+    EXPECT_TRUE(EVENTUALLY(isIdle())) << "nobody waits for the answer";
 }
 
 TEST_F(FollowTest, subscription_sameJob_isNotDisturbed)

@@ -191,7 +191,8 @@ TEST_F(SocketTest, socket_lossAfterARestartBeforeAnyMessage_isLogged)
         log.clear();
         happen(client + 1, code, "");
         expectLoss(own, client + 2);
-        EXPECT_EQ(log.text().find("close event after socket is already closed") != std::string::npos,
+        const auto isLogged = [&](const char *line) { return log.text().find(line) != std::string::npos; };
+        EXPECT_EQ(isLogged("close event after socket is already closed\ncode: ") && isLogged("\nreason: "),
                   code != reset && code != finish);
         api.reset();
     }

@@ -154,6 +154,27 @@ TEST_F(TransferTest, disk_fails_isTheReason)
         EXPECT_EQ(filesIn("to"), QStringList("res.dat"));
     }
 }
+
+TEST_F(TransferTest, cancelDownload_itsFileMoves_isTooLate)
+{
+    static QSemaphore moves, goOn;
+    list({piece(pieceName(1), "new")});
+    const auto hold = [](const Torture::DiskUse &use) {
+        if (use.call == DiskCall::Rename)
+            moves.release(), goOn.acquire();
+        return 0;
+    };
+    Torture::watchDisk(folder.root().toStdString(), hold);
+    download(wanted());
+    const bool moved = waitForFiles([] { return moves.tryAcquire(); });
+    goOn.release();
+    EXPECT_FALSE(api->cancelDownload(wanted()));
+    Torture::watchDisk({}, nullptr);
+    EXPECT_TRUE(moved);
+    ASSERT_TRUE(down.wait());
+    down.expect(200, "Download Success");
+    EXPECT_EQ(read("to/res.dat"), "new");
+}
 #endif
 
 } // namespace

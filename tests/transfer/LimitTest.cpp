@@ -64,9 +64,11 @@ TEST_F(TransferTest, connectionsPerHost_isTheMostThatMoveBytesAtATime)
         ASSERT_TRUE(waitUntil([&, wanted = begun] { return loopback.server.interrupted() == wanted; })) << most;
         // An upload that does not go on gives its turn away after two seconds.
         EXPECT_FALSE(waitUntil([&, wanted = begun] { return loopback.server.interrupted() > wanted; }, 300)) << most;
+        EXPECT_TRUE(api->cancelUpload({at("large9"), "J1", 0})) << "while it waits";
         loopback.server.readOn();
         ASSERT_TRUE(up.wait());
         up.expect(204);
+        EXPECT_EQ(seen("/s/up/large9"), 0);
     }
 }
 
@@ -94,6 +96,16 @@ TEST_F(TransferTest, trust_changes_isFollowedAtOnce)
                                 isCareless ? QSslSocket::VerifyNone : QSslSocket::AutoVerifyPeer};
         setOptions([file = caFile](ClientOptions &fresh) { fresh.caFile = file; });
         expectUpload(path, code, message);
+    }
+    const ScopedTrust nobody{QByteArray()};
+    std::filesystem::last_write_time(other, std::filesystem::last_write_time(authority) - std::chrono::hours(1));
+    setOptions([&](ClientOptions &fresh) { fresh.caFile = authority; });
+    for (const auto &[from, to, code] : {std::tuple("ca.pem", "ca.pem", 204),
+                                         {"ca.pem", "away.pem", 400},
+                                         {"away.pem", "ca.pem", 204},
+                                         {"other.pem", "ca.pem", 400}}) {
+        std::filesystem::rename(at(from), at(to));
+        expectUpload(path, code);
     }
 }
 

@@ -292,6 +292,14 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
         api->getJobFileList("J1", all, [&](auto &&, auto &&listed) { files = int(listed.size()); });
         ASSERT_TRUE(waitUntil([&] { return files == all; })) << files;
     };
+    const auto getDuringUpload = [&] {
+        script["/s/up"] = {always(answer(204).paused())};
+        upload(same);
+        ASSERT_TRUE(EVENTUALLY(loopback.server.pausing() == 1));
+        get();
+        loopback.server.resume();
+        ASSERT_TRUE(up.wait());
+    };
     const std::tuple<const char *, std::function<void()>, int, int, int> rows[] = {
         {"at first", [] {}, 1, 1, 1},
         {"nothing", [] {}, 0, 0, 0},
@@ -300,6 +308,7 @@ TEST_F(RetryTest, grants_refusedOutdatedOrOfAnotherUser_areAskedForAnew)
         {"a piece is refused", [&] { script["/s/p0"] = {status(404)}, get(); }, 0, 0, 1},
         {"a piece cannot be had", [&] { script["/s/p0"] = {status(500)}, get(); }, 0, 0, 0},
         {"the file is uploaded", [&] { uploadAndWait(same); }, 0, 0, 1},
+        {"the file is uploaded, and had in between", getDuringUpload, 0, 0, 1},
         {"the file is not uploaded", [&] { script["/s/up"] = {status(500)}, uploadAndWait(same); }, 0, 0, 1},
         {"another file is uploaded", [&] { uploadAndWait(path); }, 0, 0, 0},
         {"the file is deleted", [&] { remove(hidden); }, 0, 0, 1},

@@ -28,7 +28,7 @@ TEST_F(StorageTest, answer_anyEnd_givesOneOutcome)
         {"a status below 300", answer(201, cipher), 201, "", 400, "status 201"},
         {"no content", answer(204), 204, "", 400, "status 204"},
         {"a part", answer(206, cipher), 206, "", 400, "status 206"},
-        {"the first status that is no success", answer(300), 300, "status 300", 300, "status 300"},
+        {"the first status that is no success", answer(300), 300, "status 300.", 300, "status 300."},
         {"a redirection", answer(302, {}, {}, "Location: /s/else\r\n"), 302, "", 302, "status 302"},
         {"a refusal", answer(403, refused), 403, "no way", 403, "no way"},
         {"trailers", {chunked(cipher) + "0\r\nX-Sum: 1\r\n\r\n"}, 200, "", 200, ""},
@@ -208,6 +208,21 @@ TEST_F(StorageTest, upload_othersHang_completes)
     up.expect(204);
     EXPECT_EQ(hanging.completions, 0);
     EXPECT_EQ(seen(keyPath) + seen(addressPath), 2) << "shared";
+}
+
+TEST_F(StorageTest, thread_nothingIsUnderWay_endsAndBeginsAnew)
+{
+    const std::string path = write("f", noise(10));
+    StorageClient &storage = partsOf(*api).storage;
+    storage.setIdleTime(std::chrono::milliseconds(1));
+    for (const bool cancelled : {false, true, false}) {
+        faults = {{"/s/up", cancelled ? silence() : answer(204)}};
+        const qint64 before = seen("/s/up");
+        upload(path);
+        ASSERT_TRUE(EVENTUALLY(seen("/s/up") > before));
+        EXPECT_TRUE(!cancelled || api->cancelUpload({path, "J1", 0}));
+        ASSERT_TRUE(up.wait() && waitForFiles([&] { return !storage.isRunning(); }));
+    }
 }
 
 TEST_F(StorageTest, cancelAndDestroy_atAnyMoment_completeOnceOrNever)

@@ -91,6 +91,8 @@ struct TransferTest : FolderTest {
     {
         api.reset();
         EXPECT_EQ(filesIn("tmp"), QStringList()) << "temporary files left behind";
+        for (const QByteArray &secret : {QByteArray("the-token"), QByteArray("sig="), key, key.toBase64(), key.toHex()})
+            EXPECT_EQ(log.text().find(secret.toStdString()), std::string::npos) << secret.data() << '\n' << log.text();
     }
 
     Answer serve(const ReceivedRequest &request)
@@ -184,6 +186,7 @@ struct TransferTest : FolderTest {
     ClientOptions options;
     bool tmp = QDir(folder.root()).mkdir("tmp");
     ScopedEnvironment temporary{onWindows ? "TMP" : "TMPDIR", qt("tmp").toUtf8()};
+    LogCatcher log;
     Loopback loopback;
     QByteArray key = "0123456789abcdef0123456789ABCDEF";
     QJsonObject address{{"uri", url("/s/up")}};

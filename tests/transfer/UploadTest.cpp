@@ -17,10 +17,11 @@ TEST_F(TransferTest, upload_everyKindOfAddress_arrivesEncryptedAndComplete)
         address = extra;
         address["uri"] = url("/s/up/#urlEncodedFileName#?n=#fileSize#");
         address["headers"] = QJsonObject{{"X-Name", "<#fileName#>"}};
-        const LogCatcher log;
+        log.clear();
         expectUpload(path);
-        EXPECT_TRUE(
-            log.lines().join('\n').contains(multipart ? "Started with multipart:" : "Started with stream data:"));
+        const QString lines = log.lines().join('\n');
+        EXPECT_TRUE(lines.contains(multipart ? "Started with multipart:" : "Started with stream data:"));
+        EXPECT_TRUE(lines.contains("in CloudAPIImpl::uploadFile(): "));
 
         const ReceivedRequest sent = loopback.server.requests().last();
         const int cipherSize = content.size() / 16 * 16 + 16;
@@ -56,7 +57,7 @@ TEST_F(TransferTest, transfer_completed_releasesItsCallbackAndIsNotCounted)
     for (const bool uploads : {true, false}) {
         const auto held = std::make_shared<int>();
         faults = {{"/s/up", answer(204).paused()}, {"/s/p0", answer(200, stored["/s/p0"]).paused()}};
-        const LogCatcher log;
+        log.clear();
         if (uploads)
             api->uploadFile({write("f", noise(10)), "J1", 0}, {}, [held](const auto &...) { ++*held; });
         else

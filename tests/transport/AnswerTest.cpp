@@ -150,6 +150,8 @@ TEST_F(TransportTest, answer_beyondItsLimit_endsBeforeItsEnd)
             run("getAllJobDetails", each);
             EXPECT_EQ(done.error.errorCode, fits ? 200 : 0);
             EXPECT_EQ(done.result.toArray().size(), fits ? 1 : 0);
+            server.next(each);
+            EXPECT_EQ(api->currentNetworkStatus(), fits ? 1 : -1);
         }
     }
 }
@@ -212,6 +214,9 @@ TEST_F(TransportTest, request_refused_isAbortedInSilence)
         EXPECT_TRUE(QSignalSpy(reply, &QObject::destroyed).wait());
         EXPECT_EQ(answers, 0);
     }
+    setOptions(*api, [](ClientOptions &options) { options.caFile = "missing"; });
+    partsOf(*api).rest.exchange({Endpoints::JobFilesList, Verb::Get}, [](auto &&...) { ADD_FAILURE(); })();
+    settle();
 }
 
 } // namespace
