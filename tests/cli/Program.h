@@ -15,6 +15,7 @@ namespace CliTests {
 using namespace std::literals;
 using std::string;
 using Strings = std::set<string>;
+using Storage = VelmoraPortal::StorageOptions;
 using VelmoraPortal::FaultKind;
 
 inline QString q(const string &text) { return QString::fromStdString(text); }
@@ -92,13 +93,9 @@ struct ProgramTest : testing::Test {
         qputenv("VELMORA_PASSWORD", password.c_str());
         qputenv("VELMORA_MFA", mfa.c_str());
     }
-    void serve(std::chrono::milliseconds jobDuration = 1500ms, bool requireInputs = false,
-               const VelmoraPortal::StorageOptions &storage = {})
+    void serve(std::chrono::milliseconds jobDuration = 1500ms, bool requireInputs = false, const Storage &storage = {})
     {
-        VelmoraPortal::Options options;
-        options.jobDuration = jobDuration;
-        options.requireInputs = requireInputs;
-        options.storage = storage;
+        const VelmoraPortal::Options options{0, {}, jobDuration, 3600s, storage, requireInputs, {}};
         m_portal = std::make_unique<VelmoraPortal::Portal>(options);
         m_connection = " --host " + m_portal->host() + " --ca " + m_portal->caFile();
     }

@@ -23,25 +23,6 @@ TEST_F(ProgramTest, validate_badJob_namesEveryFailingCheck)
     EXPECT_EQ(ended("validate " + example("hull-sweep.json"), 0)->errors(), "");
 }
 
-TEST_F(ProgramTest, login_everyOutcome_hasItsExitCode)
-{
-    serve();
-    const string right = m_users[0].password, other = m_users[1].password, code = m_users[1].mfaCode;
-    const std::tuple<size_t, string, string, int> rows[] = {{0, right, "", 0},       {0, "wrong", "", 1},
-                                                            {0, "", "", 2},          {1, other, code, 0},
-                                                            {1, other, "111111", 1}, {1, other, "", 2}};
-    for (const auto &[user, password, mfa, exit] : rows)
-        for (const bool piped : {false, true}) {
-            signInAs(m_users[user].email, piped ? "unused" : password, mfa);
-            const auto program = start(piped ? "login --json --password-stdin" : "login --json");
-            program->write(password.empty() ? "" : (password + "\r\n").c_str());
-            program->closeWriteChannel();
-            EXPECT_EQ(program->end(), exit) << password << mfa << piped << program->errors();
-            EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
-            EXPECT_FALSE(contains(program->output(), "oken"));
-        }
-}
-
 TEST_F(ProgramTest, jobs_watch_showsTheRunningOnesUntilTheyEnd)
 {
     serve(2500ms);
@@ -51,22 +32,6 @@ TEST_F(ProgramTest, jobs_watch_showsTheRunningOnesUntilTheyEnd)
     EXPECT_EQ(ended("jobs --json", 0)->json()["jobDetailsList"][0]["jobId"].toString(), q(id)); // the newest first
     EXPECT_TRUE(contains(ended("jobs --watch", 0, "no job is running any more\n")->output(), id));
     EXPECT_EQ(running->end(), 0);
-}
-
-TEST_F(ProgramTest, refusals_sayWhatTheyMean)
-{
-    serve();
-    m_folder.write("f", "f");
-    for (const auto &[line, path, status, message] : std::initializer_list<std::tuple<string, string, int, string>>{
-             {"jobs", "job/list", 503, "Information (status 503); the service has a fault"},
-             {"jobs", "job/list", 402, "core hours"},
-             {"upload job-wing0001 f", "storage", 413, "the status 413; that is more"},
-             {"upload job-wing0001 f", "job/key", 403, "Key (status 403); you may not"}}) {
-        inject(path, FaultKind::Status, 0, status);
-        const auto program = ended(line, 1, message);
-        EXPECT_FALSE(contains(program->errors(), "https://")) << line;
-        m_portal->clearFaults();
-    }
 }
 
 TEST_F(ProgramTest, run_everyFault_stillReachesTheJobsEnd)
@@ -168,6 +133,24 @@ struct SignInTest : ProgramTest {
         return "none";
     }
 };
+
+TEST_F(SignInTest, login_everyOutcome_hasItsExitCode)
+{
+    const string right = m_users[0].password, other = m_users[1].password, code = m_users[1].mfaCode;
+    const std::tuple<size_t, string, string, int> rows[] = {{0, right, "", 0},       {0, "wrong", "", 1},
+                                                            {0, "", "", 2},          {1, other, code, 0},
+                                                            {1, other, "111111", 1}, {1, other, "", 2}};
+    for (const auto &[user, password, mfa, exit] : rows)
+        for (const bool piped : {false, true}) {
+            signInAs(m_users[user].email, piped ? "unused" : password, mfa);
+            const auto program = start(piped ? "login --json --password-stdin" : "login --json");
+            program->write(password.empty() ? "" : (password + "\r\n").c_str());
+            program->closeWriteChannel();
+            EXPECT_EQ(program->end(), exit) << password << mfa << piped << program->errors();
+            EXPECT_EQ(program->json()["error"].isObject(), exit != 0);
+            EXPECT_FALSE(contains(program->output(), "oken"));
+        }
+}
 
 TEST_F(SignInTest, login_once_servesEveryCommandUntilLogout)
 {

@@ -6,6 +6,8 @@
 #include "portal/Portal.h"
 #include "support/Loopback.h"
 
+#include <boost/preprocessor.hpp>
+
 using namespace Velmora;
 
 // Of the global namespace, like the views. By name, back into records, so that a view's field must be where the
@@ -20,39 +22,15 @@ template <class T> auto recordOf(const std::list<T> &views)
     return records;
 }
 
-#define SAME(name) record.name = recordOf(view.name)
+#define SAME(unused, record, name) record.name = recordOf(view.name);
 #define VIEW(Record, ...)                                                                                              \
     inline Record recordOf(const Velmora##Record##View &view)                                                          \
     {                                                                                                                  \
         Record record;                                                                                                 \
-        __VA_ARGS__;                                                                                                   \
+        BOOST_PP_SEQ_FOR_EACH(SAME, record, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__))                                     \
         return record;                                                                                                 \
     }
-VIEW(ApiError, SAME(errorCode), SAME(errorTitle), SAME(errorMessage))
-VIEW(CloudFile, SAME(jobId), SAME(fileName), SAME(fileSize), SAME(fileDate), SAME(fileHash), SAME(directory))
-VIEW(FileDownloadDetails, SAME(localFileLocation), SAME(cloudFileDetails))
-VIEW(FileUploadDetails, SAME(localFileLocation), SAME(cloudFileJobID), SAME(totalFileSize))
-VIEW(DeleteFileDetails, SAME(jobId), SAME(simulationId), SAME(fileName))
-VIEW(ItemTag, SAME(tagText), SAME(tagType))
-VIEW(UserDetails, SAME(userId), SAME(userEmail), SAME(surname), SAME(forename), SAME(companyName))
-VIEW(AccountAccess, SAME(accountID), SAME(userEmail), SAME(maxCoreHourRequest), SAME(accountAdmin), SAME(hasMFA))
-VIEW(AccountDetails, SAME(accountId), SAME(accountName), SAME(overageEnabled), SAME(billingEnabled), SAME(planCode),
-     SAME(accountCreated), SAME(accountAccess))
-VIEW(AccountTransaction, SAME(accountId), SAME(transactionId), SAME(jobId), SAME(simulationId), SAME(transactionType),
-     SAME(transactionDescription), SAME(userEmail), SAME(userId), SAME(transactionAmount), SAME(transactionDate),
-     SAME(invoiceSubmitted), SAME(invoiceRequired), SAME(invoiceAccepted))
-VIEW(AccountBalance, SAME(accountId), SAME(coreHoursAvailable), SAME(recentTransactions))
-VIEW(HpcDetails, SAME(hpcId), SAME(hpcActive), SAME(hpcCloud), SAME(hpcClusterName), SAME(hpcDescription),
-     SAME(hpcRegion), SAME(hpcAccountBucket))
-VIEW(JobStatusEntry, SAME(jobId), SAME(jobStatus), SAME(jobStatusDate))
-VIEW(SimulationStatusEntry, SAME(jobId), SAME(simulationId), SAME(simulationStatus), SAME(simulationStatusDate))
-VIEW(SimulationDetails, SAME(simulationId), SAME(consoleParameters), SAME(simulationStatus))
-VIEW(JobDetails, SAME(jobId), SAME(accountId), SAME(jobName), SAME(dockerTag), SAME(coresRequired),
-     SAME(coreHourEstimate), SAME(ramEstimate), SAME(mainFile), SAME(precision), SAME(numberOfParts),
-     SAME(fileDependencies), SAME(fileAliases), SAME(operation), SAME(simulations), SAME(jobStatus), SAME(jobType))
-VIEW(SimulationProgress, SAME(simulationId), SAME(progress))
-VIEW(JobProgress, SAME(jobId), SAME(simulationProgressList))
-VIEW(SimulationAbortState, SAME(jobId), SAME(simulationId), SAME(status))
+#include "Views.inc" // of the header, one VIEW(Record, fields...) a line
 #undef VIEW
 #undef SAME
 

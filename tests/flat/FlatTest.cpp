@@ -56,11 +56,7 @@ struct FlatTest : testing::Test {
     FlatTest() { logIn(); }
     ~FlatTest() override { DestroyCloudAPI(api); }
 
-    void logIn()
-    {
-        logUserIn(api, "ada.field@velmora.example", "turbulence-42", "", Callback());
-        ASSERT_EQ(answer(), 200);
-    }
+    void logIn() { EXPECT_EQ(codeOf(logUserIn, api, "ada.field@velmora.example", "turbulence-42", ""), 200); }
     /// Waits for the one call of the completion. @return its code
     template <int which = 0> static int answer()
     {
@@ -69,40 +65,35 @@ struct FlatTest : testing::Test {
         EXPECT_EQ(Callback<which>::received.size(), 1U);
         return Callback<which>::received.empty() ? -1 : Callback<which>::code();
     }
-    /// Both forms of a function give the same. A row: expectTwins(tagJob, tagJob_Json, CODE, ARGUMENTS...).
-    template <class Plain, class Json> static void expectTwins(int code, Plain plain, Json json)
+    template <int which = 0, class Function, class... Given> static int codeOf(Function function, Given... given)
     {
-        plain(Callback());
-        EXPECT_EQ(answer(), code);
-        json(Callback<1>());
-        EXPECT_EQ(answer<1>(), code);
+        function(given..., Callback<which>());
+        return answer<which>();
+    }
+    /// Both forms of a function give the same. A row: expectTwins(tagJob, tagJob_Json, CODE, ARGUMENTS...).
+    template <class Plain, class Json> static void expectTwins(Plain plain, Json json, int code)
+    {
+        EXPECT_EQ(codeOf(plain), code);
+        EXPECT_EQ(codeOf<1>(json), code);
         EXPECT_EQ(Callback<>::received, Callback<1>::received);
     }
     template <class... Plain, class... Json, class... Given>
     void expectTwins(void (*plain)(Plain...), void (*json)(Json...), int code, Given... given)
     {
-        expectTwins(
-            code, [=](Callback<> done) { plain(api, given..., done); },
-            [=](Callback<1> done) { json(api, given..., done); });
+        expectTwins([=](Callback<> done) { plain(api, given..., done); },
+                    [=](Callback<1> done) { json(api, given..., done); }, code);
     }
     static QJsonObject object() { return QJsonDocument::fromJson(QByteArray::fromStdString(result())).object(); }
     static std::string result() { return Callback<>::last().at(1); }
 
-    static VelmoraPortal::Options quick()
-    {
-        VelmoraPortal::Options options;
-        options.jobDuration = 400ms;
-        options.storage.pieceSize = 300000;
-        return options;
-    }
     std::string newJob()
     {
-        generateNewJobID(api, "ACC-1001", Callback());
-        EXPECT_EQ(answer(), 200);
+        EXPECT_EQ(codeOf(generateNewJobID, api, "ACC-1001"), 200);
         return result();
     }
 
-    VelmoraPortal::Portal portal{quick()};
+    /// Jobs are quick, pieces small.
+    VelmoraPortal::Portal portal{VelmoraPortal::Options{0, {}, 400ms, 3600s, {{}, {}, 300000}, false, {}}};
     ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
     ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
     TestFolder folder;
@@ -203,6 +194,9 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
     expectTwins(getJobProgress, getJobProgress_Json, 200, wing);
     EXPECT_NE(result().find("\"progress\": 100"), std::string::npos);
     expectTwins(sendUserEvent, sendUserEvent_Json, 200, "opened", "application", "wing");
+    for (const auto &request : portal.requests())
+        EXPECT_EQ(request.target == "/api/user/event/add",
+                  QJsonDocument::fromJson(request.body.c_str())["eventType"] == QLatin1String("opened"));
     expectTwins(killJob, killJob_Json, 200, wing);
     expectTwins(killSimulation, killSimulation_Json, 200, wing, "sim-1");
     expectTwins(archiveJob, archiveJob_Json, 404, unknown);
@@ -211,18 +205,14 @@ TEST_F(FlatTest, operation_bothForms_giveTheSameResult)
     expectTwins(generateNewJobIDForHpc, generateNewJobIDForHpc_Json, 404, "ACC-1001", "hpc-none");
 
     const std::list<ItemTag> wanted = {{"fast", ""}, {"wing", ""}};
-    expectTwins(
-        200, [&](Callback<> done) { searchUserTags(api, &wanted, done); },
-        [&](Callback<1> done) {
-            searchUserTags_Json(api, R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])", done);
-        });
+    const char *const wantedText = R"(["{\"tagText\":\"fast\"}","{\"tagText\":\"wing\"}"])";
+    expectTwins([&](Callback<> done) { searchUserTags(api, &wanted, done); },
+                [&](Callback<1> done) { searchUserTags_Json(api, wantedText, done); }, 200);
     EXPECT_NE(result().find(wing), std::string::npos);
     const DeleteFileDetails doomed{wing, "sim-1", "forces.csv"};
-    deleteFile(api, &doomed, Callback());
-    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(codeOf(deleteFile, api, &doomed), 200);
     EXPECT_EQ(result(), outputText(doomed));
-    deleteFile_Json(api, R"({"jobId": "job-wing0001", "fileName": "wing.mesh"})", Callback());
-    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(codeOf(deleteFile_Json, api, R"({"jobId": "job-wing0001", "fileName": "wing.mesh"})"), 200);
     EXPECT_FALSE(portal.plainFile(wing, "sim-1/forces.csv") || portal.plainFile(wing, "wing.mesh"));
     expectTwins(logUserIn, logUserIn_Json, 401, "ada.field@velmora.example", "wrong", "");
 }
@@ -248,17 +238,14 @@ TEST_F(FlatTest, settings_bothForms_areApplied)
 
 TEST_F(FlatTest, session_resumedAndLost_isReported)
 {
-    const std::string tokens = Callback<>::last().at(0);
-    const auto message = QJsonDocument::fromJson(tokens.c_str())["errorMessage"].toString();
+    const auto message = QJsonDocument::fromJson(Callback<>::last().at(0).c_str())["errorMessage"].toString();
     const QByteArray stored = QJsonDocument::fromJson(message.toUtf8())["refreshToken"].toString().toUtf8();
     expectTwins(resumeSession, resumeSession_Json, 401, "unknown");
     EXPECT_EQ(currentNetworkStatus(api), 1);
-    checkMFAEnabled(api, "ben.stone@velmora.example", Callback());
-    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(codeOf(checkMFAEnabled, api, "ben.stone@velmora.example"), 200);
     EXPECT_EQ(result(), "true");
     onSessionChanged(api, Callback<2>());
-    resumeSession(api, stored, Callback());
-    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(codeOf(resumeSession, api, stored.constData()), 200);
     EXPECT_TRUE(isUserLoggedIn(api));
     clearActiveAccount(api);
     EXPECT_FALSE(isUserLoggedIn(api));
@@ -290,8 +277,7 @@ TEST_F(FlatTest, callback_runningOrNot_findsItsHandle)
         uploadFile(other, &record<FileUploadDetails>, nullptr, Callback<1>()); // refused inside the call
         after = currentCloudAPI();
     };
-    getJobDetails(api, wing, Callback());
-    EXPECT_EQ(answer(), 200);
+    EXPECT_EQ(codeOf(getJobDetails, api, wing), 200);
     EXPECT_EQ(inside, other);
     EXPECT_EQ(between, other);
     EXPECT_EQ(after, nullptr) << "its handle was destroyed";
@@ -331,34 +317,27 @@ TEST_F(FlatTest, transfer_bothForms_completesOrIsCancelled)
     const FileDownloadDetails down{folder.path("back"), {up.cloudFileJobID, "mesh", 0, 0, {}, false}};
     const std::string upText = outputText(up), downText = outputText(down);
     std::string fleeting = upText; // texts may go as soon as the call returns
-    expectTwins(
-        204, [&](Callback<> done) { uploadFile(api, &up, Callback<2>(), done); },
-        [&](Callback<1> done) {
-            uploadFile_Json(api, fleeting.c_str(), Callback<3>(), done);
-            fleeting.assign(fleeting.size(), 'x');
-        });
+    const auto uploadText = [&](Callback<1> done) {
+        uploadFile_Json(api, fleeting.c_str(), Callback<3>(), done);
+        fleeting.assign(fleeting.size(), 'x');
+    };
+    expectTwins([&](Callback<> done) { uploadFile(api, &up, Callback<2>(), done); }, uploadText, 204);
     EXPECT_EQ(object().value("totalFileSize").toInt(), 1000000);
     EXPECT_EQ(portal.plainFile(up.cloudFileJobID, "mesh"), bytes);
-    expectTwins(
-        200, [&](Callback<> done) { downloadFile(api, &down, Callback<4>(), done); },
-        [&](Callback<1> done) { downloadFile_Json(api, downText.c_str(), Callback<5>(), done); });
+    expectTwins([&](Callback<> done) { downloadFile(api, &down, Callback<4>(), done); },
+                [&](Callback<1> done) { downloadFile_Json(api, downText.c_str(), Callback<5>(), done); }, 200);
     for (const auto &last : {Callback<2>::last(), Callback<3>::last(), Callback<4>::last(), Callback<5>::last()})
         EXPECT_GE(std::stol(last.at(1)), 1000016) << "encrypted";
     EXPECT_EQ(folder.read("back"), bytes);
 
     uploadInputFile(api, &up, nullptr, Callback());
     EXPECT_EQ(Callback<>::received.size(), 1U) << "completes inside the call";
-    const std::function<bool()> cancels[] = {
-        [&] { return cancelDownload(api, &down) && !cancelDownload(api, &down); },
-        [&] { return cancelDownload_Json(api, downText.c_str()); },
-        [&] { return cancelUpload(api, &up) && !cancelUpload(api, &up); },
-        [&] { return cancelUpload_Json(api, upText.c_str()); },
-    };
+    const std::function<bool()> cancels[] = {[&] { return cancelDownload(api, &down) && !cancelDownload(api, &down); },
+                                             [&] { return cancelDownload_Json(api, downText.c_str()); },
+                                             [&] { return cancelUpload(api, &up) && !cancelUpload(api, &up); },
+                                             [&] { return cancelUpload_Json(api, upText.c_str()); }};
     for (int i = 0; i < 4; ++i) {
-        if (i < 2)
-            downloadFile(api, &down, nullptr, Callback());
-        else
-            uploadFile(api, &up, nullptr, Callback());
+        i < 2 ? downloadFile(api, &down, nullptr, Callback()) : uploadFile(api, &up, nullptr, Callback());
         EXPECT_TRUE(cancels[i]()) << i;
         EXPECT_EQ(answer(), 400) << i;
     }

@@ -20,11 +20,7 @@ using namespace Velmora;
 
 namespace {
 
-const TestFolder &folder()
-{
-    static const TestFolder made;
-    return made;
-}
+const TestFolder folder;
 
 void demand(bool holds, const char *what)
 {
@@ -75,7 +71,7 @@ void applicationTexts(const QByteArray &text)
 
 void pieces(const QByteArray &text)
 {
-    const QString root = folder().root(), target = root + QLatin1String("/target");
+    const QString root = folder.root(), target = root + QLatin1String("/target");
     std::map<int, QByteArray> ordered;
     for (const QByteArray &line : text.split('\n')) {
         const QString name = QString::fromUtf8(line), base = baseName(name);
@@ -102,7 +98,7 @@ void pieces(const QByteArray &text)
         expected += line.toStdString();
     }
     demand(ordered.empty() || whole.moveTo(target, go), "a file gets into its place");
-    demand(ordered.empty() || folder().read("target") == expected, "nothing is lost in joining");
+    demand(ordered.empty() || folder.read("target") == expected, "nothing is lost in joining");
     QFile::remove(target);
     demand(QDir(root).isEmpty(), "joining leaves only the target");
 }
@@ -119,17 +115,17 @@ void cipherTexts(const QByteArray &text)
     demand(status != 0 || (length >= 0 && length <= text.size()), "plain text is not longer than cipher text");
     demand(plain.endsWith(QByteArray(16, '?')), "nothing is written behind the room");
 
-    const std::string path = folder().write("cipher", text.toStdString()), shown = folder().path("shown");
+    const std::string path = folder.write("cipher", text.toStdString()), shown = folder.path("shown");
     demand(TarnCrypt::do_decode_binfile(path.c_str(), shown.c_str(), bytes, fixedIv) == 0, "decoding is lenient");
-    const std::string decoded = folder().read("shown");
+    const std::string decoded = folder.read("shown");
     demand(decoded.size() <= std::size_t(text.size()), "a decoded file is not longer");
-    const auto file = std::make_shared<WorkingFile>(folder().root(), QStringLiteral("strict"));
+    const auto file = std::make_shared<WorkingFile>(folder.root(), QStringLiteral("strict"));
     const auto sink = std::make_shared<Sink>(file, key);
     sink->begin(QThreadPool::globalInstance(), {});
     demand(sink->put(text.constData(), text.size()) == Sink::State::Taken, "there is room");
     if (sink->finish()) {
         demand(file->moveTo(toQt(path), std::atomic<bool>(false)), "a file gets into its place");
-        demand(folder().read("cipher") == decoded, "strict and lenient decryption agree");
+        demand(folder.read("cipher") == decoded, "strict and lenient decryption agree");
     }
     file->remove();
     QFile::remove(toQt(shown));
@@ -168,8 +164,12 @@ void messages(const QByteArray &text)
 
 using Target = void (*)(const QByteArray &);
 
-Target target()
+Target prepare()
 {
+    static int count = 0;
+    static QCoreApplication application(count, nullptr);
+    QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
+    qputenv("VELMORA_API_URL", "127.0.0.1:1"); // nobody listens there
     static const std::map<QByteArray, Target> all = {{"replies", replies},     {"applications", applicationTexts},
                                                      {"pieces", pieces},       {"ciphers", cipherTexts},
                                                      {"addresses", addresses}, {"messages", messages}};
@@ -178,28 +178,19 @@ Target target()
     return found->second;
 }
 
-void prepare()
+void run(const QByteArray &input)
 {
-    static int count = 0;
-    static QCoreApplication application(count, nullptr);
-    QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
-    qputenv("VELMORA_API_URL", "127.0.0.1:1"); // nobody listens there
+    static const Target target = prepare();
+    target(input);
 }
 
 } // namespace
 
 #ifdef VELMORA_FUZZER
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    prepare();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size)
 {
-    static const Target chosen = target();
-    chosen(QByteArray(reinterpret_cast<const char *>(data), int(size)));
+    run(QByteArray(reinterpret_cast<const char *>(data), int(size)));
     return 0;
 }
 
@@ -207,13 +198,12 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t siz
 
 int main(int argc, char **argv)
 {
-    prepare();
     int count = 0;
     QDirIterator each(QString::fromLocal8Bit(argv[argc - 1]), QDir::Files);
     while (each.hasNext()) {
         QFile file(each.next());
         demand(file.open(QIODevice::ReadOnly), "the corpus can be read");
-        target()(file.readAll());
+        run(file.readAll());
         ++count;
     }
     std::fprintf(stderr, "%d inputs\n", count);

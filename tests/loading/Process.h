@@ -21,18 +21,6 @@ struct Figures {
 #include <tlhelp32.h>
 #include <winternl.h>
 
-inline void *load(const std::string &path)
-{
-    return ::LoadLibraryW(std::filesystem::path(path).make_preferred().c_str());
-}
-
-inline void unload(void *library) { ::FreeLibrary(static_cast<HMODULE>(library)); }
-
-inline void *symbol(void *library, const char *name)
-{
-    return reinterpret_cast<void *>(::GetProcAddress(static_cast<HMODULE>(library), name));
-}
-
 inline bool isLoaded(const std::string &path)
 {
     return ::GetModuleHandleW(std::filesystem::path(path).filename().c_str()) != nullptr;
@@ -92,12 +80,6 @@ inline void setVariable(const char *name, const std::string &value) { ::_putenv_
 #include <dlfcn.h>
 #include <malloc.h>
 #include <stdlib.h>
-
-inline void *load(const std::string &path) { return ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); }
-
-inline void unload(void *library) { ::dlclose(library); }
-
-inline void *symbol(void *library, const char *name) { return ::dlsym(library, name); }
 
 inline bool isLoaded(const std::string &path) { return ::dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD) != nullptr; }
 

@@ -5,6 +5,8 @@
 
 #include "portal/Portal.h"
 
+#include <boost/dll/shared_library.hpp>
+
 #include <cstdio>
 #include <ctime>
 #include <fstream>
@@ -20,6 +22,7 @@ constexpr int rounds = 100;
 constexpr int warmUp = 10;          // rounds until everything that is made only once exists
 constexpr long kilobytesARound = 4; // more is a leak; Qt keeps some tables that grow a few times
 
+using Library = boost::dll::shared_library;
 using Api = void *;
 using Text = const char *;
 
@@ -27,8 +30,7 @@ const std::string content(3000000, 'u');
 std::string answer; ///< the latest: its error
 
 void onProgress(Text, std::int32_t) {}
-void onSignedIn(Text error) { answer = error; }
-void onTransferred(Text error, Text) { answer = error; }
+template <class... Result> void onDone(Text error, Result...) { answer = error; }
 
 void require(bool condition, const std::string &what)
 {
@@ -36,17 +38,11 @@ void require(bool condition, const std::string &what)
         throw std::runtime_error(what);
 }
 
-/// A function of a library that returns nothing.
-template <class... Arguments> auto function(void *library, const char *name)
-{
-    return reinterpret_cast<void (*)(Arguments...)>(symbol(library, name));
-}
-
-void waitForSuccess(void *library, Api api)
+void waitForSuccess(const Library &library, Api api)
 {
     const auto deadline = std::chrono::steady_clock::now() + 30s;
     while (answer.empty() && std::chrono::steady_clock::now() < deadline) {
-        function<Api>(library, "processEvents")(api);
+        library.get<void(Api)>("processEvents")(api);
         std::this_thread::sleep_for(1ms);
     }
     require(answer.find("\"errorCode\": 20") != std::string::npos, "no success: " + answer);
@@ -54,17 +50,17 @@ void waitForSuccess(void *library, Api api)
 }
 
 /// Signs in, uploads and downloads a file: the network, its threads, TLS, the cipher and the pool all run.
-void work(void *library, Api api, const fs::path &folder)
+void work(const Library &library, Api api, const fs::path &folder)
 {
     const auto &user = VelmoraPortal::seededUsers()[0];
-    const auto logIn = function<Api, Text, Text, Text, decltype(&onSignedIn)>(library, "logUserIn_Json");
-    logIn(api, user.email.c_str(), user.password.c_str(), "", onSignedIn);
+    const auto &logIn = library.get<void(Api, Text, Text, Text, decltype(&onDone<>))>("logUserIn_Json");
+    logIn(api, user.email.c_str(), user.password.c_str(), "", onDone<>);
     waitForSuccess(library, api);
 
     const auto transfer = [&](const char *name, const fs::path &local, const std::string &cloud) {
         const std::string file = "{\"localFileLocation\": \"" + local.generic_string() + "\", " + cloud + '}';
-        const auto start = function<Api, Text, decltype(&onProgress), decltype(&onTransferred)>(library, name);
-        start(api, file.c_str(), onProgress, onTransferred);
+        library.get<void(Api, Text, decltype(&onProgress), decltype(&onDone<Text>))>(name)(api, file.c_str(),
+                                                                                           onProgress, onDone<Text>);
         waitForSuccess(library, api);
     };
     const fs::path up = folder / "up.dat", down = folder / "down.dat";
@@ -80,14 +76,13 @@ void loadAndUnload(const std::string &path, const fs::path &folder)
 {
     const VelmoraPortal::Portal portal;
     setVariable("VELMORA_API_URL", portal.host());
-    void *const library = load(path);
-    require(library, "cannot load");
-    const Api api = reinterpret_cast<Api (*)()>(symbol(library, "CreateCloudAPI"))();
+    Library library(fs::path(path).make_preferred(), boost::dll::load_mode::rtld_now);
+    const Api api = library.get<Api()>("CreateCloudAPI")();
     const std::string options = "{\"caFile\": \"" + fs::path(portal.caFile()).generic_string() + "\"}";
-    function<Api, Text>(library, "setClientOptions_Json")(api, options.c_str());
+    library.get<void(Api, Text)>("setClientOptions_Json")(api, options.c_str());
     work(library, api, folder);
-    function<Api>(library, "DestroyCloudAPI")(api);
-    unload(library);
+    library.get<void(Api)>("DestroyCloudAPI")(api);
+    library.unload();
     require(!isLoaded(path), "the library is still loaded");
 }
 
@@ -100,16 +95,6 @@ Figures figuresAfter(int count, const std::string &library, const fs::path &fold
     return now;
 }
 
-void run(const std::string &library, const fs::path &folder)
-{
-    std::ofstream(folder / "up.dat", std::ios::binary) << content;
-    const Figures before = figuresAfter(warmUp, library, folder),
-                  after = figuresAfter(rounds - warmUp, library, folder);
-    require(after.threads <= before.threads, "threads were left behind");
-    require(after.handles <= before.handles, "handles were left behind");
-    require(after.kilobytes - before.kilobytes <= kilobytesARound * (rounds - warmUp), "memory was left behind");
-}
-
 } // namespace
 
 int main(int count, char **arguments)
@@ -120,7 +105,12 @@ int main(int count, char **arguments)
         require(count == 2, "usage: velmora_loading LIBRARY");
         setVariable("QT_LOGGING_RULES", "velmora=false");
         fs::create_directory(folder);
-        run(arguments[1], folder);
+        std::ofstream(folder / "up.dat", std::ios::binary) << content;
+        const Figures before = figuresAfter(warmUp, arguments[1], folder),
+                      after = figuresAfter(rounds - warmUp, arguments[1], folder);
+        require(after.threads <= before.threads, "threads were left behind");
+        require(after.handles <= before.handles, "handles were left behind");
+        require(after.kilobytes - before.kilobytes <= kilobytesARound * (rounds - warmUp), "memory was left behind");
         status = 0;
     } catch (const std::exception &problem) {
         std::fprintf(stderr, "%s\n", problem.what());

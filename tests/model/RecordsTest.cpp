@@ -63,8 +63,6 @@ template <class R> void checkView()
     }
 }
 
-template <class... R> void checkViews() { (checkView<R>(), ...); }
-
 TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 {
     checkTable<ApiError>("errorCode errorTitle errorMessage");
@@ -102,30 +100,28 @@ TEST(RecordsTest, fieldTable_everyRecord_namesEachFieldInOrder)
 
 TEST(RecordsTest, view_everyRecord_holdsEachField)
 {
-    checkViews<ApiError, CloudFile, FileDownloadDetails, FileUploadDetails, DeleteFileDetails, ItemTag, UserDetails,
-               AccountDetails, AccountTransaction, AccountBalance, HpcDetails, JobDetails, JobProgress,
-               SimulationAbortState>();
+#define VIEW(Record, ...) checkView<Record>();
+#include "Views.inc"
+#undef VIEW
 }
 
 TEST(RecordsTest, options_asText_startFromTheirDefaults)
 {
     const auto read = [](const QByteArray &text) {
-        const auto options = readInput<ClientOptions>(text);
         std::ostringstream values;
-        std::apply([&](const auto &...each) { ((values << options.*each.member << ' '), ...); },
-                   Schema<ClientOptions>::fields());
+        values << boost::pfr::io(readInput<ClientOptions>(text));
         return values.str();
     };
-    const std::string none = "0 0 0 0 0 0 0  ", robust = "1 120 60 5 0 0 0  ";
+    const std::string none = R"({0, 0, 0, 0, 0, 0, 0, ""})", robust = R"({1, 120, 60, 5, 0, 0, 0, ""})";
     for (const char *text : {"", "no JSON", "[]", "{}", R"({"robust": false})", R"({"robust": "true"})",
                              R"({"keepAlive": 1, "stallTimeout": "7", "uploadBytesPerSecond": "7", "caFile": 7})",
                              R"({"answerTimeout": 1.5, "transferRetries": 1e10, "connectionsPerHost": null})"})
         EXPECT_EQ(read(text), none) << text;
     EXPECT_EQ(read(R"({"robust": true, "keepAlive": "false"})"), robust);
-    EXPECT_EQ(read(R"({"robust": true, "keepAlive": false, "answerTimeout": 0})"), "0 0 60 5 0 0 0  ");
+    EXPECT_EQ(read(R"({"robust": true, "keepAlive": false, "answerTimeout": 0})"), R"({0, 0, 60, 5, 0, 0, 0, ""})");
     EXPECT_EQ(read(R"({"keepAlive": true, "answerTimeout": 1, "stallTimeout": 2, "transferRetries": 3, "caFile": "a",
                        "uploadBytesPerSecond": 4294967296, "downloadBytesPerSecond": 5, "connectionsPerHost": 6})"),
-              "1 1 2 3 4294967296 5 6 a ");
+              R"({1, 1, 2, 3, 4294967296, 5, 6, "a"})");
     EXPECT_EQ(readInput<ProxyDefinition>(R"({"proxyHost": "h", "proxyType": "1"})").proxyType, -1) << "sets none";
     const auto proxy = readInput<ProxyDefinition>(
         R"({"proxyHost": "h", "proxyUser": "u", "proxyPassword": "p", "proxyPort": 8080, "proxyType": 1})");
@@ -135,39 +131,33 @@ TEST(RecordsTest, options_asText_startFromTheirDefaults)
 
 TEST(RecordsTest, reader_wrongValues_givesDefaults)
 {
-    const struct {
-        const char *value, *asText = "";
-        int asInt = 0;
-        long long asLong = 0;
-        double asNumber = 0;
-        bool asFlag = false;
-    } rows[] = {
-        {"[]"}, // no value
-        {"[null]"},
+    constexpr std::tuple<const char *, const char *, int, long long, double, bool> rows[] = {
+        // value; as text, as int, as long long, as double, as flag
+        {"[]", "", 0, 0, 0, false}, // no value
+        {"[null]", "", 0, 0, 0, false},
         {"[true]", "", 0, 1, 0, true},
-        {"[1.5]", "", 0, 2, 1.5},
-        {R"(["12"])", "12", 0, 12},
-        {R"(["true"])", "true"},
-        {"[2147483647]", "", 2147483647, 2147483647, 2147483647},
-        {"[2147483648]", "", 0, 2147483648, 2147483648},
-        {"[9007199254740993]", "", 0, 9007199254740993, 9007199254740992},
-        {"[9223372036854775807]", "", 0, 9223372036854775807, 9223372036854775807.0},
-        {"[9223372036854775808]", "", 0, 0, 9223372036854775808.0},
-        {"[-1e300]", "", 0, 0, -1e300},
-        {R"(["9223372036854775808"])", "9223372036854775808"},
-        {R"([{"a": 1}])"},
-        {"[[1]]"},
-    };
-    for (const auto &row : rows) {
-        const auto read = [&](auto like, Width width = Width::Natural) {
-            return Detail::readValue<decltype(like)>(parsed(row.value).first(), Form::Reply, width);
+        {"[1.5]", "", 0, 2, 1.5, false},
+        {R"(["12"])", "12", 0, 12, 0, false},
+        {R"(["true"])", "true", 0, 0, 0, false},
+        {"[2147483647]", "", 2147483647, 2147483647, 2147483647, false},
+        {"[2147483648]", "", 0, 2147483648, 2147483648, false},
+        {"[9007199254740993]", "", 0, 9007199254740993, 9007199254740992, false},
+        {"[9223372036854775807]", "", 0, 9223372036854775807, 9223372036854775807.0, false},
+        {"[9223372036854775808]", "", 0, 0, 9223372036854775808.0, false},
+        {"[-1e300]", "", 0, 0, -1e300, false},
+        {R"(["9223372036854775808"])", "9223372036854775808", 0, 0, 0, false},
+        {R"([{"a": 1}])", "", 0, 0, 0, false},
+        {"[[1]]", "", 0, 0, 0, false}};
+    for (const auto &[value, asText, asInt, asLong, asNumber, asFlag] : rows) {
+        const auto read = [json = parsed(value).first()](auto like, Width width = Width::Natural) {
+            return Detail::readValue<decltype(like)>(json, Form::Reply, width);
         };
-        EXPECT_EQ(read(std::string()), row.asText) << row.value;
-        EXPECT_EQ(read(0), row.asInt) << row.value;
-        EXPECT_EQ(read(0LL), row.asLong) << row.value;
-        EXPECT_EQ(read(0LL, Width::Int32), row.asInt) << row.value;
-        EXPECT_EQ(read(0.0), row.asNumber) << row.value;
-        EXPECT_EQ(read(false), row.asFlag) << row.value;
+        EXPECT_EQ(read(std::string()), asText) << value;
+        EXPECT_EQ(read(0), asInt) << value;
+        EXPECT_EQ(read(0LL), asLong) << value;
+        EXPECT_EQ(read(0LL, Width::Int32), asInt) << value;
+        EXPECT_EQ(read(0.0), asNumber) << value;
+        EXPECT_EQ(read(false), asFlag) << value;
     }
     for (const char *noObject : {"", "{", "[{}]", R"({"jobId": 1e999})", R"({"account": [{"accountId": "a"}]})"}) {
         EXPECT_EQ(text(readReply<AccountDetails>(noObject)), text(AccountDetails{})) << noObject;

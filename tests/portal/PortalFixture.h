@@ -41,11 +41,10 @@ inline string request(const string &verb, const string &path, const string &body
 inline string submission(const string &jobId)
 {
     return R"({"jobId":")" + jobId +
-           R"(","accountId":"ACC-1001","jobName":"Beam-140309-050321","mainFile":"dir/b.trninp",
-        "dockerTag":" ","fileDependencies":["a"],"fileAliases":["b"],"operation":"mpi",
-        "simulations":[{"consoleParameters":"-x 1"},{"consoleParameters":"-x 2"}],
-        "jobType":"Cloud Configuration - Simulation Sweep","precision":"single","coresRequired":4,
-        "coreHourEstimate":2.5,"ramEstimate":1024,"numberOfParts":4,"application":"test"})";
+           R"(","accountId":"ACC-1001","jobName":"Beam-140309-050321","mainFile":"dir/b.trninp","dockerTag":" ",
+        "fileDependencies":["a"],"fileAliases":["b"],"operation":"mpi","simulations":[{"consoleParameters":"-x 1"},
+        {"consoleParameters":"-x 2"}],"jobType":"Cloud Configuration - Simulation Sweep","precision":"single",
+        "coresRequired":4,"coreHourEstimate":2.5,"ramEstimate":1024,"numberOfParts":4,"application":"test"})";
 }
 
 inline string run(const char *program, const QStringList &arguments, const string &input = {})
@@ -58,14 +57,10 @@ inline string run(const char *program, const QStringList &arguments, const strin
 }
 
 struct PortalTest : testing::Test {
-    PortalTest()
-    {
-        tick.start(20);
-        portal.setJobDuration(400ms);
-    }
+    PortalTest() { tick.start(20); }
 
-    /// Sends one request and reads until the answer is complete, the portal closes, or `patience` milliseconds are
-    /// over.
+    /// Sends a request and reads until the answer is complete, the portal closes or `patience` milliseconds have
+    /// passed.
     Reply send(const string &bytes, int patience = 5000) const
     {
         QSslSocket socket;
@@ -90,20 +85,11 @@ struct PortalTest : testing::Test {
     Reply post(const string &path, const string &body) const { return send(request("POST", path, body, token)); }
     string newJob() const { return post("job/init", R"({"accountId":"ACC-1001"})").text("jobId"); }
 
-    string login() const
-    {
-        const SeededUser &who = seededUsers()[0];
-        const string body = R"({"emailAddress":")" + who.email + R"(","password":")" + who.password + "\"}";
-        return send(request("POST", "auth/login", body, {})).text("idToken");
-    }
-
     /// Encrypts as another program would do it.
     string crypt(const string &job, const string &text) const
     {
-        return run("openssl",
-                   {"enc", "-aes-256-cbc", "-iv", "5C19E307A24F6BD0913E28C7F40A66B5", "-K",
-                    toBytes(portal.jobKey(job)).toHex()},
-                   text);
+        const QString key = toBytes(portal.jobKey(job)).toHex(), iv = "5C19E307A24F6BD0913E28C7F40A66B5";
+        return run("openssl", {"enc", "-aes-256-cbc", "-iv", iv, "-K", key}, text);
     }
 
     /// The request that an address object describes; an uploaded file has the name "n".
@@ -138,9 +124,11 @@ struct PortalTest : testing::Test {
     }
 
     QTimer tick; ///< wakes the waiting test: the portal's thread posts no events here
-    Portal portal;
+    Portal portal{Options{0, {}, 400ms, 3600s, {}, false, {}}};
     ScopedTrust trust{toBytes(portal.caPem())};
-    string token = login();
+    const SeededUser &user = seededUsers()[0];
+    const string login = R"({"emailAddress":")" + user.email + R"(","password":")" + user.password + "\"}";
+    const string token = send(request("POST", "auth/login", login, {})).text("idToken");
 };
 
 } // namespace PortalTests

@@ -29,70 +29,60 @@ struct Listener : QWebSocket {
 
 TEST_F(PortalTest, request_notExactlyRight_refused)
 {
-    const string json = "application/json", own = R"({"jobId":"job-wing0001"})", job = newJob(), good = submission(job),
+    const string own = R"({"jobId":"job-wing0001"})", job = newJob(), load = request("POST", "job/load", own, token),
                  mesh = "job/files/job-wing0001/wing.mesh";
     const std::size_t before = portal.jobCount();
     portal.setJobDuration(3600s);
-    const auto but = [&](const string &what, const string &with) { return replaced(good, what, with); };
-    const std::tuple<const char *, string, string, string, string, int, const char *> table[] = {
-        // verb, path, body, authorization, content type; the status, and a part of the message
-        {"POST", "job/load", own, token, json, 200, ""},
-        {"GET", "job/load", own, token, json, 405, "takes POST"},
-        {"POST", "job/load", own, token, "", 415, "missing"},
-        {"POST", "job/load", own, token, json + "; charset=utf-8", 415, "charset"},
-        {"POST", "job/load", own, "", json, 401, "missing"},
-        {"POST", "job/load", own, "Bearer " + token, json, 401, "scheme"},
-        {"POST", "job/load", "{", token, json, 400, "not valid JSON"},
-        {"POST", "job/load", R"({"jobId":7})", token, json, 400, "must be a string"},
-        {"POST", "job/load", R"({"jobId":"job-wing0001","x":1})", token, json, 400, "\"x\" is not a known key"},
-        {"POST", "job/load", R"({"jobId":"job-none"})", token, json, 404, "job-none"},
-        {"POST", "job/key", R"({"jobId":"job-pump0003"})", token, json, 403, "another user"},
-        {"POST", "job/list", "{}", token, json, 400, "must be empty"},
-        {"POST", "auth/refresh", R"({"refreshToken":"refresh.0"})", "", json, 401, "not valid"},
-        {"POST", "job/init", R"({"accountId":"ACC-1001","hpcId":"hpc-lab-1"})", token, json, 409, "no jobs"},
-        {"DELETE", mesh, "", token, json, 415, "no content type"},
-        {"DELETE", mesh, "", token, "", 200, ""},
-        {"DELETE", mesh, "", token, "", 404, "wing.mesh"},
-        {"GET", "job/files/uploadUrl/job-pump0003", "", token, "", 403, "another user"},
-        {"POST", "job/submit", but("\"operation\":\"mpi\",", ""), token, json, 400, "\"operation\" is missing"},
-        {"POST", "job/submit", but("Required\":4", "Required\":99999999999999999999"), token, json, 400,
-         "coresRequired"},
-        {"POST", "job/submit", but("2.5", "0"), token, json, 400, "greater than 0"},
-        {"POST", "job/submit", but("Simulation Sweep", "Single Simulation"), token, json, 400, "jobType"},
-        {"POST", "job/submit", but("[\"b\"]", "[\"b\",\"c\"]"), token, json, 400, "fileAliases"},
-        {"POST", "job/submit", but("ACC-1001", "ACC-3"), token, json, 404, "ACC-3"},
-        {"POST", "job/submit", but("job-", "job_"), token, json, 404, "ask for a job id"},
-        {"POST", "job/submit", good, token, json, 200, ""},
-        {"POST", "job/submit", good, token, json, 409, "submitted before"},
-        {"POST", "job/archive", R"({"jobId":")" + job + "\"}", token, json, 409, "still at work"}};
-    for (const auto &[verb, path, body, authorization, type, status, message] : table) {
-        const Reply reply = send(request(verb, path, body, authorization, type));
-        EXPECT_EQ(reply.status, status) << verb << ' ' << path << ' ' << body << ' ' << reply.body;
-        EXPECT_NE(reply.text("message").find(message), string::npos) << path << ": " << reply.body;
-    }
-    EXPECT_EQ(portal.jobCount(), before + 1);
-    EXPECT_EQ(send("GARBAGE\r\n\r\n").status, 400);
-    EXPECT_EQ(send("POST /api/job/list HTTP/1.1\r\nHost: p\r\nContent-Length: 99999999\r\n\r\n").status, 413);
-}
-
-TEST_F(PortalTest, request_looserThanHttpAllows_refused)
-{
-    const string good = request("POST", "job/load", R"({"jobId":"job-wing0001"})", token);
+    const auto submit = [&](const string &what, const string &with) {
+        return request("POST", "job/submit", replaced(submission(job), what, with), token);
+    };
     const string socket = "GET /socket/job/progress/job-wing0001 HTTP/1.1\r\nHost: p\r\nUpgrade: websocket\r\n"
                           "Connection: Upgrade\r\nSec-WebSocket-Version: 13\r\nAuthorization: " +
                           token + "\r\nSec-WebSocket-Key: MDEyMzQ1Njc4OTAxMjM0NQ==\r\n\r\n";
-    const std::tuple<string, const char *, const char *, const char *> table[] = {
-        // what is replaced, by what; a part of the message
-        {good, "Host: portal:1\r\n", "", "Host"},
-        {good, "Authorization:", "Authorization: x\r\nAuthorization:", "more than one Authorization"},
-        {good, "job/load ", "job/load?a=b ", "takes no query"},
-        {good, "24\r\n\r\n{", "35\r\n\r\n{\"jobId\":\"\",", "\"jobId\" twice"},
-        {socket, "MDEyMzQ1Njc4OTAxMjM0NQ==", "", "Sec-WebSocket-Key"}};
-    for (const auto &[whole, what, with, message] : table) {
-        const Reply reply = send(replaced(whole, what, with));
-        EXPECT_EQ(reply.status, 400) << message << reply.head;
-        EXPECT_NE(reply.text("message").find(message), string::npos) << reply.body;
+    const std::tuple<string, int, const char *> table[] = {
+        // request; the status, and a part of the message
+        {load, 200, ""},
+        {request("GET", "job/load", own, token), 405, "takes POST"},
+        {request("POST", "job/load", own, token, ""), 415, "missing"},
+        {request("POST", "job/load", own, token, "application/json; charset=utf-8"), 415, "charset"},
+        {request("POST", "job/load", own, ""), 401, "missing"},
+        {request("POST", "job/load", own, "Bearer " + token), 401, "scheme"},
+        {request("POST", "job/load", "{", token), 400, "not valid JSON"},
+        {request("POST", "job/load", R"({"jobId":7})", token), 400, "must be a string"},
+        {request("POST", "job/load", R"({"jobId":"job-wing0001","x":1})", token), 400, "\"x\" is not a known key"},
+        {request("POST", "job/load", R"({"jobId":"job-none"})", token), 404, "job-none"},
+        {request("POST", "job/key", R"({"jobId":"job-pump0003"})", token), 403, "another user"},
+        {request("POST", "job/list", "{}", token), 400, "must be empty"},
+        {request("POST", "auth/refresh", R"({"refreshToken":"refresh.0"})", ""), 401, "not valid"},
+        {request("POST", "job/init", R"({"accountId":"ACC-1001","hpcId":"hpc-lab-1"})", token), 409, "no jobs"},
+        {request("DELETE", mesh, "", token), 415, "no content type"},
+        {request("DELETE", mesh, "", token, ""), 200, ""},
+        {request("DELETE", mesh, "", token, ""), 404, "wing.mesh"},
+        {request("GET", "job/files/uploadUrl/job-pump0003", "", token, ""), 403, "another user"},
+        {submit("\"operation\":\"mpi\",", ""), 400, "\"operation\" is missing"},
+        {submit("Required\":4", "Required\":99999999999999999999"), 400, "coresRequired"},
+        {submit("2.5", "0"), 400, "greater than 0"},
+        {submit("Simulation Sweep", "Single Simulation"), 400, "jobType"},
+        {submit("[\"b\"]", "[\"b\",\"c\"]"), 400, "fileAliases"},
+        {submit("ACC-1001", "ACC-3"), 404, "ACC-3"},
+        {submit("job-", "job_"), 404, "ask for a job id"},
+        {request("POST", "job/submit", submission(job), token), 200, ""},
+        {request("POST", "job/submit", submission(job), token), 409, "submitted before"},
+        {request("POST", "job/archive", R"({"jobId":")" + job + "\"}", token), 409, "still at work"},
+        // looser than HTTP allows
+        {replaced(load, "Host: portal:1\r\n", ""), 400, "Host"},
+        {replaced(load, "Authorization:", "Authorization: x\r\nAuthorization:"), 400, "more than one Authorization"},
+        {replaced(load, "job/load ", "job/load?a=b "), 400, "takes no query"},
+        {replaced(load, "24\r\n\r\n{", "35\r\n\r\n{\"jobId\":\"\","), 400, "\"jobId\" twice"},
+        {replaced(socket, "MDEyMzQ1Njc4OTAxMjM0NQ==", ""), 400, "Sec-WebSocket-Key"},
+        {"GARBAGE\r\n\r\n", 400, ""},
+        {"POST /api/job/list HTTP/1.1\r\nHost: p\r\nContent-Length: 99999999\r\n\r\n", 413, ""}};
+    for (const auto &[sent, status, message] : table) {
+        const Reply reply = send(sent);
+        EXPECT_EQ(reply.status, status) << sent << reply.body;
+        EXPECT_NE(reply.text("message").find(message), string::npos) << sent << reply.body;
     }
+    EXPECT_EQ(portal.jobCount(), before + 1);
 }
 
 TEST_F(PortalTest, socket_refusedOrFaulty_clientSeesTheReason)
@@ -187,10 +177,7 @@ TEST_F(PortalTest, program_inputClosedOrSignalled_stopsCleanly)
         ASSERT_TRUE(EVENTUALLY(program.canReadLine()));
         EXPECT_EQ(QFile::permissions(directory) & 0x077, 0);
         EXPECT_EQ(run("grep", {"-rl", "PRIVATE KEY", directory}), "");
-        if (signalled)
-            program.terminate();
-        else
-            program.closeWriteChannel();
+        signalled ? program.terminate() : program.closeWriteChannel();
         ASSERT_TRUE(program.waitForFinished());
         EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
         EXPECT_TRUE(QDir(directory).isEmpty()); // neither keys nor files of jobs remain

@@ -2,14 +2,13 @@
 
 #include "PortalFixture.h"
 
+#include "support/TestFolder.h"
+
 namespace PortalTests {
 namespace {
 
 struct StorageTest : PortalTest {
-    static string bytes(int size)
-    {
-        return QByteArray("no block ends like another one").repeated(size).left(size).toStdString();
-    }
+    static string bytes(int size) { return noise(size).toStdString(); }
     /// The request for the only piece of a job's only file.
     string piece(const string &job) const
     {
@@ -63,10 +62,8 @@ TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
         {{Raw}, "Content-Length: 1008\r\n", "Transfer-Encoding: chunked\r\n", 411},
         {{Raw, Piece}, "expires=", "expires=9", 403},
         {{Piece}, "size=1000", "size=999", 403}};
-    StorageOptions options;
     const auto addressed = [&](Kind kind) {
-        options.upload = kind == Raw ? StorageOptions::Upload::RawPost : StorageOptions::Upload::Form;
-        portal.setStorage(options);
+        portal.setStorage({kind == Raw ? StorageOptions::Upload::RawPost : StorageOptions::Upload::Form});
         return kind == Piece ? piece(job) : upload(job, cipher);
     };
     for (const Kind kind : {Form, Raw, Piece}) {
@@ -76,8 +73,7 @@ TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
                 continue;
             string bad = replaced(good, what, with);
             ASSERT_NE(bad, good) << what;
-            const std::size_t body = bad.size() - bad.find("\r\n\r\n") - 4;
-            const std::size_t length = bad.find("Content-Length: ");
+            const std::size_t body = bad.size() - bad.find("\r\n\r\n") - 4, length = bad.find("Content-Length: ");
             if (length != string::npos)
                 bad.replace(length, bad.find("\r\n", length) - length, "Content-Length: " + std::to_string(body));
             const Reply reply = send(bad);
@@ -96,9 +92,7 @@ TEST_F(StorageTest, request_unsignedOrIncomplete_refused)
 
 TEST_F(StorageTest, piece_rangeAskedFor_answeredAsItsConditionAndFaultSay)
 {
-    StorageOptions options;
-    options.pieceSize = 600; // 608 bytes when encrypted
-    portal.setStorage(options);
+    portal.setStorage({{}, {}, 600});           // 608 bytes when encrypted
     constexpr auto none = FaultKind::SlowWrite; // no slower
     const string own = "OWN", other = "\"other\"", changed = "CHANGED";
     const std::tuple<string, string, FaultKind, int, int, int, int, bool> table[] = {
@@ -142,8 +136,7 @@ TEST_F(StorageTest, piece_rangeAskedFor_answeredAsItsConditionAndFaultSay)
             EXPECT_TRUE(status == 416 || reply.body == whole.body.substr(first, last - first + 1)) << reply.body.size();
         }
     }
-    options.download = StorageOptions::Download::Post;
-    portal.setStorage(options);
+    portal.setStorage({{}, StorageOptions::Download::Post, 600});
     const string job = newJob();
     send(upload(job, crypt(job, bytes(600))));
     const Reply posted = send(with(piece(job), "Range: bytes=5-\r\n")); // a range is of GET only

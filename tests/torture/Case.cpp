@@ -44,13 +44,11 @@ struct SecondSession {
                                      problem = "the second session's download succeeded with another file";
                              });
         });
-        QElapsedTimer since;
-        since.start();
-        while ((lists == 0 || uploads == 0 || downloads == 0) && !(stops && mayHang) && since.elapsed() < 60000)
+        const auto isShort = [&] { return std::min({lists, uploads, downloads}) == 0; };
+        for (QDeadlineTimer deadline(60000); isShort() && !(stops && mayHang) && !deadline.hasExpired();)
             api.processEvents(10);
         api.processEvents(10);
-        const bool isComplete = lists == 1 && uploads == 1 && downloads == 1;
-        if (!isComplete && (!mayHang || std::max({lists, uploads, downloads}) > 1))
+        if ((isShort() && !mayHang) || std::max({lists, uploads, downloads}) > 1)
             problem = "the second session's operations did not complete once";
         ended = true;
     }
@@ -64,29 +62,7 @@ struct SecondSession {
 
 } // namespace
 
-VelmoraPortal::Options portalOptions()
-{
-    VelmoraPortal::Options options;
-    options.jobDuration = std::chrono::milliseconds(200);
-    options.storage.pieceSize = 4096;
-    return options;
-}
-
 Resources resources() { return {entries("/proc/self/task"), entries("/proc/self/fd")}; }
-
-string Random::bytes(std::size_t size)
-{
-    string text(size, '\0');
-    for (char &byte : text)
-        byte = char(engine() >> 32);
-    return text;
-}
-
-Environment::Environment()
-{
-    QLoggingCategory::setFilterRules(QStringLiteral("*=false\nvelmora.debug=true"));
-    portal.addFile(storedJob, storedFile, stored);
-}
 
 Case::Case(Environment &shared, std::uint64_t seed)
     : environment(shared)
@@ -97,13 +73,6 @@ Case::Case(Environment &shared, std::uint64_t seed)
         QDir().mkpath(QString::fromStdString(path(each)));
     if (random.chance(50))
         write("to/result.bin", random.bytes(100));
-}
-
-Case::~Case()
-{
-    destroy();
-    environment.portal.clearFaults();
-    environment.folder.remove("case");
 }
 
 void Case::completed(Call &call, const ApiError &error, bool emptied)
@@ -145,22 +114,7 @@ void Case::performInCallback()
 void Case::mute(const string &followed)
 {
     for (auto &each : m_calls)
-        each.muted = each.muted || (!followed.empty() && each.follows == followed);
-}
-
-void Case::destroy()
-{
-    // A callback that runs inside the destructor already finds no session.
-    const std::unique_ptr<CloudAPI> last = std::move(api);
-}
-
-bool Case::prepare()
-{
-    api = std::make_unique<CloudAPI>();
-    if (!signIn(*api, ada.email, ada.password))
-        return false;
-    api->generateNewJobID("ACC-1001", [&](const ApiError &, const string &id) { job = id; });
-    return EVENTUALLY(!job.empty());
+        each.muted = each.muted || (!each.follows.empty() && (followed.empty() || each.follows == followed));
 }
 
 void Case::inject(const Step &step)
@@ -284,12 +238,10 @@ void Case::searchForSecrets()
     const QByteArray key = QByteArray::fromStdString(environment.portal.jobKey(storedJob));
     std::vector<string> secrets = {ada.password, key.toBase64().toStdString(), key.toHex().toStdString(), "ignature",
                                    "efreshToken"};
-    for (const VelmoraPortal::SeenRequest &request : environment.portal.requests()) {
-        for (const char *name : {"Authorization", "X-Storage-Signature"}) {
+    for (const VelmoraPortal::SeenRequest &request : environment.portal.requests())
+        for (const char *name : {"Authorization", "X-Storage-Signature"})
             if (request.hasHeader(name))
                 secrets.push_back(request.header(name));
-        }
-    }
     const string texts = m_texts + environment.log.text();
     for (const string &secret : secrets)
         failIf(texts.find(secret) != string::npos, "leaked: " + secret);
@@ -303,8 +255,12 @@ string Case::run(const std::vector<Step> &steps)
     m_jobsBefore = environment.portal.jobCount();
     QTimer tick; // other threads do not wake this event loop
     tick.start(5);
-    if (!prepare())
+    api = std::make_unique<CloudAPI>();
+    if (!signIn(*api, ada.email, ada.password))
         return "cannot sign in";
+    api->generateNewJobID("ACC-1001", [&](const ApiError &, const string &id) { job = id; });
+    if (!EVENTUALLY(!job.empty()))
+        return "cannot get a job's id";
     std::unique_ptr<SecondSession> second;
     if (m_hasSecond)
         second.reset(new SecondSession{

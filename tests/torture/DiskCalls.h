@@ -26,8 +26,7 @@ constexpr int halfOnly = -1;
 void watchDisk(const std::string &folder, DiskHook hook);
 
 /// What this thread does meanwhile is not seen: for the test's own work on files.
-class DiskPause {
-public:
+struct DiskPause {
     DiskPause();
     ~DiskPause();
     DiskPause(const DiskPause &) = delete;

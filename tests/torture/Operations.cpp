@@ -138,13 +138,12 @@ void follow(Case &test)
     });
 }
 
+using C = CloudAPI;
+constexpr const char *account = "ACC-1001", *job = storedJob;
+
 } // namespace
 
-const std::vector<Operation> &operations()
-{
-    using C = CloudAPI;
-    constexpr const char *account = "ACC-1001", *job = storedJob;
-    static const std::vector<Operation> all = {
+const std::vector<Operation> operations = {
         simple("logUserIn", "auth/login", &C::logUserIn, ada.email, ada.password, ""),
         {"resumeSession", {"auth/login", "auth/refresh"}, resume},
         simple("checkMFAEnabled", "auth/hasMFA", &C::checkMFAEnabled, ada.email),
@@ -196,7 +195,44 @@ const std::vector<Operation> &operations()
         {"downloadFile", {"job/key", "job/files/list", "storage", "storage"}, download},
         {"subscribeToJob", {"socket"}, subscribe},
         {"followJob", {"job/load", "job/progress", "socket"}, follow}};
-    return all;
-}
+
+const std::vector<Action> actions = {
+    {"nothing", [](Case &, const Step &) {}, false},
+    {"cancel",
+     [](Case &test, const Step &) {
+         for (std::size_t i = 0; i < test.cancels.size() && test.api; ++i)
+             test.cancels[i]();
+     }},
+    {"unsubscribe",
+     [](Case &test, const Step &) {
+         for (const string &each : {string(storedJob), test.job}) {
+             test.api->unsubscribeFromJob(each);
+             test.mute(each);
+         }
+     }},
+    // Ends subscriptions too.
+    {"log out", [](Case &test, const Step &) { test.api->clearActiveAccount(), test.mute(); }},
+    {"log in", [](Case &test, const Step &) { operations[0].start(test); }},
+    {"change portal", // VELMORA_API_URL wins over it
+     [](Case &test, const Step &) { test.api->setAPIPortal(PortalTarget::Test); }, false},
+    {"destroy", [](Case &test, const Step &) { test.destroy(); }},
+    {"again", [](Case &test, const Step &step) { step.operation->start(test); }},
+    {"nested loop",
+     [](Case &test, const Step &) {
+         QEventLoop loop;
+         QTimer::singleShot(int(test.random.below(60)), &loop, &QEventLoop::quit);
+         loop.exec();
+     },
+     false},
+    {"block", [](Case &test, const Step &) { QThread::msleep(test.random.below(100)); }, false},
+    {"renew", // now
+     [](Case &test, const Step &) { renewalTimerOf(*test.api)->start(0); }},
+    {"heartbeats", // enough to restart sockets
+     [](Case &test, const Step &) {
+         for (int i = 0; i < 4; ++i)
+             if (QTimer *heartbeat = heartbeatOf(*test.api))
+                 QMetaObject::invokeMethod(heartbeat, "timeout");
+     },
+     false}};
 
 } // namespace Torture

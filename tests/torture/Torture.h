@@ -18,7 +18,7 @@
 namespace Torture {
 
 using std::string;
-using namespace std::string_literals;
+using namespace std::literals;
 using PortalFault = VelmoraPortal::Fault;
 using VelmoraPortal::FaultKind;
 
@@ -26,7 +26,12 @@ struct Random {
     std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(engine); }
     bool chance(int percent) { return below(100) < std::size_t(percent); }
     template <class List> auto &of(List &list) { return list[below(std::size(list))]; }
-    string bytes(std::size_t size);
+    string bytes(std::size_t size)
+    {
+        string text(size, '\0');
+        std::generate(text.begin(), text.end(), [this] { return char(engine() >> 32); });
+        return text;
+    }
 
     std::mt19937_64 engine;
 };
@@ -54,21 +59,26 @@ void failDisk(const string &folder, const DiskFault &fault);
 DiskStrikes restoreDisk();
 
 inline const VelmoraPortal::SeededUser &ada = VelmoraPortal::seededUsers()[0];
-VelmoraPortal::Options portalOptions();
+
+inline constexpr char storedJob[] = "job-wing0001", storedFile[] = "sim-1/torture.bin";
 
 /// What all cases share: a trusted portal and a folder.
 struct Environment {
-    Environment();
+    Environment()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("*=false\nvelmora.debug=true"));
+        portal.addFile(storedJob, storedFile, stored);
+    }
 
     LogCatcher log;
-    VelmoraPortal::Portal portal{portalOptions()};
+    /// Jobs are quick, pieces small.
+    VelmoraPortal::Portal portal{VelmoraPortal::Options{0, {}, 200ms, 3600s, {{}, {}, 4096}, false, {}}};
     ScopedTrust trust{QByteArray::fromStdString(portal.caPem())};
     ScopedEnvironment address{"VELMORA_API_URL", QByteArray::fromStdString(portal.host())};
     TestFolder folder;
     Resources most;                                          ///< that may be in use after a case; 0: not known yet
     string stored = Random{std::mt19937_64(1)}.bytes(20000); ///< of the file `storedJob`/`storedFile`, in pieces
 };
-inline constexpr char storedJob[] = "job-wing0001", storedFile[] = "sim-1/torture.bin";
 
 /// One call of an operation and what came of it.
 struct Call {
@@ -95,7 +105,7 @@ struct Operation {
     std::vector<const char *> paths;
     std::function<void(Case &)> start;
 };
-const std::vector<Operation> &operations();
+extern const std::vector<Operation> operations;
 
 struct Fault {
     const char *name;
@@ -108,7 +118,7 @@ struct Fault {
     DiskCall disk = DiskCall::None;
     int error = 0; ///< errno of the disk, or `halfOnly`
 };
-const std::vector<Fault> &faults();
+extern const std::vector<Fault> faults;
 
 struct Step;
 
@@ -118,7 +128,7 @@ struct Action {
     std::function<void(Case &, const Step &)> run;
     bool disturbs = true; ///< may make an operation fail
 };
-const std::vector<Action> &actions();
+extern const std::vector<Action> actions;
 
 struct Step {
     const Operation *operation = nullptr;
@@ -129,7 +139,12 @@ struct Step {
 class Case {
 public:
     Case(Environment &environment, std::uint64_t seed);
-    ~Case();
+    ~Case()
+    {
+        destroy();
+        environment.portal.clearFaults();
+        environment.folder.remove("case");
+    }
 
     /// @return what went wrong; empty when all that was promised held
     string run(const std::vector<Step> &steps);
@@ -151,11 +166,12 @@ public:
     string read(const string &name) const { return DiskPause(), environment.folder.read("case/" + name); }
     void completed(Call &call, const Velmora::ApiError &error, bool emptied);
     void progressed(Call &call);
-    void mute(const string &followed);           ///< the job's subscriptions so far have finished
+    void mute(const string &followed = {});      ///< the job's subscriptions so far have finished; of no job: all
     bool cannotOpen() const { return m_nobody; } ///< no socket any more
     bool cannotAsk() const { return m_nobody || m_deaf; }
     bool isDisturbed() const { return m_disturbed; }
-    void destroy();
+    /// A callback that runs inside the destructor already finds no session.
+    void destroy() { const std::unique_ptr<Velmora::CloudAPI> last = std::move(api); }
     void fail(const string &reason) { m_failure += m_failure.empty() ? reason : "; " + reason; }
     void failIf(bool wrong, const string &reason) { wrong ? fail(reason) : void(); }
     std::map<string, int> uploads;              ///< how many of each file name
@@ -164,7 +180,6 @@ public:
     std::vector<std::function<void()>> cancels; ///< cancel what the operations started
 
 private:
-    bool prepare();
     void inject(const Step &step);
     void perform(const Step &step);
     void performInCallback();

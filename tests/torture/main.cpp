@@ -26,15 +26,13 @@ bool fits(const Operation &operation, const Fault &fault)
 std::vector<Step> matrix(const string &only)
 {
     std::vector<Step> all;
-    for (const Operation &operation : operations()) {
-        for (const Fault &fault : faults()) {
-            for (const Action &action : actions()) {
+    for (const Operation &operation : operations)
+        for (const Fault &fault : faults)
+            for (const Action &action : actions) {
                 const Step step{&operation, &fault, &action};
                 if (fits(operation, fault) && Case::describe({step}).find(only) != string::npos)
                     all.push_back(step);
             }
-        }
-    }
     return all;
 }
 
@@ -46,10 +44,10 @@ public:
     {
         for (const Step &step : steps) {
             const string first = step.operation->paths.front(), last = step.operation->paths.back();
-            auto &operations = m_strata[last == "storage" ? 0 : last == "socket" || first == "auth/login" ? 1 : 2];
-            if (operations.empty() || operations.back().front().operation != step.operation)
-                operations.emplace_back();
-            operations.back().push_back(step);
+            auto &ofRisk = m_strata[last == "storage" ? 0 : last == "socket" || first == "auth/login" ? 1 : 2];
+            if (ofRisk.empty() || ofRisk.back().front().operation != step.operation)
+                ofRisk.emplace_back();
+            ofRisk.back().push_back(step);
         }
     }
     const Step &of(std::uint64_t number, Random &random) const
@@ -58,8 +56,8 @@ public:
         std::uint64_t turn = number % 4;
         while (m_strata[turns[turn]].empty())
             turn = (turn + 1) % 4;
-        const auto &operations = m_strata[turns[turn]];
-        return random.of(operations[number / (turns[turn] == 0 ? 2 : 4) % operations.size()]);
+        const auto &ofRisk = m_strata[turns[turn]];
+        return random.of(ofRisk[number / (turns[turn] == 0 ? 2 : 4) % ofRisk.size()]);
     }
 
 private:
@@ -109,7 +107,7 @@ int main(int argc, char **argv)
         Random random{std::mt19937_64(seed)};
         std::vector<Step> steps;
         if (warming)
-            steps = {{&operations().end()[int(seed) - int(warmUp)], &faults().front(), &actions().front()}};
+            steps = {{&operations.end()[int(seed) - int(warmUp)], &faults.front(), &actions.front()}};
         else if (whole)
             steps = {rows[i - warmUp]};
         else
