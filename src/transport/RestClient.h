@@ -61,8 +61,8 @@ public:
     /// Ends what has waited for that long, as a request without an answer ends.
     void endWaiting(std::chrono::milliseconds minimumAge);
     /// For the requests that follow; tests lower them.
-    const AnswerLimits &answerLimits() const { return m_limits; }
     void setAnswerLimits(const AnswerLimits &limits) { m_limits = limits; }
+    const AnswerLimits &answerLimits() const { return m_limits; }
     /// For the requests that follow: see `ProxyWatch`. Tests lower it.
     void setProxyWatchInterval(int milliseconds) { m_proxyWatchInterval = milliseconds; }
     /// Drops everything under way, without completions. Nothing may be sent after that.
